@@ -1,0 +1,18 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "core/monitoring/MonitorTypes.hpp"
+
+namespace brimlet {
+
+struct SnapshotCommand {
+    // Primes a fresh engine, waits one second on the monotonic clock, takes the snapshot it prints
+    // and writes it to standard output as pretty JSON with sorted keys. Always returns normally.
+    static void run();
+    // The text written for a snapshot; none when it cannot be encoded (then nothing is printed).
+    static std::optional<std::string> encode(const MonitorSnapshot& snapshot);
+};
+
+}  // namespace brimlet

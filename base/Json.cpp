@@ -1,0 +1,541 @@
+#include "Json.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace kestrow {
+
+double JsonNumber::asDouble() const {
+    switch (kind) {
+    case Kind::signedInteger: return static_cast<double>(i);
+    case Kind::unsignedInteger: return static_cast<double>(u);
+    case Kind::real: return d;
+    }
+    return 0;
+}
+
+std::optional<std::int64_t> JsonNumber::asSigned() const {
+    switch (kind) {
+    case Kind::signedInteger: return i;
+    case Kind::unsignedInteger:
+        if (u > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) return std::nullopt;
+        return static_cast<std::int64_t>(u);
+    case Kind::real:
+        // 2^63 is exactly representable and is the first double out of range.
+        if (!std::isfinite(d) || d != std::trunc(d) || d < -9223372036854775808.0 || d >= 9223372036854775808.0)
+            return std::nullopt;
+        return static_cast<std::int64_t>(d);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> JsonNumber::asUnsigned() const {
+    switch (kind) {
+    case Kind::signedInteger:
+        if (i < 0) return std::nullopt;
+        return static_cast<std::uint64_t>(i);
+    case Kind::unsignedInteger: return u;
+    case Kind::real:
+        if (!std::isfinite(d) || d != std::trunc(d) || d < 0 || d >= 18446744073709551616.0) return std::nullopt;
+        return static_cast<std::uint64_t>(d);
+    }
+    return std::nullopt;
+}
+
+bool JsonNumber::operator==(const JsonNumber& other) const {
+    if (kind == Kind::real || other.kind == Kind::real) {
+        if (kind == Kind::real && other.kind == Kind::real) return d == other.d;
+        // An integer equals a real only when the real is that exact integer.
+        const JsonNumber& real = kind == Kind::real ? *this : other;
+        const JsonNumber& whole = kind == Kind::real ? other : *this;
+        if (whole.kind == Kind::signedInteger) return real.asSigned() == whole.i;
+        return real.asUnsigned() == whole.u;
+    }
+    if (kind == other.kind) return kind == Kind::signedInteger ? i == other.i : u == other.u;
+    const JsonNumber& s = kind == Kind::signedInteger ? *this : other;
+    const JsonNumber& un = kind == Kind::signedInteger ? other : *this;
+    return s.i >= 0 && static_cast<std::uint64_t>(s.i) == un.u;
+}
+
+const JsonValue* JsonValue::find(std::string_view key) const {
+    const JsonObject* object = asObject();
+    if (!object) return nullptr;
+    auto it = object->find(std::string(key));
+    return it == object->end() ? nullptr : &it->second;
+}
+
+// ---- UTF-8 ----
+
+namespace {
+
+// Length of the well-formed sequence at bytes[pos], or 0 when it is ill-formed.
+std::size_t utf8SequenceLength(std::string_view bytes, std::size_t pos) {
+    const auto b = [&](std::size_t k) { return static_cast<unsigned char>(bytes[pos + k]); };
+    const std::size_t left = bytes.size() - pos;
+    const unsigned char c = b(0);
+    if (c < 0x80) return 1;
+    if (c >= 0xC2 && c <= 0xDF) return left >= 2 && (b(1) & 0xC0) == 0x80 ? 2 : 0;
+    if (c >= 0xE0 && c <= 0xEF) {
+        if (left < 3) return 0;
+        const unsigned char lo = c == 0xE0 ? 0xA0 : 0x80;
+        const unsigned char hi = c == 0xED ? 0x9F : 0xBF;  // ED A0.. would be a surrogate
+        if (b(1) < lo || b(1) > hi || (b(2) & 0xC0) != 0x80) return 0;
+        return 3;
+    }
+    if (c >= 0xF0 && c <= 0xF4) {
+        if (left < 4) return 0;
+        const unsigned char lo = c == 0xF0 ? 0x90 : 0x80;
+        const unsigned char hi = c == 0xF4 ? 0x8F : 0xBF;
+        if (b(1) < lo || b(1) > hi || (b(2) & 0xC0) != 0x80 || (b(3) & 0xC0) != 0x80) return 0;
+        return 4;
+    }
+    return 0;
+}
+
+void appendUtf8(std::string& out, std::uint32_t cp) {
+    if (cp < 0x80) {
+        out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        out += static_cast<char>(0xC0 | (cp >> 6));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        out += static_cast<char>(0xE0 | (cp >> 12));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (cp >> 18));
+        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+}
+
+}  // namespace
+
+bool isValidUtf8(std::string_view bytes) {
+    for (std::size_t pos = 0; pos < bytes.size();) {
+        const std::size_t n = utf8SequenceLength(bytes, pos);
+        if (n == 0) return false;
+        pos += n;
+    }
+    return true;
+}
+
+std::string repairUtf8(std::string_view bytes) {
+    std::string out;
+    out.reserve(bytes.size());
+    for (std::size_t pos = 0; pos < bytes.size();) {
+        const std::size_t n = utf8SequenceLength(bytes, pos);
+        if (n == 0) {
+            out += "\xEF\xBF\xBD";
+            ++pos;
+        } else {
+            out.append(bytes.substr(pos, n));
+            pos += n;
+        }
+    }
+    return out;
+}
+
+// ---- Parser ----
+
+namespace {
+
+class Parser {
+public:
+    Parser(std::string_view text, JsonParseOptions options) : text_(text), options_(options) {}
+
+    std::variant<JsonValue, JsonParseError> run() {
+        skipBlanks();
+        JsonValue value;
+        if (!parseValue(value, 0)) return error_;
+        skipBlanks();
+        if (pos_ != text_.size()) return fail("unexpected text after the value"), error_;
+        return value;
+    }
+
+private:
+    std::string_view text_;
+    JsonParseOptions options_;
+    std::size_t pos_ = 0;
+    JsonParseError error_;
+
+    bool fail(const char* message) {
+        error_ = {message, pos_};
+        return false;
+    }
+
+    void skipBlanks() {
+        while (pos_ < text_.size()) {
+            const char c = text_[pos_];
+            if (c != ' ' && c != '\t' && c != '\n' && c != '\r') break;
+            ++pos_;
+        }
+    }
+
+    bool literal(std::string_view word) {
+        if (text_.substr(pos_, word.size()) != word) return fail("invalid literal");
+        pos_ += word.size();
+        return true;
+    }
+
+    bool parseValue(JsonValue& out, std::size_t depth) {
+        if (pos_ >= text_.size()) return fail("unexpected end of text");
+        switch (text_[pos_]) {
+        case '{': return parseObject(out, depth + 1);
+        case '[': return parseArray(out, depth + 1);
+        case '"': {
+            std::string s;
+            if (!parseString(s)) return false;
+            out = JsonValue(std::move(s));
+            return true;
+        }
+        case 't':
+            if (!literal("true")) return false;
+            out = JsonValue(true);
+            return true;
+        case 'f':
+            if (!literal("false")) return false;
+            out = JsonValue(false);
+            return true;
+        case 'n':
+            if (!literal("null")) return false;
+            out = JsonValue(nullptr);
+            return true;
+        default: return parseNumber(out);
+        }
+    }
+
+    bool parseObject(JsonValue& out, std::size_t depth) {
+        if (depth > options_.maxDepth) return fail("nesting too deep");
+        ++pos_;
+        JsonObject object;
+        skipBlanks();
+        if (pos_ < text_.size() && text_[pos_] == '}') {
+            ++pos_;
+            out = JsonValue(std::move(object));
+            return true;
+        }
+        for (;;) {
+            skipBlanks();
+            if (pos_ >= text_.size() || text_[pos_] != '"') return fail("expected a key");
+            std::string key;
+            if (!parseString(key)) return false;
+            skipBlanks();
+            if (pos_ >= text_.size() || text_[pos_] != ':') return fail("expected ':'");
+            ++pos_;
+            skipBlanks();
+            JsonValue member;
+            if (!parseValue(member, depth)) return false;
+            if (!object.emplace(std::move(key), std::move(member)).second) return fail("duplicate key");
+            skipBlanks();
+            if (pos_ >= text_.size()) return fail("unexpected end of text");
+            if (text_[pos_] == ',') {
+                ++pos_;
+                continue;
+            }
+            if (text_[pos_] == '}') {
+                ++pos_;
+                out = JsonValue(std::move(object));
+                return true;
+            }
+            return fail("expected ',' or '}'");
+        }
+    }
+
+    bool parseArray(JsonValue& out, std::size_t depth) {
+        if (depth > options_.maxDepth) return fail("nesting too deep");
+        ++pos_;
+        JsonArray array;
+        skipBlanks();
+        if (pos_ < text_.size() && text_[pos_] == ']') {
+            ++pos_;
+            out = JsonValue(std::move(array));
+            return true;
+        }
+        for (;;) {
+            skipBlanks();
+            JsonValue element;
+            if (!parseValue(element, depth)) return false;
+            array.push_back(std::move(element));
+            skipBlanks();
+            if (pos_ >= text_.size()) return fail("unexpected end of text");
+            if (text_[pos_] == ',') {
+                ++pos_;
+                continue;
+            }
+            if (text_[pos_] == ']') {
+                ++pos_;
+                out = JsonValue(std::move(array));
+                return true;
+            }
+            return fail("expected ',' or ']'");
+        }
+    }
+
+    bool hex4(std::uint32_t& out) {
+        if (text_.size() - pos_ < 4) return fail("short unicode escape");
+        std::uint32_t v = 0;
+        for (int k = 0; k < 4; ++k) {
+            const char c = text_[pos_ + k];
+            v <<= 4;
+            if (c >= '0' && c <= '9') v |= static_cast<std::uint32_t>(c - '0');
+            else if (c >= 'a' && c <= 'f') v |= static_cast<std::uint32_t>(c - 'a' + 10);
+            else if (c >= 'A' && c <= 'F') v |= static_cast<std::uint32_t>(c - 'A' + 10);
+            else return fail("invalid unicode escape");
+        }
+        pos_ += 4;
+        out = v;
+        return true;
+    }
+
+    bool parseString(std::string& out) {
+        ++pos_;  // opening quote
+        for (;;) {
+            if (pos_ >= text_.size()) return fail("unterminated string");
+            const unsigned char c = static_cast<unsigned char>(text_[pos_]);
+            if (c == '"') {
+                ++pos_;
+                return true;
+            }
+            if (c < 0x20) return fail("control character in string");
+            if (c == '\\') {
+                ++pos_;
+                if (pos_ >= text_.size()) return fail("unterminated escape");
+                const char e = text_[pos_++];
+                switch (e) {
+                case '"': out += '"'; break;
+                case '\\': out += '\\'; break;
+                case '/': out += '/'; break;
+                case 'b': out += '\b'; break;
+                case 'f': out += '\f'; break;
+                case 'n': out += '\n'; break;
+                case 'r': out += '\r'; break;
+                case 't': out += '\t'; break;
+                case 'u': {
+                    std::uint32_t cp = 0;
+                    if (!hex4(cp)) return false;
+                    if (cp >= 0xDC00 && cp <= 0xDFFF) return fail("lone low surrogate");
+                    if (cp >= 0xD800 && cp <= 0xDBFF) {
+                        if (text_.substr(pos_, 2) != "\\u") return fail("lone high surrogate");
+                        pos_ += 2;
+                        std::uint32_t low = 0;
+                        if (!hex4(low)) return false;
+                        if (low < 0xDC00 || low > 0xDFFF) return fail("lone high surrogate");
+                        cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
+                    }
+                    appendUtf8(out, cp);
+                    break;
+                }
+                default: return fail("invalid escape");
+                }
+                continue;
+            }
+            const std::size_t n = utf8SequenceLength(text_, pos_);
+            if (n == 0) return fail("invalid UTF-8");
+            out.append(text_.substr(pos_, n));
+            pos_ += n;
+        }
+    }
+
+    bool parseNumber(JsonValue& out) {
+        const std::size_t start = pos_;
+        auto digit = [&](std::size_t p) { return p < text_.size() && text_[p] >= '0' && text_[p] <= '9'; };
+        if (pos_ < text_.size() && text_[pos_] == '-') ++pos_;
+        if (!digit(pos_)) return fail("invalid number");
+        if (text_[pos_] == '0') {
+            ++pos_;
+            if (digit(pos_)) return fail("leading zero");
+        } else {
+            while (digit(pos_)) ++pos_;
+        }
+        bool integral = true;
+        if (pos_ < text_.size() && text_[pos_] == '.') {
+            integral = false;
+            ++pos_;
+            if (!digit(pos_)) return fail("invalid fraction");
+            while (digit(pos_)) ++pos_;
+        }
+        if (pos_ < text_.size() && (text_[pos_] == 'e' || text_[pos_] == 'E')) {
+            integral = false;
+            ++pos_;
+            if (pos_ < text_.size() && (text_[pos_] == '+' || text_[pos_] == '-')) ++pos_;
+            if (!digit(pos_)) return fail("invalid exponent");
+            while (digit(pos_)) ++pos_;
+        }
+        const char* first = text_.data() + start;
+        const char* last = text_.data() + pos_;
+        if (integral) {
+            if (*first == '-') {
+                std::int64_t v = 0;
+                if (std::from_chars(first, last, v).ec == std::errc()) {
+                    out = JsonValue(v);
+                    return true;
+                }
+            } else {
+                std::uint64_t v = 0;
+                if (std::from_chars(first, last, v).ec == std::errc()) {
+                    if (v <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+                        out = JsonValue(static_cast<std::int64_t>(v));
+                    else
+                        out = JsonValue(v);
+                    return true;
+                }
+            }
+        }
+        double d = 0;
+        const auto result = std::from_chars(first, last, d);
+        if (result.ec != std::errc() || !std::isfinite(d)) return fail("number out of range");
+        out = JsonValue(d);
+        return true;
+    }
+};
+
+// ---- Writer ----
+
+class Writer {
+public:
+    explicit Writer(JsonWriteOptions options) : options_(options) {}
+
+    bool write(const JsonValue& value, int depth) {
+        return std::visit([&](const auto& v) { return this->emit(v, depth); }, value.storage());
+    }
+
+    std::string out;
+
+private:
+    JsonWriteOptions options_;
+
+    void newline(int depth) {
+        if (!options_.pretty) return;
+        out += '\n';
+        out.append(static_cast<std::size_t>(depth) * 2, ' ');
+    }
+
+    bool emit(std::nullptr_t, int) {
+        out += "null";
+        return true;
+    }
+    bool emit(bool b, int) {
+        out += b ? "true" : "false";
+        return true;
+    }
+    bool emit(const JsonNumber& n, int) {
+        char buffer[32];
+        switch (n.kind) {
+        case JsonNumber::Kind::signedInteger: {
+            auto r = std::to_chars(buffer, buffer + sizeof buffer, n.i);
+            out.append(buffer, r.ptr);
+            return true;
+        }
+        case JsonNumber::Kind::unsignedInteger: {
+            auto r = std::to_chars(buffer, buffer + sizeof buffer, n.u);
+            out.append(buffer, r.ptr);
+            return true;
+        }
+        case JsonNumber::Kind::real:
+            if (!std::isfinite(n.d)) return false;
+            out += formatShortestDouble(n.d);
+            return true;
+        }
+        return false;
+    }
+    bool emit(const std::string& s, int) {
+        writeString(s);
+        return true;
+    }
+    bool emit(const JsonArray& array, int depth) {
+        out += '[';
+        if (array.empty()) {
+            out += ']';
+            return true;
+        }
+        bool first = true;
+        for (const JsonValue& element : array) {
+            if (!first) out += ',';
+            first = false;
+            newline(depth + 1);
+            if (!write(element, depth + 1)) return false;
+        }
+        newline(depth);
+        out += ']';
+        return true;
+    }
+    bool emit(const JsonObject& object, int depth) {
+        out += '{';
+        if (object.empty()) {
+            out += '}';
+            return true;
+        }
+        bool first = true;
+        for (const auto& [key, member] : object) {
+            if (!first) out += ',';
+            first = false;
+            newline(depth + 1);
+            writeString(key);
+            out += options_.pretty ? " : " : ":";
+            if (!write(member, depth + 1)) return false;
+        }
+        newline(depth);
+        out += '}';
+        return true;
+    }
+
+    void writeString(const std::string& s) {
+        static const char* hex = "0123456789abcdef";
+        out += '"';
+        for (const char ch : s) {
+            const unsigned char c = static_cast<unsigned char>(ch);
+            switch (c) {
+            case '"': out += "\\\""; break;
+            case '\\': out += "\\\\"; break;
+            case '\n': out += "\\n"; break;
+            case '\r': out += "\\r"; break;
+            case '\t': out += "\\t"; break;
+            case '\b': out += "\\b"; break;
+            case '\f': out += "\\f"; break;
+            case '/':
+                if (options_.escapeSlashes) out += "\\/";
+                else out += '/';
+                break;
+            default:
+                if (c < 0x20) {
+                    out += "\\u00";
+                    out += hex[c >> 4];
+                    out += hex[c & 0xF];
+                } else {
+                    out += ch;
+                }
+            }
+        }
+        out += '"';
+    }
+};
+
+}  // namespace
+
+std::variant<JsonValue, JsonParseError> parseJson(std::string_view text, JsonParseOptions options) {
+    return Parser(text, options).run();
+}
+
+std::optional<std::string> writeJson(const JsonValue& value, JsonWriteOptions options) {
+    Writer writer(options);
+    if (!writer.write(value, 0)) return std::nullopt;
+    return std::move(writer.out);
+}
+
+std::string formatShortestDouble(double value) {
+    if (value == 0) return "0";  // also folds −0, which readers treat as 0 anyway
+    if (value == std::trunc(value) && std::fabs(value) < 1e15) {
+        // Whole numbers print without a fraction or exponent, as people expect of "12".
+        char buffer[32];
+        auto r = std::to_chars(buffer, buffer + sizeof buffer, static_cast<std::int64_t>(value));
+        return std::string(buffer, r.ptr);
+    }
+    char buffer[64];
+    auto r = std::to_chars(buffer, buffer + sizeof buffer, value);
+    return std::string(buffer, r.ptr);
+}
+
+}  // namespace kestrow

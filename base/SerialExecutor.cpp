@@ -1,0 +1,51 @@
+#include "SerialExecutor.hpp"
+
+#if defined(__linux__)
+#include <pthread.h>
+#elif defined(__APPLE__)
+#include <pthread.h>
+#endif
+
+namespace kestrow {
+
+SerialExecutor::SerialExecutor(std::string name) : name_(std::move(name)) {
+    thread_ = std::thread([this] { loop(); });
+}
+
+SerialExecutor::~SerialExecutor() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    wake_.notify_one();
+    thread_.join();
+}
+
+void SerialExecutor::enqueue(std::function<void()> job) {
+    {
+        std::lock_guard lock(mutex_);
+        jobs_.push_back(std::move(job));
+    }
+    wake_.notify_one();
+}
+
+void SerialExecutor::loop() {
+#if defined(__linux__)
+    pthread_setname_np(pthread_self(), name_.substr(0, 15).c_str());
+#elif defined(__APPLE__)
+    pthread_setname_np(name_.c_str());
+#endif
+    for (;;) {
+        std::function<void()> job;
+        {
+            std::unique_lock lock(mutex_);
+            wake_.wait(lock, [this] { return stopping_ || !jobs_.empty(); });
+            if (jobs_.empty()) return;  // stopping, and nothing left to run
+            job = std::move(jobs_.front());
+            jobs_.pop_front();
+        }
+        job();
+    }
+}
+
+}  // namespace kestrow

@@ -1,0 +1,236 @@
+#include "ProcText.hpp"
+
+#include <charconv>
+#include <cstdlib>
+
+#include "base/Checked.hpp"
+
+namespace brimlet::proctext {
+
+namespace {
+
+// Splits text into lines and hands each to the visitor until it returns false.
+template <typename F>
+void forEachLine(std::string_view text, F&& visit) {
+    while (!text.empty()) {
+        const std::size_t end = text.find('\n');
+        const std::string_view line = text.substr(0, end);
+        if (!visit(line)) return;
+        if (end == std::string_view::npos) return;
+        text.remove_prefix(end + 1);
+    }
+}
+
+std::string_view skipBlanks(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    return text;
+}
+
+// The next blank-separated field, consumed from text.
+std::string_view nextField(std::string_view& text) {
+    text = skipBlanks(text);
+    std::size_t end = 0;
+    while (end < text.size() && text[end] != ' ' && text[end] != '\t') ++end;
+    const std::string_view field = text.substr(0, end);
+    text.remove_prefix(end);
+    return field;
+}
+
+std::optional<std::uint64_t> fieldNumber(std::string_view field) {
+    std::uint64_t value = 0;
+    const auto r = std::from_chars(field.data(), field.data() + field.size(), value);
+    if (r.ec != std::errc() || r.ptr != field.data() + field.size()) return std::nullopt;
+    return value;
+}
+
+// A "Key:   123 kB" line's value in bytes.
+std::optional<std::uint64_t> kilobytes(std::string_view rest) {
+    auto value = leadingNumber(rest);
+    if (!value) return std::nullopt;
+    return kestrow::checkedMultiply(*value, 1024, "meminfo overflow");
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> leadingNumber(std::string_view text) {
+    text = skipBlanks(text);
+    std::uint64_t value = 0;
+    const auto r = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (r.ec != std::errc()) return std::nullopt;
+    return value;
+}
+
+std::optional<Meminfo> parseMeminfo(std::string_view text) {
+    Meminfo info;
+    bool haveTotal = false, haveAvailable = false;
+    forEachLine(text, [&](std::string_view line) {
+        const std::size_t colon = line.find(':');
+        if (colon == std::string_view::npos) return true;
+        const std::string_view key = line.substr(0, colon);
+        const auto bytes = kilobytes(line.substr(colon + 1));
+        if (!bytes) return true;
+        if (key == "MemTotal") info.memory.memTotal = *bytes, haveTotal = true;
+        else if (key == "MemAvailable") info.memory.memAvailable = *bytes, haveAvailable = true;
+        else if (key == "Unevictable") info.memory.unevictable = *bytes;
+        else if (key == "SUnreclaim") info.memory.sUnreclaim = *bytes;
+        else if (key == "KernelStack") info.memory.kernelStack = *bytes;
+        else if (key == "PageTables") info.memory.pageTables = *bytes;
+        else if (key == "Zswap") info.memory.zswap = *bytes;
+        else if (key == "SwapTotal") info.swapTotal = *bytes;
+        else if (key == "SwapFree") info.swapFree = *bytes;
+        return true;
+    });
+    if (!haveTotal || !haveAvailable) return std::nullopt;
+    return info;
+}
+
+std::optional<CPUTicks> parseCPULine(std::string_view stat) {
+    std::optional<CPUTicks> result;
+    forEachLine(stat, [&](std::string_view line) {
+        if (line.substr(0, 4) != "cpu ") return true;
+        line.remove_prefix(4);
+        std::uint64_t values[8] = {};
+        int count = 0;
+        for (; count < 8; ++count) {
+            const std::string_view field = nextField(line);
+            if (field.empty()) break;
+            auto v = fieldNumber(field);
+            if (!v) return false;
+            values[count] = *v;
+        }
+        // Kernels since 2.6.11 give at least eight fields; anything shorter is not a stat file.
+        if (count >= 4) {
+            result = CPUTicks{values[0], values[1], values[2], values[3],
+                              values[4], values[5], values[6], values[7]};
+        }
+        return false;
+    });
+    return result;
+}
+
+std::optional<std::uint64_t> parseBootTime(std::string_view stat) {
+    std::optional<std::uint64_t> result;
+    forEachLine(stat, [&](std::string_view line) {
+        if (line.substr(0, 6) != "btime ") return true;
+        result = leadingNumber(line.substr(6));
+        return false;
+    });
+    return result;
+}
+
+std::optional<PidStat> parsePidStat(std::string_view text) {
+    const std::size_t open = text.find('(');
+    const std::size_t close = text.rfind(')');
+    if (open == std::string_view::npos || close == std::string_view::npos || close < open) return std::nullopt;
+    PidStat stat;
+    stat.comm = std::string(text.substr(open + 1, close - open - 1));
+    std::string_view rest = text.substr(close + 1);
+    // Fields after the name, counted from 3 as in proc(5): state, ppid, …, utime 14, stime 15,
+    // starttime 22.
+    std::uint64_t field[23] = {};
+    for (int index = 3; index <= 22; ++index) {
+        const std::string_view f = nextField(rest);
+        if (f.empty()) return std::nullopt;
+        if (index == 3) continue;  // the state letter
+        if (index == 4 || index == 14 || index == 15 || index == 22) {
+            auto v = fieldNumber(f);
+            if (!v) return std::nullopt;
+            field[index] = *v;
+        }
+    }
+    stat.ppid = static_cast<std::int64_t>(field[4]);
+    stat.utime = field[14];
+    stat.stime = field[15];
+    stat.startTicks = field[22];
+    return stat;
+}
+
+PidStatus parsePidStatus(std::string_view text) {
+    PidStatus status;
+    forEachLine(text, [&](std::string_view line) {
+        if (line.substr(0, 4) == "Uid:") {
+            if (auto v = leadingNumber(line.substr(4)); v && *v <= 0xFFFFFFFFu)
+                status.uid = static_cast<std::uint32_t>(*v);
+        } else if (line.substr(0, 8) == "RssAnon:") {
+            status.rssAnon = kilobytes(line.substr(8)).value_or(0);
+        } else if (line.substr(0, 7) == "VmSwap:") {
+            status.vmSwap = kilobytes(line.substr(7)).value_or(0);
+        }
+        return true;
+    });
+    return status;
+}
+
+std::optional<PidIO> parsePidIO(std::string_view text) {
+    PidIO io;
+    bool haveRead = false, haveWrite = false;
+    forEachLine(text, [&](std::string_view line) {
+        if (line.substr(0, 11) == "read_bytes:") {
+            if (auto v = leadingNumber(line.substr(11))) io.readBytes = *v, haveRead = true;
+        } else if (line.substr(0, 12) == "write_bytes:") {
+            if (auto v = leadingNumber(line.substr(12))) io.writeBytes = *v, haveWrite = true;
+        }
+        return true;
+    });
+    if (!haveRead || !haveWrite) return std::nullopt;
+    return io;
+}
+
+std::optional<BlockCounters> parseDiskstats(std::string_view text,
+                                            const std::function<bool(std::string_view)>& isWholeDisk) {
+    BlockCounters sum;
+    bool any = false;
+    forEachLine(text, [&](std::string_view line) {
+        nextField(line);  // major
+        nextField(line);  // minor
+        const std::string_view name = nextField(line);
+        if (name.empty() || !isWholeDisk(name)) return true;
+        std::optional<std::uint64_t> v[7];
+        for (auto& f : v) f = fieldNumber(nextField(line));
+        // reads, reads merged, sectors read, ms reading, writes, writes merged, sectors written
+        if (!v[2] || !v[6]) return true;
+        const char* what = "disk counter overflow";
+        sum.bytesRead = kestrow::checkedAdd(sum.bytesRead, kestrow::checkedMultiply(*v[2], 512, what), what);
+        sum.bytesWritten = kestrow::checkedAdd(sum.bytesWritten, kestrow::checkedMultiply(*v[6], 512, what), what);
+        any = true;
+        return true;
+    });
+    if (!any) return std::nullopt;
+    return sum;
+}
+
+std::optional<StallAverages> parsePressure(std::string_view text) {
+    std::optional<double> some, full;
+    forEachLine(text, [&](std::string_view line) {
+        const bool isSome = line.substr(0, 5) == "some ";
+        const bool isFull = line.substr(0, 5) == "full ";
+        if (!isSome && !isFull) return true;
+        const std::size_t at = line.find("avg10=");
+        if (at == std::string_view::npos) return true;
+        const std::string_view number = line.substr(at + 6);
+        double value = 0;
+        const auto r = std::from_chars(number.data(), number.data() + number.size(), value);
+        if (r.ec != std::errc()) return true;
+        (isSome ? some : full) = value;
+        return true;
+    });
+    if (!some) return std::nullopt;
+    return StallAverages{*some, full.value_or(0)};
+}
+
+std::optional<std::uint64_t> parseZramMemUsed(std::string_view text) {
+    nextField(text);
+    nextField(text);
+    return fieldNumber(nextField(text));
+}
+
+std::uint64_t startMicros(std::uint64_t bootTime, std::uint64_t startTicks, std::uint64_t ticksPerSecond) {
+    if (ticksPerSecond == 0) kestrow::fatalError("zero clock ticks per second");
+    const char* what = "start time overflow";
+    const std::uint64_t boot = kestrow::checkedMultiply(bootTime, 1'000'000, what);
+    const std::uint64_t whole = kestrow::checkedMultiply(startTicks / ticksPerSecond, 1'000'000, what);
+    const std::uint64_t part = (startTicks % ticksPerSecond) * 1'000'000 / ticksPerSecond;
+    return kestrow::checkedAdd(boot, kestrow::checkedAdd(whole, part, what), what);
+}
+
+}  // namespace brimlet::proctext
