@@ -1,0 +1,106 @@
+// Takes snapshots back to back on a warmed engine and prints what one costs, beside the cost of one
+// `ps -e -o pid,ppid,rss,time,args` run on the same machine.
+//
+//   build/release/bench/snapshot_bench [snapshots]
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "core/monitoring/MonitorEngine.hpp"
+
+extern char** environ;
+
+namespace {
+
+double cpuSeconds(const rusage& usage) {
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+double selfCPU() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return cpuSeconds(usage);
+}
+
+struct Figures {
+    double median = 0, max = 0;
+};
+
+Figures summarise(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return {values[values.size() / 2], values.back()};
+}
+
+// One ps run: its own CPU time (from wait4) and its wall time.
+std::pair<double, double> runPs() {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    char* argv[] = {const_cast<char*>("ps"), const_cast<char*>("-e"), const_cast<char*>("-o"),
+                    const_cast<char*>("pid,ppid,rss,time,args"), nullptr};
+    const auto start = std::chrono::steady_clock::now();
+    pid_t pid = 0;
+    if (posix_spawnp(&pid, "ps", &actions, nullptr, argv, environ) != 0) return {-1, -1};
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    rusage usage{};
+    ::wait4(pid, &status, 0, &usage);
+    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return {cpuSeconds(usage), wall};
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int rounds = argc > 1 ? std::max(3, std::atoi(argv[1])) : 50;
+    brimlet::MonitorEngine engine;
+    engine.snapshot().get();  // warm: identities cached, counters primed
+    engine.snapshot().get();
+
+    std::vector<double> cpu, wall, processes;
+    for (int i = 0; i < rounds; ++i) {
+        const double cpuBefore = selfCPU();
+        const auto start = std::chrono::steady_clock::now();
+        const brimlet::MonitorSnapshot snap = engine.snapshot().get();
+        wall.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        cpu.push_back(selfCPU() - cpuBefore);
+        processes.push_back(static_cast<double>(snap.readableProcessCount + snap.hiddenProcessCount));
+    }
+    rusage self{};
+    ::getrusage(RUSAGE_SELF, &self);
+
+    std::vector<double> psCPU, psWall;
+    for (int i = 0; i < std::min(rounds, 20); ++i) {
+        auto [c, w] = runPs();
+        if (c < 0) break;
+        psCPU.push_back(c);
+        psWall.push_back(w);
+    }
+
+    const Figures c = summarise(cpu), w = summarise(wall), p = summarise(processes);
+    std::printf("snapshots: %d back to back on a warmed engine\n", rounds);
+    std::printf("processes per snapshot: %.0f (median), %.0f (max)\n", p.median, p.max);
+    std::printf("CPU per snapshot:  median %.3f ms, max %.3f ms\n", c.median * 1e3, c.max * 1e3);
+    std::printf("wall per snapshot: median %.3f ms, max %.3f ms\n", w.median * 1e3, w.max * 1e3);
+    std::printf("CPU per process:   %.2f us\n", c.median * 1e6 / std::max(1.0, p.median));
+    std::printf("peak resident memory: %.1f MiB\n", static_cast<double>(self.ru_maxrss) / 1024.0);
+    if (!psCPU.empty()) {
+        const Figures pc = summarise(psCPU), pw = summarise(psWall);
+        std::printf("ps -e -o pid,ppid,rss,time,args (%zu runs): CPU median %.3f ms, max %.3f ms; "
+                    "wall median %.3f ms\n",
+                    psCPU.size(), pc.median * 1e3, pc.max * 1e3, pw.median * 1e3);
+        std::printf("snapshot CPU / ps CPU: %.2f\n", c.median / std::max(1e-9, pc.median));
+    } else {
+        std::printf("ps: not available on this machine\n");
+    }
+    return 0;
+}

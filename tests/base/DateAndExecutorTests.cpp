@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "base/IsoDate.hpp"
+#include "base/SerialExecutor.hpp"
+
+namespace kestrow {
+namespace {
+
+TEST(IsoDate, FormatsAndParses) {
+    struct Case {
+        const char* text;
+        std::optional<const char*> canonical;  // none: refused
+    };
+    const Case cases[] = {
+        {"2026-11-23T09:15:02Z", "2026-11-23T09:15:02Z"},
+        {"2026-11-23T09:15:02.125Z", "2026-11-23T09:15:02.125Z"},
+        {"2026-11-23T09:15:02.000125Z", "2026-11-23T09:15:02.000125Z"},
+        {"2026-11-23T09:15:02.1234567Z", "2026-11-23T09:15:02.123456Z"},
+        {"2026-11-23T10:15:02+01:00", "2026-11-23T09:15:02Z"},
+        {"2026-11-23T00:15:02-01:30", "2026-11-23T01:45:02Z"},
+        {"2024-02-29T23:59:59Z", "2024-02-29T23:59:59Z"},
+        {"1969-12-31T23:59:59.5Z", "1969-12-31T23:59:59.500Z"},
+        {"2025-02-29T00:00:00Z", std::nullopt},
+        {"2026-13-01T00:00:00Z", std::nullopt},
+        {"2026-11-23T24:00:00Z", std::nullopt},
+        {"2026-11-23 09:15:02Z", std::nullopt},
+        {"2026-11-23T09:15:02", std::nullopt},
+        {"2026-11-23T09:15:02.Z", std::nullopt},
+        {"2026-11-23T09:15:02Zjunk", std::nullopt},
+        {"2026-11-23T09:15:02+0100", std::nullopt},
+    };
+    for (const Case& c : cases) {
+        const auto date = parseIsoDate(c.text);
+        ASSERT_EQ(date.has_value(), c.canonical.has_value()) << c.text;
+        if (date) {
+            EXPECT_EQ(formatIsoDate(*date), *c.canonical) << c.text;
+        }
+    }
+    const Date now = currentDate();
+    EXPECT_EQ(parseIsoDate(formatIsoDate(now)), now);
+}
+
+TEST(SerialExecutor, RunsOneCallAtATimeInOrder) {
+    SerialExecutor executor("test");
+    std::atomic<int> inside{0};
+    std::atomic<bool> overlapped{false};
+    std::vector<int> order;
+    std::vector<std::future<void>> done;
+    for (int i = 0; i < 200; ++i) {
+        done.push_back(executor.submit([&, i] {
+            if (inside.fetch_add(1) != 0) overlapped = true;
+            order.push_back(i);
+            std::this_thread::yield();
+            inside.fetch_sub(1);
+        }));
+    }
+    for (auto& f : done) f.get();
+    EXPECT_FALSE(overlapped);
+    ASSERT_EQ(order.size(), 200u);
+    for (int i = 0; i < 200; ++i) EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
+    EXPECT_EQ(executor.submit([] { return 41 + 1; }).get(), 42);
+    EXPECT_TRUE(executor.submit([&] { return executor.isCurrent(); }).get());
+    EXPECT_FALSE(executor.isCurrent());
+}
+
+TEST(SerialExecutor, FinishesQueuedWorkBeforeItIsDestroyed) {
+    std::atomic<int> ran{0};
+    {
+        SerialExecutor executor;
+        for (int i = 0; i < 50; ++i) executor.submit([&] { ++ran; });
+    }
+    EXPECT_EQ(ran.load(), 50);
+}
+
+}  // namespace
+}  // namespace kestrow

@@ -1,0 +1,90 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "core/monitoring/ProcText.hpp"
+
+namespace brimlet {
+namespace {
+
+std::string fixture(const std::string& name) {
+    std::ifstream in(std::string(KESTROW_FIXTURES) + "/" + name, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    EXPECT_TRUE(in.good() || in.eof()) << name;
+    return text.str();
+}
+
+TEST(ProcText, PidStatWithParenthesesAndBlanksInTheName) {
+    const auto stat = proctext::parsePidStat(fixture("stat_tricky_name.txt"));
+    ASSERT_TRUE(stat);
+    EXPECT_EQ(stat->comm, "my (weird) ) proc");
+    EXPECT_EQ(stat->ppid, 17);
+    EXPECT_EQ(stat->utime, 250u);
+    EXPECT_EQ(stat->stime, 75u);
+    EXPECT_EQ(stat->startTicks, 123456u);
+
+    const char* broken[] = {"", "12 (x", "12 x) S 1 2", "12 (x) S 1 2 3 4 5 6 7 8 9 10 11", "12 (x) S z 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1"};
+    for (const char* text : broken) EXPECT_FALSE(proctext::parsePidStat(text)) << text;
+}
+
+TEST(ProcText, StatusOfUserProcessAndKernelThread) {
+    const auto user = proctext::parsePidStatus(fixture("status_user.txt"));
+    EXPECT_EQ(user.uid, 501u);
+    EXPECT_EQ(user.rssAnon, 20480ULL * 1024);
+    EXPECT_EQ(user.vmSwap, 512ULL * 1024);
+    // Kernel threads have no memory lines at all: readable, with no private memory.
+    const auto kernel = proctext::parsePidStatus(fixture("status_kernel_thread.txt"));
+    EXPECT_EQ(kernel.uid, 0u);
+    EXPECT_EQ(kernel.rssAnon, 0u);
+    EXPECT_EQ(kernel.vmSwap, 0u);
+    EXPECT_FALSE(proctext::parsePidStatus("Name:\tx\n").uid);
+}
+
+TEST(ProcText, DiskstatsCountsWholeDisksOnly) {
+    const std::string text = fixture("diskstats.txt");
+    // What /sys/block would say: real disks have a device behind them; partitions are not
+    // there, loop/zram/dm nodes are virtual.
+    auto wholeDisk = [](std::string_view name) { return name == "vda" || name == "nvme0n1"; };
+    const auto sum = proctext::parseDiskstats(text, wholeDisk);
+    ASSERT_TRUE(sum);
+    EXPECT_EQ(sum->bytesRead, (1343202u + 2000u) * 512u);
+    EXPECT_EQ(sum->bytesWritten, (5630424u + 1000u) * 512u);
+    EXPECT_FALSE(proctext::parseDiskstats(text, [](std::string_view) { return false; }));
+    EXPECT_FALSE(proctext::parseDiskstats("   8 0 sda x y\n", [](std::string_view) { return true; }));
+}
+
+TEST(ProcText, MeminfoStatPressureAndZram) {
+    const auto info = proctext::parseMeminfo(fixture("meminfo.txt"));
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->memory.memTotal, 16384000ULL * 1024);
+    EXPECT_EQ(info->memory.memAvailable, 4096000ULL * 1024);
+    EXPECT_EQ(info->memory.zswap, 2048ULL * 1024);
+    EXPECT_EQ(info->memory.sUnreclaim, 50000ULL * 1024);
+    EXPECT_EQ(info->swapTotal - info->swapFree, (2097148ULL - 1048576ULL) * 1024);
+    EXPECT_FALSE(proctext::parseMeminfo("MemTotal: 5 kB\n"));  // no MemAvailable (kernels before 3.14)
+
+    const std::string stat = fixture("proc_stat.txt");
+    const auto ticks = proctext::parseCPULine(stat);
+    ASSERT_TRUE(ticks);
+    EXPECT_EQ(ticks->user, 3605u);
+    EXPECT_EQ(ticks->system, 2158u);
+    EXPECT_EQ(ticks->idle, 293990u);
+    EXPECT_EQ(ticks->softirq, 91u);
+    EXPECT_EQ(proctext::parseBootTime(stat), 1795414540u);
+    EXPECT_FALSE(proctext::parseCPULine("cpu0 1 2 3 4\n"));
+
+    const auto stall = proctext::parsePressure(fixture("pressure_memory.txt"));
+    ASSERT_TRUE(stall);
+    EXPECT_DOUBLE_EQ(stall->some, 12.5);
+    EXPECT_DOUBLE_EQ(stall->full, 1.25);
+    EXPECT_FALSE(proctext::parsePressure("garbage"));
+
+    EXPECT_EQ(proctext::parseZramMemUsed("  4096  1024  2048  0 0 0 0 0 0\n"), 2048u);
+    EXPECT_FALSE(proctext::parseZramMemUsed("1 2"));
+    EXPECT_EQ(proctext::startMicros(1'700'000'000, 250, 100), 1'700'000'002'500'000u);
+}
+
+}  // namespace
+}  // namespace brimlet
