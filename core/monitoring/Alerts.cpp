@@ -1,0 +1,100 @@
+#include "Alerts.hpp"
+
+#include "ByteFormat.hpp"
+#include "base/JsonCoding.hpp"
+
+namespace brimlet {
+
+const std::vector<AlertKind>& AlertKind::allCases() {
+    static const std::vector<AlertKind> cases{memoryPressure, lowDisk, heavyApp};
+    return cases;
+}
+
+std::optional<AlertKind> AlertKind::fromRawValue(std::string_view raw) {
+    for (AlertKind kind : allCases())
+        if (kind.rawValue() == raw) return kind;
+    return std::nullopt;
+}
+
+std::string_view AlertKind::rawValue() const {
+    switch (value) {
+    case memoryPressure: return "memoryPressure";
+    case lowDisk: return "lowDisk";
+    case heavyApp: return "heavyApp";
+    }
+    return "memoryPressure";
+}
+
+bool AlertSettings::isEnabled(AlertKind kind) const {
+    switch (kind.value) {
+    case AlertKind::memoryPressure: return memoryPressureEnabled;
+    case AlertKind::lowDisk: return lowDiskEnabled;
+    case AlertKind::heavyApp: return heavyAppEnabled;
+    }
+    return false;
+}
+
+JsonValue toJson(const AlertSettings& s) {
+    return kestrow::JsonObjectBuilder()
+        .set("memoryPressureEnabled", s.memoryPressureEnabled)
+        .set("lowDiskEnabled", s.lowDiskEnabled)
+        .set("heavyAppEnabled", s.heavyAppEnabled)
+        .set("lowDiskThreshold", s.lowDiskThreshold)
+        .set("heavyAppThreshold", s.heavyAppThreshold)
+        .build();
+}
+
+bool fromJson(const JsonValue& json, AlertSettings& s) {
+    return kestrow::JsonObjectReader(json)
+        .get("memoryPressureEnabled", s.memoryPressureEnabled)
+        .get("lowDiskEnabled", s.lowDiskEnabled)
+        .get("heavyAppEnabled", s.heavyAppEnabled)
+        .get("lowDiskThreshold", s.lowDiskThreshold)
+        .get("heavyAppThreshold", s.heavyAppThreshold)
+        .ok();
+}
+
+std::vector<Alert> AlertEvaluator::evaluate(const MonitorSnapshot& snapshot, const AlertSettings& settings,
+                                            Date now) {
+    std::vector<Alert> candidates;
+    // The critical run is tracked whatever the settings say, so enabling the alert during a long
+    // run fires at once instead of waiting another 30 seconds.
+    if (snapshot.system.pressure == MemoryPressure::critical) {
+        if (!criticalSince) criticalSince = now;
+        if (now - *criticalSince >= criticalDuration) {
+            std::string top = "unknown";
+            if (!snapshot.apps.empty())
+                top = snapshot.apps.front().name + ", " + ByteFormat::memory(snapshot.apps.front().footprint);
+            candidates.push_back({AlertKind::memoryPressure, "Memory pressure is critical",
+                                  "Your Mac is short on memory. Top app: " + top + "."});
+        }
+    } else {
+        criticalSince.reset();
+    }
+
+    if (snapshot.system.diskTotal != 0 && snapshot.system.diskFree < settings.lowDiskThreshold) {
+        candidates.push_back({AlertKind::lowDisk, "Disk space is low",
+                              ByteFormat::string(snapshot.system.diskFree) +
+                                  " free. Open Cleanup to reclaim space safely."});
+    }
+
+    for (const AppGroup& group : snapshot.apps) {
+        if (group.footprint > settings.heavyAppThreshold) {
+            candidates.push_back({AlertKind::heavyApp, group.name + " is using a lot of memory",
+                                  group.name + " is using " + ByteFormat::memory(group.footprint) + "."});
+            break;
+        }
+    }
+
+    std::vector<Alert> kept;
+    for (Alert& alert : candidates) {
+        if (!settings.isEnabled(alert.kind)) continue;
+        if (auto last = lastFired.find(alert.kind); last != lastFired.end() && now - last->second < cooldown)
+            continue;
+        lastFired[alert.kind] = now;
+        kept.push_back(std::move(alert));
+    }
+    return kept;
+}
+
+}  // namespace brimlet

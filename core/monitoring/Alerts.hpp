@@ -1,0 +1,66 @@
+// Background alerts that only inform: pressure that stays critical, a data volume running out of
+// space, one application holding a very large amount of memory. Each kind waits 30 minutes before
+// it repeats.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "MonitorTypes.hpp"
+
+namespace brimlet {
+
+struct AlertKind {
+    enum Value { memoryPressure, lowDisk, heavyApp };
+    Value value = memoryPressure;
+
+    constexpr AlertKind() = default;
+    constexpr AlertKind(Value v) : value(v) {}
+
+    static const std::vector<AlertKind>& allCases();
+    static std::optional<AlertKind> fromRawValue(std::string_view raw);
+    std::string_view rawValue() const;
+    friend constexpr bool operator==(AlertKind a, AlertKind b) { return a.value == b.value; }
+    friend constexpr bool operator<(AlertKind a, AlertKind b) { return a.value < b.value; }
+};
+
+struct AlertSettings {
+    bool memoryPressureEnabled = true;
+    bool lowDiskEnabled = true;
+    bool heavyAppEnabled = true;
+    // Decimal, as free disk space is shown; the memory threshold is binary, as memory is shown.
+    std::uint64_t lowDiskThreshold = 10'000'000'000ULL;
+    std::uint64_t heavyAppThreshold = 8'589'934'592ULL;
+
+    bool isEnabled(AlertKind kind) const;
+    bool operator==(const AlertSettings&) const = default;
+};
+
+JsonValue toJson(const AlertSettings& settings);
+// Every key is required; a missing or mistyped one refuses the whole value.
+bool fromJson(const JsonValue& json, AlertSettings& out);
+
+struct Alert {
+    AlertKind kind;
+    std::string title;
+    std::string body;
+    bool operator==(const Alert&) const = default;
+};
+
+struct AlertEvaluator {
+    static constexpr std::chrono::seconds criticalDuration{30};
+    static constexpr std::chrono::seconds cooldown{1800};
+
+    std::optional<Date> criticalSince;  // start of the current unbroken run of critical samples
+    std::map<AlertKind, Date> lastFired;
+
+    // The alerts to post now, at most one of each kind, in the order pressure, disk, application.
+    std::vector<Alert> evaluate(const MonitorSnapshot& snapshot, const AlertSettings& settings, Date now);
+};
+
+}  // namespace brimlet

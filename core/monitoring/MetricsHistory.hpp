@@ -1,0 +1,77 @@
+// The recent past for the live charts, and coarse health grades of one sample.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "MonitorTypes.hpp"
+
+namespace brimlet {
+
+struct HistoryPoint {
+    Date date{};
+    std::uint64_t memoryUsed = 0;
+    std::uint64_t memoryCompressed = 0;
+    std::optional<double> cpuLoad;
+    std::optional<double> diskReadPerSecond;
+    std::optional<double> diskWritePerSecond;
+    std::map<std::string, std::uint64_t> appFootprints;  // group id → footprint, top groups only
+
+    Date id() const { return date; }
+    bool operator==(const HistoryPoint&) const = default;
+};
+
+struct MetricsHistory {
+    static constexpr std::size_t defaultCapacity = 150;  // 5 minutes at one point every 2 seconds
+
+    std::size_t capacity = defaultCapacity;
+    std::vector<HistoryPoint> points;  // oldest first
+
+    explicit MetricsHistory(std::int64_t capacity = defaultCapacity);
+
+    void append(HistoryPoint point);
+    // The point of a snapshot, with the footprints of its first topApps groups; negative is fatal.
+    void append(const MonitorSnapshot& snapshot, std::int64_t topApps);
+    bool operator==(const MetricsHistory&) const = default;
+};
+
+struct Rating {
+    enum Value { great, good, fair, poor };
+    Value value = great;
+
+    constexpr Rating() = default;
+    constexpr Rating(Value v) : value(v) {}
+
+    static const std::vector<Rating>& allCases();
+    static std::optional<Rating> fromRawValue(std::string_view raw);
+    std::string_view rawValue() const;
+    friend constexpr bool operator==(Rating a, Rating b) { return a.value == b.value; }
+};
+
+struct HealthRating {
+    static constexpr std::uint64_t GiB = 1'073'741'824ULL;
+
+    Rating memory;
+    std::optional<Rating> cpu;  // absent while the CPU load is unknown
+    Rating disk;
+    Rating thermal;
+
+    HealthRating() = default;
+    explicit HealthRating(const SystemStats& stats);
+
+    // Swap counts only while pressure is normal; any warning or critical pressure decides alone.
+    static Rating memoryGrade(MemoryPressure pressure, std::uint64_t swapUsed);
+    static Rating cpuGrade(double load);
+    static Rating diskGrade(std::uint64_t freeBytes);
+    static Rating thermalGrade(ThermalLevel level);
+    bool operator==(const HealthRating&) const = default;
+};
+
+JsonValue toJson(Rating rating);
+bool fromJson(const JsonValue& json, Rating& out);
+
+}  // namespace brimlet

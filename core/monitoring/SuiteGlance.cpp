@@ -1,0 +1,48 @@
+#include "SuiteGlance.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace brimlet {
+
+std::optional<SuiteGlance::Level> SuiteGlance::Level::fromRawValue(std::string_view raw) {
+    if (raw == "ok") return Level(ok);
+    if (raw == "notice") return Level(notice);
+    if (raw == "alert") return Level(alert);
+    return std::nullopt;
+}
+
+std::string_view SuiteGlance::Level::rawValue() const {
+    switch (value) {
+    case ok: return "ok";
+    case notice: return "notice";
+    case alert: return "alert";
+    }
+    return "ok";
+}
+
+SuiteGlance::SuiteGlance(const SystemGlance& glance) {
+    // Only memory pressure raises the level: a busy CPU or a full disk is not an emergency.
+    switch (glance.pressure.value) {
+    case MemoryPressure::normal: level = Level::ok; break;
+    case MemoryPressure::warning: level = Level::notice; break;
+    case MemoryPressure::critical: level = Level::alert; break;
+    }
+    // std::round rounds halves away from zero.
+    if (glance.memoryTotal != 0) {
+        const double fraction =
+            std::min(static_cast<double>(glance.memoryUsed) / static_cast<double>(glance.memoryTotal), 1.0);
+        metrics.push_back({"mem", "Memory", std::round(fraction * 100), "%", level});
+    }
+    if (glance.cpuLoad) {
+        const double load = *glance.cpuLoad;
+        const double value = load <= 0 ? 0 : load > 100 ? 100 : std::round(load);
+        metrics.push_back({"cpu", "CPU", value, "%", Level::ok});
+    }
+    if (glance.diskFree != 0) {
+        const double gigabytes = std::round(static_cast<double>(glance.diskFree) / 1e9 * 10) / 10;
+        metrics.push_back({"disk", "Free disk", gigabytes, "GB", Level::ok});
+    }
+}
+
+}  // namespace brimlet
