@@ -1,0 +1,48 @@
+// File access for files other processes share with us: a protected read that refuses links,
+// special files and other users' files and never reads more than asked; an atomic replace; and a
+// canonical form for paths that may not exist yet.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace kestrow {
+
+struct SafeRead {
+    struct Refused {
+        std::string reason;
+        bool operator==(const Refused&) const = default;
+    };
+    struct Data {
+        std::string bytes;
+        bool operator==(const Data&) const = default;
+    };
+    struct Missing {
+        bool operator==(const Missing&) const = default;
+    };
+    std::variant<Refused, Data, Missing> value;
+    bool operator==(const SafeRead&) const = default;
+};
+
+// Opens without following a final link, non-blocking (a FIFO cannot stall us), close-on-exec; then
+// requires a regular file owned by our real user, and reads at most `limit` bytes.
+SafeRead safeRead(const std::string& path, std::size_t limit);
+
+// Writes to a temporary file beside the target, flushes it, then renames it over the target, so a
+// reader sees the old or the new bytes and never a mix. Returns an error text on failure.
+std::optional<std::string> writeAtomically(const std::string& path, std::string_view bytes, unsigned mode = 0600);
+
+// "/a/./b//c/../d/" → "/a/b/d": lexical only, no file system access.
+std::string standardizePath(std::string_view path);
+
+// The real path of the deepest existing ancestor, with the missing components appended ("." and
+// empty ones dropped, ".." removing one). None when the existing part cannot be resolved.
+std::optional<std::string> canonicalizePath(const std::string& path);
+
+// The home folder from the user database entry of the real user id, else $HOME.
+std::string realHomeFolder();
+
+}  // namespace kestrow

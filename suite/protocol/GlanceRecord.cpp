@@ -1,0 +1,280 @@
+#include "GlanceRecord.hpp"
+
+#include <cmath>
+#include <set>
+
+namespace kestrow::suite {
+
+// ---- Enumerations ----
+
+const std::vector<GlanceLevel>& GlanceLevel::allCases() {
+    static const std::vector<GlanceLevel> cases{ok, notice, alert};
+    return cases;
+}
+std::optional<GlanceLevel> GlanceLevel::fromRawValue(std::string_view raw) {
+    for (GlanceLevel l : allCases())
+        if (l.rawValue() == raw) return l;
+    return std::nullopt;
+}
+std::string_view GlanceLevel::rawValue() const {
+    static constexpr std::string_view names[] = {"ok", "notice", "alert"};
+    return names[value];
+}
+
+std::optional<GlanceState> GlanceState::fromRawValue(std::string_view raw) {
+    if (raw == "running") return GlanceState(running);
+    if (raw == "stopped") return GlanceState(stopped);
+    return std::nullopt;
+}
+std::string_view GlanceState::rawValue() const { return value == running ? "running" : "stopped"; }
+
+const std::vector<StateWord>& StateWord::allCases() {
+    static const std::vector<StateWord> cases{on, off, active, idle, paused, blocked, allowed, ok, warning, error, none};
+    return cases;
+}
+std::optional<StateWord> StateWord::fromRawValue(std::string_view raw) {
+    for (StateWord w : allCases())
+        if (w.rawValue() == raw) return w;
+    return std::nullopt;
+}
+std::string_view StateWord::rawValue() const {
+    static constexpr std::string_view names[] = {"on",      "off",     "active", "idle",  "paused", "blocked",
+                                                 "allowed", "ok",      "warning", "error", "none"};
+    return names[value];
+}
+
+bool GlanceRecord::isFresh(double now) const {
+    if (state == GlanceState::stopped) return false;
+    return at - futureTolerance <= now && now <= at + static_cast<double>(ttl);
+}
+
+const GlanceRecord* GlanceReadResult::record() const {
+    const Valid* v = std::get_if<Valid>(&value);
+    return v ? &v->record : nullptr;
+}
+const std::string* GlanceReadResult::reason() const {
+    const Invalid* i = std::get_if<Invalid>(&value);
+    return i ? &i->reason : nullptr;
+}
+
+// ---- Unicode ----
+
+std::optional<std::vector<char32_t>> unicodeScalars(std::string_view utf8) {
+    if (!isValidUtf8(utf8)) return std::nullopt;
+    std::vector<char32_t> scalars;
+    scalars.reserve(utf8.size());
+    for (std::size_t i = 0; i < utf8.size();) {
+        const auto c = static_cast<unsigned char>(utf8[i]);
+        const std::size_t length = c < 0x80 ? 1 : c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
+        char32_t cp = length == 1 ? c : length == 2 ? (c & 0x1F) : length == 3 ? (c & 0x0F) : (c & 0x07);
+        for (std::size_t k = 1; k < length; ++k) cp = (cp << 6) | (static_cast<unsigned char>(utf8[i + k]) & 0x3F);
+        scalars.push_back(cp);
+        i += length;
+    }
+    return scalars;
+}
+
+namespace {
+
+bool isControl(char32_t c) { return c <= 0x1F || (c >= 0x7F && c <= 0x9F); }  // general category Cc
+
+bool isBidiFormatting(char32_t c) {
+    return c == 0x061C || c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
+}
+
+// value × 100, rounded half away from zero.
+double hundredths(double value) { return std::round(value * 100); }
+
+}  // namespace
+
+namespace GlanceCodec {
+
+std::optional<std::string> textProblem(std::string_view field, std::string_view text, std::size_t lower,
+                                       std::size_t upper) {
+    const std::string name(field);
+    const auto scalars = unicodeScalars(text);
+    // Text that is not UTF-8 has no scalars to count; it fails the length rule.
+    if (!scalars || scalars->size() < lower || scalars->size() > upper)
+        return name + ": " + std::to_string(lower) + "-" + std::to_string(upper) + " scalars";
+    for (const char32_t c : *scalars) {
+        if (c == U'/' || c == U'\\') return name + ": no / or \\";
+        if (isControl(c)) return name + ": no control characters";
+        if (isBidiFormatting(c)) return name + ": no bidi formatting";
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> problem(const GlanceMetric& metric) {
+    const auto id = unicodeScalars(metric.id);
+    if (!id || id->empty() || id->size() > 24) return "metric id length";
+    for (const char32_t c : *id)
+        if (!((c >= U'a' && c <= U'z') || (c >= U'0' && c <= U'9') || c == U'-')) return "metric id charset";
+    if (auto p = textProblem("label", metric.label, 1, 16)) return p;
+    if (auto p = textProblem("unit", metric.unit, 0, 6)) return p;
+    if (const double* v = std::get_if<double>(&metric.value)) {
+        if (!std::isfinite(*v)) return "value: finite number";
+        const double scaled = *v * 100;
+        if (!(std::fabs(scaled - std::round(scaled)) < 0.000001)) return "value: at most 2 decimals";
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> problem(const GlanceRecord& record) {
+    if (record.contract < 1) return "contract: integer >= 1";
+    if (record.ttl < GlanceRecord::ttlMin || record.ttl > GlanceRecord::ttlMax) return "ttl: 3-60";
+    if (!std::isfinite(record.at)) return "at: required number";
+    if (record.metrics.size() > 4) return "metrics: 0-4";
+    std::set<std::string> seen;
+    for (const GlanceMetric& metric : record.metrics) {
+        if (auto p = problem(metric)) return p;
+        if (!seen.insert(metric.id).second) return "metric ids unique";
+    }
+    return std::nullopt;
+}
+
+GlanceEncodeResult encode(const GlanceRecord& record) {
+    if (auto p = problem(record)) return GlanceValidationError{*p};
+    JsonArray metrics;
+    for (const GlanceMetric& m : record.metrics) {
+        JsonObject object;
+        object["id"] = JsonValue(m.id);
+        object["label"] = JsonValue(m.label);
+        object["level"] = JsonValue(m.level.rawValue());
+        object["unit"] = JsonValue(m.unit);
+        if (const double* v = std::get_if<double>(&m.value)) object["value"] = JsonValue(hundredths(*v) / 100);
+        else object["value"] = JsonValue(std::get<StateWord>(m.value).rawValue());
+        metrics.push_back(JsonValue(std::move(object)));
+    }
+    JsonObject object;
+    object["app"] = JsonValue(record.app.rawValue());
+    object["at"] = JsonValue(record.at);
+    object["contract"] = JsonValue(record.contract);
+    object["hosting"] = JsonValue(record.hosting);
+    object["level"] = JsonValue(record.level.rawValue());
+    object["metrics"] = JsonValue(std::move(metrics));
+    object["state"] = JsonValue(record.state.rawValue());
+    object["ttl"] = JsonValue(record.ttl);
+    auto bytes = writeJson(JsonValue(std::move(object)), {.pretty = false, .escapeSlashes = false});
+    if (!bytes) return GlanceValidationError{"at: required number"};  // only a non-finite number fails
+    if (bytes->size() > maxBytes) return GlanceValidationError{"size: at most 2,048 bytes"};
+    return std::move(*bytes);
+}
+
+std::optional<std::int64_t> integer(const JsonValue& value) {
+    const JsonNumber* n = value.asNumber();
+    if (!n) return std::nullopt;
+    const double d = n->asDouble();
+    if (!std::isfinite(d) || d != std::trunc(d) || !(std::fabs(d) < 1e15)) return std::nullopt;
+    return static_cast<std::int64_t>(d);
+}
+
+std::optional<bool> boolean(const JsonValue& value) {
+    if (const bool* b = value.asBool()) return *b;
+    return std::nullopt;
+}
+
+std::optional<double> number(const JsonValue& value) {
+    const JsonNumber* n = value.asNumber();
+    if (!n) return std::nullopt;
+    const double d = n->asDouble();
+    if (!std::isfinite(d)) return std::nullopt;
+    return d;
+}
+
+namespace {
+
+const std::string* stringAt(const JsonValue& object, std::string_view key) {
+    const JsonValue* v = object.find(key);
+    return v ? v->asString() : nullptr;
+}
+
+std::variant<GlanceMetric, std::string> decodeMetric(const JsonValue& json) {
+    if (!json.asObject()) return std::string("metric: an object");
+    GlanceMetric metric;
+    const std::string* id = stringAt(json, "id");
+    if (!id) return std::string("metric id length");
+    const std::string* label = stringAt(json, "label");
+    if (!label) return std::string("label: 1-16 scalars");
+    const std::string* unit = stringAt(json, "unit");
+    if (!unit) return std::string("unit: 0-6 scalars");
+    const std::string* level = stringAt(json, "level");
+    const auto metricLevel = level ? GlanceLevel::fromRawValue(*level) : std::nullopt;
+    if (!metricLevel) return std::string("level");
+    const JsonValue* value = json.find("value");
+    if (const std::string* word = value ? value->asString() : nullptr) {
+        const auto stateWord = StateWord::fromRawValue(*word);
+        if (!stateWord) return std::string("value: closed state-word list");
+        metric.value = *stateWord;
+    } else {
+        const auto n = value ? number(*value) : std::nullopt;
+        if (!n) return std::string("value: finite number");
+        metric.value = *n;
+    }
+    metric.id = *id;
+    metric.label = *label;
+    metric.unit = *unit;
+    metric.level = *metricLevel;
+    return metric;
+}
+
+}  // namespace
+
+GlanceReadResult decode(std::string_view bytes, std::string_view fileName) {
+    using R = GlanceReadResult;
+    if (bytes.size() > maxBytes) return R::invalid("size: at most 2,048 bytes");
+    auto parsed = parseJson(bytes);
+    if (!std::holds_alternative<JsonValue>(parsed)) return R::invalid("JSON");
+    const JsonValue& json = std::get<JsonValue>(parsed);
+    if (!json.asObject()) return R::invalid("an object");
+
+    const JsonValue* contractValue = json.find("contract");
+    const auto contract = contractValue ? integer(*contractValue) : std::nullopt;
+    if (!contract || *contract < 1) return R::invalid("contract: integer >= 1");
+    if (*contract != 1) return R::skipped(*contract);
+
+    const std::string* appId = stringAt(json, "app");
+    const auto app = appId ? SuiteApp::fromRawValue(*appId) : std::nullopt;
+    if (!app) return R::invalid("app: catalog id");
+    if (app->glanceFileName() != fileName) return R::invalid("app equals file name");
+
+    const JsonValue* hostingValue = json.find("hosting");
+    const auto hosting = hostingValue ? boolean(*hostingValue) : std::nullopt;
+    if (!hosting) return R::invalid("hosting: boolean");
+
+    const std::string* stateText = stringAt(json, "state");
+    const auto state = stateText ? GlanceState::fromRawValue(*stateText) : std::nullopt;
+    if (!state) return R::invalid("state");
+
+    const JsonValue* atValue = json.find("at");
+    const auto at = atValue ? number(*atValue) : std::nullopt;
+    if (!at) return R::invalid("at: required number");
+
+    const JsonValue* ttlValue = json.find("ttl");
+    const auto ttlNumber = ttlValue ? number(*ttlValue) : std::nullopt;
+    if (!ttlNumber) return R::invalid("ttl: 3-60");
+    if (*ttlNumber != std::trunc(*ttlNumber)) return R::invalid("ttl: integer");
+    if (std::fabs(*ttlNumber) >= 9223372036854775808.0) return R::invalid("ttl: 3-60");
+
+    const std::string* levelText = stringAt(json, "level");
+    const auto level = levelText ? GlanceLevel::fromRawValue(*levelText) : std::nullopt;
+    if (!level) return R::invalid("level");
+
+    const JsonValue* metricsValue = json.find("metrics");
+    const JsonArray* metricsArray = metricsValue ? metricsValue->asArray() : nullptr;
+    if (!metricsArray || metricsArray->size() > 4) return R::invalid("metrics: 0-4");
+    std::vector<GlanceMetric> metrics;
+    for (const JsonValue& element : *metricsArray) {
+        auto metric = decodeMetric(element);
+        if (auto* reason = std::get_if<std::string>(&metric)) return R::invalid(std::move(*reason));
+        metrics.push_back(std::move(std::get<GlanceMetric>(metric)));
+    }
+
+    GlanceRecord record(*app, *hosting, *state, *at, static_cast<std::int64_t>(*ttlNumber), *level,
+                        std::move(metrics), 1);
+    if (auto p = problem(record)) return R::invalid(*p);
+    return R::valid(std::move(record));
+}
+
+}  // namespace GlanceCodec
+
+}  // namespace kestrow::suite

@@ -1,0 +1,145 @@
+// The glance record: the small JSON document each suite member writes about itself, and the codec
+// that writes and validates it. Its bytes and its refusal texts are the contract between separate
+// applications, so both are fixed.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "SuiteApp.hpp"
+#include "base/Json.hpp"
+
+namespace kestrow::suite {
+
+struct GlanceLevel {
+    enum Value { ok, notice, alert };
+    Value value = ok;
+    constexpr GlanceLevel() = default;
+    constexpr GlanceLevel(Value v) : value(v) {}
+    static const std::vector<GlanceLevel>& allCases();
+    static std::optional<GlanceLevel> fromRawValue(std::string_view raw);
+    std::string_view rawValue() const;
+    friend constexpr bool operator==(GlanceLevel a, GlanceLevel b) { return a.value == b.value; }
+    friend constexpr bool operator<(GlanceLevel a, GlanceLevel b) { return a.value < b.value; }
+};
+
+struct GlanceState {
+    enum Value { running, stopped };
+    Value value = running;
+    constexpr GlanceState() = default;
+    constexpr GlanceState(Value v) : value(v) {}
+    static std::optional<GlanceState> fromRawValue(std::string_view raw);
+    std::string_view rawValue() const;
+    friend constexpr bool operator==(GlanceState a, GlanceState b) { return a.value == b.value; }
+};
+
+// The closed list of words a metric may show instead of a number.
+struct StateWord {
+    enum Value { on, off, active, idle, paused, blocked, allowed, ok, warning, error, none };
+    Value value = on;
+    constexpr StateWord() = default;
+    constexpr StateWord(Value v) : value(v) {}
+    static const std::vector<StateWord>& allCases();
+    static std::optional<StateWord> fromRawValue(std::string_view raw);
+    std::string_view rawValue() const;
+    friend constexpr bool operator==(StateWord a, StateWord b) { return a.value == b.value; }
+};
+
+// A number or a state word.
+using MetricValue = std::variant<double, StateWord>;
+
+struct GlanceMetric {
+    std::string id;
+    std::string label;
+    MetricValue value = 0.0;
+    std::string unit;
+    GlanceLevel level;
+    bool operator==(const GlanceMetric&) const = default;
+};
+
+struct GlanceRecord {
+    static constexpr std::int64_t ttlMin = 3;  // ttlRange: 3...60, both ends included
+    static constexpr std::int64_t ttlMax = 60;
+    static constexpr double futureTolerance = 2.0;
+
+    std::int64_t contract = 1;
+    SuiteApp app;
+    bool hosting = false;
+    GlanceState state;
+    double at = 0;  // seconds since 1970
+    std::int64_t ttl = 10;
+    GlanceLevel level;
+    std::vector<GlanceMetric> metrics;
+
+    GlanceRecord() = default;
+    GlanceRecord(SuiteApp app, bool hosting, GlanceState state, double at, std::int64_t ttl, GlanceLevel level,
+                 std::vector<GlanceMetric> metrics, std::int64_t contract = 1)
+        : contract(contract), app(app), hosting(hosting), state(state), at(at), ttl(ttl), level(level),
+          metrics(std::move(metrics)) {}
+
+    // Not stopped, and dated no more than 2 s ahead of now nor more than ttl behind it.
+    bool isFresh(double now) const;
+    bool sameContent(const GlanceRecord& other) const { return *this == other; }
+    bool operator==(const GlanceRecord&) const = default;
+};
+
+struct GlanceReadResult {
+    struct Valid {
+        GlanceRecord record;
+        bool operator==(const Valid&) const = default;
+    };
+    struct Skipped {
+        std::int64_t contract = 0;
+        bool operator==(const Skipped&) const = default;
+    };
+    struct Invalid {
+        std::string reason;
+        bool operator==(const Invalid&) const = default;
+    };
+    std::variant<Valid, Skipped, Invalid> value;
+
+    static GlanceReadResult valid(GlanceRecord r) { return {Valid{std::move(r)}}; }
+    static GlanceReadResult skipped(std::int64_t contract) { return {Skipped{contract}}; }
+    static GlanceReadResult invalid(std::string reason) { return {Invalid{std::move(reason)}}; }
+    const GlanceRecord* record() const;
+    const std::string* reason() const;
+    bool operator==(const GlanceReadResult&) const = default;
+};
+
+struct GlanceValidationError {
+    std::string reason;
+    const std::string& description() const { return reason; }
+    bool operator==(const GlanceValidationError&) const = default;
+};
+
+// Encoding either gives the bytes or the reason the record cannot be written.
+using GlanceEncodeResult = std::variant<std::string, GlanceValidationError>;
+
+namespace GlanceCodec {
+
+inline constexpr std::size_t maxBytes = 2048;
+
+GlanceEncodeResult encode(const GlanceRecord& record);
+GlanceReadResult decode(std::string_view bytes, std::string_view fileName);
+
+std::optional<std::string> problem(const GlanceRecord& record);
+std::optional<std::string> problem(const GlanceMetric& metric);
+// The safe-text rule for a label (1...16) or a unit (0...6).
+std::optional<std::string> textProblem(std::string_view field, std::string_view text, std::size_t lower,
+                                       std::size_t upper);
+
+// Loose readers of JSON values.
+std::optional<std::int64_t> integer(const JsonValue& value);
+std::optional<bool> boolean(const JsonValue& value);
+std::optional<double> number(const JsonValue& value);
+
+}  // namespace GlanceCodec
+
+// Unicode scalars of well-formed UTF-8; none for ill-formed text.
+std::optional<std::vector<char32_t>> unicodeScalars(std::string_view utf8);
+
+}  // namespace kestrow::suite

@@ -1,0 +1,88 @@
+#include "SuiteFolder.hpp"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace kestrow::suite {
+
+SuiteFolder::SuiteFolder(std::string_view path) : url(standardizePath(path)) {}
+
+std::string SuiteFolder::realHome() { return realHomeFolder(); }
+
+SuiteFolder SuiteFolder::plain(const std::string& home) {
+    return SuiteFolder(home + "/Library/Application Support/Kestrow/Suite");
+}
+
+std::optional<SuiteFolder> SuiteFolder::group(const std::string& identifier) {
+    auto container = applicationGroupContainer(identifier);
+    if (!container) return std::nullopt;
+    return SuiteFolder(*container);
+}
+
+bool SuiteFolder::isSandboxed() { return std::getenv("APP_SANDBOX_CONTAINER_ID") != nullptr; }
+
+std::vector<SuiteFolder> SuiteFolder::reachable(const std::optional<std::string>& groupIdentifier) {
+    std::vector<SuiteFolder> folders;
+    if (!isSandboxed()) folders.push_back(plain(realHome()));
+    if (groupIdentifier) {
+        if (auto shared = group(*groupIdentifier)) folders.push_back(*shared);
+    }
+    return folders;
+}
+
+namespace {
+
+std::optional<std::string> makeFolders(const std::string& path) {
+    std::string partial;
+    std::size_t pos = 1;
+    while (pos <= path.size()) {
+        const std::size_t slash = path.find('/', pos);
+        const std::size_t end = slash == std::string::npos ? path.size() : slash;
+        partial = path.substr(0, end);
+        if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST)
+            return "cannot create " + partial + " (errno " + std::to_string(errno) + ")";
+        pos = end + 1;
+    }
+    struct stat st{};
+    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return "not a folder: " + path;
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> SuiteFolder::prepare() const {
+    if (auto error = makeFolders(url)) return error;
+    return makeFolders(glancesURL());
+}
+
+std::optional<std::string> GlanceStore::write(const GlanceRecord& record) const {
+    auto encoded = GlanceCodec::encode(record);
+    if (auto* error = std::get_if<GlanceValidationError>(&encoded)) return error->reason;
+    return writeAtomically(folder.glanceURL(record.app), std::get<std::string>(encoded));
+}
+
+std::optional<GlanceReadResult> GlanceStore::read(SuiteApp app) const {
+    SafeRead file = safeRead(folder.glanceURL(app), readLimit);
+    if (std::holds_alternative<SafeRead::Missing>(file.value)) return std::nullopt;
+    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value)) return GlanceReadResult::invalid(refused->reason);
+    return GlanceCodec::decode(std::get<SafeRead::Data>(file.value).bytes, app.glanceFileName());
+}
+
+std::map<SuiteApp, GlanceReadResult> GlanceStore::readAll() const {
+    std::map<SuiteApp, GlanceReadResult> results;
+    for (SuiteApp app : SuiteApp::allCases())
+        if (auto result = read(app)) results.emplace(app, std::move(*result));
+    return results;
+}
+
+bool PublishSchedule::isDue(const GlanceRecord& record, double now) const {
+    if (!lastWritten) return true;
+    GlanceRecord candidate = record;
+    candidate.at = lastWritten->at;
+    if (!(candidate == *lastWritten)) return true;
+    return now - lastWritten->at >= static_cast<double>(record.ttl) * 0.5;
+}
+
+}  // namespace kestrow::suite

@@ -1,0 +1,62 @@
+// Where the suite's members meet, how their records are written and read, and when to write again.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "GlanceRecord.hpp"
+#include "base/Files.hpp"
+
+namespace kestrow::suite {
+
+struct SuiteFolder {
+    std::string url;  // absolute, standardized path of the folder
+
+    explicit SuiteFolder(std::string_view path);
+
+    std::string glancesURL() const { return url + "/glances"; }
+    std::string glanceURL(SuiteApp app) const { return glancesURL() + "/" + app.glanceFileName(); }
+    std::string lockURL() const { return url + "/host.lock"; }
+    std::string settingsURL() const { return url + "/settings.json"; }
+
+    // The real home, even inside a sandbox whose environment points HOME into its container.
+    static std::string realHome();
+    static SuiteFolder plain(const std::string& home);
+    static std::optional<SuiteFolder> group(const std::string& identifier);
+    static bool isSandboxed();
+    static std::vector<SuiteFolder> reachable(const std::optional<std::string>& groupIdentifier);
+
+    // Creates the folder and "glances" with permissions 0700; an error text on failure.
+    std::optional<std::string> prepare() const;
+
+    bool operator==(const SuiteFolder&) const = default;
+    bool operator<(const SuiteFolder& other) const { return url < other.url; }
+};
+
+// The platform's shared container for an application group; none where there is no such thing.
+std::optional<std::string> applicationGroupContainer(const std::string& identifier);
+
+struct GlanceStore {
+    SuiteFolder folder;
+
+    static constexpr std::size_t readLimit = GlanceCodec::maxBytes + 1;  // enough to tell "too long"
+
+    // Encodes and replaces this application's record atomically; an error text on failure.
+    std::optional<std::string> write(const GlanceRecord& record) const;
+    std::map<SuiteApp, GlanceReadResult> readAll() const;
+    std::optional<GlanceReadResult> read(SuiteApp app) const;
+    static SafeRead safeRead(const std::string& path, std::size_t limit) { return kestrow::safeRead(path, limit); }
+};
+
+struct PublishSchedule {
+    std::optional<GlanceRecord> lastWritten;
+
+    // A changed readout is due at once; an unchanged one at half its lifetime.
+    bool isDue(const GlanceRecord& record, double now) const;
+    void didWrite(const GlanceRecord& record) { lastWritten = record; }
+    void forceNext() { lastWritten.reset(); }
+};
+
+}  // namespace kestrow::suite
