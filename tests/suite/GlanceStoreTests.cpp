@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <thread>
+
+#include "TempFolder.hpp"
+#include "core/intents/SuiteFolderArgument.hpp"
+#include "suite/protocol/SuiteFolder.hpp"
+
+namespace kestrow::suite {
+namespace {
+
+using kestrow::testing::TempFolder;
+
+GlanceRecord record(SuiteApp app, double at, double memory = 50) {
+    return GlanceRecord(app, false, GlanceState::running, at, 10, GlanceLevel::ok,
+                        {{"mem", "Memory", memory, "%", GlanceLevel::ok}});
+}
+
+void writeFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+
+TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
+    TempFolder temp;
+    const SuiteFolder folder(temp.path() + "/Suite/./");
+    ASSERT_EQ(folder.prepare(), std::nullopt);
+    struct stat st{};
+    ASSERT_EQ(::stat(folder.glancesURL().c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+
+    const GlanceStore store{folder};
+    ASSERT_EQ(store.write(record(SuiteApp::brimlet, 100)), std::nullopt);
+    ASSERT_EQ(store.write(record(SuiteApp::fennick, 100)), std::nullopt);
+    writeFile(folder.glanceURL(SuiteApp::garrow), "not json");
+    ::mkdir(folder.glanceURL(SuiteApp::jessap).c_str(), 0700);
+    ::symlink(folder.glanceURL(SuiteApp::brimlet).c_str(), folder.glanceURL(SuiteApp::corvane).c_str());
+    ::mkfifo(folder.glanceURL(SuiteApp::hollin).c_str(), 0600);
+
+    const auto all = store.readAll();
+    ASSERT_EQ(all.size(), 6u);  // dismel has no file
+    EXPECT_EQ(*all.at(SuiteApp::brimlet).record(), record(SuiteApp::brimlet, 100));
+    EXPECT_EQ(*all.at(SuiteApp::garrow).reason(), "JSON");
+    EXPECT_EQ(*all.at(SuiteApp::jessap).reason(), "not a regular file");
+    EXPECT_EQ(*all.at(SuiteApp::corvane).reason(), "unreadable (errno " + std::to_string(ELOOP) + ")");
+    EXPECT_EQ(*all.at(SuiteApp::hollin).reason(), "not a regular file");  // and it did not block
+    EXPECT_FALSE(store.read(SuiteApp::dismel));
+    EXPECT_EQ(store.write(GlanceRecord(SuiteApp::brimlet, false, GlanceState::running, 1, 99, GlanceLevel::ok, {})),
+              "ttl: 3-60");
+}
+
+TEST(GlanceStore, ProtectedReadLimitsAndOwner) {
+    TempFolder temp;
+    const std::string big = temp / "big.json";
+    writeFile(big, std::string(10 << 20, 'x'));
+    const SafeRead read = safeRead(big, GlanceStore::readLimit);
+    ASSERT_TRUE(std::holds_alternative<SafeRead::Data>(read.value));
+    EXPECT_EQ(std::get<SafeRead::Data>(read.value).bytes.size(), 2049u);
+    EXPECT_EQ(*GlanceCodec::decode(std::get<SafeRead::Data>(read.value).bytes, "brimlet.json").reason(),
+              "size: at most 2,048 bytes");
+
+    const std::string foreign = temp / "foreign.json";
+    writeFile(foreign, "{}");
+    if (::getuid() != 0) GTEST_SKIP() << "changing a file's owner needs root";
+    ASSERT_EQ(::chown(foreign.c_str(), 4242, 4242), 0);
+    EXPECT_EQ(safeRead(foreign, 100), (SafeRead{SafeRead::Refused{"not owned by this user"}}));
+}
+
+TEST(GlanceStore, ReadersNeverSeeATornRecord) {
+    TempFolder temp;
+    const SuiteFolder folder(temp.path());
+    ASSERT_EQ(folder.prepare(), std::nullopt);
+    const GlanceStore store{folder};
+    ASSERT_EQ(store.write(record(SuiteApp::brimlet, 0)), std::nullopt);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int i = 1; i <= 3000; ++i) store.write(record(SuiteApp::brimlet, i, i % 2 ? 12.5 : 99.99));
+        done = true;
+    });
+    int reads = 0, bad = 0;
+    while (!done || reads < 5000) {
+        auto result = store.read(SuiteApp::brimlet);
+        ++reads;
+        if (!result || !result->record()) ++bad;
+    }
+    writer.join();
+    EXPECT_EQ(bad, 0) << "of " << reads << " reads";
+}
+
+TEST(PublishSchedule, ChangedAtOnceUnchangedAtHalfLife) {
+    PublishSchedule schedule;
+    const GlanceRecord first = record(SuiteApp::brimlet, 1000);
+    EXPECT_TRUE(schedule.isDue(first, 1000));
+    schedule.didWrite(first);
+    EXPECT_FALSE(schedule.isDue(record(SuiteApp::brimlet, 1004.9), 1004.9));
+    EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 1005), 1005));
+    EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 1001, 51), 1001));  // a metric changed
+    schedule.forceNext();
+    EXPECT_TRUE(schedule.isDue(first, 1000));
+}
+
+TEST(SuiteFolderArgument, ResolvesOnlyTemporaryTestFolders) {
+    using brimlet::SuiteFolderArgument;
+    using Kind = SuiteFolderArgument::Problem::Kind;
+    TempFolder temp;
+    ::mkdir((temp / "Suite").c_str(), 0700);
+    ::symlink("/etc", (temp / "escape").c_str());
+    const std::string real = temp / "Home/Library/Application Support/Kestrow/Suite";
+    struct Case {
+        std::vector<std::string> args;
+        std::variant<std::optional<std::string>, Kind> expected;
+    };
+    const Case cases[] = {
+        {{"/app"}, std::optional<std::string>()},
+        {{"--suite-folder", "/x"}, std::optional<std::string>()},  // the program path is never the switch
+        {{"/app", "--suite-folder"}, Kind::missingValue},
+        {{"/app", "--suite-folder", ""}, Kind::missingValue},
+        {{"/app", "--suite-folder", "rel/dir"}, Kind::notAbsolute},
+        {{"/app", "--suite-folder", temp.path()}, Kind::outsideTemporaryFolder},
+        {{"/app", "--suite-folder", "/var/other"}, Kind::outsideTemporaryFolder},
+        {{"/app", "--suite-folder", temp / "escape/x"}, Kind::outsideTemporaryFolder},
+        {{"/app", "--suite-folder", temp / "Suite/../../outside"}, Kind::outsideTemporaryFolder},
+        {{"/app", "--suite-folder", temp / "Suite"}, std::optional<std::string>(temp / "Suite")},
+        {{"/app", "--suite-folder", temp / "new/./deeper/"}, std::optional<std::string>(temp / "new/deeper")},
+        {{"/app", "--suite-folder", temp / "home/library/application support/kestrow/SUITE/x"}, Kind::realSuiteFolder},
+    };
+    for (const Case& c : cases) {
+        const auto result = SuiteFolderArgument::resolve(c.args, {"/", temp.path()}, real);
+        const std::string what = c.args.size() > 2 ? c.args[2] : "(none)";
+        if (auto* kind = std::get_if<Kind>(&c.expected)) {
+            ASSERT_TRUE(std::holds_alternative<SuiteFolderArgument::Problem>(result)) << what;
+            EXPECT_EQ(std::get<SuiteFolderArgument::Problem>(result).kind, *kind) << what;
+        } else {
+            ASSERT_TRUE(std::holds_alternative<std::optional<std::string>>(result)) << what;
+            EXPECT_EQ(std::get<std::optional<std::string>>(result), std::get<std::optional<std::string>>(c.expected));
+        }
+    }
+    EXPECT_EQ((SuiteFolderArgument::Problem{Kind::notAbsolute, "a/b"}).description(),
+              "--suite-folder needs an absolute path: a/b");
+    EXPECT_EQ((SuiteFolderArgument::Problem{Kind::missingValue, ""}).description(), "--suite-folder needs a path");
+}
+
+}  // namespace
+}  // namespace kestrow::suite

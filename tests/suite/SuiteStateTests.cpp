@@ -1,0 +1,160 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "TempFolder.hpp"
+#include "suite/protocol/SuiteState.hpp"
+
+namespace kestrow::suite {
+namespace {
+
+TEST(SuiteSettings, DecodeKeepsUnknownKeysAndDropsBadValues) {
+    const std::string text =
+        R"({"menuBarValues":[{"app":"brimlet","metric":"mem"},{"app":"nope","metric":"x"},7,)"
+        R"({"app":"fennick","metric":"cpu"},{"app":"garrow","metric":"a"},{"app":"jessap","metric":"b"}],)"
+        R"("floatingVisible":true,"floatingExpanded":"yes","floatingTopLeft":[1,2,3],"statusItemPosition":12,)"
+        R"("future":{"nested":[1,2.5,"x",null]}})";
+    const SuiteSettings s = SuiteSettings::decode(text);
+    ASSERT_TRUE(s.menuBarValues);
+    EXPECT_EQ(*s.menuBarValues, (std::vector<MetricRef>{{SuiteApp::brimlet, "mem"}, {SuiteApp::fennick, "cpu"}}));
+    EXPECT_TRUE(s.floatingVisible);
+    EXPECT_FALSE(s.floatingExpanded);
+    EXPECT_FALSE(s.floatingTopLeft);
+    EXPECT_EQ(s.statusItemPosition, 12.0);
+    EXPECT_EQ(s.unknown.size(), 3u);  // floatingExpanded, floatingTopLeft, future
+    EXPECT_EQ(*writeJson(s.unknown.at("future")), R"({"nested":[1,2.5,"x",null]})");
+
+    // A write always states both floating flags, so only a well-typed flag survives; the rest does.
+    const SuiteSettings back = SuiteSettings::decode(s.encode());
+    EXPECT_EQ(back.menuBarValues, s.menuBarValues);
+    EXPECT_EQ(back.statusItemPosition, s.statusItemPosition);
+    EXPECT_EQ(back.unknown.at("future"), s.unknown.at("future"));
+    EXPECT_EQ(back.unknown.at("floatingTopLeft"), s.unknown.at("floatingTopLeft"));
+    EXPECT_EQ(SuiteSettings::decode(back.encode()), back);
+    EXPECT_NE(s.encode().find(R"("future":{"nested":[1,2.5,"x",null]})"), std::string::npos);
+
+    for (const char* corrupt : {"", "[]", "{", "null", "\xFF"}) EXPECT_EQ(SuiteSettings::decode(corrupt), SuiteSettings{});
+    const SuiteSettings empty = SuiteSettings::decode(R"({"menuBarValues":[],"floatingTopLeft":[-4.5,8]})");
+    EXPECT_EQ(empty.menuBarValues, std::vector<MetricRef>{});
+    EXPECT_EQ(empty.floatingTopLeft, std::make_pair(-4.5, 8.0));
+    EXPECT_EQ(SuiteSettings{}.encode(), R"({"floatingExpanded":false,"floatingVisible":false})");
+}
+
+TEST(SuiteSettings, ReadAndWriteThroughTheFolder) {
+    kestrow::testing::TempFolder temp;
+    const SuiteFolder folder(temp.path());
+    EXPECT_EQ(SuiteSettings::read(folder), SuiteSettings{});  // missing
+    SuiteSettings s;
+    s.floatingVisible = true;
+    s.unknown["keep"] = JSONValue(std::int64_t{3});
+    ASSERT_EQ(s.write(folder), std::nullopt);
+    EXPECT_EQ(SuiteSettings::read(folder), s);
+    std::ofstream(folder.settingsURL()) << "{corrupt";
+    EXPECT_EQ(SuiteSettings::read(folder), SuiteSettings{});
+}
+
+GlanceRecord running(SuiteApp app, double at, bool hosting = false, GlanceLevel level = GlanceLevel::ok,
+                     std::vector<GlanceMetric> metrics = {}) {
+    return GlanceRecord(app, hosting, GlanceState::running, at, 10, level, std::move(metrics));
+}
+
+using Records = std::map<SuiteApp, GlanceRecord>;
+
+TEST(SuiteStateMachine, ActivationOffDelayWakeAndHost) {
+    SuiteStateMachine m;
+    // Non-participants never count toward the two.
+    m.update({{SuiteApp::brimlet, running(SuiteApp::brimlet, 0)}, {SuiteApp::dismel, running(SuiteApp::dismel, 0)},
+              {SuiteApp::hollin, running(SuiteApp::hollin, 0)}},
+             0);
+    EXPECT_FALSE(m.isActive);
+    EXPECT_EQ(m.rows().size(), 1u);
+
+    Records two = {{SuiteApp::brimlet, running(SuiteApp::brimlet, 100)},
+                   {SuiteApp::corvane, running(SuiteApp::corvane, 100)}};
+    m.update(two, 100);
+    EXPECT_TRUE(m.isActive);
+    EXPECT_FALSE(m.hostMissing());
+    EXPECT_FALSE(m.showsOwnIcon(false));
+    EXPECT_TRUE(m.showsOwnIcon(true));
+    m.update(two, 105);
+    EXPECT_FALSE(m.hostMissing());  // exactly 5 s
+    m.update(two, 105.1);
+    EXPECT_TRUE(m.hostMissing());
+    EXPECT_TRUE(m.showsOwnIcon(false));
+    two[SuiteApp::brimlet] = running(SuiteApp::brimlet, 106, true);
+    m.update(two, 106);
+    EXPECT_FALSE(m.hostMissing());
+
+    // corvane's record goes stale after 110; brimlet keeps publishing.
+    Records one = {{SuiteApp::brimlet, running(SuiteApp::brimlet, 0, true)},
+                   {SuiteApp::corvane, running(SuiteApp::corvane, 100)}};
+    auto step = [&](double now) {
+        one[SuiteApp::brimlet].at = now;
+        m.update(one, now);
+        return m.isActive;
+    };
+    EXPECT_TRUE(step(111));  // fewer than two since 111
+    EXPECT_TRUE(step(120.9));
+    m.didWake(120.95);  // a wake restarts the grace
+    EXPECT_TRUE(step(125));
+    EXPECT_TRUE(step(130.9));
+    EXPECT_TRUE(step(131));  // wake grace over: the wait starts now
+    EXPECT_TRUE(step(140.9));
+    EXPECT_FALSE(step(141));
+    EXPECT_FALSE(m.activeSince);
+    EXPECT_FALSE(m.hostSeenAt);
+    EXPECT_FALSE(m.hostMissing());
+    EXPECT_TRUE(m.showsOwnIcon(false));
+}
+
+TEST(SuiteStateMachine, RowsLevelsAndMenuBarValues) {
+    SuiteStateMachine m;
+    const GlanceMetric mem{"mem", "Memory", 40.0, "%", GlanceLevel::ok};
+    const GlanceMetric cpu{"cpu", "CPU", 7.0, "%", GlanceLevel::ok};
+    const GlanceMetric fw{"fw", "Firewall", StateWord::on, "", GlanceLevel::notice};
+    m.update({{SuiteApp::fennick, running(SuiteApp::fennick, 0, false, GlanceLevel::notice, {fw})},
+              {SuiteApp::brimlet, running(SuiteApp::brimlet, 0, true, GlanceLevel::ok, {mem, cpu})},
+              {SuiteApp::garrow, running(SuiteApp::garrow, 0, false, GlanceLevel::alert)}},
+             0);
+    ASSERT_EQ(m.rows().size(), 3u);
+    EXPECT_EQ(m.rows()[0].app(), SuiteApp(SuiteApp::brimlet));  // catalogue order
+    EXPECT_EQ(m.worstLevel(), GlanceLevel(GlanceLevel::alert));
+
+    EXPECT_EQ(m.menuBarValues(std::nullopt).size(), 1u);
+    EXPECT_EQ(m.menuBarValues(std::vector<MetricRef>{}).at(0).second, mem);
+    const auto chosen = m.menuBarValues(std::vector<MetricRef>{
+        {SuiteApp::fennick, "fw"}, {SuiteApp::brimlet, "gone"}, {SuiteApp::brimlet, "cpu"}});
+    ASSERT_EQ(chosen.size(), 1u);  // the missing one is skipped and not replaced; only two are looked at
+    EXPECT_EQ(chosen[0].second, fw);
+
+    // brimlet stops; garrow falls silent.
+    GlanceRecord stopped = running(SuiteApp::brimlet, 1);
+    stopped.state = GlanceState::stopped;
+    const Records later = {{SuiteApp::brimlet, stopped},
+                           {SuiteApp::fennick, running(SuiteApp::fennick, 59, false, GlanceLevel::notice, {fw})}};
+    m.update(later, 59);
+    ASSERT_EQ(m.rows().size(), 3u);
+    EXPECT_FALSE(m.rows()[0].isRunning());  // stopped shows as not running at once
+    EXPECT_EQ(m.worstLevel(), GlanceLevel(GlanceLevel::notice));
+    m.update(later, 60);
+    EXPECT_EQ(m.rows().size(), 3u);  // garrow was last fresh at 0: 60 s ago still shown
+    m.update(later, 61);  // brimlet and garrow were last fresh 61 s ago: gone from the list
+    ASSERT_EQ(m.rows().size(), 1u);
+    EXPECT_EQ(m.rows()[0].app(), SuiteApp(SuiteApp::fennick));
+}
+
+TEST(SuiteApp, Catalogue) {
+    std::string hosts, participants;
+    for (SuiteApp app : SuiteApp::allCases()) {
+        if (app.canHost()) hosts += app.shortName() + " ";
+        if (app.participates()) participants += std::string(app.rawValue()) + " ";
+    }
+    EXPECT_EQ(hosts, "Brimlet Fennick Garrow Jessap ");
+    EXPECT_EQ(participants, "brimlet corvane fennick garrow jessap ");
+    EXPECT_EQ(SuiteApp(SuiteApp::hollin).displayName(), "Kestrow Hollin");
+    EXPECT_EQ(SuiteApp(SuiteApp::corvane).glanceFileName(), "corvane.json");
+    EXPECT_TRUE(SuiteApp(SuiteApp::brimlet) < SuiteApp(SuiteApp::corvane));
+}
+
+}  // namespace
+}  // namespace kestrow::suite
