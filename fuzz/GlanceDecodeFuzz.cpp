@@ -1,0 +1,26 @@
+// Feeds arbitrary bytes to the glance decoder: it must never crash, and whatever it accepts must
+// encode again and decode to the same record.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "suite/protocol/GlanceRecord.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace kestrow::suite;
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    const GlanceReadResult result = GlanceCodec::decode(bytes, "brimlet.json");
+    if (const GlanceRecord* record = result.record()) {
+        const auto encoded = GlanceCodec::encode(*record);
+        if (!std::holds_alternative<std::string>(encoded)) {
+            // Only the size rule may refuse what was read: rounding never lengthens a valid value much,
+            // but a shortest-form number can print longer than its source.
+            if (std::get<GlanceValidationError>(encoded).reason != "size: at most 2,048 bytes") std::abort();
+            return 0;
+        }
+        const GlanceReadResult again = GlanceCodec::decode(std::get<std::string>(encoded), "brimlet.json");
+        if (!again.record() || !(*again.record() == *record)) std::abort();
+    }
+    return 0;
+}
