@@ -1,0 +1,147 @@
+#include "CleanupItem.hpp"
+
+#include <sys/stat.h>
+
+#include "base/JsonCoding.hpp"
+
+namespace brimlet {
+
+std::optional<CleanupKind> CleanupKind::fromRawValue(std::string_view raw) {
+    if (raw == "regenerable") return CleanupKind(regenerable);
+    if (raw == "personal") return CleanupKind(personal);
+    return std::nullopt;
+}
+std::string_view CleanupKind::rawValue() const { return value == regenerable ? "regenerable" : "personal"; }
+
+std::optional<CleanupAction> CleanupAction::fromRawValue(std::string_view raw) {
+    if (raw == "deletePath") return CleanupAction(deletePath);
+    if (raw == "deleteUnavailableSimulators") return CleanupAction(deleteUnavailableSimulators);
+    return std::nullopt;
+}
+std::string_view CleanupAction::rawValue() const {
+    return value == deletePath ? "deletePath" : "deleteUnavailableSimulators";
+}
+
+const std::vector<DeleteMode>& DeleteMode::allCases() {
+    static const std::vector<DeleteMode> cases{trash, permanent};
+    return cases;
+}
+std::optional<DeleteMode> DeleteMode::fromRawValue(std::string_view raw) {
+    if (raw == "trash") return DeleteMode(trash);
+    if (raw == "permanent") return DeleteMode(permanent);
+    return std::nullopt;
+}
+std::string_view DeleteMode::rawValue() const { return value == trash ? "trash" : "permanent"; }
+std::string_view DeleteMode::title() const { return value == trash ? "Move to Trash" : "Delete permanently"; }
+
+JsonValue toJson(CleanupKind kind) { return JsonValue(kind.rawValue()); }
+JsonValue toJson(CleanupAction action) { return JsonValue(action.rawValue()); }
+JsonValue toJson(DeleteMode mode) { return JsonValue(mode.rawValue()); }
+bool fromJson(const JsonValue& json, DeleteMode& out) {
+    const std::string* raw = json.asString();
+    auto mode = raw ? DeleteMode::fromRawValue(*raw) : std::nullopt;
+    return mode ? (out = *mode, true) : false;
+}
+
+JsonValue toJson(const CleanupItem& item) {
+    return kestrow::JsonObjectBuilder()
+        .set("id", item.id)
+        .set("title", item.title)
+        .set("detail", item.detail)
+        .set("url", item.url)
+        .set("kind", item.kind)
+        .set("action", item.action)
+        .set("size", item.size)
+        .set("blockedReason", item.blockedReason)
+        .set("note", item.note)
+        .set("isActive", item.isActive)
+        .set("requiresExisting", item.requiresExisting)
+        .build();
+}
+
+const std::vector<CleanupCatalog::Entry>& CleanupCatalog::macEntries() {
+    static const std::vector<Entry> table = {
+        {"npm-cache", "npm cache", "Package tarballs npm re-downloads on demand.", ".npm/_cacache"},
+        {"npm-npx", "npx cache", "Packages fetched by npx.", ".npm/_npx"},
+        {"bun-cache", "Bun cache", "Bun's global install cache.", ".bun/install/cache"},
+        {"yarn-cache", "Yarn cache", "Yarn's offline package cache.", "Library/Caches/Yarn"},
+        {"uv-cache", "uv cache", "Python packages cached by uv.", ".cache/uv"},
+        {"pip-cache", "pip cache", "Python wheels cached by pip.", "Library/Caches/pip"},
+        {"xcode-derived-data", "Xcode DerivedData", "Build products and indexes; Xcode rebuilds them.",
+         "Library/Developer/Xcode/DerivedData"},
+        {"swiftpm-cache", "SwiftPM cache", "Swift package checkouts cached by SwiftPM.",
+         "Library/Caches/org.swift.swiftpm"},
+    };
+    return table;
+}
+
+// On Linux the tools follow the XDG cache folder; Xcode does not exist there.
+const std::vector<CleanupCatalog::Entry>& CleanupCatalog::linuxEntries() {
+    static const std::vector<Entry> table = [] {
+        std::vector<Entry> linux;
+        for (Entry entry : macEntries()) {
+            if (entry.id == "xcode-derived-data") continue;
+            if (entry.id == "yarn-cache") entry.relativePath = ".cache/yarn";
+            if (entry.id == "pip-cache") entry.relativePath = ".cache/pip";
+            if (entry.id == "swiftpm-cache") entry.relativePath = ".cache/org.swift.swiftpm";
+            linux.push_back(std::move(entry));
+        }
+        return linux;
+    }();
+    return table;
+}
+
+const std::vector<std::string>& CleanupCatalog::keptRelativePaths() {
+    // Browser-automation downloads: regenerable, but losing them costs a long download.
+    static const std::vector<std::string> kept = {"Library/Caches/ms-playwright", ".cache/ms-playwright",
+                                                  ".cache/puppeteer"};
+    return kept;
+}
+
+namespace {
+bool exists(const std::string& path) {
+    struct stat st{};
+    return ::stat(path.c_str(), &st) == 0;
+}
+}  // namespace
+
+std::vector<CleanupItem> CleanupCatalog::regenerableItems(
+    const std::function<std::optional<std::string>()>& developerDirectory) const {
+    std::vector<CleanupItem> items;
+    for (const Entry& entry : entries()) {
+        const std::string url = home + "/" + entry.relativePath;
+        if (!exists(url)) continue;
+        CleanupItem item;
+        item.id = entry.id;
+        item.title = entry.title;
+        item.detail = entry.detail;
+        item.url = url;
+        items.push_back(std::move(item));
+    }
+    const std::string devices = home + "/" + simulatorDevicesRelativePath;
+    if (exists(devices)) {
+        if (auto developer = developerDirectory(); developer && exists(*developer + "/Platforms/iPhoneSimulator.platform")) {
+            CleanupItem item;
+            item.id = "simulators-unavailable";
+            item.title = "Unavailable simulators";
+            item.detail = "Simulators whose iOS runtime is no longer installed.";
+            item.url = devices;
+            item.action = CleanupAction::deleteUnavailableSimulators;
+            item.note = "Size is known after the run";
+            items.push_back(std::move(item));
+        }
+    }
+    return items;
+}
+
+std::vector<CleanupItem> CleanupCatalog::regenerableItems() const {
+    return regenerableItems(currentDeveloperDirectory);
+}
+
+std::vector<std::string> CleanupCatalog::keptURLs() const {
+    std::vector<std::string> urls;
+    for (const std::string& relative : keptRelativePaths()) urls.push_back(home + "/" + relative);
+    return urls;
+}
+
+}  // namespace brimlet

@@ -1,0 +1,105 @@
+// The unit of cleanup, and the fixed catalog of developer caches that rebuild themselves.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/Json.hpp"
+
+namespace brimlet {
+
+using kestrow::JsonValue;
+
+struct CleanupKind {
+    enum Value { regenerable, personal };
+    Value value = regenerable;
+    constexpr CleanupKind() = default;
+    constexpr CleanupKind(Value v) : value(v) {}
+    static std::optional<CleanupKind> fromRawValue(std::string_view raw);
+    std::string_view rawValue() const;
+    friend constexpr bool operator==(CleanupKind a, CleanupKind b) { return a.value == b.value; }
+};
+
+struct CleanupAction {
+    enum Value { deletePath, deleteUnavailableSimulators };
+    Value value = deletePath;
+    constexpr CleanupAction() = default;
+    constexpr CleanupAction(Value v) : value(v) {}
+    static std::optional<CleanupAction> fromRawValue(std::string_view raw);
+    std::string_view rawValue() const;
+    friend constexpr bool operator==(CleanupAction a, CleanupAction b) { return a.value == b.value; }
+};
+
+struct DeleteMode {
+    enum Value { trash, permanent };
+    Value value = trash;
+    constexpr DeleteMode() = default;
+    constexpr DeleteMode(Value v) : value(v) {}
+    static const std::vector<DeleteMode>& allCases();
+    static std::optional<DeleteMode> fromRawValue(std::string_view raw);
+    std::string_view rawValue() const;
+    std::string_view title() const;
+    friend constexpr bool operator==(DeleteMode a, DeleteMode b) { return a.value == b.value; }
+};
+
+struct CleanupItem {
+    std::string id;
+    std::string title;
+    std::string detail;
+    std::string url;  // absolute path of the folder or file concerned
+    CleanupKind kind;
+    CleanupAction action;
+    std::optional<std::uint64_t> size;
+    std::optional<std::string> blockedReason;
+    std::optional<std::string> note;
+    std::optional<bool> isActive;
+    std::optional<std::string> requiresExisting;
+
+    // Presence, not content, of a blocked reason decides.
+    bool isSelectable() const { return !blockedReason.has_value(); }
+    bool operator==(const CleanupItem&) const = default;
+};
+
+JsonValue toJson(CleanupKind kind);
+JsonValue toJson(CleanupAction action);
+JsonValue toJson(DeleteMode mode);
+bool fromJson(const JsonValue& json, DeleteMode& out);
+JsonValue toJson(const CleanupItem& item);
+
+struct CleanupCatalog {
+    struct Entry {
+        std::string id;
+        std::string title;
+        std::string detail;
+        std::string relativePath;
+    };
+
+    static constexpr const char* simulatorDevicesRelativePath = "Library/Developer/CoreSimulator/Devices";
+
+    std::string home;
+
+    explicit CleanupCatalog(std::string home) : home(std::move(home)) {}
+
+    // The caches of this platform, in the order items are offered.
+    static const std::vector<Entry>& entries();
+    // The macOS table, and the Linux one: the same tools, where Linux keeps their caches.
+    static const std::vector<Entry>& macEntries();
+    static const std::vector<Entry>& linuxEntries();
+    static const std::vector<std::string>& keptRelativePaths();
+
+    // Items for the entries that exist now, then the simulator item when the devices folder, the
+    // developer directory and its simulator platform all exist.
+    std::vector<CleanupItem> regenerableItems(
+        const std::function<std::optional<std::string>()>& developerDirectory) const;
+    std::vector<CleanupItem> regenerableItems() const;
+    std::vector<std::string> keptURLs() const;
+};
+
+// The active developer directory (xcode-select); none where there is none.
+std::optional<std::string> currentDeveloperDirectory();
+
+}  // namespace brimlet

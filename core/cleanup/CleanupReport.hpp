@@ -1,0 +1,59 @@
+// The record of one cleanup run, and its Markdown and JSON forms.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CleanupItem.hpp"
+#include "base/IsoDate.hpp"
+
+namespace brimlet {
+
+struct CleanupReport {
+    static constexpr const char* trashNote = "Space is freed when you empty the Trash.";
+
+    struct Deleted {
+        std::string title;
+        std::string path;
+        std::uint64_t bytes = 0;
+        DeleteMode mode;
+        bool downgraded = false;  // asked for permanent, went to the Trash: personal data never goes for good
+        bool operator==(const Deleted&) const = default;
+    };
+    struct Skipped {
+        std::string title;
+        std::string path;
+        std::string reason;
+        bool operator==(const Skipped&) const = default;
+    };
+
+    kestrow::Date startedAt{};
+    kestrow::Date finishedAt{};
+    DeleteMode requestedMode;
+    std::uint64_t freeBefore = 0;
+    std::uint64_t freeAfter = 0;
+    std::vector<Deleted> deleted;
+    std::vector<Skipped> skipped;
+    bool cancelled = false;
+    std::optional<std::string> refusal;  // the whole run was refused up front; nothing was touched
+
+    std::uint64_t bytesDeleted() const;
+    std::uint64_t bytesInTrash() const;
+    std::int64_t freedNow() const;
+
+    std::string markdown() const;
+    // Pretty JSON with sorted keys; none only if a value cannot be encoded.
+    std::optional<std::string> json() const;
+    bool operator==(const CleanupReport&) const = default;
+};
+
+JsonValue toJson(const CleanupReport::Deleted& value);
+JsonValue toJson(const CleanupReport::Skipped& value);
+JsonValue toJson(const CleanupReport& value);
+bool fromJson(const JsonValue& json, CleanupReport::Deleted& out);
+bool fromJson(const JsonValue& json, CleanupReport::Skipped& out);
+bool fromJson(const JsonValue& json, CleanupReport& out);
+
+}  // namespace brimlet
