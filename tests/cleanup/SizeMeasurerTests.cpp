@@ -1,0 +1,138 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+
+#include "core/cleanup/SizeMeasurer.hpp"
+#include "tests/suite/TempFolder.hpp"
+
+namespace brimlet {
+namespace {
+
+namespace fs = std::filesystem;
+using kestrow::testing::TempFolder;
+
+std::uint64_t blocksOf(const std::string& path) {
+    struct stat st{};
+    ::lstat(path.c_str(), &st);
+    return static_cast<std::uint64_t>(st.st_blocks) * 512;
+}
+
+void writeBytes(const std::string& path, std::size_t size) { std::ofstream(path) << std::string(size, 'k'); }
+
+const CancelTest never = [] { return false; };
+
+TEST(SizeMeasurer, FilesFoldersLinksAndMissingPaths) {
+    TempFolder temp;
+    writeBytes(temp / "plain", 10000);
+    EXPECT_EQ(SizeMeasurer::allocatedSize(temp / "plain", never), (MeasuredSize{blocksOf(temp / "plain"), 0}));
+    EXPECT_EQ(SizeMeasurer::allocatedSize(temp / "missing", never), (MeasuredSize{0, 1}));
+
+    fs::create_directories(temp / "tree/.hidden/deep/deeper");
+    writeBytes(temp / "tree/.hidden/deep/deeper/f", 70000);
+    writeBytes(temp / "tree/g", 5);
+    TempFolder elsewhere;
+    writeBytes(elsewhere / "huge", 1 << 20);
+    fs::create_symlink(elsewhere.path(), temp / "tree/link");  // never followed
+    const std::uint64_t expected =
+        blocksOf(temp / "tree/.hidden/deep/deeper/f") + blocksOf(temp / "tree/g") + blocksOf(temp / "tree/link");
+    EXPECT_EQ(SizeMeasurer::allocatedSize(temp / "tree", never), (MeasuredSize{expected, 0}));
+    // Sparse files count for what they occupy, not their length.
+    {
+        std::ofstream sparse(temp / "sparse");
+        sparse.seekp(50 << 20);
+        sparse << 'x';
+    }
+    EXPECT_LT(SizeMeasurer::allocatedSize(temp / "sparse", never).bytes, 1u << 20);
+}
+
+TEST(SizeMeasurer, CancelTestIsAskedEvery2048Entries) {
+    TempFolder temp;
+    for (int i = 0; i < 2047; ++i) std::ofstream(temp / ("f" + std::to_string(i)));
+    std::atomic<int> asked{0};
+    const CancelTest counting = [&] { return ++asked, false; };
+    SizeMeasurer::allocatedSize(temp.path(), counting);
+    EXPECT_EQ(asked.load(), 0);
+    fs::create_directory(temp / "the-2048th");
+    SizeMeasurer::allocatedSize(temp.path(), counting);
+    EXPECT_EQ(asked.load(), 1);
+
+    for (int i = 0; i < 5000; ++i) writeBytes(temp / ("g" + std::to_string(i)), 100);
+    const MeasuredSize full = SizeMeasurer::allocatedSize(temp.path(), never);
+    const MeasuredSize cut = SizeMeasurer::allocatedSize(temp.path(), [] { return true; });
+    EXPECT_LT(cut.bytes, full.bytes);  // a cancelled walk returns what it summed so far
+}
+
+// Reading permissions do not stop root, so the unreadable cases run in a child that drops to nobody.
+MeasuredSize measureAsNobody(const std::string& path) {
+    if (::getuid() != 0) return SizeMeasurer::allocatedSize(path, never);
+    int fds[2];
+    EXPECT_EQ(::pipe(fds), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(3);
+        const MeasuredSize size = SizeMeasurer::allocatedSize(path, never);
+        if (::write(fds[1], &size, sizeof size) != sizeof size) ::_exit(4);
+        ::_exit(0);
+    }
+    ::close(fds[1]);
+    MeasuredSize size{};
+    EXPECT_EQ(::read(fds[0], &size, sizeof size), static_cast<ssize_t>(sizeof size));
+    ::close(fds[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    return size;
+}
+
+TEST(SizeMeasurer, UnreadableFoldersAreCountedNotSummed) {
+    TempFolder temp;
+    ::chmod(temp.path().c_str(), 0755);
+    fs::create_directories(temp / "tree/open");
+    fs::create_directories(temp / "tree/locked/inner");
+    fs::create_directories(temp / "tree/locked2");
+    writeBytes(temp / "tree/open/a", 9000);
+    writeBytes(temp / "tree/locked/inner/b", 9000);
+    ::chmod((temp / "tree/locked").c_str(), 0);
+    ::chmod((temp / "tree/locked2").c_str(), 0);
+    ::chmod((temp / "tree/open/a").c_str(), 0644);
+    EXPECT_EQ(measureAsNobody(temp / "tree"), (MeasuredSize{blocksOf(temp / "tree/open/a"), 2}));
+    EXPECT_EQ(measureAsNobody(temp / "tree/locked"), (MeasuredSize{0, 1}));
+}
+
+TEST(SizeMeasurer, HomeUsageListsRealFoldersLargestFirst) {
+    TempFolder home;
+    fs::create_directories(home / "Small");
+    fs::create_directories(home / ".Hidden");
+    fs::create_directories(home / "EmptyA");
+    fs::create_directories(home / "EmptyB");
+    writeBytes(home / "Small/x", 5000);
+    writeBytes(home / ".Hidden/y", 200000);
+    writeBytes(home / "file-in-home", 900000);
+    TempFolder big;
+    writeBytes(big / "z", 4 << 20);
+    fs::create_symlink(big.path(), home / "Linked");
+    const auto usage = SizeMeasurer::homeUsage(home.path(), never);
+    ASSERT_EQ(usage.size(), 4u);
+    EXPECT_EQ(usage[0].name, ".Hidden");
+    EXPECT_EQ(usage[1].name, "Small");
+    EXPECT_EQ(usage[1].url, home / "Small");
+    EXPECT_EQ(usage[2].bytes, 0u);
+    EXPECT_TRUE(SizeMeasurer::homeUsage(home / "nope", never).empty());
+
+    MeasureResult result;
+    result.regenerable.resize(2);
+    EXPECT_EQ(result.regenerableBytes(), 0u);
+    result.regenerable[1].size = 7;
+    EXPECT_EQ(result.regenerableBytes(), 7u);
+    EXPECT_EQ(FullDiskAccess::isGranted(home.path()), std::nullopt);
+    fs::create_directories(home / "Library/Safari");
+    EXPECT_EQ(FullDiskAccess::isGranted(home.path()), true);
+}
+
+}  // namespace
+}  // namespace brimlet
