@@ -102,8 +102,10 @@ SafetyPolicy::SafetyPolicy(const std::string& home)
     : homePath_(resolvedHome(home)), neverTouchRoots_(NeverTouch::roots(home)) {}
 
 std::string SafetyPolicy::shortForm(const std::string& path) const {
-    if (path.rfind(homePath_, 0) == 0) return "~" + path.substr(homePath_.size());
-    return path;
+    if (path.rfind(homePath_, 0) != 0) return path;
+    std::string shortPath = "~";
+    shortPath.append(path, homePath_.size(), std::string::npos);
+    return shortPath;
 }
 
 SafetyDecision SafetyPolicy::check(const std::string& path, const std::vector<std::string>& allowedRoots) const {
