@@ -14,7 +14,4 @@ const std::vector<std::string>& NeverTouch::platformRelativeRoots() {
     return roots;
 }
 
-// Linux has no Xcode, so no simulators to offer.
-std::optional<std::string> currentDeveloperDirectory() { return std::nullopt; }
-
 }  // namespace brimlet

@@ -1,0 +1,286 @@
+#include "Cleaner.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <exception>
+#include <filesystem>
+
+#include "ApprovalScanner.hpp"
+#include "SizeMeasurer.hpp"
+#include "base/Files.hpp"
+#include "core/monitoring/SystemSampler.hpp"
+
+extern char** environ;
+
+namespace brimlet {
+
+std::uint64_t dataVolumeFreeBytes() {
+    auto volume = DiskSpace::dataVolume();
+    return volume ? volume->first : 0;
+}
+
+std::optional<std::string> LiveFileOperations::removePermanently(const std::string& path) {
+    // remove_all never follows a link: a link inside the tree is removed, not its target.
+    std::error_code error;
+    std::filesystem::remove_all(path, error);
+    if (error) return error.message();
+    return std::nullopt;
+}
+
+// ---- In use ----
+
+bool InUseChecker::touches(const std::string& path, const std::string& realPath) {
+    if (path.empty() || path.front() != '/') return false;
+    auto within = [&](const std::string& candidate) { return candidate == realPath || isInside(candidate, realPath); };
+    if (within(kestrow::standardizePath(path))) return true;
+    const auto resolved = resolveRealPath(path);
+    return resolved && within(*resolved);
+}
+
+bool InUseChecker::uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader) {
+    if (auto exe = reader.executablePath(pid); exe && touches(*exe, realPath)) return true;
+    const auto cwd = reader.currentDirectory(pid);
+    if (cwd && touches(*cwd, realPath)) return true;
+    const auto args = reader.arguments(pid);
+    if (!args) return false;
+    for (const std::string& arg : *args) {
+        if (arg.empty() || arg.front() == '-') continue;
+        if (arg.front() == '/') {
+            if (touches(arg, realPath)) return true;
+        } else if ((arg.find('/') != std::string::npos || arg == "node_modules") && cwd) {
+            // A relative argument names something in the process's working folder.
+            if (touches(*cwd + "/" + arg, realPath)) return true;
+        }
+    }
+    return false;
+}
+
+std::vector<ProcessUse> InUseChecker::processesUsing(const std::string& realPath, ProcessReading& reader) {
+    std::vector<ProcessUse> users;
+    const std::int32_t self = ::getpid();
+    for (const std::int32_t pid : reader.allPIDs()) {
+        if (pid == self || !uses(pid, realPath, reader)) continue;
+        const auto info = reader.bsdInfo(pid);
+        users.push_back({pid, info ? info->name : std::string()});
+    }
+    return users;
+}
+
+// ---- Simulator tool ----
+
+namespace {
+std::string trimmed(const std::string& text) {
+    const char* blanks = " \t\r\n";
+    const std::size_t first = text.find_first_not_of(blanks);
+    if (first == std::string::npos) return std::string();
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+}  // namespace
+
+SimulatorTool::Output SimulatorTool::run(const std::string& path, const std::vector<std::string>& arguments) {
+    Output output;
+    int out[2], err[2];
+    if (::pipe(out) != 0) return output;
+    if (::pipe(err) != 0) {
+        ::close(out[0]);
+        ::close(out[1]);
+        return output;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+    posix_spawn_file_actions_addclose(&actions, err[0]);
+    std::vector<std::string> args = {path};
+    args.insert(args.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    const int spawned = posix_spawn(&pid, path.c_str(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    ::close(err[1]);
+    // Both streams are drained together, so a tool that fills one pipe cannot stall on it.
+    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
+    std::string* sinks[2] = {&output.out, &output.err};
+    int open = spawned == 0 ? 2 : 0;
+    while (open > 0) {
+        if (::poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+            char buffer[4096];
+            const ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
+            if (n > 0) {
+                sinks[i]->append(buffer, static_cast<std::size_t>(n));
+            } else if (n == 0 || errno != EINTR) {
+                fds[i].fd = -1;
+                --open;
+            }
+        }
+    }
+    ::close(out[0]);
+    ::close(err[0]);
+    if (spawned != 0) return output;
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    output.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return output;
+}
+
+std::pair<std::int32_t, std::string> SimulatorTool::deleteUnavailable() {
+    const Output output = run("/usr/bin/xcrun", {"simctl", "delete", "unavailable"});
+    return {output.status, trimmed(output.err.empty() ? output.out : output.err)};
+}
+
+std::optional<std::string> SimulatorTool::developerDirectory() {
+    const Output output = run("/usr/bin/xcode-select", {"-p"});
+    const std::string path = trimmed(output.out);
+    if (output.status != 0 || path.empty()) return std::nullopt;
+    return path;
+}
+
+std::optional<std::string> currentDeveloperDirectory() { return SimulatorTool::developerDirectory(); }
+
+// ---- Cleaner ----
+
+Cleaner::Cleaner(const std::string& home, FileOperations& operations)
+    : policy(home),
+      fileOperations(&operations),
+      processesUsing([](const std::string& realPath) { return InUseChecker::processesUsing(realPath); }),
+      freeSpace(dataVolumeFreeBytes),
+      deleteUnavailableSimulators(SimulatorTool::deleteUnavailable),
+      runningVirtualMachineIDs([](const std::string& forHome) {
+          std::set<std::string> ids;
+          for (const CleanupItem& item : ApprovalScanner(forHome).virtualMachineItems())
+              if (item.blockedReason) ids.insert(item.id);
+          return ids;
+      }),
+      measure([](const std::string& path) { return SizeMeasurer::allocatedSize(path, [] { return false; }).bytes; }),
+      home_(home) {}
+
+std::string Cleaner::inUseReason(const std::vector<ProcessUse>& users) {
+    std::string reason = "In use by ";
+    for (std::size_t i = 0; i < users.size() && i < 3; ++i) {
+        if (i > 0) reason += ", ";
+        reason += users[i].name + " (pid " + std::to_string(users[i].pid) + ")";
+    }
+    if (users.size() > 3) reason += " and " + std::to_string(users.size() - 3) + " more";
+    return reason;
+}
+
+namespace {
+
+std::string lastComponent(const std::string& path) {
+    std::string trimmedPath = path;
+    while (trimmedPath.size() > 1 && trimmedPath.back() == '/') trimmedPath.pop_back();
+    const std::size_t slash = trimmedPath.rfind('/');
+    return slash == std::string::npos ? trimmedPath : trimmedPath.substr(slash + 1);
+}
+
+// Runs one file operation, turning a thrown error into the same kind of text as a returned one.
+template <typename F>
+std::optional<std::string> guarded(F&& operation) {
+    try {
+        return operation();
+    } catch (const std::exception& error) {
+        return std::string(error.what());
+    } catch (...) {
+        return std::string("unknown error");
+    }
+}
+
+}  // namespace
+
+CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vector<std::string>& allowedRoots,
+                           DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const {
+    CleanupReport report;
+    report.startedAt = report.finishedAt = kestrow::currentDate();
+    report.requestedMode = mode;
+    report.freeBefore = freeSpace();
+
+    std::set<std::string> runningMachines;
+    const bool anyMachine = std::any_of(items.begin(), items.end(), [](const CleanupItem& item) {
+        return item.id.size() >= 3 && item.id.compare(item.id.size() - 3, 3, "-vm") == 0;
+    });
+    if (anyMachine) runningMachines = runningVirtualMachineIDs(home_);
+
+    for (std::size_t index = 0; index < items.size(); ++index) {
+        const CleanupItem& item = items[index];
+        if (isCancelled()) {
+            report.cancelled = true;
+            break;
+        }
+        if (progress) progress(index, item);
+        auto skip = [&](std::string reason) { report.skipped.push_back({item.title, item.url, std::move(reason)}); };
+
+        if (item.blockedReason) {
+            skip(*item.blockedReason);
+            continue;
+        }
+        if (runningMachines.count(item.id)) {
+            skip(item.title + " is running \u2014 quit it first");
+            continue;
+        }
+        const bool simulators = item.action == CleanupAction::deleteUnavailableSimulators;
+        if (simulators && !(mode == DeleteMode::permanent)) {
+            skip("Simulators can only be deleted permanently \u2014 choose Delete permanently to include them");
+            continue;
+        }
+        if (item.requiresExisting) {
+            struct stat st{};
+            if (::lstat(item.requiresExisting->c_str(), &st) != 0) {
+                skip("The copy that was going to be kept (" + lastComponent(*item.requiresExisting) + ") is gone");
+                continue;
+            }
+        }
+        const std::uint64_t bytes = simulators ? 0 : measure(item.url);
+        const SafetyDecision decision = policy.check(item.url, allowedRoots);
+        if (const std::string* refusal = decision.refusal()) {
+            skip(*refusal);
+            continue;
+        }
+        const std::string& realPath = *decision.allowedPath();
+        if (const auto users = processesUsing(realPath); !users.empty()) {
+            skip(inUseReason(users));
+            continue;
+        }
+        if (simulators) {
+            const std::uint64_t before = measure(item.url);
+            const auto [status, message] = deleteUnavailableSimulators();
+            if (status != 0) {
+                skip("simctl failed: " + message);
+                continue;
+            }
+            const std::uint64_t after = measure(item.url);
+            report.deleted.push_back({item.title, item.url, before > after ? before - after : 0, DeleteMode::permanent, false});
+            continue;
+        }
+        // Personal data is never deleted permanently, whatever the user chose: it goes to the Trash.
+        const bool permanent = mode == DeleteMode::permanent && item.kind == CleanupKind::regenerable;
+        const auto error = guarded([&] {
+            return permanent ? fileOperations->removePermanently(realPath) : fileOperations->moveToTrash(realPath);
+        });
+        if (error) {
+            skip("Error: " + *error);
+            continue;
+        }
+        report.deleted.push_back({item.title, item.url, bytes, permanent ? DeleteMode::permanent : DeleteMode::trash,
+                                  !permanent && mode == DeleteMode::permanent});
+    }
+    report.freeAfter = freeSpace();
+    report.finishedAt = kestrow::currentDate();
+    return report;
+}
+
+}  // namespace brimlet

@@ -1,0 +1,91 @@
+// The deleting engine: walks the selected items in order, re-judges each real path with the safety
+// policy right before touching it, moves or removes it, and reports every item it reached once.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "CleanupItem.hpp"
+#include "CleanupReport.hpp"
+#include "SafetyPolicy.hpp"
+#include "core/monitoring/ProcessReader.hpp"
+
+namespace brimlet {
+
+// The two operations that change the disk. Each returns an error text (the platform's description)
+// on failure; an implementation may also throw, and the cleaner turns that into the same kind of text.
+class FileOperations {
+public:
+    virtual ~FileOperations() = default;
+    virtual std::optional<std::string> moveToTrash(const std::string& path) = 0;
+    virtual std::optional<std::string> removePermanently(const std::string& path) = 0;
+};
+
+// The user's Trash on this platform (the freedesktop.org Trash on Linux), and removal without
+// following links.
+class LiveFileOperations final : public FileOperations {
+public:
+    std::optional<std::string> moveToTrash(const std::string& path) override;
+    std::optional<std::string> removePermanently(const std::string& path) override;
+};
+
+struct ProcessUse {
+    std::int32_t pid = 0;
+    std::string name;
+    bool operator==(const ProcessUse&) const = default;
+};
+
+struct InUseChecker {
+    // Every other process whose executable, working folder or arguments lie at or below the path.
+    static std::vector<ProcessUse> processesUsing(const std::string& realPath,
+                                                  ProcessReading& reader = liveProcessReading());
+    static bool uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader = liveProcessReading());
+    static bool touches(const std::string& path, const std::string& realPath);
+};
+
+struct SimulatorTool {
+    struct Output {
+        std::int32_t status = -1;
+        std::string out;
+        std::string err;
+    };
+    static Output run(const std::string& path, const std::vector<std::string>& arguments);
+    // "xcrun simctl delete unavailable": the status, and standard error (else output), trimmed.
+    static std::pair<std::int32_t, std::string> deleteUnavailable();
+    // "xcode-select -p", trimmed; none when it fails or prints nothing (always on Linux).
+    static std::optional<std::string> developerDirectory();
+};
+
+struct Cleaner {
+    using Progress = std::function<void(std::size_t index, const CleanupItem& item)>;
+    using CancelTest = std::function<bool()>;
+
+    SafetyPolicy policy;
+    FileOperations* fileOperations = nullptr;  // not owned
+    std::function<std::vector<ProcessUse>(const std::string&)> processesUsing;
+    std::function<std::uint64_t()> freeSpace;
+    std::function<std::pair<std::int32_t, std::string>()> deleteUnavailableSimulators;
+    std::function<std::set<std::string>(const std::string& home)> runningVirtualMachineIDs;
+    std::function<std::uint64_t(const std::string&)> measure;
+
+    // The live collaborators for a home folder.
+    Cleaner(const std::string& home, FileOperations& operations);
+
+    CleanupReport run(const std::vector<CleanupItem>& items, const std::vector<std::string>& allowedRoots,
+                      DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const;
+
+    // "In use by a (pid 1), b (pid 2), c (pid 3) and 2 more"
+    static std::string inUseReason(const std::vector<ProcessUse>& users);
+
+private:
+    std::string home_;
+};
+
+// Free bytes of the data volume, 0 when it cannot be read.
+std::uint64_t dataVolumeFreeBytes();
+
+}  // namespace brimlet

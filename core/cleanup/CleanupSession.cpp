@@ -1,0 +1,110 @@
+#include "CleanupSession.hpp"
+
+#include <unistd.h>
+
+#include <cstring>
+
+#include "base/Checked.hpp"
+#include "core/monitoring/SystemSampler.hpp"
+
+#if defined(__APPLE__)
+#include <sys/random.h>
+#endif
+
+namespace brimlet {
+
+CleanupApproval::Token CleanupApproval::Token::random() {
+    unsigned char bytes[16];
+    if (::getentropy(bytes, sizeof bytes) != 0) kestrow::fatalError("no system randomness");
+    Token token;
+    std::memcpy(&token.high, bytes, 8);
+    std::memcpy(&token.low, bytes + 8, 8);
+    return token;
+}
+
+CleanupSession::CleanupSession(const std::string& home, FileOperations& fileOperations)
+    : home_(home),
+      catalog_(home),
+      scanner_(home),
+      cleaner_(home, fileOperations),
+      identity_(CleanupApproval::Token::random()) {}
+
+std::future<MeasureResult> CleanupSession::measure() {
+    return executor_.submit([this] {
+        MeasureResult result;
+        result.regenerable = catalog_.regenerableItems();
+        // One task per item; the simulator item keeps its absent size, only the tool knows it.
+        std::vector<std::future<std::uint64_t>> sizes;
+        for (const CleanupItem& item : result.regenerable) {
+            if (item.action == CleanupAction::deleteUnavailableSimulators) {
+                sizes.emplace_back();
+                continue;
+            }
+            sizes.push_back(std::async(std::launch::async, [url = item.url] {
+                return SizeMeasurer::allocatedSize(url, [] { return false; }).bytes;
+            }));
+        }
+        for (std::size_t i = 0; i < sizes.size(); ++i)
+            if (sizes[i].valid()) result.regenerable[i].size = sizes[i].get();
+        if (auto volume = DiskSpace::dataVolume()) std::tie(result.freeBytes, result.totalBytes) = *volume;
+        for (const CleanupItem& item : result.regenerable) {
+            if (known_.insert_or_assign(item.id, item).second) knownOrder_.push_back(item.id);
+        }
+        return result;
+    });
+}
+
+std::future<std::vector<FolderUsage>> CleanupSession::homeUsage(CancelTest isCancelled) {
+    return executor_.submit([this, isCancelled = std::move(isCancelled)] {
+        return SizeMeasurer::homeUsage(home_, isCancelled);
+    });
+}
+
+std::future<std::vector<CleanupItem>> CleanupSession::scanPersonal(CancelTest isCancelled) {
+    return executor_.submit([this, isCancelled = std::move(isCancelled)] {
+        std::vector<CleanupItem> items = scanner_.scan(isCancelled);
+        for (const CleanupItem& item : items) {
+            if (known_.insert_or_assign(item.id, item).second) knownOrder_.push_back(item.id);
+        }
+        return items;
+    });
+}
+
+std::future<CleanupApproval> CleanupSession::approve(std::vector<std::string> ids) {
+    return executor_.submit([this, ids = std::move(ids)] {
+        return CleanupApproval{CleanupApproval::Token::random(), identity_, ids};
+    });
+}
+
+std::optional<std::string> CleanupSession::consume(const CleanupApproval& approval,
+                                                   const std::vector<std::string>& ids) {
+    if (!(approval.session == identity_)) return "The approval came from another cleanup session.";
+    if (usedApprovals_.count(approval.nonce)) return "The approval was already used.";
+    // Spent before the items are compared: an approval shown with the wrong items cannot be retried.
+    usedApprovals_.insert(approval.nonce);
+    if (approval.ids != ids) return "The items differ from the ones approved.";
+    return std::nullopt;
+}
+
+std::future<CleanupReport> CleanupSession::clean(std::vector<std::string> ids, CleanupApproval approval,
+                                                 DeleteMode mode, Progress progress, CancelTest isCancelled) {
+    return executor_.submit([this, ids = std::move(ids), approval = std::move(approval), mode,
+                             progress = std::move(progress), isCancelled = std::move(isCancelled)] {
+        if (auto refusal = consume(approval, ids)) {
+            CleanupReport report;
+            report.startedAt = report.finishedAt = kestrow::currentDate();
+            report.requestedMode = mode;
+            report.freeBefore = report.freeAfter = cleaner_.freeSpace();
+            report.refusal = std::move(*refusal);
+            return report;
+        }
+        std::vector<CleanupItem> items;
+        for (const std::string& id : ids)
+            if (auto it = known_.find(id); it != known_.end()) items.push_back(it->second);
+        std::vector<std::string> allowedRoots;
+        for (const std::string& id : knownOrder_) allowedRoots.push_back(known_.at(id).url);
+        return cleaner_.run(items, allowedRoots, mode, progress, isCancelled);
+    });
+}
+
+}  // namespace brimlet
