@@ -11,6 +11,7 @@
 
 #include "IsoDate.hpp"
 #include "Json.hpp"
+#include "RawValueEnum.hpp"
 
 namespace kestrow {
 
@@ -22,6 +23,20 @@ inline JsonValue toJson(std::uint64_t v) { return JsonValue(v); }
 inline JsonValue toJson(double v) { return JsonValue(v); }
 inline JsonValue toJson(const std::string& v) { return JsonValue(v); }
 inline JsonValue toJson(Date v) { return JsonValue(formatIsoDate(v)); }
+
+// Enumerations with string raw values travel as their raw value.
+template <typename Derived>
+JsonValue toJson(const RawValueEnum<Derived>& value) {
+    return JsonValue(value.rawValue());
+}
+template <typename Derived>
+bool fromJson(const JsonValue& json, RawValueEnum<Derived>& out) {
+    const std::string* raw = json.asString();
+    auto value = raw ? Derived::fromRawValue(*raw) : std::nullopt;
+    if (!value) return false;
+    static_cast<Derived&>(out) = *value;
+    return true;
+}
 
 template <typename T>
 JsonValue toJson(const std::vector<T>& values) {

@@ -6,43 +6,6 @@
 
 namespace brimlet {
 
-std::optional<CleanupKind> CleanupKind::fromRawValue(std::string_view raw) {
-    if (raw == "regenerable") return CleanupKind(regenerable);
-    if (raw == "personal") return CleanupKind(personal);
-    return std::nullopt;
-}
-std::string_view CleanupKind::rawValue() const { return value == regenerable ? "regenerable" : "personal"; }
-
-std::optional<CleanupAction> CleanupAction::fromRawValue(std::string_view raw) {
-    if (raw == "deletePath") return CleanupAction(deletePath);
-    if (raw == "deleteUnavailableSimulators") return CleanupAction(deleteUnavailableSimulators);
-    return std::nullopt;
-}
-std::string_view CleanupAction::rawValue() const {
-    return value == deletePath ? "deletePath" : "deleteUnavailableSimulators";
-}
-
-const std::vector<DeleteMode>& DeleteMode::allCases() {
-    static const std::vector<DeleteMode> cases{trash, permanent};
-    return cases;
-}
-std::optional<DeleteMode> DeleteMode::fromRawValue(std::string_view raw) {
-    if (raw == "trash") return DeleteMode(trash);
-    if (raw == "permanent") return DeleteMode(permanent);
-    return std::nullopt;
-}
-std::string_view DeleteMode::rawValue() const { return value == trash ? "trash" : "permanent"; }
-std::string_view DeleteMode::title() const { return value == trash ? "Move to Trash" : "Delete permanently"; }
-
-JsonValue toJson(CleanupKind kind) { return JsonValue(kind.rawValue()); }
-JsonValue toJson(CleanupAction action) { return JsonValue(action.rawValue()); }
-JsonValue toJson(DeleteMode mode) { return JsonValue(mode.rawValue()); }
-bool fromJson(const JsonValue& json, DeleteMode& out) {
-    const std::string* raw = json.asString();
-    auto mode = raw ? DeleteMode::fromRawValue(*raw) : std::nullopt;
-    return mode ? (out = *mode, true) : false;
-}
-
 JsonValue toJson(const CleanupItem& item) {
     return kestrow::JsonObjectBuilder()
         .set("id", item.id)

@@ -1,6 +1,7 @@
 // The unit of cleanup, and the fixed catalog of developer caches that rebuild themselves.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -9,41 +10,35 @@
 #include <vector>
 
 #include "base/Json.hpp"
+#include "base/RawValueEnum.hpp"
 
 namespace brimlet {
 
 using kestrow::JsonValue;
 
-struct CleanupKind {
+struct CleanupKind : kestrow::RawValueEnum<CleanupKind> {
     enum Value { regenerable, personal };
+    static constexpr std::array<std::string_view, 2> rawValues{"regenerable", "personal"};
     Value value = regenerable;
     constexpr CleanupKind() = default;
     constexpr CleanupKind(Value v) : value(v) {}
-    static std::optional<CleanupKind> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-    friend constexpr bool operator==(CleanupKind a, CleanupKind b) { return a.value == b.value; }
 };
 
-struct CleanupAction {
+struct CleanupAction : kestrow::RawValueEnum<CleanupAction> {
     enum Value { deletePath, deleteUnavailableSimulators };
+    static constexpr std::array<std::string_view, 2> rawValues{"deletePath", "deleteUnavailableSimulators"};
     Value value = deletePath;
     constexpr CleanupAction() = default;
     constexpr CleanupAction(Value v) : value(v) {}
-    static std::optional<CleanupAction> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-    friend constexpr bool operator==(CleanupAction a, CleanupAction b) { return a.value == b.value; }
 };
 
-struct DeleteMode {
+struct DeleteMode : kestrow::RawValueEnum<DeleteMode> {
     enum Value { trash, permanent };
+    static constexpr std::array<std::string_view, 2> rawValues{"trash", "permanent"};
     Value value = trash;
     constexpr DeleteMode() = default;
     constexpr DeleteMode(Value v) : value(v) {}
-    static const std::vector<DeleteMode>& allCases();
-    static std::optional<DeleteMode> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-    std::string_view title() const;
-    friend constexpr bool operator==(DeleteMode a, DeleteMode b) { return a.value == b.value; }
+    std::string_view title() const { return value == trash ? "Move to Trash" : "Delete permanently"; }
 };
 
 struct CleanupItem {
@@ -64,10 +59,6 @@ struct CleanupItem {
     bool operator==(const CleanupItem&) const = default;
 };
 
-JsonValue toJson(CleanupKind kind);
-JsonValue toJson(CleanupAction action);
-JsonValue toJson(DeleteMode mode);
-bool fromJson(const JsonValue& json, DeleteMode& out);
 JsonValue toJson(const CleanupItem& item);
 
 struct CleanupCatalog {

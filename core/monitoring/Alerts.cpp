@@ -5,26 +5,6 @@
 
 namespace brimlet {
 
-const std::vector<AlertKind>& AlertKind::allCases() {
-    static const std::vector<AlertKind> cases{memoryPressure, lowDisk, heavyApp};
-    return cases;
-}
-
-std::optional<AlertKind> AlertKind::fromRawValue(std::string_view raw) {
-    for (AlertKind kind : allCases())
-        if (kind.rawValue() == raw) return kind;
-    return std::nullopt;
-}
-
-std::string_view AlertKind::rawValue() const {
-    switch (value) {
-    case memoryPressure: return "memoryPressure";
-    case lowDisk: return "lowDisk";
-    case heavyApp: return "heavyApp";
-    }
-    return "memoryPressure";
-}
-
 bool AlertSettings::isEnabled(AlertKind kind) const {
     switch (kind.value) {
     case AlertKind::memoryPressure: return memoryPressureEnabled;

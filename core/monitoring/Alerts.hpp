@@ -11,22 +11,19 @@
 #include <string_view>
 #include <vector>
 
+#include <array>
+
 #include "MonitorTypes.hpp"
 
 namespace brimlet {
 
-struct AlertKind {
+struct AlertKind : kestrow::RawValueEnum<AlertKind> {
     enum Value { memoryPressure, lowDisk, heavyApp };
+    static constexpr std::array<std::string_view, 3> rawValues{"memoryPressure", "lowDisk", "heavyApp"};
     Value value = memoryPressure;
 
     constexpr AlertKind() = default;
     constexpr AlertKind(Value v) : value(v) {}
-
-    static const std::vector<AlertKind>& allCases();
-    static std::optional<AlertKind> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-    friend constexpr bool operator==(AlertKind a, AlertKind b) { return a.value == b.value; }
-    friend constexpr bool operator<(AlertKind a, AlertKind b) { return a.value < b.value; }
 };
 
 struct AlertSettings {

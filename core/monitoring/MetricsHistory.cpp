@@ -31,35 +31,6 @@ void MetricsHistory::append(const MonitorSnapshot& snapshot, std::int64_t topApp
     append(std::move(point));
 }
 
-const std::vector<Rating>& Rating::allCases() {
-    static const std::vector<Rating> cases{great, good, fair, poor};
-    return cases;
-}
-
-std::optional<Rating> Rating::fromRawValue(std::string_view raw) {
-    for (Rating r : allCases())
-        if (r.rawValue() == raw) return r;
-    return std::nullopt;
-}
-
-std::string_view Rating::rawValue() const {
-    switch (value) {
-    case great: return "Great";
-    case good: return "Good";
-    case fair: return "Fair";
-    case poor: return "Poor";
-    }
-    return "Great";
-}
-
-JsonValue toJson(Rating rating) { return JsonValue(rating.rawValue()); }
-
-bool fromJson(const JsonValue& json, Rating& out) {
-    const std::string* raw = json.asString();
-    auto rating = raw ? Rating::fromRawValue(*raw) : std::nullopt;
-    return rating ? (out = *rating, true) : false;
-}
-
 HealthRating::HealthRating(const SystemStats& stats)
     : memory(memoryGrade(stats.pressure, stats.swapUsed)),
       cpu(stats.cpuLoad ? std::optional<Rating>(cpuGrade(*stats.cpuLoad)) : std::nullopt),

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include <array>
+
 #include "MonitorTypes.hpp"
 
 namespace brimlet {
@@ -39,17 +41,13 @@ struct MetricsHistory {
     bool operator==(const MetricsHistory&) const = default;
 };
 
-struct Rating {
+struct Rating : kestrow::RawValueEnum<Rating> {
     enum Value { great, good, fair, poor };
+    static constexpr std::array<std::string_view, 4> rawValues{"Great", "Good", "Fair", "Poor"};
     Value value = great;
 
     constexpr Rating() = default;
     constexpr Rating(Value v) : value(v) {}
-
-    static const std::vector<Rating>& allCases();
-    static std::optional<Rating> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-    friend constexpr bool operator==(Rating a, Rating b) { return a.value == b.value; }
 };
 
 struct HealthRating {
@@ -71,7 +69,5 @@ struct HealthRating {
     bool operator==(const HealthRating&) const = default;
 };
 
-JsonValue toJson(Rating rating);
-bool fromJson(const JsonValue& json, Rating& out);
 
 }  // namespace brimlet

@@ -16,45 +16,11 @@ MemoryPressure MemoryPressure::fromKernelLevel(std::int32_t level) {
     return critical;
 }
 
-std::optional<MemoryPressure> MemoryPressure::fromRawValue(std::string_view raw) {
-    if (raw == "normal") return MemoryPressure(normal);
-    if (raw == "warning") return MemoryPressure(warning);
-    if (raw == "critical") return MemoryPressure(critical);
-    return std::nullopt;
-}
-
-std::string_view MemoryPressure::rawValue() const {
-    switch (value) {
-    case normal: return "normal";
-    case warning: return "warning";
-    case critical: return "critical";
-    }
-    return "normal";
-}
-
 ThermalLevel ThermalLevel::fromState(std::int64_t state) {
     if (state <= 0) return nominal;
     if (state == 1) return fair;
     if (state == 2) return serious;
     return critical;
-}
-
-std::optional<ThermalLevel> ThermalLevel::fromRawValue(std::string_view raw) {
-    if (raw == "nominal") return ThermalLevel(nominal);
-    if (raw == "fair") return ThermalLevel(fair);
-    if (raw == "serious") return ThermalLevel(serious);
-    if (raw == "critical") return ThermalLevel(critical);
-    return std::nullopt;
-}
-
-std::string_view ThermalLevel::rawValue() const {
-    switch (value) {
-    case nominal: return "nominal";
-    case fair: return "fair";
-    case serious: return "serious";
-    case critical: return "critical";
-    }
-    return "nominal";
 }
 
 double SystemGlance::memoryFraction() const {
@@ -82,27 +48,6 @@ void AppGroup::add(const ProcessSample& sample) {
     addRate(cpuPercent, sample.cpuPercent);
     addRate(diskReadPerSecond, sample.diskReadPerSecond);
     addRate(diskWritePerSecond, sample.diskWritePerSecond);
-}
-
-const std::vector<AppMetric>& AppMetric::allCases() {
-    static const std::vector<AppMetric> cases{memory, cpu, disk};
-    return cases;
-}
-
-std::optional<AppMetric> AppMetric::fromRawValue(std::string_view raw) {
-    if (raw == "memory") return AppMetric(memory);
-    if (raw == "cpu") return AppMetric(cpu);
-    if (raw == "disk") return AppMetric(disk);
-    return std::nullopt;
-}
-
-std::string_view AppMetric::rawValue() const {
-    switch (value) {
-    case memory: return "memory";
-    case cpu: return "cpu";
-    case disk: return "disk";
-    }
-    return "memory";
 }
 
 std::string_view AppMetric::title() const {
@@ -136,21 +81,6 @@ std::vector<AppGroup> MonitorSnapshot::topApps(AppMetric metric, std::size_t lim
 }
 
 // ---- JSON ----
-
-JsonValue toJson(MemoryPressure value) { return JsonValue(value.rawValue()); }
-JsonValue toJson(ThermalLevel value) { return JsonValue(value.rawValue()); }
-
-bool fromJson(const JsonValue& json, MemoryPressure& out) {
-    const std::string* raw = json.asString();
-    auto value = raw ? MemoryPressure::fromRawValue(*raw) : std::nullopt;
-    return value ? (out = *value, true) : false;
-}
-
-bool fromJson(const JsonValue& json, ThermalLevel& out) {
-    const std::string* raw = json.asString();
-    auto value = raw ? ThermalLevel::fromRawValue(*raw) : std::nullopt;
-    return value ? (out = *value, true) : false;
-}
 
 JsonValue toJson(const SystemStats& v) {
     return JsonObjectBuilder()

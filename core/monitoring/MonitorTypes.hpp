@@ -7,8 +7,11 @@
 #include <string_view>
 #include <vector>
 
+#include <array>
+
 #include "base/IsoDate.hpp"
 #include "base/Json.hpp"
+#include "base/RawValueEnum.hpp"
 
 namespace brimlet {
 
@@ -17,8 +20,10 @@ using kestrow::JsonValue;
 
 // ---- Memory pressure and thermal state ----
 
-struct MemoryPressure {
-    enum Value { normal = 0, warning = 1, critical = 2 };
+// Ordered normal < warning < critical.
+struct MemoryPressure : kestrow::RawValueEnum<MemoryPressure> {
+    enum Value { normal, warning, critical };
+    static constexpr std::array<std::string_view, 3> rawValues{"normal", "warning", "critical"};
     Value value = normal;
 
     constexpr MemoryPressure() = default;
@@ -26,16 +31,12 @@ struct MemoryPressure {
 
     // The kernel's level: below 2 normal, 2 or 3 warning, 4 and above critical.
     static MemoryPressure fromKernelLevel(std::int32_t level);
-    static std::optional<MemoryPressure> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
     int rank() const { return static_cast<int>(value); }
-
-    friend constexpr bool operator==(MemoryPressure a, MemoryPressure b) { return a.value == b.value; }
-    friend constexpr auto operator<=>(MemoryPressure a, MemoryPressure b) { return a.value <=> b.value; }
 };
 
-struct ThermalLevel {
-    enum Value { nominal = 0, fair = 1, serious = 2, critical = 3 };
+struct ThermalLevel : kestrow::RawValueEnum<ThermalLevel> {
+    enum Value { nominal, fair, serious, critical };
+    static constexpr std::array<std::string_view, 4> rawValues{"nominal", "fair", "serious", "critical"};
     Value value = nominal;
 
     constexpr ThermalLevel() = default;
@@ -43,10 +44,6 @@ struct ThermalLevel {
 
     // The system's thermal state number: 0 nominal, 1 fair, 2 serious, 3 or more critical.
     static ThermalLevel fromState(std::int64_t state);
-    static std::optional<ThermalLevel> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-
-    friend constexpr bool operator==(ThermalLevel a, ThermalLevel b) { return a.value == b.value; }
 };
 
 // ---- System-wide figures ----
@@ -168,21 +165,17 @@ struct HeavyProcess {
     bool operator==(const HeavyProcess&) const = default;
 };
 
-struct AppMetric {
+struct AppMetric : kestrow::RawValueEnum<AppMetric> {
     enum Value { memory, cpu, disk };
+    static constexpr std::array<std::string_view, 3> rawValues{"memory", "cpu", "disk"};
     Value value = memory;
 
     constexpr AppMetric() = default;
     constexpr AppMetric(Value v) : value(v) {}
 
-    static const std::vector<AppMetric>& allCases();
-    static std::optional<AppMetric> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
     std::string_view id() const { return rawValue(); }
     std::string_view title() const;
     double valueOf(const AppGroup& group) const;
-
-    friend constexpr bool operator==(AppMetric a, AppMetric b) { return a.value == b.value; }
 };
 
 struct MonitorSnapshot {
@@ -203,8 +196,6 @@ struct MonitorSnapshot {
 
 // ---- JSON forms: keys are the field names; absent optionals are left out ----
 
-JsonValue toJson(MemoryPressure value);
-JsonValue toJson(ThermalLevel value);
 JsonValue toJson(const SystemStats& value);
 JsonValue toJson(const ProcessKey& value);
 JsonValue toJson(const AppGrouper::Identity& value);
@@ -213,8 +204,6 @@ JsonValue toJson(const AppGroup& value);
 JsonValue toJson(const HeavyProcess& value);
 JsonValue toJson(const MonitorSnapshot& value);
 
-bool fromJson(const JsonValue& json, MemoryPressure& out);
-bool fromJson(const JsonValue& json, ThermalLevel& out);
 bool fromJson(const JsonValue& json, SystemStats& out);
 bool fromJson(const JsonValue& json, ProcessKey& out);
 bool fromJson(const JsonValue& json, AppGrouper::Identity& out);

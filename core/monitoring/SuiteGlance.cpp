@@ -5,22 +5,6 @@
 
 namespace brimlet {
 
-std::optional<SuiteGlance::Level> SuiteGlance::Level::fromRawValue(std::string_view raw) {
-    if (raw == "ok") return Level(ok);
-    if (raw == "notice") return Level(notice);
-    if (raw == "alert") return Level(alert);
-    return std::nullopt;
-}
-
-std::string_view SuiteGlance::Level::rawValue() const {
-    switch (value) {
-    case ok: return "ok";
-    case notice: return "notice";
-    case alert: return "alert";
-    }
-    return "ok";
-}
-
 SuiteGlance::SuiteGlance(const SystemGlance& glance) {
     // Only memory pressure raises the level: a busy CPU or a full disk is not an emergency.
     switch (glance.pressure.value) {

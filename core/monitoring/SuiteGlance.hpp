@@ -7,20 +7,20 @@
 #include <string_view>
 #include <vector>
 
+#include <array>
+
 #include "MonitorTypes.hpp"
 
 namespace brimlet {
 
 struct SuiteGlance {
-    struct Level {
+    struct Level : kestrow::RawValueEnum<Level> {
         enum Value { ok, notice, alert };
+        static constexpr std::array<std::string_view, 3> rawValues{"ok", "notice", "alert"};
         Value value = ok;
 
         constexpr Level() = default;
         constexpr Level(Value v) : value(v) {}
-        static std::optional<Level> fromRawValue(std::string_view raw);
-        std::string_view rawValue() const;
-        friend constexpr bool operator==(Level a, Level b) { return a.value == b.value; }
     };
 
     struct Metric {

@@ -5,44 +5,6 @@
 
 namespace kestrow::suite {
 
-// ---- Enumerations ----
-
-const std::vector<GlanceLevel>& GlanceLevel::allCases() {
-    static const std::vector<GlanceLevel> cases{ok, notice, alert};
-    return cases;
-}
-std::optional<GlanceLevel> GlanceLevel::fromRawValue(std::string_view raw) {
-    for (GlanceLevel l : allCases())
-        if (l.rawValue() == raw) return l;
-    return std::nullopt;
-}
-std::string_view GlanceLevel::rawValue() const {
-    static constexpr std::string_view names[] = {"ok", "notice", "alert"};
-    return names[value];
-}
-
-std::optional<GlanceState> GlanceState::fromRawValue(std::string_view raw) {
-    if (raw == "running") return GlanceState(running);
-    if (raw == "stopped") return GlanceState(stopped);
-    return std::nullopt;
-}
-std::string_view GlanceState::rawValue() const { return value == running ? "running" : "stopped"; }
-
-const std::vector<StateWord>& StateWord::allCases() {
-    static const std::vector<StateWord> cases{on, off, active, idle, paused, blocked, allowed, ok, warning, error, none};
-    return cases;
-}
-std::optional<StateWord> StateWord::fromRawValue(std::string_view raw) {
-    for (StateWord w : allCases())
-        if (w.rawValue() == raw) return w;
-    return std::nullopt;
-}
-std::string_view StateWord::rawValue() const {
-    static constexpr std::string_view names[] = {"on",      "off",     "active", "idle",  "paused", "blocked",
-                                                 "allowed", "ok",      "warning", "error", "none"};
-    return names[value];
-}
-
 bool GlanceRecord::isFresh(double now) const {
     if (state == GlanceState::stopped) return false;
     return at - futureTolerance <= now && now <= at + static_cast<double>(ttl);

@@ -3,6 +3,7 @@
 // applications, so both are fixed.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,41 +13,35 @@
 
 #include "SuiteApp.hpp"
 #include "base/Json.hpp"
+#include "base/RawValueEnum.hpp"
 
 namespace kestrow::suite {
 
-struct GlanceLevel {
+// Ordered ok < notice < alert.
+struct GlanceLevel : RawValueEnum<GlanceLevel> {
     enum Value { ok, notice, alert };
+    static constexpr std::array<std::string_view, 3> rawValues{"ok", "notice", "alert"};
     Value value = ok;
     constexpr GlanceLevel() = default;
     constexpr GlanceLevel(Value v) : value(v) {}
-    static const std::vector<GlanceLevel>& allCases();
-    static std::optional<GlanceLevel> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-    friend constexpr bool operator==(GlanceLevel a, GlanceLevel b) { return a.value == b.value; }
-    friend constexpr bool operator<(GlanceLevel a, GlanceLevel b) { return a.value < b.value; }
 };
 
-struct GlanceState {
+struct GlanceState : RawValueEnum<GlanceState> {
     enum Value { running, stopped };
+    static constexpr std::array<std::string_view, 2> rawValues{"running", "stopped"};
     Value value = running;
     constexpr GlanceState() = default;
     constexpr GlanceState(Value v) : value(v) {}
-    static std::optional<GlanceState> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-    friend constexpr bool operator==(GlanceState a, GlanceState b) { return a.value == b.value; }
 };
 
 // The closed list of words a metric may show instead of a number.
-struct StateWord {
+struct StateWord : RawValueEnum<StateWord> {
     enum Value { on, off, active, idle, paused, blocked, allowed, ok, warning, error, none };
+    static constexpr std::array<std::string_view, 11> rawValues{
+        "on", "off", "active", "idle", "paused", "blocked", "allowed", "ok", "warning", "error", "none"};
     Value value = on;
     constexpr StateWord() = default;
     constexpr StateWord(Value v) : value(v) {}
-    static const std::vector<StateWord>& allCases();
-    static std::optional<StateWord> fromRawValue(std::string_view raw);
-    std::string_view rawValue() const;
-    friend constexpr bool operator==(StateWord a, StateWord b) { return a.value == b.value; }
 };
 
 // A number or a state word.

@@ -1,24 +1,26 @@
 // The suite's fixed catalogue of sibling applications.
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/RawValueEnum.hpp"
+
 namespace kestrow::suite {
 
-struct SuiteApp {
+// Ordered as the catalogue lists them.
+struct SuiteApp : RawValueEnum<SuiteApp> {
     enum Value { brimlet, corvane, dismel, fennick, garrow, hollin, jessap };
+    static constexpr std::array<std::string_view, 7> rawValues{"brimlet", "corvane", "dismel", "fennick",
+                                                               "garrow",  "hollin",  "jessap"};
     Value value = brimlet;
 
     constexpr SuiteApp() = default;
     constexpr SuiteApp(Value v) : value(v) {}
 
-    static const std::vector<SuiteApp>& allCases();  // catalogue order
-    static std::optional<SuiteApp> fromRawValue(std::string_view raw);
-
-    std::string_view rawValue() const;
     std::string glanceFileName() const { return std::string(rawValue()) + ".json"; }
     std::string bundleIdentifier() const { return "com.kestrow." + std::string(rawValue()); }
     std::string displayName() const;
@@ -26,9 +28,6 @@ struct SuiteApp {
     // Dismel and Hollin publish records that are never shown.
     bool participates() const { return value != dismel && value != hollin; }
     bool canHost() const { return value == brimlet || value == fennick || value == garrow || value == jessap; }
-
-    friend constexpr bool operator==(SuiteApp a, SuiteApp b) { return a.value == b.value; }
-    friend constexpr bool operator<(SuiteApp a, SuiteApp b) { return a.value < b.value; }
 };
 
 struct MetricRef {
