@@ -49,21 +49,6 @@ TEST(CleanupCatalog, OffersWhatExistsInTableOrderAndSimulatorsLast) {
     EXPECT_EQ(items[0].url, home / table.front().relativePath);
 }
 
-TEST(CleanupCatalog, LinuxTableUsesTheToolsOwnCacheFolders) {
-    const auto& mac = CleanupCatalog::macEntries();
-    const auto& linuxTable = CleanupCatalog::linuxEntries();
-    ASSERT_EQ(mac.size(), 8u);
-    ASSERT_EQ(linuxTable.size(), 7u);
-    std::map<std::string, std::string> paths;
-    for (const auto& e : linuxTable) paths[e.id] = e.relativePath;
-    EXPECT_EQ(paths.count("xcode-derived-data"), 0u);
-    EXPECT_EQ(paths["pip-cache"], ".cache/pip");
-    EXPECT_EQ(paths["yarn-cache"], ".cache/yarn");
-    EXPECT_EQ(paths["swiftpm-cache"], ".cache/org.swift.swiftpm");
-    EXPECT_EQ(paths["npm-cache"], ".npm/_cacache");
-    EXPECT_EQ(mac[5].relativePath, "Library/Caches/pip");
-}
-
 TEST(CleanupItem, JsonKeysAndSelectability) {
     CleanupItem item;
     item.id = "x";

@@ -136,6 +136,17 @@ TEST(CleanerReason, InUseListsThreeThenCounts) {
     EXPECT_EQ(Cleaner::inUseReason(users), "In use by node (pid 11), vite (pid 12), esbuild (pid 13)");
 }
 
+TEST(SimulatorTool, CapturesBothStreamsAndTheStatus) {
+    const auto output = SimulatorTool::run("/bin/sh", {"-c", "printf out; printf ' err \n' >&2; exit 3"});
+    EXPECT_EQ(output.status, 3);
+    EXPECT_EQ(output.out, "out");
+    EXPECT_EQ(output.err, " err \n");
+    EXPECT_EQ(SimulatorTool::run("/no/such/tool", {}).status, -1);
+#if !defined(__APPLE__)
+    EXPECT_FALSE(SimulatorTool::developerDirectory());  // no Xcode: the simulator item is never offered
+#endif
+}
+
 TEST(InUseChecker, TouchesStandardisedAndResolvedPaths) {
     TempFolder temp;
     fs::create_directories(temp / "proj/node_modules/x");

@@ -88,6 +88,16 @@ TEST(GlanceStore, ReadersNeverSeeATornRecord) {
     EXPECT_EQ(bad, 0) << "of " << reads << " reads";
 }
 
+TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {
+    ::unsetenv("APP_SANDBOX_CONTAINER_ID");
+    const auto plain = SuiteFolder::reachable(std::nullopt);
+    ASSERT_EQ(plain.size(), 1u);
+    EXPECT_EQ(plain[0].url, SuiteFolder::realHome() + "/Library/Application Support/Kestrow/Suite");
+    ::setenv("APP_SANDBOX_CONTAINER_ID", "", 1);  // present is enough, whatever its value
+    EXPECT_TRUE(SuiteFolder::reachable(std::string("group.kestrow.suite")).empty());  // no group containers here
+    ::unsetenv("APP_SANDBOX_CONTAINER_ID");
+}
+
 TEST(PublishSchedule, ChangedAtOnceUnchangedAtHalfLife) {
     PublishSchedule schedule;
     const GlanceRecord first = record(SuiteApp::brimlet, 1000);

@@ -143,18 +143,5 @@ TEST(SuiteStateMachine, RowsLevelsAndMenuBarValues) {
     EXPECT_EQ(m.rows()[0].app(), SuiteApp(SuiteApp::fennick));
 }
 
-TEST(SuiteApp, Catalogue) {
-    std::string hosts, participants;
-    for (SuiteApp app : SuiteApp::allCases()) {
-        if (app.canHost()) hosts += app.shortName() + " ";
-        if (app.participates()) participants += std::string(app.rawValue()) + " ";
-    }
-    EXPECT_EQ(hosts, "Brimlet Fennick Garrow Jessap ");
-    EXPECT_EQ(participants, "brimlet corvane fennick garrow jessap ");
-    EXPECT_EQ(SuiteApp(SuiteApp::hollin).displayName(), "Kestrow Hollin");
-    EXPECT_EQ(SuiteApp(SuiteApp::corvane).glanceFileName(), "corvane.json");
-    EXPECT_TRUE(SuiteApp(SuiteApp::brimlet) < SuiteApp(SuiteApp::corvane));
-}
-
 }  // namespace
 }  // namespace kestrow::suite
