@@ -217,7 +217,7 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
 
     for (std::size_t index = 0; index < items.size(); ++index) {
         const CleanupItem& item = items[index];
-        if (isCancelled()) {
+        if (isCancelled && isCancelled()) {
             report.cancelled = true;
             break;
         }
