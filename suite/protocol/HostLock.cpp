@@ -73,7 +73,14 @@ void HostLock::run(std::shared_ptr<State> state, std::vector<std::string> urls, 
 }
 
 int HostLock::waitFor(State& state, const std::string& path) {
+    // One line per wait and kind of failure: a folder that stays unwritable must not flood the log.
     bool loggedOpen = false, loggedLock = false;
+    auto logOnce = [&path](bool& logged, const char* what, int error) {
+        if (logged) return;
+        logged = true;
+        log::error(logCategory, std::string("cannot ") + what + " " + path + ": errno " + std::to_string(error) +
+                                    "; retrying every 5 s");
+    };
     auto pause = [&state] {
         std::unique_lock lock(state.mutex);
         state.wake.wait_for(lock, retryInterval, [&state] { return state.cancelled; });
@@ -85,11 +92,7 @@ int HostLock::waitFor(State& state, const std::string& path) {
         }
         const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) {
-            if (!loggedOpen) {
-                log::error(logCategory, "cannot open " + path + ": errno " + std::to_string(errno) +
-                                            "; retrying every 5 s");
-                loggedOpen = true;
-            }
+            logOnce(loggedOpen, "open", errno);
             pause();
             continue;
         }
@@ -100,11 +103,7 @@ int HostLock::waitFor(State& state, const std::string& path) {
         if (result != 0) {
             const int error = errno;
             ::close(fd);
-            if (!loggedLock) {
-                log::error(logCategory, "cannot lock " + path + ": errno " + std::to_string(error) +
-                                            "; retrying every 5 s");
-                loggedLock = true;
-            }
+            logOnce(loggedLock, "lock", error);
             pause();
             continue;
         }

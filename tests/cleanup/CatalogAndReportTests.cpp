@@ -4,7 +4,7 @@
 
 #include "base/JsonCoding.hpp"
 #include "core/cleanup/CleanupReport.hpp"
-#include "tests/suite/TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {

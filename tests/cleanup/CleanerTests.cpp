@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "core/cleanup/Cleaner.hpp"
-#include "tests/suite/TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {

@@ -7,18 +7,13 @@
 #include <random>
 
 #include "core/cleanup/SafetyPolicy.hpp"
-#include "tests/suite/TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {
 
 namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
-
-void touch(const std::string& path) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << "x";
-}
 
 struct PolicyFixture : ::testing::Test {
     TempFolder temp;
@@ -31,11 +26,11 @@ struct PolicyFixture : ::testing::Test {
                                 "home/Downloads/Photos Library.photoslibrary", "home/Downloads/sub",
                                 "home/Desktop", "outside/cache"})
             fs::create_directories(temp / dir);
-        touch(home + "/.npm/_cacache/ab/blob");
-        touch(home + "/Library/Keychains/login.keychain-db");
-        touch(home + "/Downloads/Photos Library.photoslibrary/db");
-        touch(home + "/Downloads/a.keychain.txt");
-        touch(outside + "/cache/file");
+        kestrow::testing::writeFile(home + "/.npm/_cacache/ab/blob", "x");
+        kestrow::testing::writeFile(home + "/Library/Keychains/login.keychain-db", "x");
+        kestrow::testing::writeFile(home + "/Downloads/Photos Library.photoslibrary/db", "x");
+        kestrow::testing::writeFile(home + "/Downloads/a.keychain.txt", "x");
+        kestrow::testing::writeFile(outside + "/cache/file", "x");
         fs::create_symlink(outside + "/cache", home + "/.npm/_cacache/link-out");          // a link, even if allowed
         fs::create_symlink(home + "/.npm/_cacache/ab", home + "/.npm/_cacache/link-in");  // target allowed
         fs::create_symlink(outside, home + "/Library/Caches-link");                       // parent leads out

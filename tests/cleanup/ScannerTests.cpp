@@ -4,18 +4,14 @@
 #include <fstream>
 
 #include "core/cleanup/ApprovalScanner.hpp"
-#include "tests/suite/TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {
 
 namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-}
+using kestrow::testing::writeFile;
 
 const auto never = [] { return false; };
 

@@ -14,7 +14,7 @@
 
 #include "core/cleanup/CleanupSession.hpp"
 #include "core/cleanup/linux/FreedesktopTrash.hpp"
-#include "tests/suite/TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 
 extern char** environ;
 
@@ -23,11 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-}
+using kestrow::testing::writeFile;
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "core/cleanup/SizeMeasurer.hpp"
-#include "tests/suite/TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {

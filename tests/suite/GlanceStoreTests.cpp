@@ -6,7 +6,7 @@
 #include <fstream>
 #include <thread>
 
-#include "TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 #include "core/intents/SuiteFolderArgument.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 
@@ -14,13 +14,12 @@ namespace kestrow::suite {
 namespace {
 
 using kestrow::testing::TempFolder;
+using kestrow::testing::writeFile;
 
 GlanceRecord record(SuiteApp app, double at, double memory = 50) {
     return GlanceRecord(app, false, GlanceState::running, at, 10, GlanceLevel::ok,
                         {{"mem", "Memory", memory, "%", GlanceLevel::ok}});
 }
-
-void writeFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 
 TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
     TempFolder temp;

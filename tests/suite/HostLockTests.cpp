@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 #include "suite/protocol/HostLock.hpp"
 
 extern char** environ;

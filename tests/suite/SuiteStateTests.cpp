@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "TempFolder.hpp"
+#include "tests/support/TempFolder.hpp"
 #include "suite/protocol/SuiteState.hpp"
 
 namespace kestrow::suite {

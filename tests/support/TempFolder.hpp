@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace kestrow::testing {
@@ -24,5 +25,11 @@ public:
 private:
     std::string path_;
 };
+
+// Writes a file, creating the folders above it.
+inline void writeFile(const std::string& path, const std::string& bytes) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+}
 
 }  // namespace kestrow::testing
