@@ -5,6 +5,7 @@
 #include <chrono>
 #include <thread>
 
+#include "base/Log.hpp"
 #include "core/monitoring/MonitorEngine.hpp"
 
 namespace brimlet {
@@ -22,7 +23,11 @@ void SnapshotCommand::run() {
     std::this_thread::sleep_for(std::chrono::seconds(1));
     const MonitorSnapshot snapshot = engine.snapshot().get();
     const auto text = encode(snapshot);
-    if (!text) return;
+    if (!text) {
+        // Nothing is printed and the command still succeeds; the log says why the output is empty.
+        kestrow::log::error("snapshot", "cannot encode the snapshot as JSON");
+        return;
+    }
     std::string_view rest(*text);
     while (!rest.empty()) {
         const ssize_t n = ::write(STDOUT_FILENO, rest.data(), rest.size());

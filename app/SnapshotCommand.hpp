@@ -12,7 +12,7 @@ struct SnapshotCommand {
     // and writes it to standard output as pretty JSON with sorted keys. Always returns normally.
     static void run();
     // The text written for a snapshot; none when it cannot be encoded (then nothing is printed).
-    static std::optional<std::string> encode(const MonitorSnapshot& snapshot);
+    [[nodiscard]] static std::optional<std::string> encode(const MonitorSnapshot& snapshot);
 };
 
 }  // namespace brimlet

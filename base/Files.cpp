@@ -51,18 +51,18 @@ SafeRead safeRead(const std::string& path, std::size_t limit) {
     return {SafeRead::Data{std::move(bytes)}};
 }
 
-std::optional<std::string> writeAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
+Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
     std::string temporary = folder + "/." + name + ".XXXXXX";
     const int fd = ::mkstemp(temporary.data());
-    if (fd < 0) return "cannot create a temporary file (errno " + std::to_string(errno) + ")";
+    if (fd < 0) return Status::failure("cannot create a temporary file (errno " + std::to_string(errno) + ")");
     auto fail = [&](const char* what) {
         const int error = errno;
         ::close(fd);
         ::unlink(temporary.c_str());
-        return std::string(what) + " (errno " + std::to_string(error) + ")";
+        return Status::failure(std::string(what) + " (errno " + std::to_string(error) + ")");
     };
     if (::fchmod(fd, static_cast<mode_t>(mode)) != 0) return fail("cannot set permissions");
     for (std::string_view rest = bytes; !rest.empty();) {
@@ -76,14 +76,14 @@ std::optional<std::string> writeAtomically(const std::string& path, std::string_
     if (::fsync(fd) != 0) return fail("cannot flush");
     if (::close(fd) != 0) {
         ::unlink(temporary.c_str());
-        return "cannot close (errno " + std::to_string(errno) + ")";
+        return Status::failure("cannot close (errno " + std::to_string(errno) + ")");
     }
     if (::rename(temporary.c_str(), path.c_str()) != 0) {
         const int error = errno;
         ::unlink(temporary.c_str());
-        return "cannot replace (errno " + std::to_string(error) + ")";
+        return Status::failure("cannot replace (errno " + std::to_string(error) + ")");
     }
-    return std::nullopt;
+    return Status::success();
 }
 
 namespace {

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <variant>
 
+#include "Status.hpp"
+
 namespace kestrow {
 
 struct SafeRead {
@@ -32,8 +34,8 @@ struct SafeRead {
 SafeRead safeRead(const std::string& path, std::size_t limit);
 
 // Writes to a temporary file beside the target, flushes it, then renames it over the target, so a
-// reader sees the old or the new bytes and never a mix. Returns an error text on failure.
-std::optional<std::string> writeAtomically(const std::string& path, std::string_view bytes, unsigned mode = 0600);
+// reader sees the old or the new bytes and never a mix.
+Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode = 0600);
 
 // "/a/./b//c/../d/" → "/a/b/d": lexical only, no file system access.
 std::string standardizePath(std::string_view path);

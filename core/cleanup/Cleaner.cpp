@@ -24,12 +24,12 @@ std::uint64_t dataVolumeFreeBytes() {
     return volume ? volume->first : 0;
 }
 
-std::optional<std::string> LiveFileOperations::removePermanently(const std::string& path) {
+kestrow::Status LiveFileOperations::removePermanently(const std::string& path) {
     // remove_all never follows a link: a link inside the tree is removed, not its target.
     std::error_code error;
     std::filesystem::remove_all(path, error);
-    if (error) return error.message();
-    return std::nullopt;
+    if (error) return kestrow::Status::failure(error.message());
+    return kestrow::Status::success();
 }
 
 // ---- In use ----
@@ -190,13 +190,13 @@ std::string lastComponent(const std::string& path) {
 
 // Runs one file operation, turning a thrown error into the same kind of text as a returned one.
 template <typename F>
-std::optional<std::string> guarded(F&& operation) {
+kestrow::Status guarded(F&& operation) {
     try {
         return operation();
     } catch (const std::exception& error) {
-        return std::string(error.what());
+        return kestrow::Status::failure(error.what());
     } catch (...) {
-        return std::string("unknown error");
+        return kestrow::Status::failure("unknown error");
     }
 }
 
@@ -268,11 +268,11 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
         }
         // Personal data is never deleted permanently, whatever the user chose: it goes to the Trash.
         const bool permanent = mode == DeleteMode::permanent && item.kind == CleanupKind::regenerable;
-        const auto error = guarded([&] {
+        const kestrow::Status outcome = guarded([&] {
             return permanent ? fileOperations->removePermanently(realPath) : fileOperations->moveToTrash(realPath);
         });
-        if (error) {
-            skip("Error: " + *error);
+        if (outcome.failed()) {
+            skip("Error: " + outcome.message());
             continue;
         }
         report.deleted.push_back({item.title, item.url, bytes, permanent ? DeleteMode::permanent : DeleteMode::trash,

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "base/Status.hpp"
 #include "CleanupItem.hpp"
 #include "CleanupReport.hpp"
 #include "SafetyPolicy.hpp"
@@ -16,21 +17,20 @@
 
 namespace brimlet {
 
-// The two operations that change the disk. Each returns an error text (the platform's description)
-// on failure; an implementation may also throw, and the cleaner turns that into the same kind of text.
+// The two operations that change the disk. Each returns a failure with the platform's description; an implementation may also throw, and the cleaner turns that into the same kind of text.
 class FileOperations {
 public:
     virtual ~FileOperations() = default;
-    virtual std::optional<std::string> moveToTrash(const std::string& path) = 0;
-    virtual std::optional<std::string> removePermanently(const std::string& path) = 0;
+    virtual kestrow::Status moveToTrash(const std::string& path) = 0;
+    virtual kestrow::Status removePermanently(const std::string& path) = 0;
 };
 
 // The user's Trash on this platform (the freedesktop.org Trash on Linux), and removal without
 // following links.
 class LiveFileOperations final : public FileOperations {
 public:
-    std::optional<std::string> moveToTrash(const std::string& path) override;
-    std::optional<std::string> removePermanently(const std::string& path) override;
+    kestrow::Status moveToTrash(const std::string& path) override;
+    kestrow::Status removePermanently(const std::string& path) override;
 };
 
 struct ProcessUse {

@@ -34,7 +34,7 @@ std::vector<SuiteFolder> SuiteFolder::reachable(const std::optional<std::string>
 
 namespace {
 
-std::optional<std::string> makeFolders(const std::string& path) {
+kestrow::Status makeFolders(const std::string& path) {
     std::string partial;
     std::size_t pos = 1;
     while (pos <= path.size()) {
@@ -42,24 +42,24 @@ std::optional<std::string> makeFolders(const std::string& path) {
         const std::size_t end = slash == std::string::npos ? path.size() : slash;
         partial = path.substr(0, end);
         if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST)
-            return "cannot create " + partial + " (errno " + std::to_string(errno) + ")";
+            return kestrow::Status::failure("cannot create " + partial + " (errno " + std::to_string(errno) + ")");
         pos = end + 1;
     }
     struct stat st{};
-    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return "not a folder: " + path;
-    return std::nullopt;
+    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return kestrow::Status::failure("not a folder: " + path);
+    return kestrow::Status::success();
 }
 
 }  // namespace
 
-std::optional<std::string> SuiteFolder::prepare() const {
-    if (auto error = makeFolders(url)) return error;
+kestrow::Status SuiteFolder::prepare() const {
+    if (auto status = makeFolders(url); status.failed()) return status;
     return makeFolders(glancesURL());
 }
 
-std::optional<std::string> GlanceStore::write(const GlanceRecord& record) const {
+kestrow::Status GlanceStore::write(const GlanceRecord& record) const {
     auto encoded = GlanceCodec::encode(record);
-    if (auto* error = std::get_if<GlanceValidationError>(&encoded)) return error->reason;
+    if (auto* error = std::get_if<GlanceValidationError>(&encoded)) return kestrow::Status::failure(error->reason);
     return writeAtomically(folder.glanceURL(record.app), std::get<std::string>(encoded));
 }
 

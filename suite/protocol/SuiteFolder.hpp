@@ -29,7 +29,7 @@ struct SuiteFolder {
     static std::vector<SuiteFolder> reachable(const std::optional<std::string>& groupIdentifier);
 
     // Creates the folder and "glances" with permissions 0700; an error text on failure.
-    std::optional<std::string> prepare() const;
+    kestrow::Status prepare() const;
 
     bool operator==(const SuiteFolder&) const = default;
     bool operator<(const SuiteFolder& other) const { return url < other.url; }
@@ -44,7 +44,7 @@ struct GlanceStore {
     static constexpr std::size_t readLimit = GlanceCodec::maxBytes + 1;  // enough to tell "too long"
 
     // Encodes and replaces this application's record atomically; an error text on failure.
-    std::optional<std::string> write(const GlanceRecord& record) const;
+    kestrow::Status write(const GlanceRecord& record) const;
     std::map<SuiteApp, GlanceReadResult> readAll() const;
     std::optional<GlanceReadResult> read(SuiteApp app) const;
     static SafeRead safeRead(const std::string& path, std::size_t limit) { return kestrow::safeRead(path, limit); }

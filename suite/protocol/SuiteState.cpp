@@ -74,7 +74,7 @@ SuiteSettings SuiteSettings::read(const SuiteFolder& folder) {
     return SuiteSettings{};
 }
 
-std::optional<std::string> SuiteSettings::write(const SuiteFolder& folder) const {
+kestrow::Status SuiteSettings::write(const SuiteFolder& folder) const {
     return writeAtomically(folder.settingsURL(), encode());
 }
 

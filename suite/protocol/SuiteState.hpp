@@ -34,7 +34,7 @@ struct SuiteSettings {
     static SuiteSettings decode(std::string_view bytes);
     std::string encode() const;
     static SuiteSettings read(const SuiteFolder& folder);
-    std::optional<std::string> write(const SuiteFolder& folder) const;  // an error text on failure
+    kestrow::Status write(const SuiteFolder& folder) const;
     bool operator==(const SuiteSettings&) const = default;
 };
 

@@ -17,14 +17,14 @@ class RecordingOperations : public FileOperations {
 public:
     std::vector<std::string> calls;
     bool throwOnTrash = false;
-    std::optional<std::string> moveToTrash(const std::string& path) override {
+    kestrow::Status moveToTrash(const std::string& path) override {
         calls.push_back("trash " + path);
         if (throwOnTrash) throw std::runtime_error("The volume is read-only.");
-        return std::nullopt;
+        return kestrow::Status::success();
     }
-    std::optional<std::string> removePermanently(const std::string& path) override {
+    kestrow::Status removePermanently(const std::string& path) override {
         calls.push_back("remove " + path);
-        return std::nullopt;
+        return kestrow::Status::success();
     }
 };
 

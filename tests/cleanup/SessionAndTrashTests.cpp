@@ -138,7 +138,7 @@ TEST(FreedesktopTrash, NamesNeverCollideAndNothingIsOverwritten) {
     const FreedesktopTrash trash(temp / "data/Trash");
     for (int i = 0; i < 3; ++i) {
         writeFile(temp / "home/a/report.txt", "version " + std::to_string(i));
-        ASSERT_EQ(trash.trash(temp / "home/a/report.txt"), std::nullopt);
+        ASSERT_TRUE(trash.trash(temp / "home/a/report.txt").ok());
     }
     EXPECT_EQ(readFile(temp / "data/Trash/files/report.txt"), "version 0");
     EXPECT_EQ(readFile(temp / "data/Trash/files/report.txt.2"), "version 1");
@@ -147,11 +147,11 @@ TEST(FreedesktopTrash, NamesNeverCollideAndNothingIsOverwritten) {
     // An orphan in files/ without its info file is skipped, not overwritten.
     writeFile(temp / "data/Trash/files/orphan", "old");
     writeFile(temp / "home/orphan", "new");
-    ASSERT_EQ(trash.trash(temp / "home/orphan"), std::nullopt);
+    ASSERT_TRUE(trash.trash(temp / "home/orphan").ok());
     EXPECT_EQ(readFile(temp / "data/Trash/files/orphan"), "old");
     EXPECT_EQ(readFile(temp / "data/Trash/files/orphan.2"), "new");
     EXPECT_FALSE(fs::exists(temp / "data/Trash/info/orphan.trashinfo"));
-    EXPECT_NE(trash.trash(temp / "home/missing"), std::nullopt);
+    EXPECT_TRUE(trash.trash(temp / "home/missing").failed());
 
     EXPECT_EQ(FreedesktopTrash::escapePath("/h/a b/\xC3\xA9%#?x~_-.y"), "/h/a%20b/%C3%A9%25%23%3Fx~_-.y");
     const kestrow::Date date = *kestrow::parseIsoDate("2026-11-23T10:00:00Z");
@@ -200,8 +200,8 @@ TEST(CleanerInUse, RealProcessesKeepTheirFoldersFromDeletion) {
 
     class NoOperations : public FileOperations {
     public:
-        std::optional<std::string> moveToTrash(const std::string&) override { return "must not run"; }
-        std::optional<std::string> removePermanently(const std::string&) override { return "must not run"; }
+        kestrow::Status moveToTrash(const std::string&) override { return kestrow::Status::failure("must not run"); }
+        kestrow::Status removePermanently(const std::string&) override { return kestrow::Status::failure("must not run"); }
     } operations;
     Cleaner cleaner(home, operations);
     auto item = [&](const std::string& relative) {

@@ -24,14 +24,14 @@ GlanceRecord record(SuiteApp app, double at, double memory = 50) {
 TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
     TempFolder temp;
     const SuiteFolder folder(temp.path() + "/Suite/./");
-    ASSERT_EQ(folder.prepare(), std::nullopt);
+    ASSERT_TRUE(folder.prepare().ok());
     struct stat st{};
     ASSERT_EQ(::stat(folder.glancesURL().c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
 
     const GlanceStore store{folder};
-    ASSERT_EQ(store.write(record(SuiteApp::brimlet, 100)), std::nullopt);
-    ASSERT_EQ(store.write(record(SuiteApp::fennick, 100)), std::nullopt);
+    ASSERT_TRUE(store.write(record(SuiteApp::brimlet, 100)).ok());
+    ASSERT_TRUE(store.write(record(SuiteApp::fennick, 100)).ok());
     writeFile(folder.glanceURL(SuiteApp::garrow), "not json");
     ::mkdir(folder.glanceURL(SuiteApp::jessap).c_str(), 0700);
     ::symlink(folder.glanceURL(SuiteApp::brimlet).c_str(), folder.glanceURL(SuiteApp::corvane).c_str());
@@ -46,7 +46,7 @@ TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
     EXPECT_EQ(*all.at(SuiteApp::hollin).reason(), "not a regular file");  // and it did not block
     EXPECT_FALSE(store.read(SuiteApp::dismel));
     EXPECT_EQ(store.write(GlanceRecord(SuiteApp::brimlet, false, GlanceState::running, 1, 99, GlanceLevel::ok, {})),
-              "ttl: 3-60");
+              kestrow::Status::failure("ttl: 3-60"));
 }
 
 TEST(GlanceStore, ProtectedReadLimitsAndOwner) {
@@ -69,12 +69,15 @@ TEST(GlanceStore, ProtectedReadLimitsAndOwner) {
 TEST(GlanceStore, ReadersNeverSeeATornRecord) {
     TempFolder temp;
     const SuiteFolder folder(temp.path());
-    ASSERT_EQ(folder.prepare(), std::nullopt);
+    ASSERT_TRUE(folder.prepare().ok());
     const GlanceStore store{folder};
-    ASSERT_EQ(store.write(record(SuiteApp::brimlet, 0)), std::nullopt);
+    ASSERT_TRUE(store.write(record(SuiteApp::brimlet, 0)).ok());
     std::atomic<bool> done{false};
+    std::atomic<int> writeFailures{0};
     std::thread writer([&] {
-        for (int i = 1; i <= 3000; ++i) store.write(record(SuiteApp::brimlet, i, i % 2 ? 12.5 : 99.99));
+        for (int i = 1; i <= 3000; ++i) {
+            if (store.write(record(SuiteApp::brimlet, i, i % 2 ? 12.5 : 99.99)).failed()) ++writeFailures;
+        }
         done = true;
     });
     int reads = 0, bad = 0;
@@ -85,6 +88,7 @@ TEST(GlanceStore, ReadersNeverSeeATornRecord) {
     }
     writer.join();
     EXPECT_EQ(bad, 0) << "of " << reads << " reads";
+    EXPECT_EQ(writeFailures, 0);
 }
 
 TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {

@@ -47,7 +47,7 @@ TEST(SuiteSettings, ReadAndWriteThroughTheFolder) {
     SuiteSettings s;
     s.floatingVisible = true;
     s.unknown["keep"] = JSONValue(std::int64_t{3});
-    ASSERT_EQ(s.write(folder), std::nullopt);
+    ASSERT_TRUE(s.write(folder).ok());
     EXPECT_EQ(SuiteSettings::read(folder), s);
     std::ofstream(folder.settingsURL()) << "{corrupt";
     EXPECT_EQ(SuiteSettings::read(folder), SuiteSettings{});

@@ -5,12 +5,12 @@
 
 namespace brimlet {
 
-std::optional<std::string> LiveFileOperations::moveToTrash(const std::string& path) {
+kestrow::Status LiveFileOperations::moveToTrash(const std::string& path) {
     @autoreleasepool {
         NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:path.c_str()]];
         NSError* error = nil;
-        if ([[NSFileManager defaultManager] trashItemAtURL:url resultingItemURL:nil error:&error]) return std::nullopt;
-        return std::string(error.localizedDescription.UTF8String ?: "cannot move to the Trash");
+        if ([[NSFileManager defaultManager] trashItemAtURL:url resultingItemURL:nil error:&error]) return kestrow::Status::success();
+        return kestrow::Status::failure(std::string(error.localizedDescription.UTF8String ?: "cannot move to the Trash"));
     }
 }
 

@@ -103,11 +103,11 @@ std::optional<std::string> FreedesktopTrash::trashFor(const std::string& path) c
     return std::nullopt;
 }
 
-std::optional<std::string> FreedesktopTrash::trash(const std::string& path) const {
+kestrow::Status FreedesktopTrash::trash(const std::string& path) const {
     const auto trashFolder = trashFor(path);
-    if (!trashFolder) return "no Trash on the volume of " + path;
+    if (!trashFolder) return kestrow::Status::failure("no Trash on the volume of " + path);
     const std::string files = *trashFolder + "/files", info = *trashFolder + "/info";
-    if (!makeFolders(files) || !makeFolders(info)) return errnoText("cannot create the Trash", errno);
+    if (!makeFolders(files) || !makeFolders(info)) return kestrow::Status::failure(errnoText("cannot create the Trash", errno));
 
     std::string name = path.substr(path.rfind('/') + 1);
     const std::string contents = trashInfo(path, kestrow::currentDate());
@@ -118,13 +118,13 @@ std::optional<std::string> FreedesktopTrash::trash(const std::string& path) cons
         const int fd = ::open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (fd < 0) {
             if (errno == EEXIST) continue;
-            return errnoText("cannot write to the Trash", errno);
+            return kestrow::Status::failure(errnoText("cannot write to the Trash", errno));
         }
         const bool written = ::write(fd, contents.data(), contents.size()) == static_cast<ssize_t>(contents.size());
         ::close(fd);
         if (!written) {
             ::unlink(infoPath.c_str());
-            return "cannot write to the Trash";
+            return kestrow::Status::failure("cannot write to the Trash");
         }
         const std::string target = files + "/" + candidate;
         struct stat st{};
@@ -135,14 +135,14 @@ std::optional<std::string> FreedesktopTrash::trash(const std::string& path) cons
         if (::rename(path.c_str(), target.c_str()) != 0) {
             const int error = errno;
             ::unlink(infoPath.c_str());
-            return errnoText("cannot move to the Trash", error);
+            return kestrow::Status::failure(errnoText("cannot move to the Trash", error));
         }
-        return std::nullopt;
+        return kestrow::Status::success();
     }
-    return "no free name in the Trash";
+    return kestrow::Status::failure("no free name in the Trash");
 }
 
-std::optional<std::string> LiveFileOperations::moveToTrash(const std::string& path) {
+kestrow::Status LiveFileOperations::moveToTrash(const std::string& path) {
     return FreedesktopTrash().trash(path);
 }
 

@@ -3,6 +3,8 @@
 // Nothing here ever erases: an item that cannot be trashed stays where it is.
 #pragma once
 
+#include "base/Status.hpp"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,7 +21,7 @@ public:
     explicit FreedesktopTrash(std::string homeTrash = homeTrashPath()) : homeTrash_(std::move(homeTrash)) {}
 
     // Moves the item into the trash of its own file system; an error text when it cannot.
-    std::optional<std::string> trash(const std::string& path) const;
+    kestrow::Status trash(const std::string& path) const;
 
     // The trash that takes items from this mount: the home trash when the item lives on the same
     // device, else $topdir/.Trash/$uid (only below a real, sticky .Trash) or $topdir/.Trash-$uid.
