@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,7 +13,12 @@ class TempFolder {
 public:
     TempFolder() {
         std::string pattern = (std::filesystem::temp_directory_path() / "kestrow-test-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data()) ? pattern : std::string();
+        if (!::mkdtemp(pattern.data())) {
+            // Without a folder every path below would point at the file system's root: stop here.
+            std::perror("kestrow tests: mkdtemp");
+            std::abort();
+        }
+        path_ = pattern;
     }
     ~TempFolder() {
         std::error_code ignored;
