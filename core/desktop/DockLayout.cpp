@@ -1,0 +1,137 @@
+#include "DockLayout.hpp"
+
+#include <cmath>
+#include <cstdio>
+#include <unordered_map>
+#include <variant>
+
+#include "base/Checked.hpp"
+#include "base/Files.hpp"
+#include "base/JsonCoding.hpp"
+
+namespace brimlet {
+
+namespace {
+
+// printf's rounding, as the platform's formatted strings use.
+std::string format(const char* pattern, double value) {
+    char buffer[64];
+    const int n = std::snprintf(buffer, sizeof buffer, pattern, value);
+    return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
+}
+
+std::optional<DockBadge> memoryBadge(const AppGroup& group, const DockBadgeSettings& settings) {
+    const std::uint64_t value = group.footprint;
+    if (value < settings.memoryThreshold) return std::nullopt;
+    // Only reachable with an absurd stored threshold (2^62 bytes or more) that an application
+    // actually meets; a wrong "heavy" flag is not something to guess at.
+    const std::uint64_t heavyFrom =
+        kestrow::checkedMultiply(4, settings.memoryThreshold, "Dock badge memory threshold overflows when quadrupled");
+    return DockBadge{group.id, {}, DockLayout::compactMemory(value), heavyFrom <= value};
+}
+
+std::optional<DockBadge> cpuBadge(const AppGroup& group, const DockBadgeSettings& settings) {
+    if (!group.cpuPercent) return std::nullopt;
+    const double percent = *group.cpuPercent;
+    // A figure that is not finite is a sampling fault, not a reading worth a badge ("inf%").
+    if (!std::isfinite(percent) || percent < settings.cpuThreshold) return std::nullopt;
+    return DockBadge{group.id, {}, format("%.0f%%", percent), 4 * settings.cpuThreshold <= percent};
+}
+
+}  // namespace
+
+bool Rect::contains(const Rect& inner) const {
+    return inner.minX() >= minX() && inner.maxX() <= maxX() && inner.minY() >= minY() && inner.maxY() <= maxY();
+}
+
+kestrow::JsonValue toJson(const DockBadgeSettings& settings) {
+    return kestrow::JsonObjectBuilder()
+        .set("memoryThreshold", settings.memoryThreshold)
+        .set("cpuThreshold", settings.cpuThreshold)
+        .build();
+}
+
+bool fromJson(const kestrow::JsonValue& json, DockBadgeSettings& out) {
+    DockBadgeSettings decoded;
+    if (!kestrow::JsonObjectReader(json)
+             .get("memoryThreshold", decoded.memoryThreshold)
+             .get("cpuThreshold", decoded.cpuThreshold)
+             .ok())
+        return false;
+    out = decoded;
+    return true;
+}
+
+std::optional<std::string> DockBadgeSettings::encoded() const { return kestrow::writeJson(toJson(*this)); }
+
+std::optional<DockBadgeSettings> DockBadgeSettings::decode(std::string_view text) {
+    auto parsed = kestrow::parseJson(text);
+    const auto* json = std::get_if<kestrow::JsonValue>(&parsed);
+    DockBadgeSettings settings;
+    if (!json || !fromJson(*json, settings)) return std::nullopt;
+    return settings;
+}
+
+DockBadgeSettings DockBadgeSettings::decodedOrDefault(const std::optional<std::string>& stored) {
+    if (!stored) return DockBadgeSettings();
+    return decode(*stored).value_or(DockBadgeSettings());
+}
+
+namespace DockLayout {
+
+std::string normalized(std::string_view path) {
+    std::string result = kestrow::standardizePath(path);
+    while (result.size() >= 2 && result.back() == '/') result.pop_back();
+    return result;
+}
+
+Rect cocoaFrame(const Rect& frame, double primaryScreenHeight) {
+    return Rect{frame.minX(), primaryScreenHeight - frame.maxY(), frame.absoluteWidth(), frame.absoluteHeight()};
+}
+
+std::string compactMemory(std::uint64_t bytes) {
+    const double gibibytes = static_cast<double>(bytes) / 1'073'741'824.0;
+    if (gibibytes >= 1) return format("%.1f GB", gibibytes);
+    return format("%.0f MB", static_cast<double>(bytes) / 1'048'576.0);
+}
+
+std::vector<DockBadge> badges(const std::vector<DockItem>& items, const std::vector<AppGroup>& apps,
+                              DockBadgeMetric metric, const DockBadgeSettings& settings,
+                              double primaryScreenHeight) {
+    // Groups arrive largest first; when two share a bundle path the larger one keeps the icon.
+    std::unordered_map<std::string, const AppGroup*> byPath;
+    byPath.reserve(apps.size());
+    for (const AppGroup& group : apps)
+        if (group.bundlePath) byPath.try_emplace(normalized(*group.bundlePath), &group);
+
+    std::vector<DockBadge> result;
+    for (const DockItem& item : items) {
+        if (!item.bundlePath) continue;
+        const auto found = byPath.find(normalized(*item.bundlePath));
+        if (found == byPath.end()) continue;
+        const AppGroup& group = *found->second;
+        auto badge = metric == DockBadgeMetric::memory ? memoryBadge(group, settings) : cpuBadge(group, settings);
+        if (!badge) continue;
+        badge->iconFrame = cocoaFrame(item.axFrame, primaryScreenHeight);
+        result.push_back(std::move(*badge));
+    }
+    return result;
+}
+
+bool isDockVisible(const std::vector<Rect>& iconFrames, const std::vector<Rect>& screenFrames) {
+    if (iconFrames.empty() || screenFrames.empty()) return false;
+    std::size_t onScreen = 0;
+    for (const Rect& icon : iconFrames) {
+        for (const Rect& screen : screenFrames) {
+            if (screen.contains(icon)) {
+                ++onScreen;
+                break;
+            }
+        }
+    }
+    return onScreen * 2 > iconFrames.size();
+}
+
+}  // namespace DockLayout
+
+}  // namespace brimlet

@@ -1,0 +1,52 @@
+#include "IntentAnswers.hpp"
+
+#include <climits>
+#include <cmath>
+
+#include "core/monitoring/ByteFormat.hpp"
+
+namespace brimlet::IntentAnswers {
+
+double memoryFraction(std::uint64_t used, std::uint64_t physical) {
+    if (physical == 0) return 0;
+    if (used >= physical) return 1;
+    return static_cast<double>(used) / static_cast<double>(physical);
+}
+
+int memoryPercent(double fraction) {
+    // std::round rounds halves away from zero, unlike printf and nearbyint.
+    const double percent = std::round(fraction * 100.0);
+    if (std::isnan(percent)) return 0;
+    if (percent >= static_cast<double>(INT_MAX)) return INT_MAX;
+    if (percent <= static_cast<double>(INT_MIN)) return INT_MIN;
+    return static_cast<int>(percent);
+}
+
+std::string memoryDialog(int percent) { return "Memory in use: " + std::to_string(percent) + "%"; }
+
+std::vector<std::string> topAppNames(const std::vector<AppGroup>& groups) {
+    std::vector<std::string> names;
+    names.reserve(groups.size());
+    for (const AppGroup& group : groups) names.push_back(group.name);
+    return names;
+}
+
+std::string topAppsDialog(const std::vector<AppGroup>& groups) {
+    if (groups.empty()) return "No apps to list right now.";
+    // The short memory units (GB with two decimals, whole MB, whole KB on binary divisors) are the
+    // product's memory texts, so the spoken answer matches what the dashboard shows.
+    std::string text = "Most memory: ";
+    for (std::size_t i = 0; i < groups.size(); ++i) {
+        if (i > 0) text += ", ";
+        text += groups[i].name + " " + ByteFormat::memory(groups[i].footprint);
+    }
+    return text;
+}
+
+bool isFresh(Date date, Date now, double maxAgeSeconds) {
+    const auto ageMicroseconds = (now - date).count();
+    if (ageMicroseconds < 0) return false;
+    return static_cast<double>(ageMicroseconds) <= maxAgeSeconds * 1e6;
+}
+
+}  // namespace brimlet::IntentAnswers

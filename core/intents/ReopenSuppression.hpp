@@ -1,0 +1,27 @@
+// Starting the app for an intent makes the system send it a reopen as a side effect; that reopen
+// must not pop the dashboard up. A reopen within a short window after an intent request is taken
+// for that side effect. Times are system uptimes in seconds.
+#pragma once
+
+#include <chrono>
+#include <optional>
+
+namespace brimlet {
+
+struct ReopenSuppression {
+    static constexpr double window = 1.0;
+    // How long a reopen waits before deciding, so an intent whose request is recorded just after
+    // the reopen arrived is still seen.
+    static constexpr std::chrono::milliseconds reopenDelay{500};
+
+    std::optional<double> lastRequest;
+
+    void noteRequest(double uptime) { lastRequest = uptime; }
+    bool isSuppressed(double uptime) const;
+    // Checks both the arrival and the check instant: either order of reopen and request is caught.
+    bool reopenOpensDashboard(double arrivedAt, double checkedAt) const;
+
+    bool operator==(const ReopenSuppression&) const = default;
+};
+
+}  // namespace brimlet
