@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <fstream>
 #include <thread>
 
 #include "base/IsoDate.hpp"
@@ -73,6 +77,18 @@ TEST(SerialExecutor, FinishesQueuedWorkBeforeItIsDestroyed) {
         for (int i = 0; i < 50; ++i) executor.submit([&] { ++ran; });
     }
     EXPECT_EQ(ran.load(), 50);
+}
+
+// The executor's thread carries its name, cut to what Linux keeps (a longer name would be refused).
+TEST(SerialExecutor, NamesItsThread) {
+    for (const std::string name : {"cleanup", "KestrowSuite.HostLock.long"}) {
+        SerialExecutor executor(name);
+        const auto tid = executor.submit([] { return static_cast<long>(::syscall(SYS_gettid)); }).get();
+        std::ifstream comm("/proc/self/task/" + std::to_string(tid) + "/comm");
+        std::string shown;
+        std::getline(comm, shown);
+        EXPECT_EQ(shown, name.substr(0, 15));
+    }
 }
 
 }  // namespace
