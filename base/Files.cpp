@@ -17,7 +17,9 @@ SafeRead safeRead(const std::string& path, std::size_t limit) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) {
         const int error = errno;
-        if (error == ENOENT || error == ENOTDIR) return {SafeRead::Missing{}};
+        // Only a missing entry is missing: a plain file where a folder should be (ENOTDIR) is a fault
+        // someone must see, not an empty folder.
+        if (error == ENOENT) return {SafeRead::Missing{}};
         return {SafeRead::Refused{"unreadable (errno " + std::to_string(error) + ")"}};
     }
     struct stat st{};

@@ -49,6 +49,21 @@ TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
               kestrow::Status::failure("ttl: 3-60"));
 }
 
+// Only a missing file is missing: a plain file where the "glances" folder should be makes every
+// record unreadable, and says why.
+TEST(GlanceStore, APlainFileInPlaceOfTheFolderIsNotMissing) {
+    TempFolder temp;
+    const SuiteFolder folder(temp.path());
+    writeFile(folder.glancesURL(), "not a folder");
+    const GlanceStore store{folder};
+    const auto all = store.readAll();
+    ASSERT_EQ(all.size(), SuiteApp::allCases().size());
+    for (const auto& [app, result] : all)
+        EXPECT_EQ(*result.reason(), "unreadable (errno " + std::to_string(ENOTDIR) + ")") << app.rawValue();
+    EXPECT_EQ(safeRead(temp / "absent/brimlet.json", 10), (SafeRead{SafeRead::Missing{}}));
+    EXPECT_EQ(safeRead(temp / "absent.json", 10), (SafeRead{SafeRead::Missing{}}));
+}
+
 TEST(GlanceStore, ProtectedReadLimitsAndOwner) {
     TempFolder temp;
     const std::string big = temp / "big.json";
