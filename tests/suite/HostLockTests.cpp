@@ -217,15 +217,19 @@ TEST(HostLock, AHolderLetsGoWhenItsLockFileIsDeletedOrReplaced) {
         } else {
             ASSERT_EQ(::unlink(lock.c_str()), 0);
         }
-        ASSERT_TRUE(eventually([&] { return newcomer.status().held; }));
+        // The holder notices and lets go; then whoever locks the new file first hosts, alone.
         ASSERT_TRUE(eventually([&] { return holder.status().lost == 1; }));
         const std::vector<Contender*> both{&holder, &newcomer};
-        othersCompeted(both, &newcomer);  // the old holder competes again, for the new file, and loses
-        EXPECT_EQ(holders(both), std::vector{&newcomer});
+        ASSERT_TRUE(eventually([&] { return holders(both).size() == 1; }));
+        Contender* host = holders(both)[0];
+        othersCompeted(both, host);  // the other competes for the new file, and loses
+        EXPECT_EQ(holders(both), std::vector{host});
         EXPECT_EQ(holder.logLinesContaining("was deleted or replaced while held"), 1u);
+        EXPECT_EQ(holder.status().lost, 1);
 
-        newcomer.release();
-        ASSERT_TRUE(eventually([&] { return holder.status().held; }));
+        host->release();
+        Contender* other = host == &holder ? &newcomer : &holder;
+        ASSERT_TRUE(eventually([&] { return other->status().held; }));
         EXPECT_EQ(holder.status().acquired, 2);
         struct stat st{};
         EXPECT_EQ(::lstat(lock.c_str(), &st), 0);
