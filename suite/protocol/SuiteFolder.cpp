@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+
+#include "base/Log.hpp"
 
 namespace kestrow::suite {
 
@@ -54,7 +57,20 @@ kestrow::Status makeFolders(const std::string& path) {
 
 kestrow::Status SuiteFolder::prepare() const {
     if (auto status = makeFolders(url); status.failed()) return status;
-    return makeFolders(glancesURL());
+    if (auto status = makeFolders(glancesURL()); status.failed()) return status;
+    removeStaleTemporaryFiles();
+    return kestrow::Status::success();
+}
+
+void SuiteFolder::removeStaleTemporaryFiles() const {
+    // A member killed while writing leaves its temporary file behind; nothing writes for a minute.
+    constexpr std::chrono::seconds stale{60};
+    std::vector<std::string> records;
+    for (SuiteApp app : SuiteApp::allCases()) records.push_back(app.glanceFileName());
+    const std::size_t removed = removeStaleAtomicWriteTemporaries(url, {"settings.json"}, stale) +
+                                removeStaleAtomicWriteTemporaries(glancesURL(), records, stale);
+    if (removed > 0)
+        log::info("suite.folder", "removed " + std::to_string(removed) + " stale temporary files from " + url);
 }
 
 kestrow::Status GlanceStore::write(const GlanceRecord& record) const {

@@ -28,8 +28,10 @@ struct SuiteFolder {
     static bool isSandboxed();
     static std::vector<SuiteFolder> reachable(const std::optional<std::string>& groupIdentifier);
 
-    // Creates the folder and "glances" with permissions 0700; an error text on failure.
+    // Creates the folder and "glances" with permissions 0700 (existing folders are accepted), and
+    // removes the temporary files that members killed while writing left there.
     kestrow::Status prepare() const;
+    void removeStaleTemporaryFiles() const;
 
     bool operator==(const SuiteFolder&) const = default;
     bool operator<(const SuiteFolder& other) const { return url < other.url; }

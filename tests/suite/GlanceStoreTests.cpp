@@ -1,13 +1,22 @@
 #include <gtest/gtest.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "tests/support/TempFolder.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
+
+extern char** environ;
 
 namespace kestrow::suite {
 namespace {
@@ -103,6 +112,102 @@ TEST(GlanceStore, ReadersNeverSeeATornRecord) {
     writer.join();
     EXPECT_EQ(bad, 0) << "of " << reads << " reads";
     EXPECT_EQ(writeFailures, 0);
+}
+
+std::set<std::string> names(const std::string& folder) {
+    std::set<std::string> found;
+    if (DIR* dir = ::opendir(folder.c_str())) {
+        while (const dirent* entry = ::readdir(dir))
+            if (std::string(entry->d_name) != "." && std::string(entry->d_name) != "..") found.insert(entry->d_name);
+        ::closedir(dir);
+    }
+    return found;
+}
+
+void age(const std::string& path, int seconds) {
+    const timespec times[2] = {{::time(nullptr) - seconds, 0}, {::time(nullptr) - seconds, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+// Kills a real writer in the middle of replacing `path` and gives the temporary file it left.
+std::optional<std::string> killWriterMidWrite(const std::string& path) {
+    const std::string folder = path.substr(0, path.rfind('/'));
+    const std::string target = path.substr(path.rfind('/') + 1);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::string size = "4000000";
+        std::vector<char*> argv{const_cast<char*>(KESTROW_ATOMIC_WRITER), const_cast<char*>(path.c_str()), size.data(),
+                                nullptr};
+        pid_t pid = -1;
+        if (posix_spawn(&pid, KESTROW_ATOMIC_WRITER, nullptr, nullptr, argv.data(), environ) != 0) return std::nullopt;
+        auto leftover = [&]() -> std::optional<std::string> {
+            for (const std::string& name : names(folder))
+                if (isAtomicWriteTemporary(name, target)) return folder + "/" + name;
+            return std::nullopt;
+        };
+        const auto writing = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        while (!leftover() && std::chrono::steady_clock::now() < writing) std::this_thread::yield();
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+        if (auto left = leftover()) return left;  // else it had just renamed: try again
+    }
+    return std::nullopt;
+}
+
+// A member killed while writing leaves its temporary file in the shared folder; preparing the folder
+// removes such files once they are a minute old, and nothing that merely looks like one.
+TEST(SuiteFolder, PreparingRemovesStaleTemporaryFilesOfKilledWriters) {
+    TempFolder temp, outside;
+    const SuiteFolder folder(temp / "Suite");
+    ASSERT_TRUE(folder.prepare().ok());
+    const auto killed = killWriterMidWrite(folder.glanceURL(SuiteApp::brimlet));
+    ASSERT_TRUE(killed) << "no writer was caught mid-write";
+
+    ASSERT_TRUE(folder.prepare().ok());
+    EXPECT_TRUE(names(folder.glancesURL()).count(killed->substr(killed->rfind('/') + 1)))
+        << "a file younger than a minute may still be written";
+
+    const std::string glances = folder.glancesURL() + "/";
+    const std::vector<std::string> stale = {*killed, glances + ".corvane.json.Pp0oL1", folder.url + "/.settings.json.Kk7uI9"};
+    const std::vector<std::string> kept = {
+        glances + ".jessap.json.Rr4tY6",     // fresh
+        glances + ".brimlet.json.Ab3dE",     // five characters
+        glances + ".brimlet.json.Ab3dEfG",   // seven
+        glances + ".brimlet.json.Ab-dEf",    // not a letter or digit
+        glances + "brimlet.json.Ab3dEf",     // no leading dot
+        glances + ".notes.txt.Ab3dEf",       // not a file this program writes
+        folder.url + "/.brimlet.json.Ab3dEf",  // a record's name, but outside "glances"
+        glances + "brimlet.json",
+    };
+    for (const auto& path : stale) {
+        if (path != *killed) writeFile(path, "partial");
+        age(path, 61);
+    }
+    for (const auto& path : kept) {
+        writeFile(path, "x");
+        if (path != kept[0]) age(path, 3600);
+    }
+    writeFile(outside / "precious", "keep me");
+    ::symlink((outside / "precious").c_str(), (glances + ".fennick.json.Zz9yX8").c_str());
+    ::mkdir((glances + ".garrow.json.Qq1wE2").c_str(), 0700);
+    age(glances + ".fennick.json.Zz9yX8", 3600);
+    age(glances + ".garrow.json.Qq1wE2", 3600);
+    if (::getuid() == 0) {
+        writeFile(glances + ".hollin.json.Mm5nB4", "theirs");
+        ASSERT_EQ(::chown((glances + ".hollin.json.Mm5nB4").c_str(), 4242, 4242), 0);
+        age(glances + ".hollin.json.Mm5nB4", 3600);
+    }
+
+    ASSERT_TRUE(folder.prepare().ok());
+    struct stat st{};
+    for (const auto& path : stale) EXPECT_NE(::lstat(path.c_str(), &st), 0) << path;
+    for (const auto& path : kept) EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
+    EXPECT_EQ(::lstat((glances + ".fennick.json.Zz9yX8").c_str(), &st), 0);
+    EXPECT_EQ(::stat((outside / "precious").c_str(), &st), 0);
+    EXPECT_EQ(::lstat((glances + ".garrow.json.Qq1wE2").c_str(), &st), 0);
+    if (::getuid() == 0) {
+        EXPECT_EQ(::lstat((glances + ".hollin.json.Mm5nB4").c_str(), &st), 0);
+    }
 }
 
 TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {
