@@ -18,10 +18,18 @@ SuiteFolder SuiteFolder::plain(const std::string& home) {
     return SuiteFolder(home + "/Library/Application Support/Kestrow/Suite");
 }
 
-std::optional<SuiteFolder> SuiteFolder::group(const std::string& identifier) {
-    auto container = applicationGroupContainer(identifier);
-    if (!container) return std::nullopt;
+std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container, bool sandboxed,
+                                             bool exists) {
+    if (!container || container->empty() || container->front() != '/') return std::nullopt;
+    if (!sandboxed && !exists) return std::nullopt;
     return SuiteFolder(*container);
+}
+
+std::optional<SuiteFolder> SuiteFolder::group(const std::string& identifier) {
+    const auto container = applicationGroupContainer(identifier);
+    struct stat st{};
+    const bool exists = container && ::stat(container->c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    return usableGroupFolder(container, isSandboxed(), exists);
 }
 
 bool SuiteFolder::isSandboxed() { return std::getenv("APP_SANDBOX_CONTAINER_ID") != nullptr; }

@@ -24,6 +24,7 @@ struct SuiteFolder {
     // The real home, even inside a sandbox whose environment points HOME into its container.
     static std::string realHome();
     static SuiteFolder plain(const std::string& home);
+    // The group's container, when usableGroupFolder accepts it.
     static std::optional<SuiteFolder> group(const std::string& identifier);
     static bool isSandboxed();
     static std::vector<SuiteFolder> reachable(const std::optional<std::string>& groupIdentifier);
@@ -37,8 +38,17 @@ struct SuiteFolder {
     bool operator<(const SuiteFolder& other) const { return url < other.url; }
 };
 
-// The platform's shared container for an application group; none where there is no such thing.
-std::optional<std::string> applicationGroupContainer(const std::string& identifier);
+// The platform's shared container for an application group, as the platform names it; none where
+// there is no such thing. The platform names one even for an application that lacks the group's
+// entitlement, so the path alone does not make it a place to use: see usableGroupFolder.
+[[nodiscard]] std::optional<std::string> applicationGroupContainer(const std::string& identifier);
+
+// Whether a group container is a suite folder this process may use. Sandboxed, the entitlement that
+// lets the sandbox reach the container also makes it real, so it is used. Not sandboxed, it is used
+// only when it exists already (a sandboxed member made it); creating it would scatter a folder that
+// no member reads.
+[[nodiscard]] std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container,
+                                                           bool sandboxed, bool exists);
 
 struct GlanceStore {
     SuiteFolder folder;

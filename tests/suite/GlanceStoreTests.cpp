@@ -220,6 +220,33 @@ TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {
     ::unsetenv("APP_SANDBOX_CONTAINER_ID");
 }
 
+// A group container is used when sandboxed (the entitlement makes it real) or when it exists already;
+// an unsandboxed process never creates one that the platform merely names.
+TEST(SuiteFolder, GroupContainerOnlyWhenSandboxedOrAlreadyThere) {
+    struct Case {
+        std::optional<std::string> container;
+        bool sandboxed, exists;
+        std::optional<std::string> used;
+    };
+    const Case cases[] = {
+        {std::nullopt, true, true, std::nullopt},
+        {"", true, true, std::nullopt},
+        {"relative/group", true, true, std::nullopt},
+        {"/Users/a/Library/Group Containers/group.kestrow.suite", false, false, std::nullopt},
+        {"/Users/a/Library/Group Containers/group.kestrow.suite", false, true,
+         "/Users/a/Library/Group Containers/group.kestrow.suite"},
+        {"/Users/a/Library/Group Containers/group.kestrow.suite/", true, false,
+         "/Users/a/Library/Group Containers/group.kestrow.suite"},
+        {"/Users/a/Library/Group Containers/./group.kestrow.suite", true, true,
+         "/Users/a/Library/Group Containers/group.kestrow.suite"},
+    };
+    for (const Case& c : cases) {
+        const auto folder = usableGroupFolder(c.container, c.sandboxed, c.exists);
+        EXPECT_EQ(folder ? std::optional(folder->url) : std::nullopt, c.used)
+            << c.container.value_or("(none)") << " sandboxed " << c.sandboxed << " exists " << c.exists;
+    }
+}
+
 TEST(PublishSchedule, ChangedAtOnceUnchangedAtHalfLife) {
     PublishSchedule schedule;
     const GlanceRecord first = record(SuiteApp::brimlet, 1000);
