@@ -39,10 +39,10 @@ public:
     HostLock& operator=(const HostLock&) = delete;
 
     const std::vector<std::string>& urls() const { return urls_; }
-    bool isHeld() const;
+    [[nodiscard]] bool isHeld() const;
     // How many tries so far did not yield a lock (another holder, or a file that could not be opened
     // or locked): shows that this lock is really competing.
-    std::uint64_t failedTries() const;
+    [[nodiscard]] std::uint64_t failedTries() const;
 
     // Starts waiting; onAcquire is called on the lock's thread when every lock is held. A second call,
     // or a call with no URLs, does nothing.
@@ -55,7 +55,7 @@ public:
     // released: to compete again, make a new one.
     void release();
 
-    static bool isSameFile(int fd, const std::string& path);
+    [[nodiscard]] static bool isSameFile(int fd, const std::string& path);
 
 private:
     struct State {

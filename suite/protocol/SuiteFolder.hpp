@@ -22,12 +22,12 @@ struct SuiteFolder {
     std::string settingsURL() const { return url + "/settings.json"; }
 
     // The real home, even inside a sandbox whose environment points HOME into its container.
-    static std::string realHome();
-    static SuiteFolder plain(const std::string& home);
+    [[nodiscard]] static std::string realHome();
+    [[nodiscard]] static SuiteFolder plain(const std::string& home);
     // The group's container, when usableGroupFolder accepts it.
-    static std::optional<SuiteFolder> group(const std::string& identifier);
-    static bool isSandboxed();
-    static std::vector<SuiteFolder> reachable(const std::optional<std::string>& groupIdentifier);
+    [[nodiscard]] static std::optional<SuiteFolder> group(const std::string& identifier);
+    [[nodiscard]] static bool isSandboxed();
+    [[nodiscard]] static std::vector<SuiteFolder> reachable(const std::optional<std::string>& groupIdentifier);
 
     // Creates the folder and "glances" with permissions 0700 (existing folders are accepted), and
     // removes the temporary files that members killed while writing left there.
@@ -57,16 +57,16 @@ struct GlanceStore {
 
     // Encodes and replaces this application's record atomically; an error text on failure.
     kestrow::Status write(const GlanceRecord& record) const;
-    std::map<SuiteApp, GlanceReadResult> readAll() const;
-    std::optional<GlanceReadResult> read(SuiteApp app) const;
-    static SafeRead safeRead(const std::string& path, std::size_t limit) { return kestrow::safeRead(path, limit); }
+    [[nodiscard]] std::map<SuiteApp, GlanceReadResult> readAll() const;
+    [[nodiscard]] std::optional<GlanceReadResult> read(SuiteApp app) const;
+    [[nodiscard]] static SafeRead safeRead(const std::string& path, std::size_t limit) { return kestrow::safeRead(path, limit); }
 };
 
 struct PublishSchedule {
     std::optional<GlanceRecord> lastWritten;
 
     // A changed readout is due at once; an unchanged one at half its lifetime.
-    bool isDue(const GlanceRecord& record, double now) const;
+    [[nodiscard]] bool isDue(const GlanceRecord& record, double now) const;
     void didWrite(const GlanceRecord& record) { lastWritten = record; }
     void forceNext() { lastWritten.reset(); }
 };
