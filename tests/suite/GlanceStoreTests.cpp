@@ -98,7 +98,7 @@ TEST(GlanceStore, ReadersNeverSeeATornRecord) {
     std::atomic<bool> done{false};
     std::atomic<int> writeFailures{0};
     std::thread writer([&] {
-        for (int i = 1; i <= 800; ++i) {
+        for (int i = 1; i <= 100; ++i) {
             if (store.write(record(SuiteApp::brimlet, i, i % 2 ? 12.5 : 99.99)).failed()) ++writeFailures;
         }
         done = true;
