@@ -1,5 +1,6 @@
 #include "Files.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -17,7 +18,9 @@ SafeRead safeRead(const std::string& path, std::size_t limit) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) {
         const int error = errno;
-        if (error == ENOENT || error == ENOTDIR) return {SafeRead::Missing{}};
+        // Only a missing entry is missing: a plain file where a folder should be (ENOTDIR) is a fault
+        // someone must see, not an empty folder.
+        if (error == ENOENT) return {SafeRead::Missing{}};
         return {SafeRead::Refused{"unreadable (errno " + std::to_string(error) + ")"}};
     }
     struct stat st{};
@@ -51,11 +54,16 @@ SafeRead safeRead(const std::string& path, std::size_t limit) {
     return {SafeRead::Data{std::move(bytes)}};
 }
 
+namespace {
+// mkstemp replaces six X with letters and digits.
+constexpr std::string_view temporarySuffix = ".XXXXXX";
+}  // namespace
+
 Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    std::string temporary = folder + "/." + name + ".XXXXXX";
+    std::string temporary = folder + "/." + name + std::string(temporarySuffix);
     const int fd = ::mkstemp(temporary.data());
     if (fd < 0) return Status::failure("cannot create a temporary file (errno " + std::to_string(errno) + ")");
     auto fail = [&](const char* what) {
@@ -84,6 +92,46 @@ Status writeAtomically(const std::string& path, std::string_view bytes, unsigned
         return Status::failure("cannot replace (errno " + std::to_string(error) + ")");
     }
     return Status::success();
+}
+
+bool isAtomicWriteTemporary(std::string_view fileName, std::string_view target) {
+    const std::size_t randomLength = temporarySuffix.size() - 1;
+    if (target.empty() || fileName.size() != 1 + target.size() + 1 + randomLength) return false;
+    if (fileName.front() != '.' || fileName.substr(1, target.size()) != target || fileName[1 + target.size()] != '.')
+        return false;
+    for (const char c : fileName.substr(fileName.size() - randomLength)) {
+        const bool alphanumeric = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+        if (!alphanumeric) return false;
+    }
+    return true;
+}
+
+std::size_t removeStaleAtomicWriteTemporaries(const std::string& folder, const std::vector<std::string>& targets,
+                                              std::chrono::seconds olderThan) {
+    const int folderFd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (folderFd < 0) return 0;
+    DIR* listing = ::fdopendir(folderFd);
+    if (!listing) {
+        ::close(folderFd);
+        return 0;
+    }
+    const auto now = std::chrono::system_clock::now();
+    std::size_t removed = 0;
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string_view name = entry->d_name;
+        bool ours = false;
+        for (const std::string& target : targets) ours = ours || isAtomicWriteTemporary(name, target);
+        if (!ours) continue;
+        struct stat st{};
+        if (::fstatat(folderFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+        if (!S_ISREG(st.st_mode) || st.st_uid != ::getuid()) continue;
+        const auto changed = std::chrono::system_clock::from_time_t(st.st_mtime);
+        if (now - changed <= olderThan) continue;
+        // unlinkat never follows a link, should the entry have been swapped for one since.
+        if (::unlinkat(folderFd, entry->d_name, 0) == 0) ++removed;
+    }
+    ::closedir(listing);  // closes folderFd too
+    return removed;
 }
 
 namespace {

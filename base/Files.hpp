@@ -3,11 +3,13 @@
 // canonical form for paths that may not exist yet.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "Status.hpp"
 
@@ -31,20 +33,31 @@ struct SafeRead {
 
 // Opens without following a final link, non-blocking (a FIFO cannot stall us), close-on-exec; then
 // requires a regular file owned by our real user, and reads at most `limit` bytes.
-SafeRead safeRead(const std::string& path, std::size_t limit);
+[[nodiscard]] SafeRead safeRead(const std::string& path, std::size_t limit);
 
 // Writes to a temporary file beside the target, flushes it, then renames it over the target, so a
-// reader sees the old or the new bytes and never a mix.
+// reader sees the old or the new bytes and never a mix. The temporary file is named "." + the
+// target's name + "." + six letters or digits; a writer killed in between leaves it behind.
 Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode = 0600);
 
+// Whether a file name is that of writeAtomically's temporary file for a target named `target`.
+[[nodiscard]] bool isAtomicWriteTemporary(std::string_view fileName, std::string_view target);
+
+// Removes from `folder` what writers that were killed left behind: regular files owned by this user,
+// named as writeAtomically's temporary files for one of `targets`, last changed more than `olderThan`
+// ago (no write takes that long, so no writer still uses them). Links, folders, other names and other
+// users' files stay. Gives how many files were removed.
+std::size_t removeStaleAtomicWriteTemporaries(const std::string& folder, const std::vector<std::string>& targets,
+                                              std::chrono::seconds olderThan);
+
 // "/a/./b//c/../d/" → "/a/b/d": lexical only, no file system access.
-std::string standardizePath(std::string_view path);
+[[nodiscard]] std::string standardizePath(std::string_view path);
 
 // The real path of the deepest existing ancestor, with the missing components appended ("." and
 // empty ones dropped, ".." removing one). None when the existing part cannot be resolved.
-std::optional<std::string> canonicalizePath(const std::string& path);
+[[nodiscard]] std::optional<std::string> canonicalizePath(const std::string& path);
 
 // The home folder from the user database entry of the real user id, else $HOME.
-std::string realHomeFolder();
+[[nodiscard]] std::string realHomeFolder();
 
 }  // namespace kestrow

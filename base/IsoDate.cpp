@@ -9,23 +9,18 @@ using namespace std::chrono;
 Date currentDate() { return time_point_cast<microseconds>(system_clock::now()); }
 
 std::string formatIsoDate(Date date) {
-    const auto day = floor<days>(date);
+    // Whole seconds, rounded down (toward the past, also before 1970), as the platform's standard
+    // ISO 8601 encoder writes them: its decoder, used by the other suite apps, refuses fractions.
+    const auto second = floor<seconds>(date);
+    const auto day = floor<days>(second);
     const year_month_day ymd{day};
-    const auto inDay = date - day;
-    const long long secondsInDay = duration_cast<seconds>(inDay).count();
-    const long long micros = (inDay - seconds(secondsInDay)).count();
-    char buffer[64];
-    int n = std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02lld:%02lld:%02lld", static_cast<int>(ymd.year()),
-                          static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()), secondsInDay / 3600,
-                          (secondsInDay / 60) % 60, secondsInDay % 60);
-    std::string out(buffer, static_cast<std::size_t>(n));
-    if (micros != 0) {
-        if (micros % 1000 == 0) n = std::snprintf(buffer, sizeof buffer, ".%03lld", micros / 1000);
-        else n = std::snprintf(buffer, sizeof buffer, ".%06lld", micros);
-        out.append(buffer, static_cast<std::size_t>(n));
-    }
-    out += 'Z';
-    return out;
+    const long long secondsInDay = (second - day).count();
+    char buffer[32];
+    const int n = std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02lld:%02lld:%02lldZ",
+                                static_cast<int>(ymd.year()), static_cast<unsigned>(ymd.month()),
+                                static_cast<unsigned>(ymd.day()), secondsInDay / 3600, (secondsInDay / 60) % 60,
+                                secondsInDay % 60);
+    return std::string(buffer, static_cast<std::size_t>(n));
 }
 
 namespace {

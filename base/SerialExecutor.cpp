@@ -1,10 +1,6 @@
 #include "SerialExecutor.hpp"
 
-#if defined(__linux__)
-#include <pthread.h>
-#elif defined(__APPLE__)
-#include <pthread.h>
-#endif
+#include "ThreadSupport.hpp"
 
 namespace kestrow {
 
@@ -30,11 +26,7 @@ void SerialExecutor::enqueue(std::function<void()> job) {
 }
 
 void SerialExecutor::loop() {
-#if defined(__linux__)
-    pthread_setname_np(pthread_self(), name_.substr(0, 15).c_str());
-#elif defined(__APPLE__)
-    pthread_setname_np(name_.c_str());
-#endif
+    thread::nameCurrent(name_);
     for (;;) {
         std::function<void()> job;
         {

@@ -21,8 +21,9 @@ public:
     SerialExecutor(const SerialExecutor&) = delete;
     SerialExecutor& operator=(const SerialExecutor&) = delete;
 
+    // The future carries the result, or the exception the work threw: whoever submits looks at it.
     template <typename F>
-    auto submit(F&& work) -> std::future<std::invoke_result_t<F&>> {
+    [[nodiscard]] auto submit(F&& work) -> std::future<std::invoke_result_t<F&>> {
         using R = std::invoke_result_t<F&>;
         auto task = std::make_shared<std::packaged_task<R()>>(std::forward<F>(work));
         std::future<R> result = task->get_future();

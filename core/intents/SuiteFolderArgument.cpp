@@ -1,9 +1,9 @@
 #include "SuiteFolderArgument.hpp"
 
 #include <algorithm>
-#include <cctype>
 
 #include "base/Files.hpp"
+#include "base/UnicodeCase.hpp"
 
 namespace brimlet {
 
@@ -16,13 +16,6 @@ std::string SuiteFolderArgument::Problem::description() const {
     }
     return "--suite-folder needs a path";
 }
-
-namespace {
-std::string lowercase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
-}  // namespace
 
 std::variant<std::optional<std::string>, SuiteFolderArgument::Problem> SuiteFolderArgument::resolve(
     const std::vector<std::string>& arguments, const std::vector<std::string>& temporaryRoots,
@@ -49,9 +42,10 @@ std::variant<std::optional<std::string>, SuiteFolderArgument::Problem> SuiteFold
     }
     if (!inside) return Problem{Kind::outsideTemporaryFolder, value};
 
-    // The default file system on macOS ignores case, so the real folder is compared without it.
-    const std::string real = lowercase(kestrow::canonicalizePath(realFolder).value_or(realFolder));
-    const std::string candidate = lowercase(*canonical);
+    // The default file system on macOS ignores case in every script, so the real folder is compared
+    // without it: "/Users/Jürgen" and "/users/JÜRGEN" are the same folder there.
+    const std::string real = kestrow::caseInsensitiveKey(kestrow::canonicalizePath(realFolder).value_or(realFolder));
+    const std::string candidate = kestrow::caseInsensitiveKey(*canonical);
     if (candidate == real || candidate.rfind(real + "/", 0) == 0) return Problem{Kind::realSuiteFolder, value};
     return std::optional<std::string>(*canonical);
 }

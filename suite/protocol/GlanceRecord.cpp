@@ -51,51 +51,54 @@ double hundredths(double value) { return std::round(value * 100); }
 
 namespace GlanceCodec {
 
-std::optional<std::string> textProblem(std::string_view field, std::string_view text, std::size_t lower,
-                                       std::size_t upper) {
+kestrow::Status validateText(std::string_view field, std::string_view text, std::size_t lower, std::size_t upper) {
+    using kestrow::Status;
     const std::string name(field);
     const auto scalars = unicodeScalars(text);
     // Text that is not UTF-8 has no scalars to count; it fails the length rule.
     if (!scalars || scalars->size() < lower || scalars->size() > upper)
-        return name + ": " + std::to_string(lower) + "-" + std::to_string(upper) + " scalars";
+        return Status::failure(name + ": " + std::to_string(lower) + "-" + std::to_string(upper) + " scalars");
     for (const char32_t c : *scalars) {
-        if (c == U'/' || c == U'\\') return name + ": no / or \\";
-        if (isControl(c)) return name + ": no control characters";
-        if (isBidiFormatting(c)) return name + ": no bidi formatting";
+        if (c == U'/' || c == U'\\') return Status::failure(name + ": no / or \\");
+        if (isControl(c)) return Status::failure(name + ": no control characters");
+        if (isBidiFormatting(c)) return Status::failure(name + ": no bidi formatting");
     }
-    return std::nullopt;
+    return Status::success();
 }
 
-std::optional<std::string> problem(const GlanceMetric& metric) {
+kestrow::Status validate(const GlanceMetric& metric) {
+    using kestrow::Status;
     const auto id = unicodeScalars(metric.id);
-    if (!id || id->empty() || id->size() > 24) return "metric id length";
+    if (!id || id->empty() || id->size() > 24) return Status::failure("metric id length");
     for (const char32_t c : *id)
-        if (!((c >= U'a' && c <= U'z') || (c >= U'0' && c <= U'9') || c == U'-')) return "metric id charset";
-    if (auto p = textProblem("label", metric.label, 1, 16)) return p;
-    if (auto p = textProblem("unit", metric.unit, 0, 6)) return p;
+        if (!((c >= U'a' && c <= U'z') || (c >= U'0' && c <= U'9') || c == U'-'))
+            return Status::failure("metric id charset");
+    if (auto status = validateText("label", metric.label, 1, 16); status.failed()) return status;
+    if (auto status = validateText("unit", metric.unit, 0, 6); status.failed()) return status;
     if (const double* v = std::get_if<double>(&metric.value)) {
-        if (!std::isfinite(*v)) return "value: finite number";
+        if (!std::isfinite(*v)) return Status::failure("value: finite number");
         const double scaled = *v * 100;
-        if (!(std::fabs(scaled - std::round(scaled)) < 0.000001)) return "value: at most 2 decimals";
+        if (!(std::fabs(scaled - std::round(scaled)) < 0.000001)) return Status::failure("value: at most 2 decimals");
     }
-    return std::nullopt;
+    return Status::success();
 }
 
-std::optional<std::string> problem(const GlanceRecord& record) {
-    if (record.contract < 1) return "contract: integer >= 1";
-    if (record.ttl < GlanceRecord::ttlMin || record.ttl > GlanceRecord::ttlMax) return "ttl: 3-60";
-    if (!std::isfinite(record.at)) return "at: required number";
-    if (record.metrics.size() > 4) return "metrics: 0-4";
+kestrow::Status validate(const GlanceRecord& record) {
+    using kestrow::Status;
+    if (record.contract < 1) return Status::failure("contract: integer >= 1");
+    if (record.ttl < GlanceRecord::ttlMin || record.ttl > GlanceRecord::ttlMax) return Status::failure("ttl: 3-60");
+    if (!std::isfinite(record.at)) return Status::failure("at: required number");
+    if (record.metrics.size() > 4) return Status::failure("metrics: 0-4");
     std::set<std::string> seen;
     for (const GlanceMetric& metric : record.metrics) {
-        if (auto p = problem(metric)) return p;
-        if (!seen.insert(metric.id).second) return "metric ids unique";
+        if (auto status = validate(metric); status.failed()) return status;
+        if (!seen.insert(metric.id).second) return Status::failure("metric ids unique");
     }
-    return std::nullopt;
+    return Status::success();
 }
 
 GlanceEncodeResult encode(const GlanceRecord& record) {
-    if (auto p = problem(record)) return GlanceValidationError{*p};
+    if (auto status = validate(record); status.failed()) return GlanceValidationError{status.message()};
     JsonArray metrics;
     for (const GlanceMetric& m : record.metrics) {
         JsonObject object;
@@ -233,7 +236,7 @@ GlanceReadResult decode(std::string_view bytes, std::string_view fileName) {
 
     GlanceRecord record(*app, *hosting, *state, *at, static_cast<std::int64_t>(*ttlNumber), *level,
                         std::move(metrics), 1);
-    if (auto p = problem(record)) return R::invalid(*p);
+    if (auto status = validate(record); status.failed()) return R::invalid(status.message());
     return R::valid(std::move(record));
 }
 

@@ -14,6 +14,7 @@
 #include "SuiteApp.hpp"
 #include "base/Json.hpp"
 #include "base/RawValueEnum.hpp"
+#include "base/Status.hpp"
 
 namespace kestrow::suite {
 
@@ -77,7 +78,7 @@ struct GlanceRecord {
           metrics(std::move(metrics)) {}
 
     // Not stopped, and dated no more than 2 s ahead of now nor more than ttl behind it.
-    bool isFresh(double now) const;
+    [[nodiscard]] bool isFresh(double now) const;
     bool sameContent(const GlanceRecord& other) const { return *this == other; }
     bool operator==(const GlanceRecord&) const = default;
 };
@@ -118,23 +119,24 @@ namespace GlanceCodec {
 
 inline constexpr std::size_t maxBytes = 2048;
 
-GlanceEncodeResult encode(const GlanceRecord& record);
-GlanceReadResult decode(std::string_view bytes, std::string_view fileName);
+[[nodiscard]] GlanceEncodeResult encode(const GlanceRecord& record);
+[[nodiscard]] GlanceReadResult decode(std::string_view bytes, std::string_view fileName);
 
-std::optional<std::string> problem(const GlanceRecord& record);
-std::optional<std::string> problem(const GlanceMetric& metric);
+// The validation rules; a failure carries the fixed reason text.
+[[nodiscard]] kestrow::Status validate(const GlanceRecord& record);
+[[nodiscard]] kestrow::Status validate(const GlanceMetric& metric);
 // The safe-text rule for a label (1...16) or a unit (0...6).
-std::optional<std::string> textProblem(std::string_view field, std::string_view text, std::size_t lower,
-                                       std::size_t upper);
+[[nodiscard]] kestrow::Status validateText(std::string_view field, std::string_view text, std::size_t lower,
+                                           std::size_t upper);
 
 // Loose readers of JSON values.
-std::optional<std::int64_t> integer(const JsonValue& value);
-std::optional<bool> boolean(const JsonValue& value);
-std::optional<double> number(const JsonValue& value);
+[[nodiscard]] std::optional<std::int64_t> integer(const JsonValue& value);
+[[nodiscard]] std::optional<bool> boolean(const JsonValue& value);
+[[nodiscard]] std::optional<double> number(const JsonValue& value);
 
 }  // namespace GlanceCodec
 
 // Unicode scalars of well-formed UTF-8; none for ill-formed text.
-std::optional<std::vector<char32_t>> unicodeScalars(std::string_view utf8);
+[[nodiscard]] std::optional<std::vector<char32_t>> unicodeScalars(std::string_view utf8);
 
 }  // namespace kestrow::suite

@@ -1,78 +1,128 @@
 #include "HostLock.hpp"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <thread>
 
 #include "base/Files.hpp"
 #include "base/Log.hpp"
+#include "base/ThreadSupport.hpp"
 
 namespace kestrow::suite {
 
 namespace {
-constexpr auto retryInterval = std::chrono::seconds(5);
 constexpr const char* logCategory = "suite.lock";
+
+void closeAll(std::vector<int>& fds) {
+    for (const int fd : fds) ::close(fd);
+    fds.clear();
+}
 }  // namespace
 
-HostLock::HostLock(const std::string& url) : HostLock(std::vector<std::string>{url}) {}
+HostLock::HostLock(const std::string& url, Timing timing) : HostLock(std::vector<std::string>{url}, timing) {}
 
-HostLock::HostLock(const std::vector<std::string>& urls) : state_(std::make_shared<State>()) {
+HostLock::HostLock(const std::vector<std::string>& urls, Timing timing)
+    : timing_(timing), state_(std::make_shared<State>()) {
     for (const std::string& url : urls) urls_.push_back(standardizePath(url));
     std::sort(urls_.begin(), urls_.end());
     urls_.erase(std::unique(urls_.begin(), urls_.end()), urls_.end());
 }
 
-HostLock::~HostLock() = default;
+HostLock::~HostLock() {
+    release();
+    if (!thread_.joinable()) return;
+    // A callback that drops the last reference runs on the lock's own thread, which cannot join itself;
+    // it ends by itself right after, and the state it uses is shared, so letting it go is safe.
+    if (thread_.get_id() == std::this_thread::get_id()) thread_.detach();
+    else thread_.join();
+}
 
 bool HostLock::isHeld() const {
     std::lock_guard lock(state_->mutex);
     return state_->held;
 }
 
-void HostLock::start(std::function<void()> onAcquire) {
+std::uint64_t HostLock::failedTries() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->failedTries;
+}
+
+void HostLock::start(std::function<void()> onAcquire) { start(std::move(onAcquire), nullptr); }
+
+void HostLock::start(std::function<void()> onAcquire, std::function<void()> onLose) {
     {
         std::lock_guard lock(state_->mutex);
         if (state_->started) return;
         state_->started = true;
     }
     if (urls_.empty()) return;
-    // The thread owns a share of the state, so it may outlive this object without touching freed memory.
-    std::thread(run, state_, urls_, std::move(onAcquire)).detach();
+    thread_ = std::thread(run, state_, urls_, timing_, Callbacks{std::move(onAcquire), std::move(onLose)});
 }
 
-void HostLock::run(std::shared_ptr<State> state, std::vector<std::string> urls, std::function<void()> onAcquire) {
-#if defined(__APPLE__)
-    pthread_setname_np("KestrowSuite.HostLock");
-    pthread_set_qos_class_self_np(QOS_CLASS_UTILITY, 0);
-#else
-    pthread_setname_np(pthread_self(), "KestrowSuite.Ho");  // Linux allows 15 characters
-#endif
+void HostLock::run(std::shared_ptr<State> state, std::vector<std::string> urls, Timing timing, Callbacks callbacks) {
+    thread::nameCurrent("KestrowSuite.HostLock");
+    thread::markCurrentAsUtility();
+    for (;;) {
+        if (!acquireAll(*state, urls, timing)) return;
+        if (callbacks.onAcquire) callbacks.onAcquire();
+        if (!holdWhileSame(*state, urls, timing)) return;
+        if (callbacks.onLose) callbacks.onLose();
+    }
+}
+
+// Takes every lock in order; false when released meanwhile (whatever was obtained is closed then).
+bool HostLock::acquireAll(State& state, const std::vector<std::string>& urls, Timing timing) {
     for (const std::string& url : urls) {
-        const int fd = waitFor(*state, url);
-        if (fd < 0) return;
-        std::lock_guard lock(state->mutex);
-        if (state->cancelled) {
+        const int fd = waitFor(state, url, timing);
+        if (fd < 0) return false;
+        std::lock_guard lock(state.mutex);
+        if (state.cancelled) {
             ::close(fd);
-            return;
+            return false;
         }
-        state->fds.push_back(fd);
+        state.fds.push_back(fd);
     }
-    {
-        std::lock_guard lock(state->mutex);
-        if (state->cancelled) return;
-        state->held = true;
-    }
-    if (onAcquire) onAcquire();
+    std::lock_guard lock(state.mutex);
+    if (state.cancelled) return false;
+    state.held = true;
+    return true;
 }
 
-int HostLock::waitFor(State& state, const std::string& path) {
+// While held, checks on the retry cadence that every path still names the file whose lock we hold.
+// If one was deleted or replaced, a newcomer can lock the new file and host too, so we let go of
+// everything and compete again. Returns false when released, true when the locks were let go.
+bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls, Timing timing) {
+    for (;;) {
+        if (!pause(state, timing.retry)) return false;
+        std::vector<int> dropped;
+        std::string replaced;
+        {
+            // Under the mutex the descriptors cannot be closed by release(), so their numbers are ours.
+            std::lock_guard lock(state.mutex);
+            if (state.cancelled) return false;
+            for (std::size_t k = 0; k < state.fds.size() && k < urls.size(); ++k) {
+                if (!isSameFile(state.fds[k], urls[k])) {
+                    replaced = urls[k];
+                    break;
+                }
+            }
+            if (replaced.empty()) continue;
+            state.held = false;
+            dropped.swap(state.fds);
+        }
+        closeAll(dropped);
+        log::error(logCategory, replaced + " was deleted or replaced while held; competing again");
+        return true;
+    }
+}
+
+// Waits for one lock: a non-blocking try, then an interruptible pause, so release() ends the wait at
+// once and no thread is ever stuck in the kernel behind another process.
+int HostLock::waitFor(State& state, const std::string& path, Timing timing) {
     // One line per wait and kind of failure: a folder that stays unwritable must not flood the log.
     bool loggedOpen = false, loggedLock = false;
     auto logOnce = [&path](bool& logged, const char* what, int error) {
@@ -81,9 +131,9 @@ int HostLock::waitFor(State& state, const std::string& path) {
         log::error(logCategory, std::string("cannot ") + what + " " + path + ": errno " + std::to_string(error) +
                                     "; retrying every 5 s");
     };
-    auto pause = [&state] {
-        std::unique_lock lock(state.mutex);
-        state.wake.wait_for(lock, retryInterval, [&state] { return state.cancelled; });
+    auto failedTry = [&state] {
+        std::lock_guard lock(state.mutex);
+        ++state.failedTries;
     };
     for (;;) {
         {
@@ -93,27 +143,39 @@ int HostLock::waitFor(State& state, const std::string& path) {
         const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) {
             logOnce(loggedOpen, "open", errno);
-            pause();
+            failedTry();
+            if (!pause(state, timing.retry)) return -1;
             continue;
         }
         int result;
         do {
-            result = ::flock(fd, LOCK_EX);
+            result = ::flock(fd, LOCK_EX | LOCK_NB);
         } while (result != 0 && errno == EINTR);
         if (result != 0) {
             const int error = errno;
             ::close(fd);
+            failedTry();
+            if (error == EWOULDBLOCK) {
+                if (!pause(state, timing.poll)) return -1;
+                continue;
+            }
             logOnce(loggedLock, "lock", error);
-            pause();
+            if (!pause(state, timing.retry)) return -1;
             continue;
         }
-        // The file may have been deleted or replaced while we waited; a lock on it elects nobody.
+        // The file may have been deleted or replaced since we opened it; a lock on it elects nobody.
         if (!isSameFile(fd, path)) {
             ::close(fd);
             continue;
         }
         return fd;
     }
+}
+
+// Sleeps for the interval or until released; false when released.
+bool HostLock::pause(State& state, std::chrono::milliseconds interval) {
+    std::unique_lock lock(state.mutex);
+    return !state.wake.wait_for(lock, interval, [&state] { return state.cancelled; });
 }
 
 void HostLock::release() {
@@ -125,7 +187,7 @@ void HostLock::release() {
         fds.swap(state_->fds);
     }
     state_->wake.notify_all();
-    for (const int fd : fds) ::close(fd);
+    closeAll(fds);
 }
 
 bool HostLock::isSameFile(int fd, const std::string& path) {

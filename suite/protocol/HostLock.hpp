@@ -3,51 +3,85 @@
 // waiting processes wins, so hand-over needs no messages.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace kestrow::suite {
 
+struct HostLockTiming {
+    // How often a waiter tries again while another process holds the lock: the longest a hand-over
+    // can take.
+    std::chrono::milliseconds poll{250};
+    // How long to wait after a lock file could not be opened or locked, and how often a holder checks
+    // that the path still names the file it holds.
+    std::chrono::milliseconds retry{5000};
+};
+
 class HostLock {
 public:
-    explicit HostLock(const std::string& url);
+    using Timing = HostLockTiming;
+
+    explicit HostLock(const std::string& url, Timing timing = {});
     // Standardized, without duplicates, in ascending path order: every process takes the same locks
     // in the same order, so two processes that see the same folders cannot deadlock.
-    explicit HostLock(const std::vector<std::string>& urls);
-    ~HostLock();  // releases nothing by itself; callers release before they let go
+    explicit HostLock(const std::vector<std::string>& urls, Timing timing = {});
+    // Releases, then waits for the lock's thread to end (it notices at once), so nothing outlives the
+    // object. onAcquire and onLose must therefore not wait on the thread that destroys the lock.
+    ~HostLock();
     HostLock(const HostLock&) = delete;
     HostLock& operator=(const HostLock&) = delete;
 
     const std::vector<std::string>& urls() const { return urls_; }
-    bool isHeld() const;
+    [[nodiscard]] bool isHeld() const;
+    // How many tries so far did not yield a lock (another holder, or a file that could not be opened
+    // or locked): shows that this lock is really competing.
+    [[nodiscard]] std::uint64_t failedTries() const;
 
-    // Starts waiting; onAcquire is called at most once, on the lock's thread, when every lock is held.
-    // A second call, or a call with no URLs, does nothing.
+    // Starts waiting; onAcquire is called on the lock's thread when every lock is held. A second call,
+    // or a call with no URLs, does nothing.
     void start(std::function<void()> onAcquire);
-    // Gives up hosting or stops waiting; from any thread, any number of times.
+    // The same, and onLose is called on the lock's thread when a held lock file was deleted or replaced
+    // (someone else may lock the new file): this lock then lets go, competes again, and calls onAcquire
+    // again when it wins. Without such a replacement onAcquire is called at most once.
+    void start(std::function<void()> onAcquire, std::function<void()> onLose);
+    // Gives up hosting or stops waiting; from any thread, any number of times. A released lock stays
+    // released: to compete again, make a new one.
     void release();
 
-    static bool isSameFile(int fd, const std::string& path);
+    [[nodiscard]] static bool isSameFile(int fd, const std::string& path);
 
 private:
     struct State {
         std::mutex mutex;
-        std::condition_variable wake;  // cuts a retry pause short when released
+        std::condition_variable wake;  // cuts a pause short when released
         bool started = false;
-        std::vector<int> fds;
+        std::vector<int> fds;  // in the order of urls
         bool held = false;
         bool cancelled = false;
+        std::uint64_t failedTries = 0;
+    };
+    struct Callbacks {
+        std::function<void()> onAcquire;
+        std::function<void()> onLose;
     };
 
-    static void run(std::shared_ptr<State> state, std::vector<std::string> urls, std::function<void()> onAcquire);
-    static int waitFor(State& state, const std::string& path);
+    static void run(std::shared_ptr<State> state, std::vector<std::string> urls, Timing timing, Callbacks callbacks);
+    static bool acquireAll(State& state, const std::vector<std::string>& urls, Timing timing);
+    static bool holdWhileSame(State& state, const std::vector<std::string>& urls, Timing timing);
+    static int waitFor(State& state, const std::string& path, Timing timing);
+    static bool pause(State& state, std::chrono::milliseconds interval);
 
     std::vector<std::string> urls_;
+    Timing timing_;
     std::shared_ptr<State> state_;
+    std::thread thread_;
 };
 
 }  // namespace kestrow::suite

@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+
+#include "base/Log.hpp"
 
 namespace kestrow::suite {
 
@@ -15,10 +18,18 @@ SuiteFolder SuiteFolder::plain(const std::string& home) {
     return SuiteFolder(home + "/Library/Application Support/Kestrow/Suite");
 }
 
-std::optional<SuiteFolder> SuiteFolder::group(const std::string& identifier) {
-    auto container = applicationGroupContainer(identifier);
-    if (!container) return std::nullopt;
+std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container, bool sandboxed,
+                                             bool exists) {
+    if (!container || container->empty() || container->front() != '/') return std::nullopt;
+    if (!sandboxed && !exists) return std::nullopt;
     return SuiteFolder(*container);
+}
+
+std::optional<SuiteFolder> SuiteFolder::group(const std::string& identifier) {
+    const auto container = applicationGroupContainer(identifier);
+    struct stat st{};
+    const bool exists = container && ::stat(container->c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    return usableGroupFolder(container, isSandboxed(), exists);
 }
 
 bool SuiteFolder::isSandboxed() { return std::getenv("APP_SANDBOX_CONTAINER_ID") != nullptr; }
@@ -54,7 +65,20 @@ kestrow::Status makeFolders(const std::string& path) {
 
 kestrow::Status SuiteFolder::prepare() const {
     if (auto status = makeFolders(url); status.failed()) return status;
-    return makeFolders(glancesURL());
+    if (auto status = makeFolders(glancesURL()); status.failed()) return status;
+    removeStaleTemporaryFiles();
+    return kestrow::Status::success();
+}
+
+void SuiteFolder::removeStaleTemporaryFiles() const {
+    // A member killed while writing leaves its temporary file behind; nothing writes for a minute.
+    constexpr std::chrono::seconds stale{60};
+    std::vector<std::string> records;
+    for (SuiteApp app : SuiteApp::allCases()) records.push_back(app.glanceFileName());
+    const std::size_t removed = removeStaleAtomicWriteTemporaries(url, {"settings.json"}, stale) +
+                                removeStaleAtomicWriteTemporaries(glancesURL(), records, stale);
+    if (removed > 0)
+        log::info("suite.folder", "removed " + std::to_string(removed) + " stale temporary files from " + url);
 }
 
 kestrow::Status GlanceStore::write(const GlanceRecord& record) const {

@@ -31,9 +31,9 @@ struct SuiteSettings {
     std::map<std::string, JSONValue> unknown;
 
     // Never fails: anything unreadable reads as the defaults.
-    static SuiteSettings decode(std::string_view bytes);
-    std::string encode() const;
-    static SuiteSettings read(const SuiteFolder& folder);
+    [[nodiscard]] static SuiteSettings decode(std::string_view bytes);
+    [[nodiscard]] std::string encode() const;
+    [[nodiscard]] static SuiteSettings read(const SuiteFolder& folder);
     kestrow::Status write(const SuiteFolder& folder) const;
     bool operator==(const SuiteSettings&) const = default;
 };
@@ -64,11 +64,11 @@ struct SuiteStateMachine {
 
     void update(const std::map<SuiteApp, GlanceRecord>& records, double now);
     void didWake(double now);
-    bool hostMissing() const;
-    bool showsOwnIcon(bool optIn) const;
-    std::vector<SuiteRow> rows() const;
-    GlanceLevel worstLevel() const;
-    std::vector<std::pair<MetricRef, GlanceMetric>> menuBarValues(const std::optional<std::vector<MetricRef>>& chosen) const;
+    [[nodiscard]] bool hostMissing() const;
+    [[nodiscard]] bool showsOwnIcon(bool optIn) const;
+    [[nodiscard]] std::vector<SuiteRow> rows() const;
+    [[nodiscard]] GlanceLevel worstLevel() const;
+    [[nodiscard]] std::vector<std::pair<MetricRef, GlanceMetric>> menuBarValues(const std::optional<std::vector<MetricRef>>& chosen) const;
 };
 
 }  // namespace kestrow::suite

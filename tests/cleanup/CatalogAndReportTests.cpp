@@ -146,8 +146,11 @@ TEST(CleanupReport, JsonRoundTripWithSortedKeys) {
     EXPECT_EQ(text.find("refusal"), std::string::npos);
     EXPECT_NE(text.find("\"requestedMode\" : \"trash\""), std::string::npos);
     EXPECT_LT(text.find("\"cancelled\""), text.find("\"deleted\""));
+    EXPECT_NE(text.find("\"finishedAt\" : \"2026-11-15T20:13:37Z\""), std::string::npos);  // whole seconds
     CleanupReport back;
     ASSERT_TRUE(fromJson(std::get<JsonValue>(kestrow::parseJson(text)), back));
+    EXPECT_EQ(back.finishedAt, std::chrono::floor<std::chrono::seconds>(r.finishedAt));
+    back.finishedAt = r.finishedAt;
     EXPECT_EQ(back, r);
 }
 

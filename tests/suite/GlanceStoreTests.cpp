@@ -1,14 +1,22 @@
 #include <gtest/gtest.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "tests/support/TempFolder.hpp"
-#include "core/intents/SuiteFolderArgument.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
+
+extern char** environ;
 
 namespace kestrow::suite {
 namespace {
@@ -49,6 +57,21 @@ TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
               kestrow::Status::failure("ttl: 3-60"));
 }
 
+// Only a missing file is missing: a plain file where the "glances" folder should be makes every
+// record unreadable, and says why.
+TEST(GlanceStore, APlainFileInPlaceOfTheFolderIsNotMissing) {
+    TempFolder temp;
+    const SuiteFolder folder(temp.path());
+    writeFile(folder.glancesURL(), "not a folder");
+    const GlanceStore store{folder};
+    const auto all = store.readAll();
+    ASSERT_EQ(all.size(), SuiteApp::allCases().size());
+    for (const auto& [app, result] : all)
+        EXPECT_EQ(*result.reason(), "unreadable (errno " + std::to_string(ENOTDIR) + ")") << app.rawValue();
+    EXPECT_EQ(safeRead(temp / "absent/brimlet.json", 10), (SafeRead{SafeRead::Missing{}}));
+    EXPECT_EQ(safeRead(temp / "absent.json", 10), (SafeRead{SafeRead::Missing{}}));
+}
+
 TEST(GlanceStore, ProtectedReadLimitsAndOwner) {
     TempFolder temp;
     const std::string big = temp / "big.json";
@@ -75,7 +98,7 @@ TEST(GlanceStore, ReadersNeverSeeATornRecord) {
     std::atomic<bool> done{false};
     std::atomic<int> writeFailures{0};
     std::thread writer([&] {
-        for (int i = 1; i <= 3000; ++i) {
+        for (int i = 1; i <= 100; ++i) {
             if (store.write(record(SuiteApp::brimlet, i, i % 2 ? 12.5 : 99.99)).failed()) ++writeFailures;
         }
         done = true;
@@ -91,6 +114,102 @@ TEST(GlanceStore, ReadersNeverSeeATornRecord) {
     EXPECT_EQ(writeFailures, 0);
 }
 
+std::set<std::string> names(const std::string& folder) {
+    std::set<std::string> found;
+    if (DIR* dir = ::opendir(folder.c_str())) {
+        while (const dirent* entry = ::readdir(dir))
+            if (std::string(entry->d_name) != "." && std::string(entry->d_name) != "..") found.insert(entry->d_name);
+        ::closedir(dir);
+    }
+    return found;
+}
+
+void age(const std::string& path, int seconds) {
+    const timespec times[2] = {{::time(nullptr) - seconds, 0}, {::time(nullptr) - seconds, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+// Kills a real writer in the middle of replacing `path` and gives the temporary file it left.
+std::optional<std::string> killWriterMidWrite(const std::string& path) {
+    const std::string folder = path.substr(0, path.rfind('/'));
+    const std::string target = path.substr(path.rfind('/') + 1);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::string size = "4000000";
+        std::vector<char*> argv{const_cast<char*>(KESTROW_ATOMIC_WRITER), const_cast<char*>(path.c_str()), size.data(),
+                                nullptr};
+        pid_t pid = -1;
+        if (posix_spawn(&pid, KESTROW_ATOMIC_WRITER, nullptr, nullptr, argv.data(), environ) != 0) return std::nullopt;
+        auto leftover = [&]() -> std::optional<std::string> {
+            for (const std::string& name : names(folder))
+                if (isAtomicWriteTemporary(name, target)) return folder + "/" + name;
+            return std::nullopt;
+        };
+        const auto writing = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        while (!leftover() && std::chrono::steady_clock::now() < writing) std::this_thread::yield();
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+        if (auto left = leftover()) return left;  // else it had just renamed: try again
+    }
+    return std::nullopt;
+}
+
+// A member killed while writing leaves its temporary file in the shared folder; preparing the folder
+// removes such files once they are a minute old, and nothing that merely looks like one.
+TEST(SuiteFolder, PreparingRemovesStaleTemporaryFilesOfKilledWriters) {
+    TempFolder temp, outside;
+    const SuiteFolder folder(temp / "Suite");
+    ASSERT_TRUE(folder.prepare().ok());
+    const auto killed = killWriterMidWrite(folder.glanceURL(SuiteApp::brimlet));
+    ASSERT_TRUE(killed) << "no writer was caught mid-write";
+
+    ASSERT_TRUE(folder.prepare().ok());
+    EXPECT_TRUE(names(folder.glancesURL()).count(killed->substr(killed->rfind('/') + 1)))
+        << "a file younger than a minute may still be written";
+
+    const std::string glances = folder.glancesURL() + "/";
+    const std::vector<std::string> stale = {*killed, glances + ".corvane.json.Pp0oL1", folder.url + "/.settings.json.Kk7uI9"};
+    const std::vector<std::string> kept = {
+        glances + ".jessap.json.Rr4tY6",     // fresh
+        glances + ".brimlet.json.Ab3dE",     // five characters
+        glances + ".brimlet.json.Ab3dEfG",   // seven
+        glances + ".brimlet.json.Ab-dEf",    // not a letter or digit
+        glances + "brimlet.json.Ab3dEf",     // no leading dot
+        glances + ".notes.txt.Ab3dEf",       // not a file this program writes
+        folder.url + "/.brimlet.json.Ab3dEf",  // a record's name, but outside "glances"
+        glances + "brimlet.json",
+    };
+    for (const auto& path : stale) {
+        if (path != *killed) writeFile(path, "partial");
+        age(path, 61);
+    }
+    for (const auto& path : kept) {
+        writeFile(path, "x");
+        if (path != kept[0]) age(path, 3600);
+    }
+    writeFile(outside / "precious", "keep me");
+    ::symlink((outside / "precious").c_str(), (glances + ".fennick.json.Zz9yX8").c_str());
+    ::mkdir((glances + ".garrow.json.Qq1wE2").c_str(), 0700);
+    age(glances + ".fennick.json.Zz9yX8", 3600);
+    age(glances + ".garrow.json.Qq1wE2", 3600);
+    if (::getuid() == 0) {
+        writeFile(glances + ".hollin.json.Mm5nB4", "theirs");
+        ASSERT_EQ(::chown((glances + ".hollin.json.Mm5nB4").c_str(), 4242, 4242), 0);
+        age(glances + ".hollin.json.Mm5nB4", 3600);
+    }
+
+    ASSERT_TRUE(folder.prepare().ok());
+    struct stat st{};
+    for (const auto& path : stale) EXPECT_NE(::lstat(path.c_str(), &st), 0) << path;
+    for (const auto& path : kept) EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
+    EXPECT_EQ(::lstat((glances + ".fennick.json.Zz9yX8").c_str(), &st), 0);
+    EXPECT_EQ(::stat((outside / "precious").c_str(), &st), 0);
+    EXPECT_EQ(::lstat((glances + ".garrow.json.Qq1wE2").c_str(), &st), 0);
+    if (::getuid() == 0) {
+        EXPECT_EQ(::lstat((glances + ".hollin.json.Mm5nB4").c_str(), &st), 0);
+    }
+}
+
 TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {
     ::unsetenv("APP_SANDBOX_CONTAINER_ID");
     const auto plain = SuiteFolder::reachable(std::nullopt);
@@ -99,6 +218,33 @@ TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {
     ::setenv("APP_SANDBOX_CONTAINER_ID", "", 1);  // present is enough, whatever its value
     EXPECT_TRUE(SuiteFolder::reachable(std::string("group.kestrow.suite")).empty());  // no group containers here
     ::unsetenv("APP_SANDBOX_CONTAINER_ID");
+}
+
+// A group container is used when sandboxed (the entitlement makes it real) or when it exists already;
+// an unsandboxed process never creates one that the platform merely names.
+TEST(SuiteFolder, GroupContainerOnlyWhenSandboxedOrAlreadyThere) {
+    struct Case {
+        std::optional<std::string> container;
+        bool sandboxed, exists;
+        std::optional<std::string> used;
+    };
+    const Case cases[] = {
+        {std::nullopt, true, true, std::nullopt},
+        {"", true, true, std::nullopt},
+        {"relative/group", true, true, std::nullopt},
+        {"/Users/a/Library/Group Containers/group.kestrow.suite", false, false, std::nullopt},
+        {"/Users/a/Library/Group Containers/group.kestrow.suite", false, true,
+         "/Users/a/Library/Group Containers/group.kestrow.suite"},
+        {"/Users/a/Library/Group Containers/group.kestrow.suite/", true, false,
+         "/Users/a/Library/Group Containers/group.kestrow.suite"},
+        {"/Users/a/Library/Group Containers/./group.kestrow.suite", true, true,
+         "/Users/a/Library/Group Containers/group.kestrow.suite"},
+    };
+    for (const Case& c : cases) {
+        const auto folder = usableGroupFolder(c.container, c.sandboxed, c.exists);
+        EXPECT_EQ(folder ? std::optional(folder->url) : std::nullopt, c.used)
+            << c.container.value_or("(none)") << " sandboxed " << c.sandboxed << " exists " << c.exists;
+    }
 }
 
 TEST(PublishSchedule, ChangedAtOnceUnchangedAtHalfLife) {
@@ -111,47 +257,6 @@ TEST(PublishSchedule, ChangedAtOnceUnchangedAtHalfLife) {
     EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 1001, 51), 1001));  // a metric changed
     schedule.forceNext();
     EXPECT_TRUE(schedule.isDue(first, 1000));
-}
-
-TEST(SuiteFolderArgument, ResolvesOnlyTemporaryTestFolders) {
-    using brimlet::SuiteFolderArgument;
-    using Kind = SuiteFolderArgument::Problem::Kind;
-    TempFolder temp;
-    ::mkdir((temp / "Suite").c_str(), 0700);
-    ::symlink("/etc", (temp / "escape").c_str());
-    const std::string real = temp / "Home/Library/Application Support/Kestrow/Suite";
-    struct Case {
-        std::vector<std::string> args;
-        std::variant<std::optional<std::string>, Kind> expected;
-    };
-    const Case cases[] = {
-        {{"/app"}, std::optional<std::string>()},
-        {{"--suite-folder", "/x"}, std::optional<std::string>()},  // the program path is never the switch
-        {{"/app", "--suite-folder"}, Kind::missingValue},
-        {{"/app", "--suite-folder", ""}, Kind::missingValue},
-        {{"/app", "--suite-folder", "rel/dir"}, Kind::notAbsolute},
-        {{"/app", "--suite-folder", temp.path()}, Kind::outsideTemporaryFolder},
-        {{"/app", "--suite-folder", "/var/other"}, Kind::outsideTemporaryFolder},
-        {{"/app", "--suite-folder", temp / "escape/x"}, Kind::outsideTemporaryFolder},
-        {{"/app", "--suite-folder", temp / "Suite/../../outside"}, Kind::outsideTemporaryFolder},
-        {{"/app", "--suite-folder", temp / "Suite"}, std::optional<std::string>(temp / "Suite")},
-        {{"/app", "--suite-folder", temp / "new/./deeper/"}, std::optional<std::string>(temp / "new/deeper")},
-        {{"/app", "--suite-folder", temp / "home/library/application support/kestrow/SUITE/x"}, Kind::realSuiteFolder},
-    };
-    for (const Case& c : cases) {
-        const auto result = SuiteFolderArgument::resolve(c.args, {"/", temp.path()}, real);
-        const std::string what = c.args.size() > 2 ? c.args[2] : "(none)";
-        if (auto* kind = std::get_if<Kind>(&c.expected)) {
-            ASSERT_TRUE(std::holds_alternative<SuiteFolderArgument::Problem>(result)) << what;
-            EXPECT_EQ(std::get<SuiteFolderArgument::Problem>(result).kind, *kind) << what;
-        } else {
-            ASSERT_TRUE(std::holds_alternative<std::optional<std::string>>(result)) << what;
-            EXPECT_EQ(std::get<std::optional<std::string>>(result), std::get<std::optional<std::string>>(c.expected));
-        }
-    }
-    EXPECT_EQ((SuiteFolderArgument::Problem{Kind::notAbsolute, "a/b"}).description(),
-              "--suite-folder needs an absolute path: a/b");
-    EXPECT_EQ((SuiteFolderArgument::Problem{Kind::missingValue, ""}).description(), "--suite-folder needs a path");
 }
 
 }  // namespace

@@ -1,14 +1,19 @@
 // Real processes competing for the host lock on real files.
 #include <gtest/gtest.h>
+#include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
-#include <filesystem>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "tests/support/TempFolder.hpp"
@@ -22,149 +27,295 @@ namespace {
 using kestrow::testing::TempFolder;
 using namespace std::chrono_literals;
 
+// Short enough that hand-overs and replacement checks happen many times within a test.
+constexpr HostLock::Timing fast{10ms, 40ms};
+
+template <typename Condition>
+bool eventually(Condition condition, std::chrono::milliseconds limit = 5s) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return condition();
+        std::this_thread::sleep_for(2ms);
+    }
+    return true;
+}
+
+struct ContenderStatus {
+    bool held = false;
+    unsigned long long tries = 0;
+    int acquired = 0;
+    int lost = 0;
+};
+
+// A host_lock_contender process, spoken to through its standard input and output; its log goes to
+// a file. Killed and reaped when the test lets go of it.
 class Contender {
 public:
-    Contender(const std::string& results, const std::string& id, const std::vector<std::string>& locks) : id_(id) {
-        int fds[2];
-        EXPECT_EQ(::pipe(fds), 0);
+    Contender(const std::string& logFile, const std::vector<std::string>& locks) : log_(logFile) {
+        int in[2], out[2];
+        EXPECT_EQ(::pipe2(in, O_CLOEXEC), 0);
+        EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, fds[0], STDIN_FILENO);
-        posix_spawn_file_actions_addclose(&actions, fds[1]);
-        std::vector<std::string> args = {KESTROW_CONTENDER, results, id};
+        posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+        std::vector<std::string> args = {KESTROW_CONTENDER, std::to_string(fast.poll.count()),
+                                         std::to_string(fast.retry.count())};
         args.insert(args.end(), locks.begin(), locks.end());
         std::vector<char*> argv;
         for (auto& a : args) argv.push_back(a.data());
         argv.push_back(nullptr);
         EXPECT_EQ(posix_spawn(&pid_, KESTROW_CONTENDER, &actions, nullptr, argv.data(), environ), 0);
         posix_spawn_file_actions_destroy(&actions);
-        ::close(fds[0]);
-        input_ = fds[1];
+        ::close(in[0]);
+        ::close(out[1]);
+        input_ = in[1];
+        output_ = out[0];
     }
     ~Contender() {
-        if (input_ >= 0) ::close(input_);
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, nullptr, 0);
-        }
+        kill();
+        ::close(input_);
+        ::close(output_);
     }
-    void release() { ASSERT_EQ(::write(input_, "release\n", 8), 8); }
+    Contender(const Contender&) = delete;
+    Contender& operator=(const Contender&) = delete;
+
+    ContenderStatus status() {
+        ContenderStatus s;
+        const std::string line = ask("status");
+        int held = 0;
+        if (std::sscanf(line.c_str(), "held=%d tries=%llu acquired=%d lost=%d", &held, &s.tries, &s.acquired,
+                        &s.lost) != 4)
+            ADD_FAILURE() << "unexpected status line: " << line;
+        s.held = held == 1;
+        return s;
+    }
+    void release() {
+        EXPECT_EQ(ask("release"), "released");
+        released_ = true;
+    }
+    // The kernel drops a dead process's locks.
     void kill() {
+        if (pid_ <= 0) return;
         ::kill(pid_, SIGKILL);
         ::waitpid(pid_, nullptr, 0);
         pid_ = -1;
     }
-    const std::string& id() const { return id_; }
+    bool alive() const { return pid_ > 0; }
+    bool competing() const { return alive() && !released_; }
+    std::size_t logLinesContaining(const std::string& text) const {
+        std::ifstream file(log_);
+        std::size_t count = 0;
+        for (std::string line; std::getline(file, line);) count += line.find(text) != std::string::npos;
+        return count;
+    }
 
 private:
-    std::string id_;
+    std::string ask(const std::string& command) {
+        const std::string line = command + "\n";
+        if (::write(input_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) return {};
+        std::string answer;
+        const auto deadline = std::chrono::steady_clock::now() + 5s;
+        for (char c = 0; c != '\n';) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            pollfd p{output_, POLLIN, 0};
+            if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) != 1 || ::read(output_, &c, 1) != 1)
+                return answer;
+            if (c != '\n') answer += c;
+        }
+        return answer;
+    }
+
+    std::string log_;
     pid_t pid_ = -1;
-    int input_ = -1;
+    bool released_ = false;
+    int input_ = -1, output_ = -1;
 };
 
-std::vector<std::string> hosts(const std::string& results) {
-    std::vector<std::string> ids;
-    for (const auto& entry : std::filesystem::directory_iterator(results)) {
-        const std::string name = entry.path().filename().string();
-        if (name.size() > 5 && name.substr(name.size() - 5) == ".host") ids.push_back(name.substr(0, name.size() - 5));
-    }
-    std::sort(ids.begin(), ids.end());
-    return ids;
+std::vector<Contender*> holders(const std::vector<Contender*>& all) {
+    std::vector<Contender*> held;
+    for (Contender* c : all)
+        if (c->alive() && c->status().held) held.push_back(c);
+    return held;
 }
 
-// Waits until `count` processes have become host, then a little longer to catch a second one.
-std::vector<std::string> hostsAfter(const std::string& results, std::size_t count) {
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (hosts(results).size() < count && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(10ms);
-    std::this_thread::sleep_for(300ms);
-    return hosts(results);
+// Waits until every other competing contender has failed `more` further tries: each of them has then
+// really competed for the lock since the call, and lost.
+void othersCompeted(const std::vector<Contender*>& all, const Contender* holder, unsigned more = 3) {
+    for (Contender* c : all) {
+        if (c == holder || !c->competing()) continue;
+        const auto start = c->status().tries;
+        ASSERT_TRUE(eventually([&] { return c->status().tries >= start + more; }));
+    }
+}
+
+std::size_t entries(const char* folder) {
+    std::size_t count = 0;
+    if (DIR* dir = ::opendir(folder)) {
+        while (const dirent* entry = ::readdir(dir)) count += entry->d_name[0] != '.';
+        ::closedir(dir);
+    }
+    return count;
 }
 
 TEST(HostLock, ExactlyOneHostAndHandOverOnReleaseAndKill) {
-    TempFolder folder, results;
+    TempFolder folder, logs;
     const std::string lock = folder / "host.lock";
-    std::vector<std::unique_ptr<Contender>> all;
-    for (const char* id : {"a", "b", "c"}) all.push_back(std::make_unique<Contender>(results.path(), id, std::vector{lock}));
-    auto first = hostsAfter(results.path(), 1);
-    ASSERT_EQ(first.size(), 1u);
-    Contender* host = nullptr;
-    for (auto& c : all)
-        if (c->id() == first[0]) host = c.get();
-    host->release();
-    auto second = hostsAfter(results.path(), 2);
-    ASSERT_EQ(second.size(), 2u);
-    std::string newHost;
-    for (const auto& id : second)
-        if (id != first[0]) newHost = id;
-    for (auto& c : all)
-        if (c->id() == newHost) c->kill();  // the kernel drops a dead host's lock
-    EXPECT_EQ(hostsAfter(results.path(), 3).size(), 3u);
+    Contender a(logs / "a", {lock}), b(logs / "b", {lock}), c(logs / "c", {lock});
+    const std::vector<Contender*> all{&a, &b, &c};
+
+    ASSERT_TRUE(eventually([&] { return holders(all).size() == 1; }));
+    Contender* first = holders(all)[0];
+    othersCompeted(all, first);
+    EXPECT_EQ(holders(all), std::vector{first});
+
+    first->release();
+    ASSERT_TRUE(eventually([&] { return holders(all).size() == 1 && holders(all)[0] != first; }));
+    Contender* second = holders(all)[0];
+    othersCompeted(all, second);
+    EXPECT_EQ(holders(all), std::vector{second});  // the released one stays out
+
+    second->kill();
+    ASSERT_TRUE(eventually([&] { return holders(all).size() == 1; }));
+    EXPECT_NE(holders(all)[0], first);
+    EXPECT_NE(holders(all)[0], second);
 }
 
 TEST(HostLock, FoldersListedInDifferentOrdersDoNotDeadlock) {
-    TempFolder one, two, results;
+    TempFolder one, two, logs;
     const std::string a = one / "host.lock", b = two / "host.lock";
     for (int round = 0; round < 5; ++round) {
-        const std::string dir = results / std::to_string(round);
-        ::mkdir(dir.c_str(), 0700);
-        Contender forward(dir, "forward", {a, b});
-        Contender backward(dir, "backward", {b, a, a + "/../host.lock"});
-        const auto firstHost = hostsAfter(dir, 1);
-        ASSERT_EQ(firstHost.size(), 1u) << "round " << round;
-        (firstHost[0] == "forward" ? forward : backward).release();
-        EXPECT_EQ(hostsAfter(dir, 2).size(), 2u) << "round " << round;
+        Contender forward(logs / "forward", {a, b});
+        Contender backward(logs / "backward", {b, a, a + "/../host.lock"});
+        const std::vector<Contender*> both{&forward, &backward};
+        ASSERT_TRUE(eventually([&] { return holders(both).size() == 1; })) << "round " << round;
+        Contender* first = holders(both)[0];
+        first->release();
+        ASSERT_TRUE(eventually([&] { return holders(both).size() == 1 && holders(both)[0] != first; }))
+            << "round " << round;
     }
     HostLock sorted(std::vector<std::string>{b, a, a, one.path() + "/./host.lock"});
     EXPECT_EQ(sorted.urls(), (a < b ? std::vector{a, b} : std::vector{b, a}));
 }
 
-TEST(HostLock, AWaiterStartsOverWhenTheLockFileIsDeleted) {
-    TempFolder folder, results;
+// A lock file deleted or replaced under a holder lets a newcomer lock the new file; the holder must
+// notice, let go and compete again, or two processes host at once.
+TEST(HostLock, AHolderLetsGoWhenItsLockFileIsDeletedOrReplaced) {
+    for (const bool replace : {false, true}) {
+        SCOPED_TRACE(replace ? "replaced" : "deleted");
+        TempFolder folder, logs;
+        const std::string lock = folder / "host.lock";
+        Contender holder(logs / "holder", {lock});
+        ASSERT_TRUE(eventually([&] { return holder.status().held; }));
+        Contender newcomer(logs / "newcomer", {lock});
+        ASSERT_TRUE(eventually([&] { return newcomer.status().tries >= 1; }));  // waiting on the old file
+
+        if (replace) {
+            kestrow::testing::writeFile(folder / "fresh.lock", "");
+            ASSERT_EQ(::rename((folder / "fresh.lock").c_str(), lock.c_str()), 0);
+        } else {
+            ASSERT_EQ(::unlink(lock.c_str()), 0);
+        }
+        // The holder notices and lets go; then whoever locks the new file first hosts, alone.
+        ASSERT_TRUE(eventually([&] { return holder.status().lost == 1; }));
+        const std::vector<Contender*> both{&holder, &newcomer};
+        ASSERT_TRUE(eventually([&] { return holders(both).size() == 1; }));
+        Contender* host = holders(both)[0];
+        othersCompeted(both, host);  // the other competes for the new file, and loses
+        EXPECT_EQ(holders(both), std::vector{host});
+        EXPECT_EQ(holder.logLinesContaining("was deleted or replaced while held"), 1u);
+        EXPECT_EQ(holder.status().lost, 1);
+
+        host->release();
+        Contender* other = host == &holder ? &newcomer : &holder;
+        ASSERT_TRUE(eventually([&] { return other->status().held; }));
+        EXPECT_EQ(holder.status().acquired, 2);
+        struct stat st{};
+        EXPECT_EQ(::lstat(lock.c_str(), &st), 0);
+        EXPECT_TRUE(S_ISREG(st.st_mode));
+    }
+}
+
+// Waiting must end when asked, even while another process holds the lock: a participant that stops
+// competing must not leave a thread and a descriptor behind until the rival quits.
+TEST(HostLock, ReleaseStopsWaitingAndLeavesNothingBehind) {
+    TempFolder folder, logs;
     const std::string lock = folder / "host.lock";
-    Contender host(results.path(), "host", {lock});
-    ASSERT_EQ(hostsAfter(results.path(), 1), std::vector<std::string>{"host"});
-    Contender waiter(results.path(), "waiter", {lock});
-    std::this_thread::sleep_for(300ms);  // the waiter blocks on the old file
-    ASSERT_EQ(::unlink(lock.c_str()), 0);
-    host.release();
-    ASSERT_EQ(hostsAfter(results.path(), 2), (std::vector<std::string>{"host", "waiter"}));
-    struct stat st{};
-    EXPECT_EQ(::stat(lock.c_str(), &st), 0);  // the waiter made a fresh file and holds it
-    Contender late(results.path(), "late", {lock});
-    EXPECT_EQ(hostsAfter(results.path(), 3).size(), 2u);
+    Contender rival(logs / "rival", {lock});
+    ASSERT_TRUE(eventually([&] { return rival.status().held; }));
+
+    const std::size_t fds = entries("/proc/self/fd"), threads = entries("/proc/self/task");
+    std::atomic<int> acquired{0};
+    for (int cycle = 0; cycle < 5; ++cycle) {
+        HostLock mine(lock, fast);
+        mine.start([&] { ++acquired; });
+        ASSERT_TRUE(eventually([&] { return mine.failedTries() >= 2; }));  // really waiting behind the rival
+        if (cycle % 2 == 0) {
+            mine.release();  // released, then destroyed; odd cycles are only destroyed
+            EXPECT_FALSE(mine.isHeld());
+        }
+    }
+    EXPECT_EQ(entries("/proc/self/fd"), fds);
+    EXPECT_EQ(entries("/proc/self/task"), threads);
+
+    // A lock released while waiting never wins later, even when the rival lets go.
+    HostLock released(lock, fast);
+    released.start([&] { ++acquired; });
+    ASSERT_TRUE(eventually([&] { return released.failedTries() >= 1; }));
+    released.release();
+    rival.release();
+    HostLock next(lock, fast);
+    next.start([] {});
+    ASSERT_TRUE(eventually([&] { return next.isHeld(); }));
+    EXPECT_FALSE(released.isHeld());
+    EXPECT_EQ(acquired.load(), 0);
 }
 
 TEST(HostLock, InProcessLifecycle) {
     TempFolder folder;
     HostLock never(std::vector<std::string>{});
-    never.start([] { FAIL() << "no URLs, no election"; });
+    never.start([] { ADD_FAILURE() << "no URLs, no election"; });
     never.release();
     never.release();
 
-    HostLock lock(folder / "host.lock");
+    HostLock lock(folder / "host.lock", fast);
     std::atomic<int> calls{0};
     lock.start([&] { ++calls; });
     lock.start([&] { ++calls; });
-    for (int i = 0; i < 500 && !lock.isHeld(); ++i) std::this_thread::sleep_for(2ms);
-    EXPECT_TRUE(lock.isHeld());
+    ASSERT_TRUE(eventually([&] { return lock.isHeld(); }));
+    // Two descriptors of one process are rivals too: a second lock waits behind the first.
+    HostLock second(folder / "host.lock", fast);
+    second.start([&] { ++calls; });
+    ASSERT_TRUE(eventually([&] { return second.failedTries() >= 2; }));
+    EXPECT_FALSE(second.isHeld());
     lock.release();
     EXPECT_FALSE(lock.isHeld());
     lock.release();
-    EXPECT_EQ(calls.load(), 1);
-
-    // A link in place of the lock file is never opened; releasing stops the retries at once.
-    ::symlink("/tmp", (folder / "link.lock").c_str());
-    HostLock linked(folder / "link.lock");
-    linked.start([&] { ++calls; });
-    std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(linked.isHeld());
-    linked.release();
-    EXPECT_EQ(calls.load(), 1);
+    ASSERT_TRUE(eventually([&] { return second.isHeld(); }));
+    EXPECT_EQ(calls.load(), 2);
 
     const int fd = ::open((folder / "host.lock").c_str(), O_RDONLY);
+    ::symlink((folder / "host.lock").c_str(), (folder / "link.lock").c_str());
     EXPECT_TRUE(HostLock::isSameFile(fd, folder / "host.lock"));
-    EXPECT_FALSE(HostLock::isSameFile(fd, folder / "link.lock"));
+    EXPECT_FALSE(HostLock::isSameFile(fd, folder / "link.lock"));  // a link is not the file it names
+    EXPECT_FALSE(HostLock::isSameFile(fd, folder / "absent.lock"));
     ::close(fd);
+}
+
+// A link in place of the lock file is never opened: the failure is logged once per wait, retried on
+// the retry cadence, and releasing ends the retries.
+TEST(HostLock, ALinkedLockFileIsRefusedAndLoggedOnce) {
+    TempFolder folder, logs;
+    ::symlink("/tmp", (folder / "host.lock").c_str());
+    Contender linked(logs / "linked", {folder / "host.lock"});
+    ASSERT_TRUE(eventually([&] { return linked.status().tries >= 3; }));
+    EXPECT_FALSE(linked.status().held);
+    EXPECT_EQ(linked.logLinesContaining("cannot open " + folder / "host.lock" + ": errno " + std::to_string(ELOOP) +
+                                        "; retrying every 5 s"),
+              1u);
+    linked.release();
+    EXPECT_FALSE(linked.status().held);
 }
 
 }  // namespace

@@ -1,10 +1,15 @@
 // A process that competes for the suite's host lock, for the tests that need real rivals.
-//   host_lock_contender RESULTS_DIR ID LOCK_FILE...
-// On becoming host it creates RESULTS_DIR/ID.host. It reads commands from standard input:
-// "release" releases the lock (and creates ID.released); end of input ends the process.
-#include <fcntl.h>
+//   host_lock_contender POLL_MS RETRY_MS LOCK_FILE...
+// Commands on standard input, one a line:
+//   "status"  prints "held=H tries=N acquired=A lost=L" (H 0 or 1; N failed tries; A and L how often
+//             the lock was won and let go because its file was replaced)
+//   "release" releases the lock and prints "released"
+// End of input releases and ends the process. The lock's log lines go to standard error.
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -13,18 +18,20 @@
 
 int main(int argc, char** argv) {
     if (argc < 4) return 2;
-    const std::string results = argv[1];
-    const std::string id = argv[2];
-    std::vector<std::string> urls(argv + 3, argv + argc);
-    kestrow::suite::HostLock lock(urls);
-    lock.start([&] { ::close(::open((results + "/" + id + ".host").c_str(), O_CREAT | O_WRONLY, 0600)); });
+    using std::chrono::milliseconds;
+    const kestrow::suite::HostLock::Timing timing{milliseconds(std::stoi(argv[1])), milliseconds(std::stoi(argv[2]))};
+    kestrow::suite::HostLock lock(std::vector<std::string>(argv + 3, argv + argc), timing);
+    std::atomic<int> acquired{0}, lost{0};
+    lock.start([&] { ++acquired; }, [&] { ++lost; });
     std::string command;
     while (std::getline(std::cin, command)) {
-        if (command == "release") {
+        if (command == "status") {
+            std::cout << "held=" << lock.isHeld() << " tries=" << lock.failedTries() << " acquired=" << acquired
+                      << " lost=" << lost << std::endl;
+        } else if (command == "release") {
             lock.release();
-            ::close(::open((results + "/" + id + ".released").c_str(), O_CREAT | O_WRONLY, 0600));
+            std::cout << "released" << std::endl;
         }
     }
-    lock.release();
     return 0;
 }
