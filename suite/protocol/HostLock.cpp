@@ -78,7 +78,7 @@ int HostLock::waitFor(State& state, const std::string& path) {
     auto logOnce = [&path](bool& logged, const char* what, int error) {
         if (logged) return;
         logged = true;
-        log::error(logCategory, std::string("cannot ") + what + " " + path + ": errno " + std::to_string(error) +
+        log::kit::error(logCategory, std::string("cannot ") + what + " " + path + ": errno " + std::to_string(error) +
                                     "; retrying every 5 s");
     };
     auto pause = [&state] {
