@@ -10,7 +10,7 @@
 namespace brimlet {
 
 struct CleanupPhase : kestrow::RawValueEnum<CleanupPhase> {
-    enum Value { idle, measuring, scanning, ready, cleaning, finished };
+    enum Value : int { idle, measuring, scanning, ready, cleaning, finished };
     static constexpr std::array<std::string_view, 6> rawValues{"idle",  "measuring", "scanning",
                                                                 "ready", "cleaning",  "finished"};
     Value value = idle;

@@ -2,22 +2,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "PlatformUsage.hpp"
 #include "SnapshotCommand.hpp"
-
-namespace {
-
-constexpr const char* usageText =
-    "usage: KestrowBrimlet --snapshot-json\n"
-    "\n"
-    "Kestrow Brimlet watches this machine's memory, CPU, disk and processes.\n"
-    "On this platform it offers:\n"
-    "  --snapshot-json   sample the machine twice, one second apart, and print the\n"
-    "                    second snapshot as JSON (memory, pressure, swap, CPU load,\n"
-    "                    GPU, disk rates and space, thermal state, every process\n"
-    "                    grouped into applications)\n"
-    "The menu-bar application runs on macOS.\n";
-
-}  // namespace
 
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
@@ -26,6 +12,6 @@ int main(int argc, char** argv) {
             return 0;
         }
     }
-    std::fputs(usageText, stderr);
+    std::fputs(brimlet::platformUsageText(), stderr);
     return 2;
 }

@@ -2,7 +2,10 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <limits>
+
+#include "CLocaleNumbers.hpp"
 
 namespace kestrow {
 
@@ -384,11 +387,22 @@ private:
                 }
             }
         }
-        double d = 0;
-        const auto result = std::from_chars(first, last, d);
-        if (result.ec != std::errc() || !std::isfinite(d)) return fail("number out of range");
-        out = JsonValue(d);
+        const std::optional<double> d = readCLocaleDouble(std::string(first, last));
+        if (!d || !std::isfinite(*d)) return fail("number out of range");
+        // A number too small for a double is refused rather than read as 0, as too large a one is.
+        if (*d == 0 && hasNonZeroDigit(std::string_view(first, static_cast<std::size_t>(last - first))))
+            return fail("number out of range");
+        out = JsonValue(*d);
         return true;
+    }
+
+    // True when a digit of the significand (before any exponent) is not zero.
+    static bool hasNonZeroDigit(std::string_view number) {
+        for (const char c : number) {
+            if (c == 'e' || c == 'E') break;
+            if (c >= '1' && c <= '9') return true;
+        }
+        return false;
     }
 };
 
@@ -513,6 +527,140 @@ private:
     }
 };
 
+// ---- Shortest round-trip numbers ----
+//
+// The shortest decimal that reads back as the same double, laid out as the shorter of plain and
+// exponent notation (plain on a tie): "0.1", "1.5e-07", "1e+21", "123456789012345683968". This is
+// the text std::to_chars gives, built from printf's correctly rounded digits so that it needs no
+// floating-point to_chars, which Apple's libc++ lacks.
+
+// mantissa × 10^exponent, the mantissa without trailing zeros unless it is the only digit.
+struct Decimal {
+    std::uint64_t mantissa = 0;
+    int exponent = 0;
+};
+
+std::uint64_t powerOfTen(int n) {
+    std::uint64_t p = 1;
+    while (n-- > 0) p *= 10;
+    return p;
+}
+
+std::string integerText(std::int64_t v) {
+    char buffer[24];
+    auto r = std::to_chars(buffer, buffer + sizeof buffer, v);
+    return std::string(buffer, r.ptr);
+}
+
+std::optional<double> readBack(const Decimal& d) {
+    return readCLocaleDouble(integerText(static_cast<std::int64_t>(d.mantissa)) + "e" + integerText(d.exponent));
+}
+
+// The nearest decimal of `precision` significant digits to a positive finite value. printf rounds
+// correctly; only its digits and exponent are taken, so whatever decimal point the C locale uses
+// in between does not matter.
+Decimal nearestDecimal(double magnitude, int precision) {
+    char buffer[64];
+    const int n = std::snprintf(buffer, sizeof buffer, "%.*e", precision - 1, magnitude);
+    Decimal d;
+    int digits = 0;
+    int i = 0;
+    for (; i < n && buffer[i] != 'e'; ++i) {
+        if (buffer[i] >= '0' && buffer[i] <= '9') {
+            d.mantissa = d.mantissa * 10 + static_cast<std::uint64_t>(buffer[i] - '0');
+            ++digits;
+        }
+    }
+    int exponent = 0;
+    bool negative = false;
+    for (++i; i < n; ++i) {
+        if (buffer[i] == '-') negative = true;
+        else if (buffer[i] >= '0' && buffer[i] <= '9') exponent = exponent * 10 + (buffer[i] - '0');
+    }
+    d.exponent = (negative ? -exponent : exponent) - (digits - 1);
+    return d;
+}
+
+// The next decimal of the same number of significant digits above or below.
+Decimal neighbour(Decimal d, int precision, bool above) {
+    const std::uint64_t low = powerOfTen(precision - 1);
+    if (above) {
+        if (++d.mantissa == low * 10) {
+            d.mantissa = low;
+            ++d.exponent;
+        }
+    } else if (d.mantissa-- == low) {
+        d.mantissa = low * 10 - 1;
+        --d.exponent;
+    }
+    return d;
+}
+
+// The decimal of `precision` digits that reads back as the value, the nearest one if several do.
+std::optional<Decimal> readingBack(double magnitude, int precision) {
+    const Decimal nearest = nearestDecimal(magnitude, precision);
+    const std::optional<double> back = readBack(nearest);
+    if (!back) return std::nullopt;
+    if (*back == magnitude) return nearest;
+    // Where the spacing of doubles changes (at a power of two) the decimals that read back lie
+    // unevenly around the value, and the nearest one may miss them while the next one on the far
+    // side still reads back.
+    const Decimal other = neighbour(nearest, precision, *back < magnitude);
+    const std::optional<double> otherBack = readBack(other);
+    if (otherBack && *otherBack == magnitude) return other;
+    return std::nullopt;
+}
+
+Decimal shortestDecimal(double magnitude) {
+    // Every precision from the shortest one that reads back upwards reads back too (fewer digits
+    // only ever remove candidates), so the shortest is found by bisection; 17 always reads back.
+    int low = 1;
+    int high = 17;
+    Decimal best = nearestDecimal(magnitude, 17);
+    while (low < high) {
+        const int middle = (low + high) / 2;
+        if (const auto found = readingBack(magnitude, middle)) {
+            best = *found;
+            high = middle;
+        } else {
+            low = middle + 1;
+        }
+    }
+    while (best.mantissa % 10 == 0 && best.mantissa != 0) {
+        best.mantissa /= 10;
+        ++best.exponent;
+    }
+    return best;
+}
+
+std::string layOut(const Decimal& d, double magnitude) {
+    const std::string digits = integerText(static_cast<std::int64_t>(d.mantissa));
+    const int n = static_cast<int>(digits.size());
+    const int power = d.exponent + n - 1;  // of the first digit
+
+    std::string scientific = digits.substr(0, 1);
+    if (n > 1) scientific += "." + digits.substr(1);
+    scientific += power < 0 ? "e-" : "e+";
+    const int absolutePower = power < 0 ? -power : power;
+    if (absolutePower < 10) scientific += '0';
+    scientific += integerText(absolutePower);
+
+    std::size_t plainLength = 0;
+    if (power < 0) plainLength = static_cast<std::size_t>(2 + (-power - 1) + n);  // 0.000ddd
+    else if (power < n - 1) plainLength = static_cast<std::size_t>(n + 1);       // ddd.ddd
+    else plainLength = static_cast<std::size_t>(power + 1);                      // dddddd
+    if (plainLength > scientific.size()) return scientific;
+
+    if (power < 0) return "0." + std::string(static_cast<std::size_t>(-power - 1), '0') + digits;
+    if (power < n - 1) return digits.substr(0, static_cast<std::size_t>(power + 1)) + "." +
+                              digits.substr(static_cast<std::size_t>(power + 1));
+    // A whole number written out in full shows its exact value, not the short digits padded with
+    // zeros: 2^70 is 1180591620717411303424, not 1180591620717411300000.
+    char buffer[400];
+    const int written = std::snprintf(buffer, sizeof buffer, "%.0f", magnitude);
+    return std::string(buffer, static_cast<std::size_t>(written > 0 ? written : 0));
+}
+
 }  // namespace
 
 std::variant<JsonValue, JsonParseError> parseJson(std::string_view text, JsonParseOptions options) {
@@ -526,6 +674,8 @@ std::optional<std::string> writeJson(const JsonValue& value, JsonWriteOptions op
 }
 
 std::string formatShortestDouble(double value) {
+    if (std::isnan(value)) return "nan";
+    if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
     if (value == 0) return "0";  // also folds −0, which readers treat as 0 anyway
     if (value == std::trunc(value) && std::fabs(value) < 1e15) {
         // Whole numbers print without a fraction or exponent, as people expect of "12".
@@ -533,9 +683,11 @@ std::string formatShortestDouble(double value) {
         auto r = std::to_chars(buffer, buffer + sizeof buffer, static_cast<std::int64_t>(value));
         return std::string(buffer, r.ptr);
     }
-    char buffer[64];
-    auto r = std::to_chars(buffer, buffer + sizeof buffer, value);
-    return std::string(buffer, r.ptr);
+    const double magnitude = std::fabs(value);
+    const Decimal digits = shortestDecimal(magnitude);
+    std::string out = value < 0 ? "-" : "";
+    out += layOut(digits, magnitude);
+    return out;
 }
 
 }  // namespace kestrow

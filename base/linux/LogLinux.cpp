@@ -6,7 +6,7 @@
 
 namespace kestrow::log {
 
-void write(Level level, std::string_view category, std::string_view message) {
+void write(Subsystem, Level level, std::string_view category, std::string_view message) {
     if (level == Level::debug) return;
     // One write per line, so lines from several threads never interleave.
     std::string line = "KestrowBrimlet[";

@@ -17,7 +17,7 @@ namespace brimlet {
 using kestrow::JsonValue;
 
 struct CleanupKind : kestrow::RawValueEnum<CleanupKind> {
-    enum Value { regenerable, personal };
+    enum Value : int { regenerable, personal };
     static constexpr std::array<std::string_view, 2> rawValues{"regenerable", "personal"};
     Value value = regenerable;
     constexpr CleanupKind() = default;
@@ -25,7 +25,7 @@ struct CleanupKind : kestrow::RawValueEnum<CleanupKind> {
 };
 
 struct CleanupAction : kestrow::RawValueEnum<CleanupAction> {
-    enum Value { deletePath, deleteUnavailableSimulators };
+    enum Value : int { deletePath, deleteUnavailableSimulators };
     static constexpr std::array<std::string_view, 2> rawValues{"deletePath", "deleteUnavailableSimulators"};
     Value value = deletePath;
     constexpr CleanupAction() = default;
@@ -33,7 +33,7 @@ struct CleanupAction : kestrow::RawValueEnum<CleanupAction> {
 };
 
 struct DeleteMode : kestrow::RawValueEnum<DeleteMode> {
-    enum Value { trash, permanent };
+    enum Value : int { trash, permanent };
     static constexpr std::array<std::string_view, 2> rawValues{"trash", "permanent"};
     Value value = trash;
     constexpr DeleteMode() = default;

@@ -56,7 +56,7 @@ struct DockBadge {
 };
 
 struct DockBadgeMetric : kestrow::RawValueEnum<DockBadgeMetric> {
-    enum Value { memory, cpu };
+    enum Value : int { memory, cpu };
     static constexpr std::array<std::string_view, 2> rawValues{"memory", "cpu"};
     Value value = memory;
 

@@ -18,7 +18,7 @@
 namespace brimlet {
 
 struct AlertKind : kestrow::RawValueEnum<AlertKind> {
-    enum Value { memoryPressure, lowDisk, heavyApp };
+    enum Value : int { memoryPressure, lowDisk, heavyApp };
     static constexpr std::array<std::string_view, 3> rawValues{"memoryPressure", "lowDisk", "heavyApp"};
     Value value = memoryPressure;
 

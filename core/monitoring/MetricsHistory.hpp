@@ -42,7 +42,7 @@ struct MetricsHistory {
 };
 
 struct Rating : kestrow::RawValueEnum<Rating> {
-    enum Value { great, good, fair, poor };
+    enum Value : int { great, good, fair, poor };
     static constexpr std::array<std::string_view, 4> rawValues{"Great", "Good", "Fair", "Poor"};
     Value value = great;
 

@@ -22,7 +22,7 @@ using kestrow::JsonValue;
 
 // Ordered normal < warning < critical.
 struct MemoryPressure : kestrow::RawValueEnum<MemoryPressure> {
-    enum Value { normal, warning, critical };
+    enum Value : int { normal, warning, critical };
     static constexpr std::array<std::string_view, 3> rawValues{"normal", "warning", "critical"};
     Value value = normal;
 
@@ -35,7 +35,7 @@ struct MemoryPressure : kestrow::RawValueEnum<MemoryPressure> {
 };
 
 struct ThermalLevel : kestrow::RawValueEnum<ThermalLevel> {
-    enum Value { nominal, fair, serious, critical };
+    enum Value : int { nominal, fair, serious, critical };
     static constexpr std::array<std::string_view, 4> rawValues{"nominal", "fair", "serious", "critical"};
     Value value = nominal;
 
@@ -166,7 +166,7 @@ struct HeavyProcess {
 };
 
 struct AppMetric : kestrow::RawValueEnum<AppMetric> {
-    enum Value { memory, cpu, disk };
+    enum Value : int { memory, cpu, disk };
     static constexpr std::array<std::string_view, 3> rawValues{"memory", "cpu", "disk"};
     Value value = memory;
 

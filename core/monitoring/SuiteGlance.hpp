@@ -15,7 +15,7 @@ namespace brimlet {
 
 struct SuiteGlance {
     struct Level : kestrow::RawValueEnum<Level> {
-        enum Value { ok, notice, alert };
+        enum Value : int { ok, notice, alert };
         static constexpr std::array<std::string_view, 3> rawValues{"ok", "notice", "alert"};
         Value value = ok;
 

@@ -20,7 +20,7 @@ namespace kestrow::suite {
 
 // Ordered ok < notice < alert.
 struct GlanceLevel : RawValueEnum<GlanceLevel> {
-    enum Value { ok, notice, alert };
+    enum Value : int { ok, notice, alert };
     static constexpr std::array<std::string_view, 3> rawValues{"ok", "notice", "alert"};
     Value value = ok;
     constexpr GlanceLevel() = default;
@@ -28,7 +28,7 @@ struct GlanceLevel : RawValueEnum<GlanceLevel> {
 };
 
 struct GlanceState : RawValueEnum<GlanceState> {
-    enum Value { running, stopped };
+    enum Value : int { running, stopped };
     static constexpr std::array<std::string_view, 2> rawValues{"running", "stopped"};
     Value value = running;
     constexpr GlanceState() = default;
@@ -37,7 +37,7 @@ struct GlanceState : RawValueEnum<GlanceState> {
 
 // The closed list of words a metric may show instead of a number.
 struct StateWord : RawValueEnum<StateWord> {
-    enum Value { on, off, active, idle, paused, blocked, allowed, ok, warning, error, none };
+    enum Value : int { on, off, active, idle, paused, blocked, allowed, ok, warning, error, none };
     static constexpr std::array<std::string_view, 11> rawValues{
         "on", "off", "active", "idle", "paused", "blocked", "allowed", "ok", "warning", "error", "none"};
     Value value = on;

@@ -115,7 +115,7 @@ bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls,
             dropped.swap(state.fds);
         }
         closeAll(dropped);
-        log::error(logCategory, replaced + " was deleted or replaced while held; competing again");
+        log::kit::error(logCategory, replaced + " was deleted or replaced while held; competing again");
         return true;
     }
 }
@@ -128,7 +128,7 @@ int HostLock::waitFor(State& state, const std::string& path, Timing timing) {
     auto logOnce = [&path](bool& logged, const char* what, int error) {
         if (logged) return;
         logged = true;
-        log::error(logCategory, std::string("cannot ") + what + " " + path + ": errno " + std::to_string(error) +
+        log::kit::error(logCategory, std::string("cannot ") + what + " " + path + ": errno " + std::to_string(error) +
                                     "; retrying every 5 s");
     };
     auto failedTry = [&state] {

@@ -13,7 +13,7 @@ namespace kestrow::suite {
 
 // Ordered as the catalogue lists them.
 struct SuiteApp : RawValueEnum<SuiteApp> {
-    enum Value { brimlet, corvane, dismel, fennick, garrow, hollin, jessap };
+    enum Value : int { brimlet, corvane, dismel, fennick, garrow, hollin, jessap };
     static constexpr std::array<std::string_view, 7> rawValues{"brimlet", "corvane", "dismel", "fennick",
                                                                "garrow",  "hollin",  "jessap"};
     Value value = brimlet;

@@ -78,7 +78,7 @@ void SuiteFolder::removeStaleTemporaryFiles() const {
     const std::size_t removed = removeStaleAtomicWriteTemporaries(url, {"settings.json"}, stale) +
                                 removeStaleAtomicWriteTemporaries(glancesURL(), records, stale);
     if (removed > 0)
-        log::info("suite.folder", "removed " + std::to_string(removed) + " stale temporary files from " + url);
+        log::kit::info("suite.folder", "removed " + std::to_string(removed) + " stale temporary files from " + url);
 }
 
 kestrow::Status GlanceStore::write(const GlanceRecord& record) const {

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <string>
 
 #include "base/Json.hpp"
 
@@ -76,6 +79,107 @@ TEST(JsonWriter, RoundTripsEveryValue) {
     const std::string text = "{\"a\":[1,-2,\"\xF0\x9F\x98\x80\",null,true,{\"b\":0.5}],\"c\":18446744073709551615}";
     EXPECT_EQ(*writeJson(parse(text)), text);
     EXPECT_EQ(parse(text), parse(*writeJson(parse(text), {.pretty = true})));
+}
+
+// Doubles from every corner of the format, with the text the writer must give each: the shortest
+// that reads back, plain or with an exponent whichever is shorter (plain on a tie).
+struct ShortestCase {
+    double value;
+    const char* text;
+};
+const ShortestCase shortestCases[] = {
+    {0.1, "0.1"},
+    {1.0 / 3, "0.3333333333333333"},
+    {-1.5, "-1.5"},
+    {123.456, "123.456"},
+    {-0.0, "0"},
+    {1e-7, "1e-07"},
+    {0.0001, "1e-04"},
+    {0.00012, "0.00012"},
+    {1e15, "1e+15"},
+    {1e21, "1e+21"},
+    {4.35e21, "4.35e+21"},
+    {1e23, "1e+23"},
+    {1e300, "1e+300"},
+    {1.7976931348623157e308, "1.7976931348623157e+308"},
+    {-1.7976931348623157e308, "-1.7976931348623157e+308"},
+    {5e-324, "5e-324"},
+    {1.5e-323, "1.5e-323"},
+    {2.2250738585072009e-308, "2.225073858507201e-308"},   // largest subnormal
+    {2.2250738585072014e-308, "2.2250738585072014e-308"},  // smallest normal
+    {9007199254740991.0, "9007199254740991"},              // 2^53 − 1
+    {9007199254740992.0, "9007199254740992"},              // 2^53
+    {9007199254740994.0, "9007199254740994"},              // 2^53 + 2, the next double
+    {-9007199254740992.0, "-9007199254740992"},
+    {1180591620717411303424.0, "1180591620717411303424"},  // 2^70, written out exactly on a tie
+    {123456789012345683968.0, "123456789012345683968"},
+    // 2^-1017: the nearest 16-digit decimal falls outside the narrower gap below a power of two,
+    // the next one above still reads back.
+    {7.120236347223045e-307, "7.120236347223045e-307"},
+};
+
+void expectShortestTexts() {
+    for (const ShortestCase& c : shortestCases) {
+        EXPECT_EQ(formatShortestDouble(c.value), c.text) << c.text;
+        EXPECT_EQ(*writeJson(JsonValue(c.value)), c.text);
+        EXPECT_EQ(parse(c.text).asNumber()->asDouble(), c.value) << c.text;
+    }
+}
+
+TEST(JsonNumbers, WriterGivesTheShortestTextThatReadsBack) {
+    EXPECT_EQ(std::ldexp(1.0, -1017), 7.120236347223045e-307);
+    expectShortestTexts();
+    EXPECT_EQ(formatShortestDouble(std::numeric_limits<double>::infinity()), "inf");
+    EXPECT_EQ(formatShortestDouble(-std::numeric_limits<double>::infinity()), "-inf");
+}
+
+// The reader rounds correctly, ties to even, and refuses what a double cannot hold.
+void expectCorrectReading() {
+    struct Reading {
+        const char* text;
+        double value;
+    };
+    const Reading readings[] = {
+        {"0.5", 0.5},
+        {"-12.5e+3", -12500.0},
+        {"1E-5", 1e-5},
+        {"0e-999", 0.0},
+        {"-0.0e10", 0.0},
+        {"9007199254740993.0", 9007199254740992.0},  // halfway: to the even neighbour
+        {"9007199254740995.0", 9007199254740996.0},
+        {"1.00000000000000011102230246251565404236316680908203125", 1.0},  // exactly halfway
+        {"1.00000000000000011102230246251565404236316680908203126", std::nextafter(1.0, 2.0)},
+        {"2.4703282292062328e-324", 5e-324},  // just above half the smallest subnormal
+        {"1.7976931348623158e308", 1.7976931348623157e308},
+    };
+    for (const Reading& r : readings) EXPECT_EQ(parse(r.text).asNumber()->asDouble(), r.value) << r.text;
+    const char* outOfRange[] = {"1e400", "-1e309", "1.7976931348623159e308", "1e-400", "2.4703282292062327e-324"};
+    for (const char* text : outOfRange) EXPECT_FALSE(parses(text)) << text;
+}
+
+TEST(JsonNumbers, ReaderRoundsCorrectlyAndRefusesWhatDoesNotFit) { expectCorrectReading(); }
+
+// A library or a user's environment may switch LC_NUMERIC to a locale that writes "0,5"; JSON
+// stays "0.5" in both directions.
+TEST(JsonNumbers, IndependentOfTheNumericLocale) {
+    const char* candidates[] = {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "ru_RU.UTF-8",
+                                "nl_NL.UTF-8", "de_DE", "fr_FR"};
+    const std::string previous = std::setlocale(LC_NUMERIC, nullptr);
+    const char* chosen = nullptr;
+    for (const char* name : candidates) {
+        if (std::setlocale(LC_NUMERIC, name) && std::strcmp(std::localeconv()->decimal_point, ".") != 0) {
+            chosen = name;
+            break;
+        }
+    }
+    if (!chosen) {
+        std::setlocale(LC_NUMERIC, previous.c_str());
+        GTEST_SKIP() << "no locale with another decimal point is installed (localedef -i de_DE -f UTF-8 de_DE.UTF-8)";
+    }
+    expectShortestTexts();
+    expectCorrectReading();
+    EXPECT_EQ(*writeJson(parse("{\"a\":[0.25,-1.5e-7]}")), "{\"a\":[0.25,-1.5e-07]}");
+    std::setlocale(LC_NUMERIC, previous.c_str());
 }
 
 TEST(Utf8, ValidationAndRepair) {

@@ -1,5 +1,6 @@
 // Processes on macOS, from libproc and sysctl. Compiled only on Apple platforms.
 #include <libproc.h>
+#include <mach/kern_return.h>
 #include <mach/mach_time.h>
 #include <sys/proc_info.h>
 #include <sys/resource.h>
@@ -8,8 +9,11 @@
 
 #include <cstring>
 #include <limits>
+#include <optional>
 
+#include "../ArgumentRecordBuffer.hpp"
 #include "../ProcessReader.hpp"
+#include "../TickFrequency.hpp"
 #include "base/Checked.hpp"
 #include "base/Json.hpp"
 
@@ -19,6 +23,36 @@ namespace {
 
 std::string boundedText(const char* bytes, std::size_t capacity) {
     return kestrow::repairUtf8(std::string_view(bytes, ::strnlen(bytes, capacity)));
+}
+
+// The size of the largest argument area; fixed while the system runs, so read once.
+std::optional<std::size_t> argumentAreaSize() {
+    static const std::optional<std::size_t> size = []() -> std::optional<std::size_t> {
+        int argmax = 0;
+        size_t length = sizeof argmax;
+        int name[] = {CTL_KERN, KERN_ARGMAX};
+        if (::sysctl(name, 2, &argmax, &length, nullptr, 0) != 0 || argmax < 1) return std::nullopt;
+        return static_cast<std::size_t>(argmax);
+    }();
+    return size;
+}
+
+// hw.tbfrequency is 64 bits wide on current systems; older ones answered with 32.
+std::optional<std::uint64_t> timebaseFrequency() {
+    unsigned char bytes[sizeof(std::uint64_t)] = {};
+    size_t length = sizeof bytes;
+    if (::sysctlbyname("hw.tbfrequency", bytes, &length, nullptr, 0) != 0) return std::nullopt;
+    if (length == sizeof(std::uint64_t)) {
+        std::uint64_t value = 0;
+        std::memcpy(&value, bytes, sizeof value);
+        return value;
+    }
+    if (length == sizeof(std::uint32_t)) {
+        std::uint32_t value = 0;
+        std::memcpy(&value, bytes, sizeof value);
+        return value;
+    }
+    return std::nullopt;
 }
 
 class DarwinProcessReading final : public ProcessReading {
@@ -73,15 +107,16 @@ public:
     }
 
     std::optional<std::vector<std::string>> arguments(std::int32_t pid) override {
-        int argmax = 0;
-        size_t size = sizeof argmax;
-        int argmaxName[] = {CTL_KERN, KERN_ARGMAX};
-        if (::sysctl(argmaxName, 2, &argmax, &size, nullptr, 0) != 0 || argmax < 1) return std::nullopt;
-        std::string buffer(static_cast<std::size_t>(argmax), '\0');
-        size = buffer.size();
-        int name[] = {CTL_KERN, KERN_PROCARGS2, pid};
-        if (::sysctl(name, 3, buffer.data(), &size, nullptr, 0) != 0 || size < 5) return std::nullopt;
-        return ProcessReader::parseProcArgs(std::string_view(buffer.data(), size));
+        const std::optional<std::size_t> capacity = argumentAreaSize();
+        if (!capacity) return std::nullopt;
+        // One buffer per thread: reads on different threads never share it, and none allocates.
+        thread_local ArgumentRecordBuffer buffer;
+        return buffer.read(*capacity, [pid](char* bytes, std::size_t room) -> std::optional<std::size_t> {
+            size_t size = room;
+            int name[] = {CTL_KERN, KERN_PROCARGS2, pid};
+            if (::sysctl(name, 3, bytes, &size, nullptr, 0) != 0) return std::nullopt;
+            return static_cast<std::size_t>(size);
+        });
     }
 
     std::optional<std::string> currentDirectory(std::int32_t pid) override {
@@ -100,8 +135,12 @@ public:
 
 MachClock MachClock::current() {
     static const MachClock clock = [] {
+        if (const auto frequency = timebaseFrequency())
+            if (const auto fromFrequency = machClockForTickFrequency(*frequency)) return *fromFrequency;
+        // Without the frequency, the time base as this process sees it: right for a native build,
+        // which is the only kind this project produces (the architecture is pinned to arm64).
         mach_timebase_info_data_t base{};
-        ::mach_timebase_info(&base);
+        if (::mach_timebase_info(&base) != KERN_SUCCESS || base.denom == 0) return MachClock{1, 1};
         return MachClock{base.numer, base.denom};
     }();
     return clock;
