@@ -14,6 +14,9 @@
 
 #include "core/cleanup/CleanupSession.hpp"
 #include "core/cleanup/linux/FreedesktopTrash.hpp"
+#include "base/Files.hpp"
+#include "core/monitoring/ByteFormat.hpp"
+#include "core/monitoring/SystemSampler.hpp"
 #include "tests/cleanup/CleanupTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"
 
@@ -113,6 +116,53 @@ TEST(CleanupSession, MeasureScanApproveCleanIntoTheTrash) {
     LiveFileOperations otherOperations;
     CleanupSession other(home, otherOperations);
     EXPECT_EQ(refusalOf({"a"}, other.approve({"a"}).get()).refusal, "The approval came from another cleanup session.");
+}
+
+TEST(CleanupSession, AnEmptyCancelTestMeansNeverCancelled) {
+    TempFolder temp;
+    writeFile(temp / "code/app/node_modules/x/index.js", "1");
+    writeFile(temp / "code/app/package.json", "{}");
+    LiveFileOperations operations;
+    CleanupSession session(temp.path(), operations);
+    EXPECT_EQ(session.scanPersonal(nullptr).get().size(), 1u);
+    EXPECT_EQ(session.homeUsage(CancelTest()).get().size(), 1u);
+    const CleanupApproval approval = session.approve({}).get();
+    EXPECT_FALSE(session.clean({}, approval, DeleteMode::trash, nullptr, nullptr).get().cancelled);
+}
+
+// The home folder on a file system of its own: the figures are that file system's, not "/"'s.
+TEST(CleanupSession, FreeSpaceIsTheHomeFoldersFileSystems) {
+    KESTROW_REQUIRE_ROOT();
+    TempFolder temp;
+    const std::string home = fs::canonical(temp.path()).string() + "/home";
+    testing::ScopedMount mount = testing::ScopedMount::tmpfs(home, "size=16m");
+    ASSERT_TRUE(mount.ok()) << mount.why();
+    writeFile(home + "/.npm/_cacache/blob", std::string(3 << 20, 'n'));
+    const auto volume = DiskSpace::volume(home);
+    const auto root = DiskSpace::volume("/");
+    ASSERT_TRUE(volume && root);
+    ASSERT_NE(volume->second, root->second);
+
+    LiveFileOperations operations;
+    CleanupSession session(home, operations);
+    const MeasureResult measured = session.measure().get();
+    EXPECT_EQ(measured.totalBytes, 16u << 20);
+    EXPECT_EQ(measured.freeBytes, volume->first);  // nothing else writes to this file system
+    const std::vector<std::string> ids = {"npm-cache"};
+    const CleanupReport report =
+        session.clean(ids, session.approve(ids).get(), DeleteMode::permanent, nullptr, nullptr).get();
+    ASSERT_EQ(report.deleted.size(), 1u) << report.markdown();
+    EXPECT_EQ(report.freeBefore, volume->first);
+    EXPECT_EQ(report.freedNow(), static_cast<std::int64_t>(3u << 20));
+    EXPECT_NE(report.markdown().find("- Freed now: " + ByteFormat::string(3u << 20)), std::string::npos) << report.markdown();
+}
+
+TEST(DiskSpace, TheDataVolumeHereIsTheHomeFoldersFileSystem) {
+    const std::string home = kestrow::realHomeFolder();
+    EXPECT_EQ(DiskSpace::dataVolumeCandidates(), (std::vector<std::string>{DiskSpace::dataVolumePath, home, "/"}));
+    const auto data = DiskSpace::dataVolume(), ofHome = DiskSpace::volume(home);
+    ASSERT_TRUE(data && ofHome);
+    EXPECT_EQ(data->second, ofHome->second);
 }
 
 TEST(FreedesktopTrash, NamesNeverCollideAndNothingIsOverwritten) {
