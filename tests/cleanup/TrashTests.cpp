@@ -131,6 +131,15 @@ TEST(TrashErrors, CarryTheSystemsReason) {
         EXPECT_EQ(status.message(), "no Trash on the volume of " + root + "/ro/item: Read-only file system");
         EXPECT_EQ(readFile(root + "/ro/item"), "item");
     }
+    {
+        // A mount is never made into a trash of its own contents.
+        ScopedMount whole = ScopedMount::tmpfs(root + "/whole", "size=64k");
+        ASSERT_TRUE(whole.ok()) << whole.why();
+        writeFile(root + "/whole/a", "a");
+        const kestrow::Status status = FreedesktopTrash(root + "/home/Trash").trash(root + "/whole");
+        EXPECT_EQ(status.message(), "no Trash on the volume of " + root + "/whole: it is the root of a mounted file system");
+        EXPECT_EQ(std::distance(fs::directory_iterator(root + "/whole"), fs::directory_iterator()), 1);
+    }
 }
 
 void makeOld(const std::string& path) {

@@ -165,6 +165,8 @@ TrashLocation FreedesktopTrash::trashFor(const std::string& path) const {
         lastError = errno;
     }
     const std::string top = mountTop(path, *itemDevice);
+    // A mounted file system cannot be renamed into a trash, least of all one inside itself.
+    if (top == path) return {"", "no Trash on the volume of " + path + ": it is the root of a mounted file system"};
     const std::string uid = std::to_string(::getuid());
     const std::string base = top == "/" ? "" : top;
     const std::string shared = base + "/.Trash";
