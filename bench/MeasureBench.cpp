@@ -1,4 +1,4 @@
-// Measures a generated tree of small files with SizeMeasurer and with `du -s -B1`, in the same run.
+// Measures a generated tree of small files with SizeMeasurer and with `du -sx -B1`, in the same run.
 //
 //   build/release/bench/measure_bench [files] [folder]
 //
@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
 
     // Warm both the same way: one untimed pass each, so neither pays for a cold cache.
     brimlet::SizeMeasurer::allocatedSize(root, [] { return false; });
-    const std::string du = "du -s -B1 '" + root + "' > /tmp/measure-bench-du.txt";
+    const std::string du = "du -sx -B1 '" + root + "' > /tmp/measure-bench-du.txt";
     std::system(du.c_str());
 
     const auto ours = std::chrono::steady_clock::now();
@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
 
     std::printf("SizeMeasurer: %.3f s, %.0f files/s, %llu bytes, %lld unreadable\n", oursSeconds, files / oursSeconds,
                 static_cast<unsigned long long>(size.bytes), static_cast<long long>(size.unreadable));
-    std::printf("du -s -B1:    %.3f s, %.0f files/s, %llu bytes\n", duSeconds, files / duSeconds, duBytes);
+    std::printf("du -sx -B1:   %.3f s, %.0f files/s, %llu bytes\n", duSeconds, files / duSeconds, duBytes);
     std::printf("du minus the folders' own blocks (%llu): %llu bytes -> %s\n", static_cast<unsigned long long>(folders),
                 duBytes - static_cast<unsigned long long>(folders),
                 duBytes - folders == size.bytes ? "equal" : "DIFFERENT");

@@ -52,7 +52,7 @@ std::string lowercase(std::string text) {
     return text;
 }
 
-bool sameBytes(const std::string& a, const std::string& b, const std::function<bool()>& isCancelled) {
+bool sameBytes(const std::string& a, const std::string& b, const CancelTest& isCancelled) {
     const int fa = ::open(a.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
     const int fb = ::open(b.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
     bool same = fa >= 0 && fb >= 0;
@@ -87,7 +87,7 @@ bool ApprovalScanner::underProtectedRoot(const std::string& path) const {
     return NeverTouch::hasProtectedComponent(path);
 }
 
-std::vector<CleanupItem> ApprovalScanner::scan(const std::function<bool()>& isCancelled) const {
+std::vector<CleanupItem> ApprovalScanner::scan(const CancelTest& isCancelled) const {
     std::vector<CleanupItem> items = nodeModulesItems(isCancelled);
     for (CleanupItem& vm : virtualMachineItems()) items.push_back(std::move(vm));
     if (!isCancelled())
@@ -112,7 +112,7 @@ std::optional<bool> ApprovalScanner::isActive(const std::string& nodeModules) co
     return now() - *latest < activityWindow_;
 }
 
-std::vector<CleanupItem> ApprovalScanner::nodeModulesItems(const std::function<bool()>& isCancelled) const {
+std::vector<CleanupItem> ApprovalScanner::nodeModulesItems(const CancelTest& isCancelled) const {
     std::vector<CleanupItem> items;
     std::vector<std::pair<std::string, int>> stack = {{home_, 0}};
     std::size_t visited = 0;
@@ -191,7 +191,7 @@ std::vector<CleanupItem> ApprovalScanner::virtualMachineItems() const {
     return items;
 }
 
-std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const std::function<bool()>& isCancelled) const {
+std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const CancelTest& isCancelled) const {
     struct Candidate {
         std::string path;
         std::string name;

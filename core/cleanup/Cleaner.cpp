@@ -8,28 +8,34 @@
 #include <unistd.h>
 
 #include <exception>
-#include <filesystem>
 
 #include "ApprovalScanner.hpp"
+#include "RemovalCheck.hpp"
 #include "SizeMeasurer.hpp"
+#include "base/Checked.hpp"
 #include "base/Files.hpp"
+#include "core/monitoring/ByteFormat.hpp"
 #include "core/monitoring/SystemSampler.hpp"
 
 extern char** environ;
 
 namespace brimlet {
 
-std::uint64_t dataVolumeFreeBytes() {
-    auto volume = DiskSpace::dataVolume();
-    return volume ? volume->first : 0;
-}
-
-kestrow::Status LiveFileOperations::removePermanently(const std::string& path) {
-    // remove_all never follows a link: a link inside the tree is removed, not its target.
-    std::error_code error;
-    std::filesystem::remove_all(path, error);
-    if (error) return kestrow::Status::failure(error.message());
-    return kestrow::Status::success();
+std::uint64_t freeBytesHolding(const std::vector<std::string>& paths) {
+    std::set<dev_t> counted;
+    std::uint64_t free = 0;
+    for (std::string path : paths) {
+        // A removed item counts for the folder that held it, which is on the same file system.
+        struct stat st{};
+        while (::stat(path.c_str(), &st) != 0 && path.size() > 1) {
+            const std::size_t slash = path.rfind('/');
+            path = slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+        }
+        if (!counted.insert(st.st_dev).second) continue;
+        if (const auto volume = DiskSpace::volume(path))
+            free = kestrow::checkedAdd(free, volume->first, "free space sum overflow");
+    }
+    return free;
 }
 
 // ---- In use ----
@@ -42,12 +48,26 @@ bool InUseChecker::touches(const std::string& path, const std::string& realPath)
     return resolved && within(*resolved);
 }
 
-bool InUseChecker::uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader) {
+namespace {
+// A file held open or mapped: a database, a log being written, a library loaded from the folder.
+bool holdsFiles(std::int32_t pid, const std::string& realPath, OpenFileReading& files) {
+    if (const auto open = files.openFiles(pid))
+        for (const std::string& path : *open)
+            if (OpenFiles::holds(path, realPath)) return true;
+    if (const auto maps = files.memoryMap(pid))
+        for (const std::string& path : OpenFiles::mappedPaths(*maps))
+            if (OpenFiles::holds(path, realPath)) return true;
+    return false;
+}
+}  // namespace
+
+bool InUseChecker::uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader,
+                        OpenFileReading& files) {
     if (auto exe = reader.executablePath(pid); exe && touches(*exe, realPath)) return true;
     const auto cwd = reader.currentDirectory(pid);
     if (cwd && touches(*cwd, realPath)) return true;
     const auto args = reader.arguments(pid);
-    if (!args) return false;
+    if (!args) return holdsFiles(pid, realPath, files);
     for (const std::string& arg : *args) {
         if (arg.empty() || arg.front() == '-') continue;
         if (arg.front() == '/') {
@@ -57,14 +77,15 @@ bool InUseChecker::uses(std::int32_t pid, const std::string& realPath, ProcessRe
             if (touches(*cwd + "/" + arg, realPath)) return true;
         }
     }
-    return false;
+    return holdsFiles(pid, realPath, files);
 }
 
-std::vector<ProcessUse> InUseChecker::processesUsing(const std::string& realPath, ProcessReading& reader) {
+std::vector<ProcessUse> InUseChecker::processesUsing(const std::string& realPath, ProcessReading& reader,
+                                                     OpenFileReading& files) {
     std::vector<ProcessUse> users;
     const std::int32_t self = ::getpid();
     for (const std::int32_t pid : reader.allPIDs()) {
-        if (pid == self || !uses(pid, realPath, reader)) continue;
+        if (pid == self || !uses(pid, realPath, reader, files)) continue;
         const auto info = reader.bsdInfo(pid);
         users.push_back({pid, info ? info->name : std::string()});
     }
@@ -158,7 +179,7 @@ Cleaner::Cleaner(const std::string& home, FileOperations& operations)
     : policy(home),
       fileOperations(&operations),
       processesUsing([](const std::string& realPath) { return InUseChecker::processesUsing(realPath); }),
-      freeSpace(dataVolumeFreeBytes),
+      freeSpace(freeBytesHolding),
       deleteUnavailableSimulators(SimulatorTool::deleteUnavailable),
       runningVirtualMachineIDs([](const std::string& forHome) {
           std::set<std::string> ids;
@@ -166,7 +187,8 @@ Cleaner::Cleaner(const std::string& home, FileOperations& operations)
               if (item.blockedReason) ids.insert(item.id);
           return ids;
       }),
-      measure([](const std::string& path) { return SizeMeasurer::allocatedSize(path, [] { return false; }).bytes; }),
+      census([](const std::string& path) { return SizeMeasurer::census(path, CancelTest()); }),
+      removalCheck([](const std::string& realPath) { return RemovalCheck::wholeTree(realPath); }),
       home_(home) {}
 
 std::string Cleaner::inUseReason(const std::vector<ProcessUse>& users) {
@@ -207,7 +229,12 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
     CleanupReport report;
     report.startedAt = report.finishedAt = kestrow::currentDate();
     report.requestedMode = mode;
-    report.freeBefore = freeSpace();
+    // The free space that matters is that of the file systems the items are on, which is the home
+    // folder's in the usual case; with no items, the home folder's.
+    std::vector<std::string> volumes;
+    for (const CleanupItem& item : items) volumes.push_back(item.url);
+    if (volumes.empty()) volumes.push_back(home_);
+    report.freeBefore = freeSpace(volumes);
 
     std::set<std::string> runningMachines;
     const bool anyMachine = std::any_of(items.begin(), items.end(), [](const CleanupItem& item) {
@@ -217,7 +244,7 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
 
     for (std::size_t index = 0; index < items.size(); ++index) {
         const CleanupItem& item = items[index];
-        if (isCancelled && isCancelled()) {
+        if (isCancelled()) {
             report.cancelled = true;
             break;
         }
@@ -238,13 +265,15 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
             continue;
         }
         if (item.requiresExisting) {
+            // Followed through links: a kept copy replaced by a link to nothing is gone.
             struct stat st{};
-            if (::lstat(item.requiresExisting->c_str(), &st) != 0) {
+            if (::stat(item.requiresExisting->c_str(), &st) != 0) {
                 skip("The copy that was going to be kept (" + lastComponent(*item.requiresExisting) + ") is gone");
                 continue;
             }
         }
-        const std::uint64_t bytes = simulators ? 0 : measure(item.url);
+        const TreeCensus before = simulators ? TreeCensus{} : census(item.url);
+        const std::uint64_t bytes = before.bytes;
         const SafetyDecision decision = policy.check(item.url, allowedRoots);
         if (const std::string* refusal = decision.refusal()) {
             skip(*refusal);
@@ -256,29 +285,52 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
             continue;
         }
         if (simulators) {
-            const std::uint64_t before = measure(item.url);
+            const std::uint64_t sizeBefore = census(item.url).bytes;
             const auto [status, message] = deleteUnavailableSimulators();
             if (status != 0) {
                 skip("simctl failed: " + message);
                 continue;
             }
-            const std::uint64_t after = measure(item.url);
-            report.deleted.push_back({item.title, item.url, before > after ? before - after : 0, DeleteMode::permanent, false});
+            const std::uint64_t sizeAfter = census(item.url).bytes;
+            report.deleted.push_back({item.title, item.url, sizeBefore > sizeAfter ? sizeBefore - sizeAfter : 0,
+                                      DeleteMode::permanent, false});
             continue;
         }
         // Personal data is never deleted permanently, whatever the user chose: it goes to the Trash.
         const bool permanent = mode == DeleteMode::permanent && item.kind == CleanupKind::regenerable;
+        // Removal for good is tried only on a tree that can go whole. A move to the Trash needs no
+        // such look: it renames the item in one step, mounts inside it and all, and erases nothing.
+        if (permanent) {
+            if (const kestrow::Status removable = removalCheck(realPath); removable.failed()) {
+                skip(removable.message());
+                continue;
+            }
+        }
         const kestrow::Status outcome = guarded([&] {
             return permanent ? fileOperations->removePermanently(realPath) : fileOperations->moveToTrash(realPath);
         });
         if (outcome.failed()) {
-            skip("Error: " + outcome.message());
+            if (!permanent) {
+                skip("Error: " + outcome.message());
+                continue;
+            }
+            // A removal that stopped part way has still removed something: the report says so and
+            // how much, instead of listing the item as if it were untouched.
+            const TreeCensus after = census(item.url);
+            if (!after.exists) {
+                report.deleted.push_back({item.title, item.url, bytes, DeleteMode::permanent, false});
+            } else if (after.bytes < before.bytes || after.entries < before.entries) {
+                skip("Error: " + outcome.message() + partlyRemoved +
+                     ByteFormat::string(before.bytes > after.bytes ? before.bytes - after.bytes : 0) + ")");
+            } else {
+                skip("Error: " + outcome.message());
+            }
             continue;
         }
         report.deleted.push_back({item.title, item.url, bytes, permanent ? DeleteMode::permanent : DeleteMode::trash,
                                   !permanent && mode == DeleteMode::permanent});
     }
-    report.freeAfter = freeSpace();
+    report.freeAfter = freeSpace(volumes);
     report.finishedAt = kestrow::currentDate();
     return report;
 }

@@ -10,8 +10,11 @@
 #include <vector>
 
 #include "base/Status.hpp"
+#include "CancelTest.hpp"
 #include "CleanupItem.hpp"
 #include "CleanupReport.hpp"
+#include "OpenFiles.hpp"
+#include "SizeMeasurer.hpp"
 #include "SafetyPolicy.hpp"
 #include "core/monitoring/ProcessReader.hpp"
 
@@ -25,8 +28,9 @@ public:
     virtual kestrow::Status removePermanently(const std::string& path) = 0;
 };
 
-// The user's Trash on this platform (the freedesktop.org Trash on Linux), and removal without
-// following links.
+// The user's Trash on this platform (the freedesktop.org Trash on Linux), and removal that never
+// follows a link and never crosses onto another file system. A removal that fails part way names
+// the entry it stopped at.
 class LiveFileOperations final : public FileOperations {
 public:
     kestrow::Status moveToTrash(const std::string& path) override;
@@ -40,10 +44,13 @@ struct ProcessUse {
 };
 
 struct InUseChecker {
-    // Every other process whose executable, working folder or arguments lie at or below the path.
+    // Every other process whose executable, working folder or arguments lie at or below the path,
+    // or that holds a file there open or mapped into memory.
     static std::vector<ProcessUse> processesUsing(const std::string& realPath,
-                                                  ProcessReading& reader = liveProcessReading());
-    static bool uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader = liveProcessReading());
+                                                  ProcessReading& reader = liveProcessReading(),
+                                                  OpenFileReading& files = liveOpenFileReading());
+    static bool uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader = liveProcessReading(),
+                     OpenFileReading& files = liveOpenFileReading());
     static bool touches(const std::string& path, const std::string& realPath);
 };
 
@@ -62,21 +69,26 @@ struct SimulatorTool {
 
 struct Cleaner {
     using Progress = std::function<void(std::size_t index, const CleanupItem& item)>;
-    using CancelTest = std::function<bool()>;
 
     SafetyPolicy policy;
     FileOperations* fileOperations = nullptr;  // not owned
     std::function<std::vector<ProcessUse>(const std::string&)> processesUsing;
-    std::function<std::uint64_t()> freeSpace;
+    // Free bytes of the file systems that hold the given paths, each counted once.
+    std::function<std::uint64_t(const std::vector<std::string>& paths)> freeSpace;
     std::function<std::pair<std::int32_t, std::string>()> deleteUnavailableSimulators;
     std::function<std::set<std::string>(const std::string& home)> runningVirtualMachineIDs;
-    std::function<std::uint64_t(const std::string&)> measure;
+    std::function<TreeCensus(const std::string&)> census;
+    // Looks at a whole tree before it is removed for good (RemovalCheck::wholeTree).
+    std::function<kestrow::Status(const std::string& realPath)> removalCheck;
 
     // The live collaborators for a home folder.
     Cleaner(const std::string& home, FileOperations& operations);
 
     CleanupReport run(const std::vector<CleanupItem>& items, const std::vector<std::string>& allowedRoots,
                       DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const;
+
+    // Appended to the error of a removal that stopped part way, before the size of what went.
+    static constexpr const char* partlyRemoved = " \u2014 part of it was removed (";
 
     // "In use by a (pid 1), b (pid 2), c (pid 3) and 2 more"
     static std::string inUseReason(const std::vector<ProcessUse>& users);
@@ -85,7 +97,8 @@ private:
     std::string home_;
 };
 
-// Free bytes of the data volume, 0 when it cannot be read.
-std::uint64_t dataVolumeFreeBytes();
+// Free bytes of the file systems that hold the paths (a path that no longer exists counts for the
+// folder above it), each file system once; 0 for what cannot be read.
+std::uint64_t freeBytesHolding(const std::vector<std::string>& paths);
 
 }  // namespace brimlet

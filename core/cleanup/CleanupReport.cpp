@@ -1,8 +1,11 @@
 #include "CleanupReport.hpp"
 
+#include <algorithm>
 #include <limits>
+#include <string_view>
 
 #include "base/Checked.hpp"
+#include "base/Json.hpp"
 #include "base/JsonCoding.hpp"
 #include "core/monitoring/ByteFormat.hpp"
 
@@ -27,6 +30,60 @@ std::int64_t CleanupReport::freedNow() const {
     return static_cast<std::int64_t>(freeAfter) - static_cast<std::int64_t>(freeBefore);
 }
 
+namespace {
+
+// Text from file names as Markdown can show it safely: ill-formed UTF-8 becomes U+FFFD, and control
+// characters (a line feed in a folder name would start a forged line) become visible escapes.
+std::string markdownText(std::string_view raw) {
+    static const char* hex = "0123456789ABCDEF";
+    const std::string text = kestrow::repairUtf8(raw);
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+        if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c < 0x20 || c == 0x7F) {
+            out += "\\x";
+            out += hex[c >> 4];
+            out += hex[c & 0xF];
+        } else if (c == 0xC2 && next >= 0x80 && next <= 0x9F) {  // C1 controls, U+0080 to U+009F
+            out += "\\u00";
+            out += hex[next >> 4];
+            out += hex[next & 0xF];
+            ++i;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+// A path as a code span. A backquote inside would end the span early, so the fence is one
+// backquote longer than the longest run inside, as Markdown allows.
+std::string codeSpan(std::string_view raw) {
+    const std::string text = markdownText(raw);
+    std::size_t longest = 0, run = 0;
+    for (const char ch : text) {
+        run = ch == '`' ? run + 1 : 0;
+        longest = std::max(longest, run);
+    }
+    if (longest == 0) return "`" + text + "`";
+    const std::string fence(longest + 1, '`');
+    return fence + " " + text + " " + fence;
+}
+
+// JSON text is UTF-8: a name that is not is written with U+FFFD where its bytes are ill-formed, as
+// the platform's own string conversion would show it.
+std::string jsonText(const std::string& raw) { return kestrow::isValidUtf8(raw) ? raw : kestrow::repairUtf8(raw); }
+
+}  // namespace
+
 std::string CleanupReport::markdown() const {
     using ByteFormat::string;
     std::vector<std::string> lines;
@@ -42,22 +99,23 @@ std::string CleanupReport::markdown() const {
     if (const std::uint64_t trashed = bytesInTrash(); trashed != 0)
         lines.push_back("- In Trash: " + string(trashed) + ". " + trashNote);
     if (cancelled) lines.push_back("- Cancelled before all items ran.");
-    if (refusal) lines.push_back("- Refused, nothing was touched: " + *refusal);
+    if (refusal) lines.push_back("- Refused, nothing was touched: " + markdownText(*refusal));
     lines.push_back("");
     lines.push_back("## Deleted (" + std::to_string(deleted.size()) + ")");
     lines.push_back("");
     if (deleted.empty()) lines.push_back("_Nothing._");
     for (const Deleted& d : deleted) {
         // Two trailing blanks make a Markdown line break: the path shows indented under its entry.
-        lines.push_back("- " + d.title + " \u2014 " + string(d.bytes) + " \u2014 " + std::string(d.mode.title()) +
-                        (d.downgraded ? " (personal data is never deleted permanently)" : "") + "  \n  `" + d.path +
-                        "`");
+        lines.push_back("- " + markdownText(d.title) + " \u2014 " + string(d.bytes) + " \u2014 " +
+                        std::string(d.mode.title()) + (d.downgraded ? " (personal data is never deleted permanently)" : "") +
+                        "  \n  " + codeSpan(d.path));
     }
     lines.push_back("");
     lines.push_back("## Skipped (" + std::to_string(skipped.size()) + ")");
     lines.push_back("");
     if (skipped.empty()) lines.push_back("_Nothing._");
-    for (const Skipped& s : skipped) lines.push_back("- " + s.title + " \u2014 " + s.reason + "  \n  `" + s.path + "`");
+    for (const Skipped& s : skipped)
+        lines.push_back("- " + markdownText(s.title) + " \u2014 " + markdownText(s.reason) + "  \n  " + codeSpan(s.path));
 
     std::string text;
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -76,8 +134,8 @@ std::optional<std::string> CleanupReport::json() const {
 
 JsonValue toJson(const CleanupReport::Deleted& v) {
     return kestrow::JsonObjectBuilder()
-        .set("title", v.title)
-        .set("path", v.path)
+        .set("title", jsonText(v.title))
+        .set("path", jsonText(v.path))
         .set("bytes", v.bytes)
         .set("mode", v.mode)
         .set("downgraded", v.downgraded)
@@ -85,7 +143,11 @@ JsonValue toJson(const CleanupReport::Deleted& v) {
 }
 
 JsonValue toJson(const CleanupReport::Skipped& v) {
-    return kestrow::JsonObjectBuilder().set("title", v.title).set("path", v.path).set("reason", v.reason).build();
+    return kestrow::JsonObjectBuilder()
+        .set("title", jsonText(v.title))
+        .set("path", jsonText(v.path))
+        .set("reason", jsonText(v.reason))
+        .build();
 }
 
 JsonValue toJson(const CleanupReport& v) {
@@ -98,7 +160,7 @@ JsonValue toJson(const CleanupReport& v) {
         .set("deleted", v.deleted)
         .set("skipped", v.skipped)
         .set("cancelled", v.cancelled)
-        .set("refusal", v.refusal)
+        .set("refusal", v.refusal ? std::optional<std::string>(jsonText(*v.refusal)) : std::nullopt)
         .build();
 }
 

@@ -33,20 +33,20 @@ std::future<MeasureResult> CleanupSession::measure() {
     return executor_.submit([this] {
         MeasureResult result;
         result.regenerable = catalog_.regenerableItems();
-        // One task per item; the simulator item keeps its absent size, only the tool knows it.
-        std::vector<std::future<std::uint64_t>> sizes;
-        for (const CleanupItem& item : result.regenerable) {
-            if (item.action == CleanupAction::deleteUnavailableSimulators) {
-                sizes.emplace_back();
-                continue;
-            }
-            sizes.push_back(std::async(std::launch::async, [url = item.url] {
-                return SizeMeasurer::allocatedSize(url, [] { return false; }).bytes;
-            }));
+        // Measured concurrently; the simulator item keeps its absent size, only the tool knows it.
+        std::vector<std::size_t> measured;
+        std::vector<std::string> paths;
+        for (std::size_t i = 0; i < result.regenerable.size(); ++i) {
+            if (result.regenerable[i].action == CleanupAction::deleteUnavailableSimulators) continue;
+            measured.push_back(i);
+            paths.push_back(result.regenerable[i].url);
         }
-        for (std::size_t i = 0; i < sizes.size(); ++i)
-            if (sizes[i].valid()) result.regenerable[i].size = sizes[i].get();
-        if (auto volume = DiskSpace::dataVolume()) std::tie(result.freeBytes, result.totalBytes) = *volume;
+        const std::vector<MeasuredSize> sizes = SizeMeasurer::measureAll(paths, CancelTest());
+        for (std::size_t k = 0; k < measured.size(); ++k) result.regenerable[measured[k]].size = sizes[k].bytes;
+        // The caches live in the home folder, so its file system is the one whose space they take.
+        auto volume = DiskSpace::volume(home_);
+        if (!volume) volume = DiskSpace::dataVolume();
+        if (volume) std::tie(result.freeBytes, result.totalBytes) = *volume;
         for (const CleanupItem& item : result.regenerable) {
             if (known_.insert_or_assign(item.id, item).second) knownOrder_.push_back(item.id);
         }
@@ -94,7 +94,7 @@ std::future<CleanupReport> CleanupSession::clean(std::vector<std::string> ids, C
             CleanupReport report;
             report.startedAt = report.finishedAt = kestrow::currentDate();
             report.requestedMode = mode;
-            report.freeBefore = report.freeAfter = cleaner_.freeSpace();
+            report.freeBefore = report.freeAfter = cleaner_.freeSpace({home_});
             report.refusal = std::move(*refusal);
             return report;
         }

@@ -39,7 +39,6 @@ struct CleanupApproval {
 class CleanupSession {
 public:
     using Progress = Cleaner::Progress;
-    using CancelTest = std::function<bool()>;
 
     // fileOperations must outlive the session.
     CleanupSession(const std::string& home, FileOperations& fileOperations);

@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <future>
+#include <system_error>
+#include <thread>
 
 #include "base/Checked.hpp"
 
@@ -21,79 +23,110 @@ std::uint64_t MeasureResult::regenerableBytes() const {
 
 namespace {
 
-std::uint64_t allocatedBytes(const struct stat& st) { return static_cast<std::uint64_t>(st.st_blocks) * 512; }
-
-// A depth-first walk over open folder descriptors: each entry costs one fstatat, no path strings.
+// A depth-first walk over open folder descriptors: each entry costs one status read, no path strings.
 class Walk {
 public:
-    explicit Walk(const CancelTest& isCancelled) : isCancelled_(isCancelled) {}
+    Walk(const CancelTest& isCancelled, const EntryReader& reader, std::uint64_t device)
+        : isCancelled_(isCancelled), reader_(reader), device_(device) {}
 
     // Walks the folder behind fd (taking ownership of it).
     void folder(int fd) {
         DIR* dir = ::fdopendir(fd);
         if (!dir) {
             ::close(fd);
-            ++unreadable;
+            ++census.unreadable;
             return;
         }
         while (!stopped_) {
             errno = 0;
             const dirent* entry = ::readdir(dir);
             if (!entry) {
-                if (errno != 0) ++unreadable;  // the listing broke off part way
+                if (errno != 0) ++census.unreadable;  // the listing broke off part way
                 break;
             }
             const char* name = entry->d_name;
             if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
-            if (++entries % SizeMeasurer::cancelInterval == 0 && isCancelled_ && isCancelled_()) {
+            if (++listed_ % SizeMeasurer::cancelInterval == 0 && isCancelled_()) {
                 stopped_ = true;
                 break;
             }
-            if (entry->d_type == DT_DIR) {
+            const auto status = reader_(::dirfd(dir), name);
+            if (!status) continue;                               // vanished: skip
+            if (crossesFileSystem(*status, device_)) continue;  // a mount inside: not ours to count
+            ++census.entries;
+            if (status->isDirectory()) {
                 descend(::dirfd(dir), name);
                 continue;
             }
-            struct stat st{};
-            if (::fstatat(::dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;  // vanished: skip
-            if (S_ISDIR(st.st_mode)) {
-                descend(::dirfd(dir), name);
-                continue;
-            }
-            bytes = kestrow::checkedAdd(bytes, allocatedBytes(st), "measured size overflow");
+            census.bytes = kestrow::checkedAdd(census.bytes, status->allocatedBytes, "measured size overflow");
         }
         ::closedir(dir);
     }
 
-    std::uint64_t bytes = 0;
-    std::int64_t unreadable = 0;
-    std::uint64_t entries = 0;
+    TreeCensus census;
 
 private:
     void descend(int parent, const char* name) {
         // O_NOFOLLOW: a folder swapped for a link mid-walk is not followed out of the tree.
         const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         if (fd < 0) {
-            ++unreadable;
+            ++census.unreadable;
             return;
         }
         folder(fd);
     }
 
     const CancelTest& isCancelled_;
+    const EntryReader& reader_;
+    std::uint64_t device_;
+    std::uint64_t listed_ = 0;
     bool stopped_ = false;
 };
 
 }  // namespace
 
-MeasuredSize SizeMeasurer::allocatedSize(const std::string& path, const CancelTest& isCancelled) {
-    struct stat st{};
-    if (::lstat(path.c_str(), &st) != 0) return {0, 1};
-    if (!S_ISDIR(st.st_mode)) return {allocatedBytes(st), 0};
+TreeCensus SizeMeasurer::census(const std::string& path, const CancelTest& isCancelled, const EntryReader& reader) {
+    const auto status = reader(AT_FDCWD, path.c_str());
+    if (!status) return {0, 1, 0, false};
+    if (!status->isDirectory()) return {status->allocatedBytes, 0, 0, true};
     const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return {0, 1};
-    Walk walk(isCancelled);
+    if (fd < 0) return {0, 1, 0, true};
+    Walk walk(isCancelled, reader, status->device);
     walk.folder(fd);
-    return {walk.bytes, walk.unreadable};
+    walk.census.exists = true;
+    return walk.census;
+}
+
+MeasuredSize SizeMeasurer::allocatedSize(const std::string& path, const CancelTest& isCancelled,
+                                         const EntryReader& reader) {
+    const TreeCensus counted = census(path, isCancelled, reader);
+    return {counted.bytes, counted.unreadable};
+}
+
+void SizeMeasurer::concurrently(std::size_t count, const std::function<void(std::size_t)>& task) {
+    std::atomic<std::size_t> next{0};
+    auto worker = [&] {
+        for (std::size_t i = next++; i < count; i = next++) task(i);
+    };
+    const std::size_t helpers = std::min<std::size_t>(count, maxThreads) - (count > 0 ? 1 : 0);
+    std::vector<std::thread> threads;
+    threads.reserve(helpers);
+    for (std::size_t i = 0; i < helpers; ++i) {
+        try {
+            threads.emplace_back(worker);
+        } catch (const std::system_error&) {
+            break;  // no thread to be had: the ones running (and this one) take the rest
+        }
+    }
+    worker();
+    for (std::thread& thread : threads) thread.join();
+}
+
+std::vector<MeasuredSize> SizeMeasurer::measureAll(const std::vector<std::string>& paths,
+                                                   const CancelTest& isCancelled) {
+    std::vector<MeasuredSize> sizes(paths.size());
+    concurrently(paths.size(), [&](std::size_t i) { sizes[i] = allocatedSize(paths[i], isCancelled); });
+    return sizes;
 }
 
 std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const CancelTest& isCancelled) {
@@ -109,16 +142,12 @@ std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const 
     }
     ::closedir(dir);
 
-    std::vector<std::future<MeasuredSize>> sizes;
-    sizes.reserve(folders.size());
-    for (const FolderUsage& folder : folders)
-        sizes.push_back(std::async(std::launch::async, [&isCancelled, url = folder.url] {
-            return allocatedSize(url, isCancelled);
-        }));
+    std::vector<std::string> paths;
+    for (const FolderUsage& folder : folders) paths.push_back(folder.url);
+    const std::vector<MeasuredSize> sizes = measureAll(paths, isCancelled);
     for (std::size_t i = 0; i < folders.size(); ++i) {
-        const MeasuredSize size = sizes[i].get();
-        folders[i].bytes = size.bytes;
-        folders[i].unreadable = size.unreadable;
+        folders[i].bytes = sizes[i].bytes;
+        folders[i].unreadable = sizes[i].unreadable;
     }
     std::stable_sort(folders.begin(), folders.end(),
                      [](const FolderUsage& a, const FolderUsage& b) { return a.bytes > b.bytes; });

@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "CancelTest.hpp"
 #include "CleanupItem.hpp"
+#include "EntryStatus.hpp"
 
 namespace brimlet {
 
@@ -36,18 +38,39 @@ struct MeasureResult {
     bool operator==(const MeasureResult&) const = default;
 };
 
-using CancelTest = std::function<bool()>;
+// One measuring pass in full: what MeasuredSize reports, plus how many entries the walk met.
+struct TreeCensus {
+    std::uint64_t bytes = 0;
+    std::int64_t unreadable = 0;
+    std::uint64_t entries = 0;  // entries below the path on its own file system
+    bool exists = false;        // the path itself could be read
+    bool operator==(const TreeCensus&) const = default;
+};
 
 struct SizeMeasurer {
     // Entries between two cancel tests: the test stays out of the hot loop.
     static constexpr std::uint64_t cancelInterval = 2048;
+    // Measuring runs on at most this many threads however many folders it is given: the disk, not
+    // the processor, is what the threads wait on.
+    static constexpr unsigned maxThreads = 4;
 
     // Sums allocated bytes below a path: hidden files included, every depth, links never followed
-    // (a link counts for its own blocks). Folders that cannot be listed count as unreadable.
-    static MeasuredSize allocatedSize(const std::string& path, const CancelTest& isCancelled);
+    // (a link counts for its own blocks). Folders that cannot be listed count as unreadable. Like
+    // `du -x`, it stays on the path's own file system: a mount inside is neither entered nor counted.
+    static MeasuredSize allocatedSize(const std::string& path, const CancelTest& isCancelled,
+                                      const EntryReader& reader = readEntryStatus);
+    static TreeCensus census(const std::string& path, const CancelTest& isCancelled,
+                             const EntryReader& reader = readEntryStatus);
 
     // The home folder's direct child folders (links excluded), measured concurrently, largest first.
     static std::vector<FolderUsage> homeUsage(const std::string& home, const CancelTest& isCancelled);
+
+    // Each path measured, on at most maxThreads threads, results in the order given.
+    static std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelTest& isCancelled);
+
+    // Runs task(0) ... task(count − 1) on at most maxThreads threads (the caller's included) and
+    // returns when all have run.
+    static void concurrently(std::size_t count, const std::function<void(std::size_t)>& task);
 };
 
 struct FullDiskAccess {

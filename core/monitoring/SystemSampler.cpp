@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/Checked.hpp"
+#include "base/Files.hpp"
 
 namespace brimlet {
 
@@ -91,9 +92,18 @@ std::optional<std::pair<std::uint64_t, std::uint64_t>> volume(const std::string&
     return blocks ? fromBlocks(*blocks) : std::nullopt;
 }
 
+std::vector<std::string> dataVolumeCandidates() {
+    std::vector<std::string> candidates = {dataVolumePath};
+    if (const std::string home = kestrow::realHomeFolder(); !home.empty() && home.front() == '/')
+        candidates.push_back(home);
+    candidates.push_back("/");
+    return candidates;
+}
+
 std::optional<std::pair<std::uint64_t, std::uint64_t>> dataVolume() {
-    if (auto data = volume(dataVolumePath)) return data;
-    return volume("/");
+    for (const std::string& path : dataVolumeCandidates())
+        if (auto figures = volume(path)) return figures;
+    return std::nullopt;
 }
 
 }  // namespace DiskSpace
@@ -125,7 +135,7 @@ void SystemSampler::diskRates(SystemStats& stats) {
 }
 
 std::pair<std::uint64_t, std::uint64_t> SystemSampler::dataVolume() {
-    for (const char* path : {DiskSpace::dataVolumePath, "/"}) {
+    for (const std::string& path : DiskSpace::dataVolumeCandidates()) {
         if (auto blocks = reader_.volume(path)) return *DiskSpace::fromBlocks(*blocks);
     }
     return {0, 0};

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
+#include "base/Json.hpp"
 #include "base/JsonCoding.hpp"
 #include "core/cleanup/CleanupReport.hpp"
 #include "tests/support/TempFolder.hpp"
@@ -152,6 +154,33 @@ TEST(CleanupReport, JsonRoundTripWithSortedKeys) {
     EXPECT_EQ(back.finishedAt, std::chrono::floor<std::chrono::seconds>(r.finishedAt));
     back.finishedAt = r.finishedAt;
     EXPECT_EQ(back, r);
+}
+
+TEST(CleanupReport, OddNamesCannotForgeLinesOrBreakTheJson) {
+    CleanupReport r = report();
+    r.deleted = {{"cache\n## Deleted (99)", "/h/.cache/a\nb\tc\x1B[31m", 5, DeleteMode::trash, false}};
+    r.skipped = {{"bad \xFF\xFE bytes \xC2\x85", "/h/`odd``name`", "Error: Permission denied: /h/x\ry"}};
+    r.refusal = "forged\n- Refused";
+    const std::vector<std::string> text = lines(r.markdown());
+    const std::vector<std::string> expected = {
+        "- Refused, nothing was touched: forged\\n- Refused",
+        "- cache\\n## Deleted (99) \u2014 5 B \u2014 Move to Trash  ",
+        "  `/h/.cache/a\\nb\\tc\\x1B[31m`",
+        "- bad \uFFFD\uFFFD bytes \\u0085 \u2014 Error: Permission denied: /h/x\\ry  ",
+        "  ``` /h/`odd``name` ```",
+    };
+    for (const std::string& line : expected)
+        EXPECT_NE(std::find(text.begin(), text.end(), line), text.end()) << line << "\n" << r.markdown();
+    EXPECT_EQ(text.size(), 19u);  // the 18 lines of the form, the deleted and skipped entries two each
+
+    // The JSON stays valid UTF-8 that the strict parser reads, with U+FFFD for the bad bytes.
+    const std::string json = *r.json();
+    const auto parsed = kestrow::parseJson(json);
+    ASSERT_TRUE(std::holds_alternative<JsonValue>(parsed)) << json;
+    CleanupReport back;
+    ASSERT_TRUE(fromJson(std::get<JsonValue>(parsed), back));
+    EXPECT_EQ(back.skipped[0].title, "bad \uFFFD\uFFFD bytes \xC2\x85");
+    EXPECT_EQ(back.deleted[0].path, r.deleted[0].path);  // valid text passes unchanged
 }
 
 TEST(CleanupReportDeathTest, FreeSpaceBeyondSignedRangeIsFatal) {

@@ -3,8 +3,11 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <algorithm>
+#include <cstdint>
 
 #include "core/cleanup/Cleaner.hpp"
+#include "core/monitoring/SystemSampler.hpp"
 #include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
@@ -12,6 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
+using kestrow::testing::writeFile;
 
 class RecordingOperations : public FileOperations {
 public:
@@ -34,14 +38,19 @@ struct CleanerFixture : ::testing::Test {
     RecordingOperations operations;
     Cleaner cleaner{home, operations};
     std::uint64_t freeReads = 0;
+    std::vector<std::vector<std::string>> volumesAsked;
     std::vector<std::string> roots;
 
     void SetUp() override {
         cleaner.processesUsing = [](const std::string&) { return std::vector<ProcessUse>{}; };
-        cleaner.freeSpace = [this] { return 1000 + 10 * freeReads++; };
+        cleaner.freeSpace = [this](const std::vector<std::string>& paths) {
+            volumesAsked.push_back(paths);
+            return 1000 + 10 * freeReads++;
+        };
         cleaner.deleteUnavailableSimulators = [] { return std::make_pair(72, std::string("No devices are booted.")); };
         cleaner.runningVirtualMachineIDs = [](const std::string&) { return std::set<std::string>{"docker-vm"}; };
-        cleaner.measure = [](const std::string&) { return std::uint64_t{4096}; };
+        cleaner.census = [](const std::string&) { return TreeCensus{4096, 0, 1, true}; };
+        cleaner.removalCheck = [](const std::string&) { return kestrow::Status::success(); };
     }
 
     CleanupItem item(const std::string& id, const std::string& relative, CleanupKind kind = CleanupKind::regenerable) {
@@ -127,6 +136,116 @@ TEST_F(CleanerFixture, CancellingStopsBeforeTheNextItem) {
     EXPECT_TRUE(none.cancelled);
     EXPECT_TRUE(none.deleted.empty() && none.skipped.empty());
     EXPECT_EQ(none.freeAfter, 1030u);
+}
+
+TEST_F(CleanerFixture, KeptCopyIsJudgedThroughLinks) {
+    writeFile(home + "/Downloads/a.dmg", "kept");
+    fs::create_symlink(home + "/Downloads/a.dmg", home + "/Downloads/link-to-kept");
+    fs::create_symlink(home + "/Downloads/nothing-here", home + "/Downloads/dangling");
+    struct Case {
+        std::string kept;
+        bool gone;
+    };
+    const Case cases[] = {{"a.dmg", false}, {"link-to-kept", false}, {"dangling", true}, {"missing.dmg", true}};
+    for (const Case& c : cases) {
+        CleanupItem copy = item("duplicate:" + c.kept, "Downloads/copies/" + c.kept, CleanupKind::personal);
+        copy.requiresExisting = home + "/Downloads/" + c.kept;
+        const CleanupReport report = cleaner.run({copy}, roots, DeleteMode::trash, nullptr, nullptr);
+        ASSERT_EQ(report.skipped.size(), c.gone ? 1u : 0u) << c.kept;
+        if (c.gone) {
+            EXPECT_EQ(report.skipped[0].reason, "The copy that was going to be kept (" + c.kept + ") is gone");
+        }
+    }
+    EXPECT_EQ(operations.calls.size(), 2u);  // only the copies whose kept copy is really there
+}
+
+TEST_F(CleanerFixture, ATreeThatCannotGoWholeIsLeftUntouched) {
+    const CleanupItem cache = item("uv-cache", ".cache/uv");
+    std::vector<std::string> checked;
+    const std::string refusal = "It holds a folder you cannot remove \u2014 nothing was removed: " + cache.url + "/x";
+    cleaner.removalCheck = [&](const std::string& path) {
+        checked.push_back(path);
+        return kestrow::Status::failure(refusal);
+    };
+    const CleanupReport permanent = cleaner.run({cache}, roots, DeleteMode::permanent, nullptr, nullptr);
+    EXPECT_EQ(reasons(permanent), "uv-cache title: " + refusal + "\n");
+    EXPECT_TRUE(operations.calls.empty());
+    // A move to the Trash renames the folder whole: no look inside is needed.
+    const CleanupReport trash = cleaner.run({cache}, roots, DeleteMode::trash, nullptr, nullptr);
+    EXPECT_EQ(trash.deleted.size(), 1u);
+    EXPECT_EQ(checked, std::vector<std::string>{cache.url});
+}
+
+// Removes the first `count` files (sorted), then fails, as a removal that stops part way; with
+// everyFile it removes the whole tree and still reports a failure.
+class PartialRemoval : public FileOperations {
+public:
+    static constexpr std::size_t everyFile = SIZE_MAX;
+    explicit PartialRemoval(std::size_t count) : count_(count) {}
+    kestrow::Status moveToTrash(const std::string&) override { return kestrow::Status::failure("must not run"); }
+    kestrow::Status removePermanently(const std::string& path) override {
+        if (count_ == everyFile) {
+            fs::remove_all(path);
+            return kestrow::Status::failure("Directory not empty: " + path);
+        }
+        std::vector<std::string> files;
+        for (const auto& entry : fs::recursive_directory_iterator(path))
+            if (entry.is_regular_file()) files.push_back(entry.path());
+        std::sort(files.begin(), files.end());
+        for (std::size_t i = 0; i < count_ && i < files.size(); ++i) fs::remove(files[i]);
+        return kestrow::Status::failure("Permission denied: " + path + "/locked");
+    }
+
+private:
+    std::size_t count_;
+};
+
+TEST(CleanerPartialRemoval, TheReportSaysWhatWent) {
+    for (const std::size_t removed : {std::size_t{0}, std::size_t{3}, PartialRemoval::everyFile}) {
+        TempFolder temp;
+        const std::string home = temp.path();
+        for (int i = 0; i < 8; ++i) writeFile(home + "/.cache/uv/f" + std::to_string(i), std::string(9000, 'u'));
+        PartialRemoval operations(removed);
+        Cleaner cleaner(home, operations);
+        cleaner.processesUsing = [](const std::string&) { return std::vector<ProcessUse>{}; };
+        CleanupItem cache;
+        cache.id = "uv-cache";
+        cache.title = "uv cache";
+        cache.url = home + "/.cache/uv";
+        const CleanupReport report = cleaner.run({cache}, {cache.url}, DeleteMode::permanent, nullptr, nullptr);
+        if (removed == PartialRemoval::everyFile) {  // gone whole despite the error: it was deleted
+            ASSERT_EQ(report.deleted.size(), 1u) << report.markdown();
+            EXPECT_GE(report.deleted[0].bytes, 8u * 9000);
+            continue;
+        }
+        ASSERT_EQ(report.skipped.size(), 1u) << report.markdown();
+        const std::string& reason = report.skipped[0].reason;
+        const std::string error = "Error: Permission denied: " + cache.url + "/locked";
+        if (removed == 0) {
+            EXPECT_EQ(reason, error);
+        } else {
+            EXPECT_EQ(reason.rfind(error + " \u2014 part of it was removed (", 0), 0u) << reason;
+            EXPECT_EQ(reason.back(), ')') << reason;
+        }
+    }
+}
+
+TEST_F(CleanerFixture, FreeSpaceIsReadOnTheItemsVolumes) {
+    const CleanupItem a = item("a-cache", ".a/cache"), b = item("b-cache", ".b/cache");
+    cleaner.run({a, b}, roots, DeleteMode::trash, nullptr, nullptr);
+    cleaner.run({}, roots, DeleteMode::trash, nullptr, nullptr);
+    const std::vector<std::string> itemPaths = {a.url, b.url}, homeOnly = {home};
+    EXPECT_EQ(volumesAsked, (std::vector<std::vector<std::string>>{itemPaths, itemPaths, homeOnly, homeOnly}));
+
+    // The live reading counts each file system once, and a removed path for the folder above it.
+    TempFolder temp;
+    fs::create_directories(temp / "x/y");
+    const auto volume = DiskSpace::volume(temp.path());
+    ASSERT_TRUE(volume);
+    const double once = static_cast<double>(freeBytesHolding({temp.path()}));
+    EXPECT_NEAR(static_cast<double>(freeBytesHolding({temp / "x", temp / "x/y", temp / "gone/long/ago"})), once,
+                1 << 20);
+    EXPECT_NEAR(once, static_cast<double>(volume->first), 1 << 20);
 }
 
 TEST(CleanerReason, InUseListsThreeThenCounts) {

@@ -14,6 +14,10 @@
 
 #include "core/cleanup/CleanupSession.hpp"
 #include "core/cleanup/linux/FreedesktopTrash.hpp"
+#include "base/Files.hpp"
+#include "core/monitoring/ByteFormat.hpp"
+#include "core/monitoring/SystemSampler.hpp"
+#include "tests/cleanup/CleanupTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"
 
 extern char** environ;
@@ -24,29 +28,9 @@ namespace {
 namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
 using kestrow::testing::writeFile;
+using testing::readFile;
+using testing::ScopedDataHome;
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-// Points the home Trash into the temporary home for the length of a test.
-class ScopedDataHome {
-public:
-    explicit ScopedDataHome(const std::string& path) {
-        if (const char* old = std::getenv("XDG_DATA_HOME")) old_ = old;
-        ::setenv("XDG_DATA_HOME", path.c_str(), 1);
-    }
-    ~ScopedDataHome() {
-        if (old_) ::setenv("XDG_DATA_HOME", old_->c_str(), 1);
-        else ::unsetenv("XDG_DATA_HOME");
-    }
-
-private:
-    std::optional<std::string> old_;
-};
 
 std::vector<std::string> idsOf(const std::vector<CleanupItem>& items) {
     std::vector<std::string> ids;
@@ -108,7 +92,8 @@ TEST(CleanupSession, MeasureScanApproveCleanIntoTheTrash) {
     EXPECT_EQ(fs::status(trash).permissions() & fs::perms::all, fs::perms::owner_all);
     EXPECT_EQ(readFile(trash + "/files/Tool copy.dmg"), installer);
     EXPECT_TRUE(fs::exists(trash + "/files/node_modules/left-pad/index.js"));
-    const std::regex info(R"(\[Trash Info\]\nPath=(.*)\nDeletionDate=\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\n)");
+    const std::regex info(R"(\[Trash Info\]\nPath=(.*)\nDeletionDate=\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\n)" +
+                          std::string(FreedesktopTrash::ownMarker) + "\n");
     std::smatch match;
     const std::string nodeInfo = readFile(trash + "/info/node_modules.trashinfo");
     ASSERT_TRUE(std::regex_match(nodeInfo, match, info)) << nodeInfo;
@@ -131,6 +116,53 @@ TEST(CleanupSession, MeasureScanApproveCleanIntoTheTrash) {
     LiveFileOperations otherOperations;
     CleanupSession other(home, otherOperations);
     EXPECT_EQ(refusalOf({"a"}, other.approve({"a"}).get()).refusal, "The approval came from another cleanup session.");
+}
+
+TEST(CleanupSession, AnEmptyCancelTestMeansNeverCancelled) {
+    TempFolder temp;
+    writeFile(temp / "code/app/node_modules/x/index.js", "1");
+    writeFile(temp / "code/app/package.json", "{}");
+    LiveFileOperations operations;
+    CleanupSession session(temp.path(), operations);
+    EXPECT_EQ(session.scanPersonal(nullptr).get().size(), 1u);
+    EXPECT_EQ(session.homeUsage(CancelTest()).get().size(), 1u);
+    const CleanupApproval approval = session.approve({}).get();
+    EXPECT_FALSE(session.clean({}, approval, DeleteMode::trash, nullptr, nullptr).get().cancelled);
+}
+
+// The home folder on a file system of its own: the figures are that file system's, not "/"'s.
+TEST(CleanupSession, FreeSpaceIsTheHomeFoldersFileSystems) {
+    KESTROW_REQUIRE_ROOT();
+    TempFolder temp;
+    const std::string home = fs::canonical(temp.path()).string() + "/home";
+    testing::ScopedMount mount = testing::ScopedMount::tmpfs(home, "size=16m");
+    ASSERT_TRUE(mount.ok()) << mount.why();
+    writeFile(home + "/.npm/_cacache/blob", std::string(3 << 20, 'n'));
+    const auto volume = DiskSpace::volume(home);
+    const auto root = DiskSpace::volume("/");
+    ASSERT_TRUE(volume && root);
+    ASSERT_NE(volume->second, root->second);
+
+    LiveFileOperations operations;
+    CleanupSession session(home, operations);
+    const MeasureResult measured = session.measure().get();
+    EXPECT_EQ(measured.totalBytes, 16u << 20);
+    EXPECT_EQ(measured.freeBytes, volume->first);  // nothing else writes to this file system
+    const std::vector<std::string> ids = {"npm-cache"};
+    const CleanupReport report =
+        session.clean(ids, session.approve(ids).get(), DeleteMode::permanent, nullptr, nullptr).get();
+    ASSERT_EQ(report.deleted.size(), 1u) << report.markdown();
+    EXPECT_EQ(report.freeBefore, volume->first);
+    EXPECT_EQ(report.freedNow(), static_cast<std::int64_t>(3u << 20));
+    EXPECT_NE(report.markdown().find("- Freed now: " + ByteFormat::string(3u << 20)), std::string::npos) << report.markdown();
+}
+
+TEST(DiskSpace, TheDataVolumeHereIsTheHomeFoldersFileSystem) {
+    const std::string home = kestrow::realHomeFolder();
+    EXPECT_EQ(DiskSpace::dataVolumeCandidates(), (std::vector<std::string>{DiskSpace::dataVolumePath, home, "/"}));
+    const auto data = DiskSpace::dataVolume(), ofHome = DiskSpace::volume(home);
+    ASSERT_TRUE(data && ofHome);
+    EXPECT_EQ(data->second, ofHome->second);
 }
 
 TEST(FreedesktopTrash, NamesNeverCollideAndNothingIsOverwritten) {
@@ -156,71 +188,6 @@ TEST(FreedesktopTrash, NamesNeverCollideAndNothingIsOverwritten) {
     EXPECT_EQ(FreedesktopTrash::escapePath("/h/a b/\xC3\xA9%#?x~_-.y"), "/h/a%20b/%C3%A9%25%23%3Fx~_-.y");
     const kestrow::Date date = *kestrow::parseIsoDate("2026-11-23T10:00:00Z");
     EXPECT_EQ(FreedesktopTrash::trashInfo("/h/x", date).substr(0, 26), "[Trash Info]\nPath=/h/x\nDel");
-}
-
-// Children that work inside a folder, started for real.
-class Children {
-public:
-    pid_t start(const std::string& folder, std::vector<std::string> args) {
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
-        std::vector<char*> argv;
-        for (auto& a : args) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        pid_t pid = 0;
-        EXPECT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        pids_.push_back(pid);
-        return pid;
-    }
-    ~Children() {
-        for (pid_t pid : pids_) {
-            ::kill(pid, SIGKILL);
-            ::waitpid(pid, nullptr, 0);
-        }
-    }
-
-private:
-    std::vector<pid_t> pids_;
-};
-
-TEST(CleanerInUse, RealProcessesKeepTheirFoldersFromDeletion) {
-    TempFolder temp;
-    const std::string home = temp / "home";
-    writeFile(home + "/work/busy/node_modules/pkg/a.js", "1");
-    writeFile(home + "/work/named/node_modules/pkg/a.js", "1");
-    Children children;
-    std::vector<pid_t> sleepers;
-    for (int i = 0; i < 5; ++i) sleepers.push_back(children.start(home + "/work/busy/node_modules/pkg", {"/bin/sleep", "30"}));
-    // A shell whose argument is "node_modules", working in the project folder; the trailing command
-    // keeps it from replacing itself with sleep.
-    const pid_t shell = children.start(home + "/work/named", {"/bin/sh", "-c", "sleep 30; true", "node_modules"});
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-
-    class NoOperations : public FileOperations {
-    public:
-        kestrow::Status moveToTrash(const std::string&) override { return kestrow::Status::failure("must not run"); }
-        kestrow::Status removePermanently(const std::string&) override { return kestrow::Status::failure("must not run"); }
-    } operations;
-    Cleaner cleaner(home, operations);
-    auto item = [&](const std::string& relative) {
-        CleanupItem i;
-        i.id = relative;
-        i.title = relative;
-        i.url = home + "/" + relative;
-        i.kind = CleanupKind::personal;
-        return i;
-    };
-    const std::vector<CleanupItem> items = {item("work/busy/node_modules"), item("work/named/node_modules")};
-    const CleanupReport report =
-        cleaner.run(items, {items[0].url, items[1].url}, DeleteMode::trash, nullptr, [] { return false; });
-    ASSERT_EQ(report.skipped.size(), 2u);
-    EXPECT_EQ(report.skipped[0].reason, "In use by sleep (pid " + std::to_string(sleepers[0]) + "), sleep (pid " +
-                                            std::to_string(sleepers[1]) + "), sleep (pid " +
-                                            std::to_string(sleepers[2]) + ") and 2 more");
-    EXPECT_EQ(report.skipped[1].reason, "In use by sh (pid " + std::to_string(shell) + ")");
-    EXPECT_TRUE(fs::exists(home + "/work/busy/node_modules/pkg/a.js"));
 }
 
 }  // namespace

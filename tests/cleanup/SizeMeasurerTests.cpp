@@ -3,7 +3,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <filesystem>
 #include <fstream>
 
@@ -61,10 +64,11 @@ TEST(SizeMeasurer, CancelTestIsAskedEvery2048Entries) {
     SizeMeasurer::allocatedSize(temp.path(), counting);
     EXPECT_EQ(asked.load(), 1);
 
-    for (int i = 0; i < 5000; ++i) writeBytes(temp / ("g" + std::to_string(i)), 100);
+    for (int i = 0; i < 600; ++i) writeBytes(temp / ("g" + std::to_string(i)), 100);
     const MeasuredSize full = SizeMeasurer::allocatedSize(temp.path(), never);
     const MeasuredSize cut = SizeMeasurer::allocatedSize(temp.path(), [] { return true; });
     EXPECT_LT(cut.bytes, full.bytes);  // a cancelled walk returns what it summed so far
+    EXPECT_EQ(SizeMeasurer::allocatedSize(temp.path(), nullptr), full);  // an empty test is never asked to stop
 }
 
 // Reading permissions do not stop root, so the unreadable cases run in a child that drops to nobody.
@@ -102,6 +106,44 @@ TEST(SizeMeasurer, UnreadableFoldersAreCountedNotSummed) {
     ::chmod((temp / "tree/open/a").c_str(), 0644);
     EXPECT_EQ(measureAsNobody(temp / "tree"), (MeasuredSize{blocksOf(temp / "tree/open/a"), 2}));
     EXPECT_EQ(measureAsNobody(temp / "tree/locked"), (MeasuredSize{0, 1}));
+}
+
+TEST(CancelTest, EmptyMeansNeverCancelledEverywhere) {
+    const std::function<bool()> emptyFunction;
+    const CancelTest nevers[] = {CancelTest(), nullptr, emptyFunction, [] { return false; }};
+    for (const CancelTest& test : nevers) EXPECT_FALSE(test());
+    EXPECT_TRUE(CancelTest([] { return true; })());
+
+    TempFolder home;
+    fs::create_directories(home / "Folder");
+    fs::create_directories(home / "Other");
+    std::ofstream(home / "Other/a") << "a";
+    EXPECT_EQ(SizeMeasurer::homeUsage(home.path(), CancelTest()).size(), 2u);
+}
+
+TEST(SizeMeasurer, MeasuringStartsABoundedNumberOfThreads) {
+    // Each task waits until as many tasks run as the bound allows (or all have started), so the
+    // peak shows how many ran at once; unbounded, all 64 would.
+    for (const std::size_t count : {std::size_t{64}, std::size_t{2}, std::size_t{0}}) {
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::size_t running = 0, started = 0, peak = 0;
+        std::vector<int> runs(count, 0);
+        SizeMeasurer::concurrently(count, [&](std::size_t i) {
+            std::unique_lock lock(mutex);
+            ++runs[i];
+            ++started;
+            peak = std::max(peak, ++running);
+            changed.notify_all();
+            const bool full = changed.wait_for(lock, std::chrono::seconds(5), [&] {
+                return running >= SizeMeasurer::maxThreads || started == count || started > SizeMeasurer::maxThreads;
+            });
+            EXPECT_TRUE(full);
+            --running;
+        });
+        EXPECT_EQ(peak, std::min<std::size_t>(count, SizeMeasurer::maxThreads)) << count;
+        EXPECT_EQ(runs, std::vector<int>(count, 1)) << count;
+    }
 }
 
 TEST(SizeMeasurer, HomeUsageListsRealFoldersLargestFirst) {

@@ -1,5 +1,6 @@
 #include "FreedesktopTrash.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,7 +19,7 @@ namespace {
 
 std::string errnoText(const std::string& what, int error) { return what + ": " + std::strerror(error); }
 
-// mkdir -p with owner-only permissions for the folders we create.
+// mkdir -p with owner-only permissions for the folders we create. On failure errno tells why.
 bool makeFolders(const std::string& path) {
     std::size_t pos = 1;
     while (pos <= path.size()) {
@@ -28,7 +29,25 @@ bool makeFolders(const std::string& path) {
         pos = end + 1;
     }
     struct stat st{};
-    return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    if (::lstat(path.c_str(), &st) != 0) return false;
+    if (!S_ISDIR(st.st_mode)) {
+        errno = ENOTDIR;
+        return false;
+    }
+    return true;
+}
+
+// A per-user trash on a shared mount must be a real folder of ours: a folder someone else made
+// there in our name could be read by them.
+bool makeOwnFolder(const std::string& path) {
+    if (!makeFolders(path)) return false;
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0) return false;
+    if (st.st_uid != ::getuid()) {
+        errno = EPERM;
+        return false;
+    }
+    return true;
 }
 
 std::string parentOf(const std::string& path) {
@@ -36,19 +55,70 @@ std::string parentOf(const std::string& path) {
     return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
 }
 
-// The top folder of the mount that holds the path.
-std::string mountTop(const std::string& path, dev_t device) {
+bool endsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+// Writes the whole text to a fresh temporary file in the folder; its name, or the error.
+std::optional<std::string> writePending(const std::string& folder, const std::string& text, int& error) {
+    std::string name = folder + "/" + FreedesktopTrash::pendingPrefix + "XXXXXX";
+    const int fd = ::mkostemp(name.data(), O_CLOEXEC);
+    if (fd < 0) {
+        error = errno;
+        return std::nullopt;
+    }
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t n = ::write(fd, text.data() + written, text.size() - written);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            error = n < 0 ? errno : ENOSPC;
+            ::close(fd);
+            ::unlink(name.c_str());
+            return std::nullopt;
+        }
+        written += static_cast<std::size_t>(n);
+    }
+    if (::close(fd) != 0) {
+        error = errno;
+        ::unlink(name.c_str());
+        return std::nullopt;
+    }
+    return name;
+}
+
+// Claims infoPath for the text: a hard link to the finished temporary file where the file system
+// has them; where it has none (FAT drives), an exclusive create and a write. 0, or the error.
+int claimInfo(const std::string& pending, const std::string& infoPath, const std::string& text) {
+    if (::link(pending.c_str(), infoPath.c_str()) == 0) return 0;
+    if (errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return errno;
+    const int fd = ::open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) return errno;
+    const ssize_t n = ::write(fd, text.data(), text.size());
+    const int error = n < 0 ? errno : ENOSPC;
+    if (::close(fd) == 0 && n == static_cast<ssize_t>(text.size())) return 0;
+    ::unlink(infoPath.c_str());
+    return error;
+}
+
+}  // namespace
+
+std::optional<dev_t> FreedesktopTrash::device(const std::string& path) const {
+    if (deviceOf) return deviceOf(path);
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
+    return st.st_dev;
+}
+
+std::string FreedesktopTrash::mountTop(const std::string& path, dev_t itemDevice) const {
     std::string current = path;
     while (current != "/") {
         const std::string parent = parentOf(current);
-        struct stat st{};
-        if (::lstat(parent.c_str(), &st) != 0 || st.st_dev != device) break;
+        if (device(parent) != itemDevice) break;
         current = parent;
     }
     return current;
 }
-
-}  // namespace
 
 std::string FreedesktopTrash::homeTrashPath() {
     const char* dataHome = std::getenv("XDG_DATA_HOME");
@@ -81,65 +151,114 @@ std::string FreedesktopTrash::trashInfo(std::string_view path, kestrow::Date del
     ::localtime_r(&seconds, &local);
     char date[32];
     std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
-    return "[Trash Info]\nPath=" + escapePath(path) + "\nDeletionDate=" + date + "\n";
+    return "[Trash Info]\nPath=" + escapePath(path) + "\nDeletionDate=" + date + "\n" + ownMarker + "\n";
 }
 
-std::optional<std::string> FreedesktopTrash::trashFor(const std::string& path) const {
-    struct stat item{}, home{};
-    if (::lstat(path.c_str(), &item) != 0) return std::nullopt;
+TrashLocation FreedesktopTrash::trashFor(const std::string& path) const {
+    const auto itemDevice = device(path);
+    if (!itemDevice) return {"", errnoText("cannot find " + path, errno)};
+    int lastError = 0;
     const std::string homeParent = parentOf(homeTrash_);
-    if (makeFolders(homeParent) && ::stat(homeParent.c_str(), &home) == 0 && home.st_dev == item.st_dev)
-        return homeTrash_;
-    const std::string top = mountTop(path, item.st_dev);
+    if (makeFolders(homeParent)) {
+        if (device(homeParent) == itemDevice) return {homeTrash_, ""};
+    } else {
+        lastError = errno;
+    }
+    const std::string top = mountTop(path, *itemDevice);
+    // A mounted file system cannot be renamed into a trash, least of all one inside itself.
+    if (top == path) return {"", "no Trash on the volume of " + path + ": it is the root of a mounted file system"};
     const std::string uid = std::to_string(::getuid());
-    const std::string shared = (top == "/" ? "" : top) + "/.Trash";
+    const std::string base = top == "/" ? "" : top;
+    const std::string shared = base + "/.Trash";
     struct stat st{};
     // A shared .Trash counts only when it is a real folder with the sticky bit, never a link.
-    if (::lstat(shared.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX) &&
-        makeFolders(shared + "/" + uid))
-        return shared + "/" + uid;
-    const std::string own = (top == "/" ? "" : top) + "/.Trash-" + uid;
-    if (makeFolders(own)) return own;
-    return std::nullopt;
+    if (::lstat(shared.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX)) {
+        if (makeOwnFolder(shared + "/" + uid)) return {shared + "/" + uid, ""};
+        lastError = errno;
+    }
+    const std::string own = base + "/.Trash-" + uid;
+    if (makeOwnFolder(own)) return {own, ""};
+    lastError = errno != 0 ? errno : lastError;
+    return {"", errnoText("no Trash on the volume of " + path, lastError)};
+}
+
+void FreedesktopTrash::removeOrphans(const std::string& trashFolder) const {
+    const std::string info = trashFolder + "/info", files = trashFolder + "/files";
+    const int infoFd = ::open(info.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (infoFd < 0) return;
+    DIR* dir = ::fdopendir(infoFd);
+    if (!dir) {
+        ::close(infoFd);
+        return;
+    }
+    const std::time_t now = std::time(nullptr);
+    std::vector<std::string> orphans;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        const bool pending = name.rfind(pendingPrefix, 0) == 0;
+        if (!pending && !endsWith(name, ".trashinfo")) continue;
+        struct stat st{};
+        if (::fstatat(infoFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode) ||
+            st.st_uid != ::getuid() || now - st.st_mtime < orphanAge.count())
+            continue;
+        if (!pending) {
+            // Only an info file whose item is missing and that carries our mark.
+            const std::string item = files + "/" + name.substr(0, name.size() - std::strlen(".trashinfo"));
+            struct stat itemStatus{};
+            if (::lstat(item.c_str(), &itemStatus) == 0 || errno != ENOENT) continue;
+            const int fd = ::openat(infoFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+            if (fd < 0) continue;
+            char buffer[8192];
+            const ssize_t n = ::read(fd, buffer, sizeof buffer);
+            ::close(fd);
+            const std::string text(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+            if (text.rfind("[Trash Info]\n", 0) != 0 || text.find(std::string("\n") + ownMarker + "\n") == std::string::npos)
+                continue;
+        }
+        orphans.push_back(name);
+    }
+    for (const std::string& name : orphans) ::unlinkat(infoFd, name.c_str(), 0);
+    ::closedir(dir);
 }
 
 kestrow::Status FreedesktopTrash::trash(const std::string& path) const {
-    const auto trashFolder = trashFor(path);
-    if (!trashFolder) return kestrow::Status::failure("no Trash on the volume of " + path);
-    const std::string files = *trashFolder + "/files", info = *trashFolder + "/info";
+    const TrashLocation location = trashFor(path);
+    if (!location.found()) return kestrow::Status::failure(location.failure);
+    const std::string files = location.folder + "/files", info = location.folder + "/info";
     if (!makeFolders(files) || !makeFolders(info)) return kestrow::Status::failure(errnoText("cannot create the Trash", errno));
+    removeOrphans(location.folder);
 
-    std::string name = path.substr(path.rfind('/') + 1);
-    const std::string contents = trashInfo(path, kestrow::currentDate());
+    // The info text is written whole to a temporary file and then linked under its final name,
+    // which claims the name atomically (two programs trashing at once never share one) and means
+    // an info file of ours is never seen empty or half written, even after a kill.
+    int error = 0;
+    const std::string text = trashInfo(path, kestrow::currentDate());
+    const auto pending = writePending(info, text, error);
+    if (!pending) return kestrow::Status::failure(errnoText("cannot write to the Trash", error));
+    const std::string name = path.substr(path.rfind('/') + 1);
+    kestrow::Status outcome = kestrow::Status::failure("no free name in the Trash");
     for (int attempt = 1; attempt < 10000; ++attempt) {
         const std::string candidate = attempt == 1 ? name : name + "." + std::to_string(attempt);
         const std::string infoPath = info + "/" + candidate + ".trashinfo";
-        // O_EXCL claims the name atomically: two programs trashing at once never share it.
-        const int fd = ::open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (fd < 0) {
-            if (errno == EEXIST) continue;
-            return kestrow::Status::failure(errnoText("cannot write to the Trash", errno));
-        }
-        const bool written = ::write(fd, contents.data(), contents.size()) == static_cast<ssize_t>(contents.size());
-        ::close(fd);
-        if (!written) {
-            ::unlink(infoPath.c_str());
-            return kestrow::Status::failure("cannot write to the Trash");
-        }
         const std::string target = files + "/" + candidate;
         struct stat st{};
-        if (::lstat(target.c_str(), &st) == 0) {  // an orphan without info: never overwrite it
-            ::unlink(infoPath.c_str());
-            continue;
+        if (::lstat(target.c_str(), &st) == 0) continue;  // an orphan without info: never overwrite it
+        if (const int claimError = claimInfo(*pending, infoPath, text); claimError != 0) {
+            if (claimError == EEXIST) continue;
+            outcome = kestrow::Status::failure(errnoText("cannot write to the Trash", claimError));
+            break;
         }
         if (::rename(path.c_str(), target.c_str()) != 0) {
-            const int error = errno;
+            const int renameError = errno;
             ::unlink(infoPath.c_str());
-            return kestrow::Status::failure(errnoText("cannot move to the Trash", error));
+            outcome = kestrow::Status::failure(errnoText("cannot move to the Trash", renameError));
+            break;
         }
-        return kestrow::Status::success();
+        outcome = kestrow::Status::success();
+        break;
     }
-    return kestrow::Status::failure("no free name in the Trash");
+    ::unlink(pending->c_str());
+    return outcome;
 }
 
 kestrow::Status LiveFileOperations::moveToTrash(const std::string& path) {

@@ -1,0 +1,25 @@
+// Before a tree is removed for good, one look at all of it: removal must neither cross onto another
+// file system (as `rm --one-file-system` never does) nor stop half way on a folder this user cannot
+// empty. An item that fails the look is left exactly as it was.
+#pragma once
+
+#include <string>
+
+#include "EntryStatus.hpp"
+#include "base/Status.hpp"
+
+namespace brimlet {
+
+struct RemovalCheck {
+    // The reasons, each followed by ": " and the entry that decided it.
+    static constexpr const char* mountInside = "Another file system is mounted inside it \u2014 nothing was removed";
+    static constexpr const char* mountRoot = "It is the root of a mounted file system \u2014 nothing was removed";
+    static constexpr const char* notRemovable = "It holds a folder you cannot remove \u2014 nothing was removed";
+
+    // Success when every folder of the tree is readable, writable and searchable by this user, its
+    // parent folder lets this user remove it, and no entry lies on another file system. The reader
+    // is the seam through which tests stand a mount in without mounting anything.
+    static kestrow::Status wholeTree(const std::string& path, const EntryReader& reader = readEntryStatus);
+};
+
+}  // namespace brimlet
