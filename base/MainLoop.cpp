@@ -118,16 +118,17 @@ void ManualMainLoop::stop() {
 }
 
 bool ManualMainLoop::runUntil(const std::function<bool()>& done, double realSeconds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(realSeconds);
+    const auto deadline = std::chrono::steady_clock::now() +
+                          std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                              std::chrono::duration<double>(realSeconds));
     for (;;) {
         runPending();
         if (done()) return true;
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        // `done` may turn true on another thread without a post: look again every 10 ms.
+        const auto slice = std::min(deadline, std::chrono::steady_clock::now() + std::chrono::milliseconds(10));
         std::unique_lock lock(mutex_);
-        if (!posted_.wait_until(lock, deadline, [this] { return !queue_.empty(); })) {
-            lock.unlock();
-            runPending();
-            return done();
-        }
+        posted_.wait_until(lock, slice, [this] { return !queue_.empty(); });
     }
 }
 
