@@ -51,7 +51,8 @@ int main(int argc, char** argv) {
     items.make = [](SuiteHost&) { return std::make_unique<QuietItem>(); };
 
     SuiteParticipant participant(*app, {SuiteFolder(argv[2])}, defaults, items, *loop, {});
-    participant.onChange([&participant](SuiteParticipant::Property property) {
+    // The state at construction first, then every change.
+    auto report = [&participant](SuiteParticipant::Property property) {
         switch (property) {
             case SuiteParticipant::Property::isActive:
                 return say(std::string("active ") + (participant.isActive() ? "1" : "0"));
@@ -66,7 +67,11 @@ int main(int argc, char** argv) {
             default:
                 return;
         }
-    });
+    };
+    for (auto property : {SuiteParticipant::Property::isActive, SuiteParticipant::Property::isHost,
+                          SuiteParticipant::Property::rows})
+        report(property);
+    participant.onChange(report);
     participant.publish(GlanceLevel::ok, {GlanceMetric{"load", "Load", 12.5, "%", GlanceLevel::ok}}, ttl);
 
     const pid_t parent = ::getppid();
