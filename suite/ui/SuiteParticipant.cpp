@@ -51,9 +51,14 @@ SuiteParticipant::SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folder
         std::vector<std::string> lockURLs;
         for (const SuiteFolder& folder : folders_) lockURLs.push_back(folder.lockURL());
         lock_ = std::make_unique<HostLock>(lockURLs);
-        // Called on the lock's own thread: hop to the loop, and only while this participant lives.
-        lock_->start([&loop, alive = std::weak_ptr<bool>(alive_), this] {
-            loop.post([alive, this] {
+        // Called on the lock's own thread, possibly while shutdown runs: the hop is made under the
+        // hop's mutex, which shutdown closes, so nothing is posted to a loop that may be gone.
+        lockHop_ = std::make_shared<LockHop>();
+        lockHop_->loop = &loop_;
+        lock_->start([hop = lockHop_, alive = std::weak_ptr<bool>(alive_), this] {
+            std::lock_guard guard(hop->mutex);
+            if (!hop->loop) return;
+            hop->loop->post([alive, this] {
                 if (alive.lock()) evaluate();
             });
         });
@@ -328,6 +333,10 @@ void SuiteParticipant::shutdown() {
             const Status written = GlanceStore{folder}.write(last);
             if (written.failed()) logOnce("write:" + written.message(), "glance record not written: " + written.message());
         }
+    }
+    if (lockHop_) {
+        std::lock_guard guard(lockHop_->mutex);
+        lockHop_->loop = nullptr;
     }
     if (lock_) lock_->release();
 }

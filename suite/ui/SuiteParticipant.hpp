@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -139,6 +140,11 @@ private:
     std::optional<GlanceLevel> lastLevel_;
     std::vector<GlanceMetric> lastMetrics_;
     std::int64_t lastTTL_ = 10;
+    struct LockHop {
+        std::mutex mutex;
+        MainLoop* loop = nullptr;  // null once shut down
+    };
+    std::shared_ptr<LockHop> lockHop_;
     std::unique_ptr<HostLock> lock_;
     std::unique_ptr<SuiteHost> host_;
     std::vector<MainLoop::Token> watchers_;
