@@ -1,0 +1,489 @@
+// The participant on the manual loop: time moves only when a test says so, records are real files in
+// a temporary suite folder, and the host lock is the real one.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "FakeHotKeys.hpp"
+#include "suite/ui/SuiteParticipant.hpp"
+#include "tests/support/TempFolder.hpp"
+
+namespace kestrow::suite {
+namespace {
+
+using Property = SuiteParticipant::Property;
+
+// What the fake status items saw, across every item the factory made.
+struct ItemLog {
+    int made = 0;
+    int withdrawn = 0;
+    std::vector<std::pair<SuiteValues, GlanceLevel>> updates;
+    std::vector<std::optional<double>> preferredAtMake;
+    std::optional<double> saved;
+    bool visible = true;
+};
+
+class FakeItem final : public SuiteStatusItem {
+public:
+    explicit FakeItem(ItemLog& log) : log_(log) {}
+    bool isVisible() const override { return log_.visible; }
+    void update(const SuiteValues& values, GlanceLevel worst) override { log_.updates.emplace_back(values, worst); }
+    void withdraw() override { ++log_.withdrawn; }
+    std::optional<double> savedPosition() const override { return log_.saved; }
+
+private:
+    ItemLog& log_;
+};
+
+// Lines written to standard error (where the log goes on Linux) while it lives.
+class CapturedLog {
+public:
+    CapturedLog() {
+        std::fflush(stderr);
+        saved_ = ::dup(STDERR_FILENO);
+        const int fd = ::open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        ::dup2(fd, STDERR_FILENO);
+        ::close(fd);
+    }
+    ~CapturedLog() { restore(); }
+    std::string text() {
+        std::ifstream in(file_);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    }
+    int count(const std::string& needle) {
+        const std::string all = text();
+        int n = 0;
+        for (std::size_t at = all.find(needle); at != std::string::npos; at = all.find(needle, at + 1)) ++n;
+        return n;
+    }
+
+private:
+    void restore() {
+        if (saved_ < 0) return;
+        ::dup2(saved_, STDERR_FILENO);
+        ::close(saved_);
+        saved_ = -1;
+    }
+    kestrow::testing::TempFolder temp_;
+    std::string file_ = temp_ / "log.txt";
+    int saved_ = -1;
+};
+
+class Participant : public ::testing::Test {
+protected:
+    kestrow::testing::TempFolder temp;
+    SuiteFolder folder{temp / "Suite"};
+    ManualMainLoop loop;
+    InMemoryUserDefaults defaults;
+    ItemLog items;
+    std::vector<Property> changes;
+
+    // Other members prepare the folder as this one would.
+    void SetUp() override { ASSERT_TRUE(folder.prepare().ok()); }
+
+    SuiteStatusItemFactory factory(HotKeyCenter* hotKeys = nullptr) {
+        SuiteStatusItemFactory f;
+        f.make = [this](SuiteHost& host) {
+            ++items.made;
+            items.preferredAtMake.push_back(host.preferredPosition());
+            return std::make_unique<FakeItem>(items);
+        };
+        f.hotKeys = hotKeys;
+        return f;
+    }
+
+    std::unique_ptr<SuiteParticipant> make(SuiteApp app, SuiteParticipant::Options options = {},
+                                           HotKeyCenter* hotKeys = nullptr) {
+        auto p = std::make_unique<SuiteParticipant>(app, std::vector<SuiteFolder>{folder}, defaults, factory(hotKeys),
+                                                    loop, std::move(options));
+        p->onChange([this](Property property) { changes.push_back(property); });
+        return p;
+    }
+
+    // Another member's record, written the way that member would write it.
+    void other(SuiteApp app, bool hosting = false, GlanceLevel level = GlanceLevel::ok,
+               GlanceState state = GlanceState::running, std::int64_t ttl = 10) {
+        const GlanceRecord record(app, hosting, state, loop.wallClock(), ttl, level,
+                                  {GlanceMetric{"load", "Load", 42.5, "%", level}});
+        ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
+        loop.folderChanged(folder.glancesURL());
+    }
+
+    std::optional<GlanceRecord> onDisk(SuiteApp app) {
+        const auto result = GlanceStore{folder}.read(app);
+        if (!result || !result->record()) return std::nullopt;
+        return *result->record();
+    }
+
+    // Any event in the folder makes the participant look at once, between its ticks.
+    void look() { loop.folderChanged(folder.glancesURL()); }
+
+    static std::vector<GlanceMetric> metrics(double value) { return {GlanceMetric{"mem", "Memory", value, "%", {}}}; }
+};
+
+TEST_F(Participant, TimerIntervalAndToleranceFollowTheTtl) {
+    struct Case {
+        std::int64_t ttl;
+        double interval;
+    };
+    const Case cases[] = {{3, 1.0}, {10, 4.5}, {60, 5.0}, {1, 1.0}, {100, 5.0}, {11, 5.0}, {6, 2.5}};
+    for (const Case& c : cases) {
+        EXPECT_DOUBLE_EQ(SuiteParticipant::timerInterval(c.ttl), c.interval) << c.ttl;
+        EXPECT_DOUBLE_EQ(SuiteParticipant::timerTolerance(c.ttl), c.interval / 10) << c.ttl;
+    }
+    auto p = make(SuiteApp::corvane);
+    for (const std::int64_t ttl : {3, 10, 60}) {
+        p->publish(GlanceLevel::ok, metrics(10), ttl);
+        const auto timers = loop.repeatingTimers();
+        ASSERT_EQ(timers.size(), 1u) << "the timer is replaced, not added";
+        EXPECT_DOUBLE_EQ(timers[0].interval, SuiteParticipant::timerInterval(ttl));
+        EXPECT_DOUBLE_EQ(timers[0].tolerance, SuiteParticipant::timerInterval(ttl) / 10);
+        EXPECT_EQ(onDisk(SuiteApp::corvane)->ttl, ttl);
+    }
+}
+
+TEST_F(Participant, RenewsAnUnchangedRecordBeforeHalfItsTtlAndAChangedOneAtOnce) {
+    for (const std::int64_t ttl : {3, 10, 60}) {
+        auto p = make(SuiteApp::corvane);
+        p->publish(GlanceLevel::ok, metrics(10), ttl);
+        int writes = 1;
+        double lastAt = onDisk(SuiteApp::corvane)->at;
+        const double span = 120;
+        for (int step = 0; step < 240; ++step) {
+            loop.advance(0.5);
+            const double at = onDisk(SuiteApp::corvane)->at;
+            if (at != lastAt) ++writes;
+            lastAt = at;
+            EXPECT_LT(loop.wallClock() - at, ttl * 0.5) << "ttl " << ttl << " at step " << step;
+        }
+        // At most once a tick; with a long ttl only every few ticks.
+        const double ticks = span / SuiteParticipant::timerInterval(ttl);
+        EXPECT_LE(writes, ticks + 1) << ttl;
+        EXPECT_GE(writes, span / (ttl * 0.5)) << ttl;
+        if (ttl == 60) {
+            EXPECT_LT(writes, ticks / 2);
+        }
+
+        p->publish(GlanceLevel::notice, metrics(11), ttl);
+        EXPECT_EQ(onDisk(SuiteApp::corvane)->at, loop.wallClock());
+        EXPECT_EQ(onDisk(SuiteApp::corvane)->level, GlanceLevel::notice);
+        p->shutdown();
+    }
+}
+
+TEST_F(Participant, CountsItsOwnProvisionalRecordAtOnce) {
+    other(SuiteApp::fennick);
+    auto p = make(SuiteApp::corvane);
+    EXPECT_FALSE(onDisk(SuiteApp::corvane)) << "nothing published yet";
+    EXPECT_TRUE(p->isActive());
+    ASSERT_EQ(p->rows().size(), 2u);
+    EXPECT_EQ(p->rows()[0].app(), SuiteApp::corvane);
+    EXPECT_TRUE(p->rows()[0].isRunning());
+    EXPECT_TRUE(p->rows()[0].record()->metrics.empty());
+    EXPECT_EQ(p->rows()[1].app(), SuiteApp::fennick);
+
+    // A member that does not participate never counts, not even itself; corvane's provisional
+    // record lives only inside corvane.
+    auto hidden = make(SuiteApp::dismel);
+    EXPECT_FALSE(hidden->isActive());
+    ASSERT_EQ(hidden->rows().size(), 1u);
+    EXPECT_EQ(hidden->rows()[0].app(), SuiteApp::fennick);
+}
+
+TEST_F(Participant, ActivationHostMissingAndTheOffDelay) {
+    auto p = make(SuiteApp::corvane);
+    EXPECT_FALSE(p->isActive());
+    EXPECT_TRUE(p->showsOwnIcon());
+
+    other(SuiteApp::fennick, false, GlanceLevel::alert);
+    EXPECT_TRUE(p->isActive());
+    EXPECT_EQ(p->worstLevel(), GlanceLevel::alert);
+    ASSERT_EQ(p->menuBarValues().size(), 1u);
+    EXPECT_EQ(p->menuBarValues()[0].first, (MetricRef{SuiteApp::fennick, "load"}));
+    EXPECT_FALSE(p->showsOwnIcon()) << "a host has 5 s to speak";
+    EXPECT_EQ(std::count(changes.begin(), changes.end(), Property::isActive), 1);
+
+    loop.advance(5.0);
+    look();
+    EXPECT_FALSE(p->showsOwnIcon()) << "5 s is not over 5 s";
+    loop.advance(0.2);
+    look();
+    EXPECT_TRUE(p->showsOwnIcon()) << "no host for over 5 s";
+    EXPECT_EQ(changes.back(), Property::showsOwnIcon);
+
+    other(SuiteApp::fennick, true, GlanceLevel::notice);
+    EXPECT_FALSE(p->showsOwnIcon()) << "the host spoke";
+    EXPECT_EQ(p->worstLevel(), GlanceLevel::notice);
+
+    // Fennick falls silent: its record expires 10 s after it was written, and the suite stays
+    // active for 10 s more before it turns off.
+    const double written = loop.wallClock();
+    loop.advance(10.1);
+    look();
+    EXPECT_TRUE(p->isActive());
+    EXPECT_FALSE(p->rows()[1].isRunning());
+    EXPECT_EQ(p->worstLevel(), GlanceLevel::ok);
+    EXPECT_TRUE(p->menuBarValues().empty());
+    loop.advance(written + 10.1 + 9.9 - loop.wallClock());
+    look();
+    EXPECT_TRUE(p->isActive());
+    loop.advance(0.2);
+    look();
+    EXPECT_FALSE(p->isActive());
+    EXPECT_TRUE(p->showsOwnIcon());
+
+    // What did not change is not reported again.
+    loop.advance(20);
+    EXPECT_EQ(std::count(changes.begin(), changes.end(), Property::isActive), 2);
+    EXPECT_EQ(std::count(changes.begin(), changes.end(), Property::worstLevel), 3);  // alert, notice, ok
+}
+
+TEST_F(Participant, HostsWhenTheLockArrivesAndStopsWhenTheSuiteGoesInactive) {
+    testing::FakeHotKeys keys;
+    HotKeyCenter center(keys, loop);
+    other(SuiteApp::corvane);
+    auto p = make(SuiteApp::brimlet, {}, &center);
+    p->publish(GlanceLevel::ok, metrics(20), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0)) << "the lock never arrived";
+    EXPECT_EQ(items.made, 1);
+    ASSERT_FALSE(items.updates.empty());
+    EXPECT_EQ(items.updates.back().first, p->menuBarValues());
+    EXPECT_TRUE(onDisk(SuiteApp::brimlet)->hosting) << "the others learn it from the record at once";
+    ASSERT_NE(p->host(), nullptr);
+    ASSERT_NE(p->host()->hotKey(), nullptr);
+    EXPECT_TRUE(p->host()->hotKey()->isRegistered());
+
+    // The shortcut shows the floating bar and remembers it in the shared settings.
+    EXPECT_TRUE(keys.press(HotKeyCenter::signature, p->host()->hotKey()->id()));
+    loop.runPending();
+    EXPECT_TRUE(p->settings().floatingVisible);
+    loop.advance(SuiteParticipant::settingsSaveDelay);
+    EXPECT_TRUE(SuiteSettings::read(folder).floatingVisible);
+
+    // Corvane stops: a stopped record counts at once, and 10 s later hosting ends.
+    other(SuiteApp::corvane, false, GlanceLevel::ok, GlanceState::stopped);
+    EXPECT_TRUE(p->isHost());
+    EXPECT_FALSE(p->rows()[1].isRunning());
+    loop.advance(9.9);
+    EXPECT_TRUE(p->isHost());
+    loop.advance(5);
+    EXPECT_FALSE(p->isHost());
+    EXPECT_EQ(items.withdrawn, 1);
+    EXPECT_FALSE(onDisk(SuiteApp::brimlet)->hosting);
+    EXPECT_TRUE(keys.held.empty()) << "the shortcut went with the host";
+    EXPECT_TRUE(p->lock()->isHeld()) << "the lock is kept for the next time";
+
+    other(SuiteApp::corvane);
+    EXPECT_TRUE(p->isHost());
+    EXPECT_EQ(items.made, 2);
+}
+
+TEST_F(Participant, ANewHostTakesThePositionAndPlaceTheLastOneSaved) {
+    other(SuiteApp::corvane);
+    auto p = make(SuiteApp::brimlet);
+    p->publish(GlanceLevel::ok, metrics(20), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    EXPECT_EQ(items.preferredAtMake.back(), std::nullopt);
+
+    // The user drags the item; the status bar saves where; the next tick shares it.
+    items.saved = 812;
+    loop.advance(SuiteParticipant::timerInterval(10));
+    EXPECT_EQ(SuiteSettings::read(folder).statusItemPosition, 812.0);
+    p->floatingBarMoved({300, 700});
+    p->floatingBarMoved({310, 705});
+    EXPECT_FALSE(SuiteSettings::read(folder).floatingTopLeft) << "saved soon, not on every move";
+    loop.advance(SuiteParticipant::settingsSaveDelay);
+    EXPECT_EQ(SuiteSettings::read(folder).floatingTopLeft, (std::pair<double, double>{310, 705}));
+    p->shutdown();
+
+    // Fennick hosts next: it reads the settings afresh and puts its item at the same place.
+    auto q = make(SuiteApp::fennick);
+    q->publish(GlanceLevel::ok, metrics(20), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return q->isHost(); }, 5.0));
+    EXPECT_EQ(items.preferredAtMake.back(), 812.0);
+    EXPECT_EQ(q->settings().floatingTopLeft, (std::pair<double, double>{310, 705}));
+}
+
+TEST_F(Participant, KeepsTheSuiteActiveForTenSecondsAfterWake) {
+    auto p = make(SuiteApp::corvane);
+    p->publish(GlanceLevel::ok, metrics(1), 10);
+    other(SuiteApp::fennick);
+    ASSERT_TRUE(p->isActive());
+
+    loop.sleep(3600);  // fennick's record is an hour old now
+    const double woke = loop.wallClock();
+    EXPECT_EQ(onDisk(SuiteApp::corvane)->at, woke) << "written at once on wake";
+    EXPECT_TRUE(p->isActive());
+    loop.advance(9.9);
+    look();
+    EXPECT_TRUE(p->isActive()) << "wake grace";
+    loop.advance(0.1);
+    look();
+    loop.advance(9.9);
+    look();
+    EXPECT_TRUE(p->isActive()) << "then the ordinary 10 s off delay";
+    loop.advance(0.2);
+    look();
+    EXPECT_FALSE(p->isActive());
+
+    // Without the system observer a sleep is just a long pause.
+    SuiteParticipant::Options unobserved;
+    unobserved.observeSystem = false;
+    auto q = make(SuiteApp::jessap, unobserved);
+    loop.sleep(3600);
+    EXPECT_EQ(q->stateMachine().wakeUntil, -std::numeric_limits<double>::infinity());
+    EXPECT_EQ(p->stateMachine().wakeUntil, loop.wallClock() + 10);
+}
+
+TEST_F(Participant, ShutdownWritesStoppedOnceSavesPendingSettingsAndReleasesTheLock) {
+    other(SuiteApp::corvane);
+    auto p = make(SuiteApp::brimlet);
+    p->publish(GlanceLevel::notice, metrics(30), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    p->floatingBarMoved({50, 600});
+
+    p->shutdown();
+    const auto last = onDisk(SuiteApp::brimlet);
+    ASSERT_TRUE(last);
+    EXPECT_EQ(last->state, GlanceState::stopped);
+    EXPECT_FALSE(last->hosting);
+    EXPECT_EQ(last->metrics, metrics(30));
+    EXPECT_FALSE(p->isHost());
+    EXPECT_EQ(items.withdrawn, 1);
+    EXPECT_EQ(SuiteSettings::read(folder).floatingTopLeft, (std::pair<double, double>{50, 600}));
+    EXPECT_TRUE(loop.repeatingTimers().empty());
+    EXPECT_TRUE(loop.watchedFolders().empty());
+
+    // Exactly once: neither a second call, nor the timer, nor a publish, nor the destructor writes.
+    struct stat before{};
+    ASSERT_EQ(::stat(folder.glanceURL(SuiteApp::brimlet).c_str(), &before), 0);
+    p->shutdown();
+    p->publish(GlanceLevel::ok, metrics(1), 10);
+    loop.advance(30);
+    p.reset();
+    struct stat after{};
+    ASSERT_EQ(::stat(folder.glanceURL(SuiteApp::brimlet).c_str(), &after), 0);
+    EXPECT_EQ(before.st_ino, after.st_ino) << "an atomic write would have replaced the file";
+
+    // The lock is free: another contender gets it at once.
+    HostLock next(folder.lockURL());
+    std::atomic<bool> acquired{false};
+    next.start([&] { acquired = true; });
+    EXPECT_TRUE(loop.runUntil([&] { return acquired.load(); }, 5.0));
+    next.release();
+}
+
+TEST_F(Participant, SuspendedPublishingStopsWritesAndHosting) {
+    other(SuiteApp::corvane);
+    auto p = make(SuiteApp::brimlet);
+    p->publish(GlanceLevel::ok, metrics(5), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    const double at = onDisk(SuiteApp::brimlet)->at;
+    p->suspendPublishing();
+    EXPECT_FALSE(p->isHost());
+    p->publish(GlanceLevel::alert, metrics(6), 10);
+    loop.advance(30);
+    EXPECT_EQ(onDisk(SuiteApp::brimlet)->at, at);
+    EXPECT_FALSE(p->isActive()) << "its stale record no longer counts, nor a provisional one";
+    p->shutdown();
+    EXPECT_EQ(onDisk(SuiteApp::brimlet)->state, GlanceState::running) << "a suspended member writes nothing more";
+}
+
+TEST_F(Participant, OwnIconFollowsTheUsersWishTheRulesAndARemoval) {
+    other(SuiteApp::fennick, true);
+    auto p = make(SuiteApp::corvane);
+    EXPECT_FALSE(p->showsOwnIcon());
+    ASSERT_TRUE(defaults.set("KestrowSuite.showOwnIcon", JsonValue(true)).ok());
+    EXPECT_TRUE(p->showsOwnIcon());
+    EXPECT_FALSE(p->handleReopen()) << "nothing to bring back";
+
+    p->setShowsOwnIcon(false);  // the user dragged it out of the menu bar
+    EXPECT_FALSE(p->showsOwnIcon());
+    EXPECT_EQ(changes.back(), Property::showsOwnIcon);
+    EXPECT_TRUE(p->handleReopen());
+    EXPECT_TRUE(p->showsOwnIcon());
+
+    ASSERT_TRUE(defaults.set("KestrowSuite.showOwnIcon", JsonValue("yes")).ok());
+    EXPECT_FALSE(p->showsOwnIcon()) << "an unreadable value reads as the default";
+}
+
+TEST_F(Participant, LogsEachProblemOnce) {
+    CapturedLog log;
+    // A folder below a regular file cannot be prepared; the participant goes on with the other.
+    kestrow::testing::writeFile(temp / "file", "x");
+    const SuiteFolder broken(temp / "file/Suite");
+    SuiteParticipant::Options options;
+    options.staleAfter = 3.0;
+    SuiteParticipant p(SuiteApp::corvane, {broken, folder}, defaults, factory(), loop, options);
+    EXPECT_EQ(p.folders(), std::vector<SuiteFolder>{folder});
+
+    GlanceMetric tooLong{"mem", "A label far too long for the bar", 1.0, "%", {}};
+    p.publish(GlanceLevel::ok, {tooLong}, 10);
+    p.publish(GlanceLevel::ok, {tooLong}, 10);
+    EXPECT_FALSE(onDisk(SuiteApp::corvane));
+
+    p.publish(GlanceLevel::ok, metrics(1), 10);
+    p.publish(GlanceLevel::ok, metrics(2), 10);
+
+    // A folder in place of the record: every write fails the same way.
+    ASSERT_EQ(::unlink(folder.glanceURL(SuiteApp::corvane).c_str()), 0);
+    ASSERT_EQ(::mkdir(folder.glanceURL(SuiteApp::corvane).c_str(), 0700), 0);
+    p.publish(GlanceLevel::ok, metrics(3), 10);
+    p.publish(GlanceLevel::ok, metrics(4), 10);
+    EXPECT_TRUE(p.lastWriteFailed());
+    loop.advance(10);
+
+    ASSERT_EQ(::mkdir(folder.settingsURL().c_str(), 0700), 0);
+    p.floatingBarMoved({1, 2});
+    loop.advance(1);
+    p.floatingBarMoved({3, 4});
+    loop.advance(1);
+
+    const std::string text = log.text();
+    EXPECT_EQ(log.count("suite folder not usable: " + broken.url + "\n"), 1) << text;
+    EXPECT_EQ(log.count("glance record not written: label: 1-16 scalars\n"), 1) << text;
+    EXPECT_EQ(log.count("glance record not written: cannot replace (errno 21)\n"), 1) << text;
+    EXPECT_EQ(log.count("suite settings not saved: cannot replace (errno 21)\n"), 1) << text;
+    EXPECT_EQ(log.count("the interval between two publishes (5.5 s) is longer than staleAfter (3 s): the numbers "
+                        "blink\n"),
+              1)
+        << text;
+}
+
+TEST_F(Participant, ADuplicateShortcutIsLoggedOnceAndTheFirstKeepsWorking) {
+    testing::FakeHotKeys keys;
+    HotKeyCenter center(keys, loop);
+    int ownToggles = 0;
+    GlobalHotKey own(center, GlobalHotKey::keyCodeM, GlobalHotKey::controlKey | GlobalHotKey::optionKey,
+                     [&] { ++ownToggles; });
+    ASSERT_TRUE(own.isRegistered());
+
+    CapturedLog log;
+    other(SuiteApp::corvane);
+    auto p = make(SuiteApp::brimlet, {}, &center);
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    EXPECT_FALSE(p->host()->hotKey()->isRegistered());
+    // Hosting ends and begins again: still one line.
+    other(SuiteApp::corvane, false, GlanceLevel::ok, GlanceState::stopped);
+    loop.advance(15);
+    ASSERT_FALSE(p->isHost());
+    other(SuiteApp::corvane);
+    ASSERT_TRUE(p->isHost());
+    EXPECT_EQ(log.count("the suite shortcut ⌃⌥M could not be registered: this app still holds the same keys (a "
+                        "duplicate in one process)\n"),
+              1)
+        << log.text();
+
+    EXPECT_TRUE(keys.press(HotKeyCenter::signature, own.id()));
+    loop.runPending();
+    EXPECT_EQ(ownToggles, 1);
+}
+
+}  // namespace
+}  // namespace kestrow::suite
