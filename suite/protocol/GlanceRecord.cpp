@@ -51,7 +51,7 @@ double hundredths(double value) { return std::round(value * 100); }
 
 namespace GlanceCodec {
 
-kestrow::Status validateText(std::string_view field, std::string_view text, std::size_t lower, std::size_t upper) {
+kestrow::Status textProblem(std::string_view field, std::string_view text, std::size_t lower, std::size_t upper) {
     using kestrow::Status;
     const std::string name(field);
     const auto scalars = unicodeScalars(text);
@@ -66,15 +66,15 @@ kestrow::Status validateText(std::string_view field, std::string_view text, std:
     return Status::success();
 }
 
-kestrow::Status validate(const GlanceMetric& metric) {
+kestrow::Status problem(const GlanceMetric& metric) {
     using kestrow::Status;
     const auto id = unicodeScalars(metric.id);
     if (!id || id->empty() || id->size() > 24) return Status::failure("metric id length");
     for (const char32_t c : *id)
         if (!((c >= U'a' && c <= U'z') || (c >= U'0' && c <= U'9') || c == U'-'))
             return Status::failure("metric id charset");
-    if (auto status = validateText("label", metric.label, 1, 16); status.failed()) return status;
-    if (auto status = validateText("unit", metric.unit, 0, 6); status.failed()) return status;
+    if (auto status = textProblem("label", metric.label, 1, 16); status.failed()) return status;
+    if (auto status = textProblem("unit", metric.unit, 0, 6); status.failed()) return status;
     if (const double* v = std::get_if<double>(&metric.value)) {
         if (!std::isfinite(*v)) return Status::failure("value: finite number");
         const double scaled = *v * 100;
@@ -83,7 +83,7 @@ kestrow::Status validate(const GlanceMetric& metric) {
     return Status::success();
 }
 
-kestrow::Status validate(const GlanceRecord& record) {
+kestrow::Status problem(const GlanceRecord& record) {
     using kestrow::Status;
     if (record.contract < 1) return Status::failure("contract: integer >= 1");
     if (record.ttl < GlanceRecord::ttlMin || record.ttl > GlanceRecord::ttlMax) return Status::failure("ttl: 3-60");
@@ -91,14 +91,14 @@ kestrow::Status validate(const GlanceRecord& record) {
     if (record.metrics.size() > 4) return Status::failure("metrics: 0-4");
     std::set<std::string> seen;
     for (const GlanceMetric& metric : record.metrics) {
-        if (auto status = validate(metric); status.failed()) return status;
+        if (auto status = problem(metric); status.failed()) return status;
         if (!seen.insert(metric.id).second) return Status::failure("metric ids unique");
     }
     return Status::success();
 }
 
 GlanceEncodeResult encode(const GlanceRecord& record) {
-    if (auto status = validate(record); status.failed()) return GlanceValidationError{status.message()};
+    if (auto status = problem(record); status.failed()) return GlanceValidationError{status.message()};
     JsonArray metrics;
     for (const GlanceMetric& m : record.metrics) {
         JsonObject object;
@@ -236,7 +236,7 @@ GlanceReadResult decode(std::string_view bytes, std::string_view fileName) {
 
     GlanceRecord record(*app, *hosting, *state, *at, static_cast<std::int64_t>(*ttlNumber), *level,
                         std::move(metrics), 1);
-    if (auto status = validate(record); status.failed()) return R::invalid(status.message());
+    if (auto status = problem(record); status.failed()) return R::invalid(status.message());
     return R::valid(std::move(record));
 }
 

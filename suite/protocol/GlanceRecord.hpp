@@ -122,11 +122,11 @@ inline constexpr std::size_t maxBytes = 2048;
 [[nodiscard]] GlanceEncodeResult encode(const GlanceRecord& record);
 [[nodiscard]] GlanceReadResult decode(std::string_view bytes, std::string_view fileName);
 
-// The validation rules; a failure carries the fixed reason text.
-[[nodiscard]] kestrow::Status validate(const GlanceRecord& record);
-[[nodiscard]] kestrow::Status validate(const GlanceMetric& metric);
+// The validation rules: the problem a record has, as a failure carrying the fixed reason text.
+[[nodiscard]] kestrow::Status problem(const GlanceRecord& record);
+[[nodiscard]] kestrow::Status problem(const GlanceMetric& metric);
 // The safe-text rule for a label (1...16) or a unit (0...6).
-[[nodiscard]] kestrow::Status validateText(std::string_view field, std::string_view text, std::size_t lower,
+[[nodiscard]] kestrow::Status textProblem(std::string_view field, std::string_view text, std::size_t lower,
                                            std::size_t upper);
 
 // Loose readers of JSON values.

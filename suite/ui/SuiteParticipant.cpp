@@ -111,8 +111,8 @@ void SuiteParticipant::tick() {
 void SuiteParticipant::publish(GlanceLevel level, std::vector<GlanceMetric> metrics, std::int64_t ttl) {
     if (didShutdown_ || publishingSuspended_) return;
     const GlanceRecord candidate(app_, isHost_, GlanceState::running, clock_(), ttl, level, metrics);
-    if (const std::optional<std::string> problem = GlanceCodec::problem(candidate)) {
-        logOnce("invalid:" + *problem, "glance record not written: " + *problem);
+    if (const kestrow::Status problem = GlanceCodec::problem(candidate); problem.failed()) {
+        logOnce("invalid:" + problem.message(), "glance record not written: " + problem.message());
         return;
     }
     lastLevel_ = level;

@@ -172,8 +172,8 @@ TEST(GlanceCodec, LooseReaders) {
     EXPECT_FALSE(GlanceCodec::boolean(JsonValue(1)));
     EXPECT_EQ(GlanceCodec::boolean(JsonValue(false)), false);
     EXPECT_FALSE(GlanceCodec::number(JsonValue("1")));
-    EXPECT_TRUE(GlanceCodec::validateText("unit", "", 0, 6).ok());
-    EXPECT_EQ(GlanceCodec::validateText("unit", "\xFF", 0, 6), kestrow::Status::failure("unit: 0-6 scalars"));
+    EXPECT_TRUE(GlanceCodec::textProblem("unit", "", 0, 6).ok());
+    EXPECT_EQ(GlanceCodec::textProblem("unit", "\xFF", 0, 6), kestrow::Status::failure("unit: 0-6 scalars"));
 }
 
 }  // namespace
