@@ -19,7 +19,7 @@ std::future<SystemGlance> MonitorEngine::glance() {
 }
 
 MonitorSnapshot MonitorEngine::assemble(ProcessSampler& processes, SystemSampler& system) {
-    ProcessSampler::Result sampled = processes.sample();
+    const ProcessSampler::Result& sampled = processes.sample();
     MonitorSnapshot snapshot;
     snapshot.system = system.sample();
 
