@@ -1,7 +1,10 @@
 // Takes snapshots back to back on a warmed engine and prints what one costs, beside the cost of one
 // `ps -e -o pid,ppid,rss,time,args` run on the same machine.
 //
-//   build/release/bench/snapshot_bench [snapshots]
+//   build/release/bench/snapshot_bench [--spawn N] [snapshots]
+//
+// --spawn N starts N idle child processes first, so that the sweep is measured on a busy machine's
+// process count; every one of them is reaped before the figures are printed.
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -10,8 +13,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "core/monitoring/MonitorEngine.hpp"
@@ -58,10 +64,77 @@ std::pair<double, double> runPs() {
     return {cpuSeconds(usage), wall};
 }
 
+// Idle children that wait for the end of a pipe. Closing the write end (or the bench dying) ends
+// them all, so none outlives the bench even when it is killed.
+class IdleChildren {
+public:
+    explicit IdleChildren(int count) {
+        if (count <= 0) return;
+        int fds[2];
+        if (::pipe(fds) != 0) return;
+        ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
+        writeEnd_ = fds[1];
+        for (int i = 0; i < count; ++i) {
+            const pid_t pid = ::fork();
+            if (pid < 0) {
+                std::fprintf(stderr, "snapshot_bench: fork failed after %d children: %s\n", i, std::strerror(errno));
+                break;
+            }
+            if (pid == 0) {
+                ::close(fds[1]);
+                char byte = 0;
+                while (::read(fds[0], &byte, 1) < 0 && errno == EINTR) {
+                }
+                ::_exit(0);
+            }
+            children_.push_back(pid);
+        }
+        ::close(fds[0]);
+    }
+    IdleChildren(const IdleChildren&) = delete;
+    IdleChildren& operator=(const IdleChildren&) = delete;
+    ~IdleChildren() { reap(); }
+
+    std::size_t size() const { return children_.size(); }
+
+    // Ends every child and waits for each; returns how many were reaped.
+    std::size_t reap() {
+        if (writeEnd_ >= 0) ::close(writeEnd_);
+        writeEnd_ = -1;
+        std::size_t reaped = 0;
+        for (const pid_t pid : children_) {
+            int status = 0;
+            while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+            }
+            ++reaped;
+        }
+        children_.clear();
+        return reaped;
+    }
+
+private:
+    int writeEnd_ = -1;
+    std::vector<pid_t> children_;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int rounds = argc > 1 ? std::max(3, std::atoi(argv[1])) : 50;
+    int rounds = 50;
+    int spawn = 0;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg(argv[i]);
+        if (arg == "--spawn" && i + 1 < argc) spawn = std::max(0, std::atoi(argv[++i]));
+        else if (!arg.empty() && arg.front() != '-') rounds = std::max(3, std::atoi(argv[i]));
+        else {
+            std::fprintf(stderr, "usage: snapshot_bench [--spawn N] [snapshots]\n");
+            return 2;
+        }
+    }
+    // Children are forked before the engine starts its executor thread.
+    IdleChildren children(spawn);
+    if (spawn > 0) std::printf("spawned: %zu idle child processes\n", children.size());
+
     brimlet::MonitorEngine engine;
     engine.snapshot().get();  // warm: identities cached, counters primed
     engine.snapshot().get();
@@ -85,6 +158,9 @@ int main(int argc, char** argv) {
         psCPU.push_back(c);
         psWall.push_back(w);
     }
+
+    const std::size_t reaped = children.reap();
+    if (spawn > 0) std::printf("reaped: %zu child processes\n", reaped);
 
     const Figures c = summarise(cpu), w = summarise(wall), p = summarise(processes);
     std::printf("snapshots: %d back to back on a warmed engine\n", rounds);

@@ -1,4 +1,7 @@
+#include "AppGrouper.hpp"
+
 #include <algorithm>
+#include <string_view>
 #include <unordered_map>
 
 #include "MonitorTypes.hpp"
@@ -46,18 +49,24 @@ AppGrouper::Identity AppGrouper::identity(const std::optional<std::string>& path
 }
 
 std::vector<AppGroup> AppGrouper::group(const std::vector<ProcessSample>& samples) {
-    std::unordered_map<std::string, std::size_t> index;
+    // Keys are views of the groups' own ids, which do not move once reserved: one group at most
+    // per sample.
+    std::unordered_map<std::string_view, std::size_t> index;
     index.reserve(samples.size());
     std::vector<AppGroup> groups;
+    groups.reserve(samples.size());
     for (const ProcessSample& sample : samples) {
-        const Identity id = sample.app ? *sample.app : identity(sample.path, sample.argv0, sample.name);
-        auto [it, inserted] = index.try_emplace(id.key, groups.size());
-        if (inserted) {
-            AppGroup fresh;
+        // The sampler caches each process's identity; only a sample without one is worked out here.
+        std::optional<Identity> computed;
+        if (!sample.app) computed = identity(sample.path, sample.argv0, sample.name);
+        const Identity& id = sample.app ? *sample.app : *computed;
+        auto it = index.find(id.key);
+        if (it == index.end()) {
+            AppGroup& fresh = groups.emplace_back();
             fresh.id = id.key;
             fresh.name = id.name;
             fresh.bundlePath = id.bundlePath;
-            groups.push_back(std::move(fresh));
+            it = index.emplace(fresh.id, groups.size() - 1).first;
         }
         groups[it->second].add(sample);
     }

@@ -19,17 +19,20 @@ std::future<SystemGlance> MonitorEngine::glance() {
 }
 
 MonitorSnapshot MonitorEngine::assemble(ProcessSampler& processes, SystemSampler& system) {
-    ProcessSampler::Result sampled = processes.sample();
+    const ProcessSampler::Result& sampled = processes.sample();
     MonitorSnapshot snapshot;
     snapshot.system = system.sample();
-
-    std::unordered_map<std::int32_t, const std::string*> names;
-    names.reserve(sampled.processes.size());
-    for (const ProcessSample& sample : sampled.processes) names.try_emplace(sample.pid(), &sample.name);
 
     std::vector<const ProcessSample*> heavy;
     for (const ProcessSample& sample : sampled.processes)
         if (sample.footprint > MonitorSnapshot::heavyProcessThreshold) heavy.push_back(&sample);
+
+    // Parent names come from the same sample; the table is built only when a heavy process needs it.
+    std::unordered_map<std::int32_t, const std::string*> names;
+    if (!heavy.empty()) {
+        names.reserve(sampled.processes.size());
+        for (const ProcessSample& sample : sampled.processes) names.try_emplace(sample.pid(), &sample.name);
+    }
     std::stable_sort(heavy.begin(), heavy.end(),
                      [](const ProcessSample* a, const ProcessSample* b) { return a->footprint > b->footprint; });
     for (const ProcessSample* sample : heavy) {

@@ -12,6 +12,7 @@
 #include "base/IsoDate.hpp"
 #include "base/Json.hpp"
 #include "base/RawValueEnum.hpp"
+#include "AppGrouper.hpp"
 
 namespace brimlet {
 
@@ -91,34 +92,6 @@ struct ProcessKeyHash {
     std::size_t operator()(const ProcessKey& key) const noexcept {
         return std::hash<std::uint64_t>()(key.startTime * 0x9E3779B97F4A7C15ULL ^ static_cast<std::uint32_t>(key.pid));
     }
-};
-
-struct ProcessSample;
-struct AppGroup;
-
-// Decides which application a process belongs to.
-struct AppGrouper {
-    struct Identity {
-        std::string key;  // bundle path, or "cmd:" + command name
-        std::string name;
-        std::optional<std::string> bundlePath;
-
-        bool operator==(const Identity&) const = default;
-    };
-
-    struct Bundle {
-        std::string path;
-        std::string name;
-        bool operator==(const Bundle&) const = default;
-    };
-
-    // The outermost "*.app" component of an absolute path, so a helper bundle nested inside another
-    // application counts for the application that ships it.
-    static std::optional<Bundle> outermostBundle(const std::optional<std::string>& path);
-    static Identity identity(const std::optional<std::string>& path, const std::optional<std::string>& argv0,
-                             const std::string& name);
-    // Every sample lands in exactly one group; groups come largest footprint first.
-    static std::vector<AppGroup> group(const std::vector<ProcessSample>& samples);
 };
 
 struct ProcessSample {

@@ -63,12 +63,16 @@ public:
         std::optional<ProcessUsage> usage;
         std::optional<ProcessBSDInfo> info;
     };
+    // The sampler's sweep reads every process through read() and then calls endSweep(). A backend
+    // may keep what it needs to read a process again cheaply (open files) from one sweep to the
+    // next; endSweep() lets it release what belongs to processes the sweep no longer saw.
     virtual Record read(std::int32_t pid) {
         Record record;
         record.usage = usage(pid);
         if (record.usage) record.info = bsdInfo(pid);
         return record;
     }
+    virtual void endSweep() {}
 };
 
 // The live reader of this platform; one shared instance, safe to call from any thread.

@@ -23,7 +23,10 @@ public:
     ProcessSampler(ProcessReading& reader, MachClock clock);
     explicit ProcessSampler(ProcessReading& reader = liveProcessReading());
 
-    Result sample();
+    // The result lives in the sampler and is reused: it stays valid until the next call. Each
+    // process's strings are resolved once in its lifetime and then moved from sweep to sweep,
+    // never copied.
+    const Result& sample();
 
     // For callers that need one more process's name (a parent that is not among the samples).
     ProcessReading& reader() { return reader_; }
@@ -35,20 +38,24 @@ private:
         std::uint64_t diskWritten = 0;
         bool diskReadable = true;
     };
-    struct Identity {
-        std::string name;
-        std::optional<std::string> path;
-        std::optional<std::string> argv0;
-        std::optional<AppGrouper::Identity> app;
+    // What the sampler remembers of one live process between sweeps.
+    struct Entry {
+        Counters counters;          // as read in the sweep `sweep`
+        Counters before;            // as read in the sweep before it
+        bool hasBefore = false;     // the process was read in that earlier sweep too
+        std::uint64_t sweep = 0;
+        std::size_t slot = 0;       // where its sample lies in the result of `sweep`
     };
 
-    const Identity& resolveIdentity(const ProcessKey& key, const ProcessBSDInfo& info);
+    void resolveIdentity(ProcessSample& sample, const ProcessBSDInfo& info);
 
     ProcessReading& reader_;
     MachClock clock_;
-    std::unordered_map<ProcessKey, Counters, ProcessKeyHash> previous_;
+    std::unordered_map<ProcessKey, Entry, ProcessKeyHash> entries_;
     std::optional<std::uint64_t> previousTime_;
-    std::unordered_map<ProcessKey, Identity, ProcessKeyHash> identities_;
+    std::uint64_t sweep_ = 0;
+    Result result_;
+    std::vector<ProcessSample> previousSamples_;  // last sweep's samples, moved from into the next
 };
 
 }  // namespace brimlet

@@ -1,36 +1,18 @@
 // The monitor's readout for the suite's shared menu-bar item: an overall level from memory pressure
-// and up to three metrics, each published only when its figure could be read.
+// and up to three metrics, each published only when its figure could be read. Its level and metrics
+// are the suite's own record types, so the readout goes into a glance record as it stands.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <string_view>
 #include <vector>
 
-#include <array>
-
 #include "MonitorTypes.hpp"
+#include "suite/protocol/GlanceRecord.hpp"
 
 namespace brimlet {
 
 struct SuiteGlance {
-    struct Level : kestrow::RawValueEnum<Level> {
-        enum Value : int { ok, notice, alert };
-        static constexpr std::array<std::string_view, 3> rawValues{"ok", "notice", "alert"};
-        Value value = ok;
-
-        constexpr Level() = default;
-        constexpr Level(Value v) : value(v) {}
-    };
-
-    struct Metric {
-        std::string id;
-        std::string label;
-        double value = 0;
-        std::string unit;
-        Level level;
-        bool operator==(const Metric&) const = default;
-    };
+    using Level = kestrow::suite::GlanceLevel;
+    using Metric = kestrow::suite::GlanceMetric;
 
     Level level;
     std::vector<Metric> metrics;

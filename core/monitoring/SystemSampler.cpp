@@ -143,6 +143,7 @@ std::pair<std::uint64_t, std::uint64_t> SystemSampler::dataVolume() {
 
 SystemStats SystemSampler::sample() {
     SystemStats stats;
+    reader_.beginSample();
     if (auto counters = reader_.memory()) {
         const MemoryFigures figures = SystemFormulas::memory(*counters);
         stats.memoryUsed = figures.used;
@@ -162,6 +163,7 @@ SystemStats SystemSampler::sample() {
 
 SystemGlance SystemSampler::glance() {
     SystemGlance glance;
+    reader_.beginSample();
     if (auto counters = reader_.memory()) glance.memoryUsed = SystemFormulas::memory(*counters).used;
     glance.memoryTotal = reader_.memoryTotal().value_or(0);
     glance.pressure = SystemFormulas::pressure(reader_.pressure());

@@ -84,6 +84,10 @@ struct VolumeBlocks {
 class SystemReading {
 public:
     virtual ~SystemReading() = default;
+    // Starts one reading of the machine. A backend whose figures share one source (Linux's
+    // /proc/meminfo gives memory, total and swap) reads that source here, once, and answers the
+    // calls that follow from it until the next beginSample().
+    virtual void beginSample() {}
     virtual std::optional<MemoryCounters> memory() = 0;
     virtual std::optional<std::uint64_t> memoryTotal() = 0;
     virtual PressureReading pressure() = 0;

@@ -152,15 +152,15 @@ TEST(SuiteGlance, MetricsPresentOnlyWhenRead) {
         {"nothing read", {0, 0, MemoryPressure::normal, std::nullopt, 0}, L::ok, {}},
         {"critical, no total", {5, 0, MemoryPressure::critical, std::nullopt, 0}, L::alert, {}},
         {"used above total", {20, 10, MemoryPressure::critical, std::nullopt, 0}, L::alert,
-         {{"mem", "Memory", 100, "%", L::alert}}},
+         {{"mem", "Memory", 100.0, "%", L::alert}}},
         {"halves away from zero", {1, 8, MemoryPressure::warning, 12.5, 123'456'789'012ULL}, L::notice,
-         {{"mem", "Memory", 13, "%", L::notice},
-          {"cpu", "CPU", 13, "%", L::ok},
+         {{"mem", "Memory", 13.0, "%", L::notice},
+          {"cpu", "CPU", 13.0, "%", L::ok},
           {"disk", "Free disk", 123.5, "GB", L::ok}}},
-        {"CPU clamped high", {0, 0, MemoryPressure::normal, 100.4, 0}, L::ok, {{"cpu", "CPU", 100, "%", L::ok}}},
-        {"CPU clamped low", {0, 0, MemoryPressure::normal, -3, 0}, L::ok, {{"cpu", "CPU", 0, "%", L::ok}}},
+        {"CPU clamped high", {0, 0, MemoryPressure::normal, 100.4, 0}, L::ok, {{"cpu", "CPU", 100.0, "%", L::ok}}},
+        {"CPU clamped low", {0, 0, MemoryPressure::normal, -3, 0}, L::ok, {{"cpu", "CPU", 0.0, "%", L::ok}}},
         {"small disk", {0, 0, MemoryPressure::normal, std::nullopt, 49'999'999}, L::ok,
-         {{"disk", "Free disk", 0, "GB", L::ok}}},
+         {{"disk", "Free disk", 0.0, "GB", L::ok}}},
     };
     for (const Case& c : cases) {
         const SuiteGlance glance(c.glance);

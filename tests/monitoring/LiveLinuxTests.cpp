@@ -51,7 +51,13 @@ TEST(LiveProcesses, OwnProcessAndAChildThatComesAndGoes) {
     std::vector<char> ballast(16 << 20, 1);  // private memory that must show in the footprint
     ProcessSampler sampler;
     Child child("/tmp");
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let exec replace the image
+    // posix_spawn returns before exec has replaced the image; wait until it has.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto exec = [&] {
+        auto info = ProcessReader::bsdInfo(child.pid());
+        return info && info->name == "sleep";
+    };
+    while (!exec() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 
     auto first = sampler.sample();
     const ProcessSample* self = find(first.processes, ::getpid());
@@ -92,8 +98,13 @@ TEST(LiveSystem, SecondSampleHasLoadAndDiskRates) {
     EXPECT_LE(first.memoryUsed, first.memoryTotal);
     EXPECT_GT(first.diskTotal, 0u);
     EXPECT_LE(first.diskFree, first.diskTotal);
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    const SystemStats second = sampler.sample();
+    // The load needs the machine's tick counters to have moved on; poll until they have.
+    SystemStats second = sampler.sample();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!second.cpuLoad && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        second = sampler.sample();
+    }
     ASSERT_TRUE(second.cpuLoad);
     EXPECT_GE(*second.cpuLoad, 0);
     EXPECT_LE(*second.cpuLoad, 100);

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
+#include <random>
 #include <sstream>
 
-#include "core/monitoring/ProcText.hpp"
+#include "core/monitoring/linux/ProcText.hpp"
 
 namespace brimlet {
 namespace {
@@ -17,7 +19,7 @@ std::string fixture(const std::string& name) {
 }
 
 TEST(ProcText, PidStatWithParenthesesAndBlanksInTheName) {
-    const auto stat = proctext::parsePidStat(fixture("stat_tricky_name.txt"));
+    const auto stat = proctext::parsePidStat(fixture("proc/4242/stat"));
     ASSERT_TRUE(stat);
     EXPECT_EQ(stat->comm, "my (weird) ) proc");
     EXPECT_EQ(stat->ppid, 17);
@@ -30,12 +32,12 @@ TEST(ProcText, PidStatWithParenthesesAndBlanksInTheName) {
 }
 
 TEST(ProcText, StatusOfUserProcessAndKernelThread) {
-    const auto user = proctext::parsePidStatus(fixture("status_user.txt"));
+    const auto user = proctext::parsePidStatus(fixture("proc/4242/status"));
     EXPECT_EQ(user.uid, 501u);
     EXPECT_EQ(user.rssAnon, 20480ULL * 1024);
     EXPECT_EQ(user.vmSwap, 512ULL * 1024);
     // Kernel threads have no memory lines at all: readable, with no private memory.
-    const auto kernel = proctext::parsePidStatus(fixture("status_kernel_thread.txt"));
+    const auto kernel = proctext::parsePidStatus(fixture("proc/2/status"));
     EXPECT_EQ(kernel.uid, 0u);
     EXPECT_EQ(kernel.rssAnon, 0u);
     EXPECT_EQ(kernel.vmSwap, 0u);
@@ -43,7 +45,7 @@ TEST(ProcText, StatusOfUserProcessAndKernelThread) {
 }
 
 TEST(ProcText, DiskstatsCountsWholeDisksOnly) {
-    const std::string text = fixture("diskstats.txt");
+    const std::string text = fixture("proc/diskstats");
     // What /sys/block would say: real disks have a device behind them; partitions are not
     // there, loop/zram/dm nodes are virtual.
     auto wholeDisk = [](std::string_view name) { return name == "vda" || name == "nvme0n1"; };
@@ -56,7 +58,7 @@ TEST(ProcText, DiskstatsCountsWholeDisksOnly) {
 }
 
 TEST(ProcText, MeminfoStatPressureAndZram) {
-    const auto info = proctext::parseMeminfo(fixture("meminfo.txt"));
+    const auto info = proctext::parseMeminfo(fixture("proc/meminfo"));
     ASSERT_TRUE(info);
     EXPECT_EQ(info->memory.memTotal, 16384000ULL * 1024);
     EXPECT_EQ(info->memory.memAvailable, 4096000ULL * 1024);
@@ -65,7 +67,7 @@ TEST(ProcText, MeminfoStatPressureAndZram) {
     EXPECT_EQ(info->swapTotal - info->swapFree, (2097148ULL - 1048576ULL) * 1024);
     EXPECT_FALSE(proctext::parseMeminfo("MemTotal: 5 kB\n"));  // no MemAvailable (kernels before 3.14)
 
-    const std::string stat = fixture("proc_stat.txt");
+    const std::string stat = fixture("proc/stat");
     const auto ticks = proctext::parseCPULine(stat);
     ASSERT_TRUE(ticks);
     EXPECT_EQ(ticks->user, 3605u);
@@ -75,7 +77,7 @@ TEST(ProcText, MeminfoStatPressureAndZram) {
     EXPECT_EQ(proctext::parseBootTime(stat), 1795414540u);
     EXPECT_FALSE(proctext::parseCPULine("cpu0 1 2 3 4\n"));
 
-    const auto stall = proctext::parsePressure(fixture("pressure_memory.txt"));
+    const auto stall = proctext::parsePressure(fixture("proc/pressure/memory"));
     ASSERT_TRUE(stall);
     EXPECT_DOUBLE_EQ(stall->some, 12.5);
     EXPECT_DOUBLE_EQ(stall->full, 1.25);
@@ -84,6 +86,46 @@ TEST(ProcText, MeminfoStatPressureAndZram) {
     EXPECT_EQ(proctext::parseZramMemUsed("  4096  1024  2048  0 0 0 0 0 0\n"), 2048u);
     EXPECT_FALSE(proctext::parseZramMemUsed("1 2"));
     EXPECT_EQ(proctext::startMicros(1'700'000'000, 250, 100), 1'700'000'002'500'000u);
+}
+
+TEST(ProcText, DecimalsReadExactlyWithoutTheLocale) {
+    struct Case {
+        const char* text;
+        std::optional<double> value;
+    };
+    const Case cases[] = {
+        {"12.50", 12.5},
+        {"0.07", 0.07},
+        {"100.00 avg60=1", 100.0},
+        {"7", 7.0},
+        {"3.", 3.0},
+        {"1.2.3", 1.2},
+        {"0.000001", 0.000001},
+        {"1.500000000000000000000000", 1.5},  // trailing zeros add no digits
+        {"9007199254740991", 9007199254740991.0},
+        {"9007199254740993", std::nullopt},  // beyond what a double holds exactly
+        {"0.12345678901234567", std::nullopt},
+        {".5", std::nullopt},
+        {"-1.5", std::nullopt},
+        {"", std::nullopt},
+        {"x1", std::nullopt},
+    };
+    for (const Case& c : cases) EXPECT_EQ(proctext::leadingDecimal(c.text), c.value) << c.text;
+
+    // Against the C library's correctly rounded reading, in the "C" locale.
+    std::mt19937_64 random(20240611);
+    for (int i = 0; i < 20000; ++i) {
+        const std::uint64_t whole = random() % 1'000'000;
+        const int places = static_cast<int>(random() % 9);
+        std::uint64_t fraction = random() % 1'000'000'000;
+        std::string text = std::to_string(whole);
+        if (places > 0) {
+            std::string digits = std::to_string(fraction);
+            digits.insert(0, 9 - digits.size(), '0');
+            text += "." + digits.substr(0, static_cast<std::size_t>(places));
+        }
+        ASSERT_EQ(proctext::leadingDecimal(text), std::strtod(text.c_str(), nullptr)) << text;
+    }
 }
 
 }  // namespace

@@ -172,5 +172,48 @@ TEST_F(SamplerFixture, ArgumentsOnlyForProcessesOutsideBundles) {
     EXPECT_EQ(reader.pathReads, 4);
 }
 
+TEST_F(SamplerFixture, EntriesFollowTheirProcessesThroughChangingListings) {
+    // Samples are carried from sweep to sweep; whatever the listing's order, each must keep its own
+    // process's identity and rate from its own previous counters.
+    for (std::int32_t pid : {1, 2, 3, 4}) {
+        reader.add(pid, 100 * static_cast<std::uint64_t>(pid), "p" + std::to_string(pid)).path =
+            "/bin/p" + std::to_string(pid);
+        reader.order.pop_back();
+    }
+    struct Sweep {
+        std::vector<std::int32_t> order;
+        std::vector<bool> rated;  // per listed process: a rate is expected
+    };
+    const Sweep sweeps[] = {
+        {{1, 2, 3}, {false, false, false}},
+        {{3, 1}, {true, true}},
+        {{2, 3, 4, 1}, {false, true, false, true}},  // 2 returns after a gap: a new life
+        {{4, 4, 1}, {true, true, true}},            // listed twice: both against the last sweep
+        {{1, 4}, {true, true}},
+    };
+    ProcessSampler sampler(reader);
+    for (std::size_t round = 0; round < std::size(sweeps); ++round) {
+        const Sweep& sweep = sweeps[round];
+        reader.order = sweep.order;
+        reader.now += 1'000'000'000;
+        for (auto& [pid, process] : reader.table) process.usage->cpuTicks += 10'000'000 * static_cast<std::uint64_t>(pid);
+        const ProcessSampler::Result& result = sampler.sample();
+        ASSERT_EQ(result.processes.size(), sweep.order.size()) << round;
+        for (std::size_t i = 0; i < sweep.order.size(); ++i) {
+            const ProcessSample& sample = result.processes[i];
+            const std::int32_t pid = sweep.order[i];
+            SCOPED_TRACE(::testing::Message() << "sweep " << round << ", pid " << pid);
+            EXPECT_EQ(sample.pid(), pid);
+            EXPECT_EQ(sample.name, "p" + std::to_string(pid));
+            EXPECT_EQ(sample.path, "/bin/p" + std::to_string(pid));
+            EXPECT_EQ(sample.footprint, 100u * static_cast<std::uint64_t>(pid));
+            ASSERT_EQ(sample.cpuPercent.has_value(), sweep.rated[i]);
+            if (sample.cpuPercent) {
+                EXPECT_DOUBLE_EQ(*sample.cpuPercent, pid);  // 10 ms a second per unit
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace brimlet

@@ -1,15 +1,14 @@
 // Processes on Linux, from /proc. Per process and sample: stat, status and io; the executable link
 // and the command line only when a process is first seen (the sampler caches them).
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <charconv>
-#include <cstdio>
 #include <limits>
 
-#include "../ProcText.hpp"
-#include "../ProcessReader.hpp"
-#include "ProcFiles.hpp"
+#include "LinuxReaders.hpp"
 #include "base/Checked.hpp"
 #include "base/Json.hpp"
 
@@ -22,106 +21,195 @@ std::uint64_t ticksPerSecond() {
     return hz > 0 ? static_cast<std::uint64_t>(hz) : 100;
 }
 
-class LinuxProcessReading final : public ProcessReading {
-public:
-    LinuxProcessReading() : hz_(ticksPerSecond()) {
-        std::string stat;
-        if (linuxfs::readFile("/proc/stat", stat)) bootTime_ = proctext::parseBootTime(stat).value_or(0);
-    }
+// Half the soft limit on open files: the rest stays for the application.
+std::size_t defaultHeldFileLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
+    const rlim_t soft = limit.rlim_cur == RLIM_INFINITY ? rlim_t{1} << 17 : std::min(limit.rlim_cur, rlim_t{1} << 17);
+    return static_cast<std::size_t>(soft / 2);
+}
 
-    std::vector<std::int32_t> allPIDs() override {
-        std::vector<std::int32_t> pids;
-        DIR* dir = ::opendir("/proc");
-        if (!dir) return pids;
-        while (const dirent* entry = ::readdir(dir)) {
-            const char* name = entry->d_name;
-            std::int32_t pid = 0;
-            const char* end = name + std::char_traits<char>::length(name);
-            const auto r = std::from_chars(name, end, pid);
-            if (r.ec == std::errc() && r.ptr == end && pid >= 1) pids.push_back(pid);
-        }
-        ::closedir(dir);
-        return pids;
-    }
-
-    std::optional<ProcessUsage> usage(std::int32_t pid) override { return read(pid).usage; }
-    std::optional<ProcessBSDInfo> bsdInfo(std::int32_t pid) override { return read(pid).info; }
-
-    Record read(std::int32_t pid) override {
-        // Buffers are reused by each thread so that a sweep allocates nothing per process.
-        thread_local std::string buffer;
-        thread_local std::string statText;
-        Record record;
-        char path[64];
-        std::snprintf(path, sizeof path, "/proc/%d/stat", pid);
-        if (!linuxfs::readFile(path, statText)) return record;
-        auto stat = proctext::parsePidStat(statText);
-        if (!stat) return record;
-        std::snprintf(path, sizeof path, "/proc/%d/status", pid);
-        if (!linuxfs::readFile(path, buffer)) return record;
-        const proctext::PidStatus status = proctext::parsePidStatus(buffer);
-        if (!status.uid) return record;
-
-        ProcessUsage usage;
-        usage.footprint = kestrow::checkedAdd(status.rssAnon, status.vmSwap, "footprint overflow");
-        usage.cpuTicks = stat->utime + stat->stime;
-        std::snprintf(path, sizeof path, "/proc/%d/io", pid);
-        // Another user's io file cannot be opened without ptrace rights: its rates stay unknown.
-        std::optional<proctext::PidIO> io;
-        if (linuxfs::readFile(path, buffer)) io = proctext::parsePidIO(buffer);
-        usage.diskCountersReadable = io.has_value();
-        if (io) {
-            usage.diskRead = io->readBytes;
-            usage.diskWritten = io->writeBytes;
-        }
-        record.usage = usage;
-
-        if (stat->ppid > std::numeric_limits<std::int32_t>::max())
-            kestrow::fatalError("parent process id beyond 32 bits");
-        ProcessBSDInfo info;
-        info.ppid = static_cast<std::int32_t>(stat->ppid);
-        info.uid = *status.uid;
-        info.startTime = proctext::startMicros(bootTime_, stat->startTicks, hz_);
-        info.name = kestrow::repairUtf8(stat->comm);
-        record.info = std::move(info);
-        return record;
-    }
-
-    std::optional<std::string> executablePath(std::int32_t pid) override {
-        auto target = linuxfs::readLink("/proc/" + std::to_string(pid) + "/exe");
-        if (!target) return std::nullopt;
-        return kestrow::repairUtf8(*target);
-    }
-
-    std::optional<std::vector<std::string>> arguments(std::int32_t pid) override {
-        auto text = linuxfs::readFile("/proc/" + std::to_string(pid) + "/cmdline");
-        if (!text) return std::nullopt;
-        std::vector<std::string> args;
-        std::string_view rest(*text);
-        while (!rest.empty()) {
-            const std::size_t end = rest.find('\0');
-            args.push_back(kestrow::repairUtf8(rest.substr(0, end)));
-            if (end == std::string_view::npos) break;
-            rest.remove_prefix(end + 1);
-        }
-        return args;
-    }
-
-    std::optional<std::string> currentDirectory(std::int32_t pid) override {
-        auto target = linuxfs::readLink("/proc/" + std::to_string(pid) + "/cwd");
-        if (!target) return std::nullopt;
-        return kestrow::repairUtf8(*target);
-    }
-
-    std::uint64_t uptimeNanoseconds() override { return linuxfs::monotonicNanoseconds(); }
-    MachClock clock() override { return MachClock::current(); }
-
-private:
-    std::uint64_t hz_;
-    std::uint64_t bootTime_ = 0;
+struct PidName {
+    char text[16] = {};
+    explicit PidName(std::int32_t pid) { std::to_chars(text, text + sizeof text - 1, pid); }
 };
 
+int openRelative(int folder, const char* name, int flags) { return ::openat(folder, name, flags | O_CLOEXEC); }
+
 }  // namespace
+
+std::size_t LinuxProcessReading::Held::count() const {
+    return static_cast<std::size_t>(folder.valid()) + stat.valid() + status.valid() + io.valid();
+}
+
+LinuxProcessReading::LinuxProcessReading(std::string procRoot, std::optional<std::size_t> heldFileLimit)
+    : root_(std::move(procRoot)),
+      rootFolder_(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+      heldFileLimit_(heldFileLimit.value_or(defaultHeldFileLimit())),
+      ticksPerSecond_(ticksPerSecond()) {
+    std::string stat;
+    if (linuxfs::readFile((root_ + "/stat").c_str(), stat)) bootTime_ = proctext::parseBootTime(stat).value_or(0);
+}
+
+std::vector<std::int32_t> LinuxProcessReading::allPIDs() {
+    std::vector<std::int32_t> pids;
+    DIR* dir = ::opendir(root_.c_str());
+    if (!dir) return pids;
+    while (const dirent* entry = ::readdir(dir)) {
+        const char* name = entry->d_name;
+        if (name[0] < '1' || name[0] > '9') continue;
+        std::int32_t pid = 0;
+        const char* end = name + std::char_traits<char>::length(name);
+        const auto r = std::from_chars(name, end, pid);
+        if (r.ec == std::errc() && r.ptr == end) pids.push_back(pid);
+    }
+    ::closedir(dir);
+    return pids;
+}
+
+linuxfs::Descriptor LinuxProcessReading::openFolder(std::int32_t pid) const {
+    if (pid < 1) return {};
+    return linuxfs::Descriptor(openRelative(rootFolder_.get(), PidName(pid).text, O_RDONLY | O_DIRECTORY));
+}
+
+LinuxProcessReading::Held LinuxProcessReading::openFiles(std::int32_t pid) const {
+    Held files;
+    files.folder = openFolder(pid);
+    if (!files.folder.valid()) return files;
+    files.stat = linuxfs::Descriptor(openRelative(files.folder.get(), "stat", O_RDONLY));
+    files.status = linuxfs::Descriptor(openRelative(files.folder.get(), "status", O_RDONLY));
+    files.io = linuxfs::Descriptor(openRelative(files.folder.get(), "io", O_RDONLY));
+    return files;
+}
+
+ProcessReading::Record LinuxProcessReading::readOnce(std::int32_t pid) {
+    std::lock_guard lock(mutex_);
+    auto record = readFiles(openFiles(pid));
+    return record ? std::move(*record) : Record{};
+}
+
+std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(const Held& files) {
+    if (!files.stat.valid() || !statText_.rereadWhole(files.stat.get())) return std::nullopt;
+    const auto stat = proctext::parsePidStat(statText_.text());
+    if (!stat) return std::nullopt;
+    if (!files.status.valid() || !statusText_.rereadWhole(files.status.get())) return std::nullopt;
+    const proctext::PidStatus status = proctext::parsePidStatus(statusText_.text());
+    if (!status.uid) return std::nullopt;
+
+    ProcessUsage usage;
+    usage.footprint = kestrow::checkedAdd(status.rssAnon, status.vmSwap, "footprint overflow");
+    usage.cpuTicks = stat->utime + stat->stime;
+    // Another user's io file cannot be opened without ptrace rights: its rates stay unknown.
+    std::optional<proctext::PidIO> io;
+    if (files.io.valid() && ioText_.rereadWhole(files.io.get())) io = proctext::parsePidIO(ioText_.text());
+    usage.diskCountersReadable = io.has_value();
+    if (io) {
+        usage.diskRead = io->readBytes;
+        usage.diskWritten = io->writeBytes;
+    }
+
+    if (stat->ppid > std::numeric_limits<std::int32_t>::max()) kestrow::fatalError("parent process id beyond 32 bits");
+    ProcessBSDInfo info;
+    info.ppid = static_cast<std::int32_t>(stat->ppid);
+    info.uid = *status.uid;
+    info.startTime = proctext::startMicros(bootTime_, stat->startTicks, ticksPerSecond_);
+    info.name = kestrow::repairUtf8(stat->comm);
+    return Record{usage, std::move(info)};
+}
+
+ProcessReading::Record LinuxProcessReading::read(std::int32_t pid) {
+    std::lock_guard lock(mutex_);
+    if (auto it = held_.find(pid); it != held_.end()) {
+        if (auto record = readFiles(it->second)) {
+            it->second.sweep = sweep_;
+            return std::move(*record);
+        }
+        // The process has ended (its files answer no more); the id may already name another one.
+        heldFiles_ -= it->second.count();
+        held_.erase(it);
+    }
+    Held files = openFiles(pid);
+    auto record = readFiles(files);
+    if (!record) return {};
+    if (heldFiles_ + files.count() <= heldFileLimit_) {
+        files.sweep = sweep_;
+        heldFiles_ += files.count();
+        held_.emplace(pid, std::move(files));
+    }
+    return std::move(*record);
+}
+
+void LinuxProcessReading::endSweep() {
+    std::lock_guard lock(mutex_);
+    for (auto it = held_.begin(); it != held_.end();) {
+        Held& files = it->second;
+        if (files.sweep != sweep_) {
+            heldFiles_ -= files.count();
+            it = held_.erase(it);
+            continue;
+        }
+        if (files.folder.valid()) {
+            files.folder.reset();
+            --heldFiles_;
+        }
+        ++it;
+    }
+    ++sweep_;
+}
+
+std::size_t LinuxProcessReading::heldFileCount() const {
+    std::lock_guard lock(mutex_);
+    return heldFiles_;
+}
+
+// Single questions from elsewhere in the product read the process once and keep nothing open.
+std::optional<ProcessUsage> LinuxProcessReading::usage(std::int32_t pid) { return readOnce(pid).usage; }
+
+std::optional<ProcessBSDInfo> LinuxProcessReading::bsdInfo(std::int32_t pid) { return readOnce(pid).info; }
+
+std::optional<std::string> LinuxProcessReading::readLinkOf(std::int32_t pid, const char* name) {
+    std::optional<std::string> target;
+    {
+        std::lock_guard lock(mutex_);
+        // A process met in this sweep is still read through the folder its counters came from.
+        if (auto it = held_.find(pid); it != held_.end() && it->second.folder.valid())
+            target = linuxfs::readLinkAt(it->second.folder.get(), name);
+        else if (auto folder = openFolder(pid); folder.valid())
+            target = linuxfs::readLinkAt(folder.get(), name);
+    }
+    if (!target) return std::nullopt;
+    return kestrow::repairUtf8(*target);
+}
+
+std::optional<std::string> LinuxProcessReading::executablePath(std::int32_t pid) { return readLinkOf(pid, "exe"); }
+
+std::optional<std::string> LinuxProcessReading::currentDirectory(std::int32_t pid) { return readLinkOf(pid, "cwd"); }
+
+std::optional<std::vector<std::string>> LinuxProcessReading::arguments(std::int32_t pid) {
+    linuxfs::FileBuffer text;
+    {
+        std::lock_guard lock(mutex_);
+        bool read = false;
+        if (auto it = held_.find(pid); it != held_.end() && it->second.folder.valid())
+            read = linuxfs::readFileAt(it->second.folder.get(), "cmdline", text);
+        else if (auto folder = openFolder(pid); folder.valid())
+            read = linuxfs::readFileAt(folder.get(), "cmdline", text);
+        if (!read) return std::nullopt;
+    }
+    std::vector<std::string> args;
+    std::string_view rest = text.text();
+    while (!rest.empty()) {
+        const std::size_t end = rest.find('\0');
+        args.push_back(kestrow::repairUtf8(rest.substr(0, end)));
+        if (end == std::string_view::npos) break;
+        rest.remove_prefix(end + 1);
+    }
+    return args;
+}
+
+std::uint64_t LinuxProcessReading::uptimeNanoseconds() { return linuxfs::monotonicNanoseconds(); }
+
+MachClock LinuxProcessReading::clock() { return MachClock::current(); }
 
 MachClock MachClock::current() {
     // Linux reports CPU time in clock ticks of 1/_SC_CLK_TCK seconds.

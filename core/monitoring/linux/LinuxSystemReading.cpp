@@ -7,17 +7,15 @@
 
 #include <mutex>
 
-#include "../ProcText.hpp"
-#include "../SystemSampler.hpp"
-#include "ProcFiles.hpp"
+#include "LinuxReaders.hpp"
 
 namespace brimlet {
 
 namespace {
 
-std::vector<std::string> directoryEntries(const char* path, std::string_view prefix) {
+std::vector<std::string> directoryEntries(const std::string& path, std::string_view prefix) {
     std::vector<std::string> names;
-    DIR* dir = ::opendir(path);
+    DIR* dir = ::opendir(path.c_str());
     if (!dir) return names;
     while (const dirent* entry = ::readdir(dir)) {
         const std::string_view name(entry->d_name);
@@ -38,8 +36,10 @@ std::optional<std::int64_t> readInteger(const std::string& path) {
     return negative ? -static_cast<std::int64_t>(*n) : static_cast<std::int64_t>(*n);
 }
 
+}  // namespace
+
 // NVIDIA's management library, loaded when present; nothing is linked against it.
-class NVML {
+class LinuxSystemReading::NVML {
 public:
     std::vector<double> utilizations() {
         std::lock_guard lock(mutex_);
@@ -87,108 +87,122 @@ private:
     UtilizationFn getUtilization_ = nullptr;
 };
 
-class LinuxSystemReading final : public SystemReading {
-public:
-    std::optional<MemoryCounters> memory() override {
-        auto info = meminfo();
-        if (!info) return std::nullopt;
-        MeminfoFigures figures = info->memory;
-        for (const std::string& device : directoryEntries("/sys/block", "zram")) {
-            if (auto text = linuxfs::readFile("/sys/block/" + device + "/mm_stat"))
-                figures.zramUsed += proctext::parseZramMemUsed(*text).value_or(0);
+LinuxSystemReading::LinuxSystemReading(std::string procRoot, std::string sysRoot, bool nvidiaLibrary)
+    : proc_(std::move(procRoot)), sys_(std::move(sysRoot)), nvml_(nvidiaLibrary ? std::make_unique<NVML>() : nullptr) {}
+
+LinuxSystemReading::~LinuxSystemReading() = default;
+
+std::optional<proctext::Meminfo> LinuxSystemReading::meminfo() {
+    {
+        std::lock_guard lock(mutex_);
+        if (sampled_) return meminfo_;
+    }
+    std::string text;
+    if (!linuxfs::readFile((proc_ + "/meminfo").c_str(), text)) return std::nullopt;
+    return proctext::parseMeminfo(text);
+}
+
+void LinuxSystemReading::beginSample() {
+    // Memory, its total and swap come from the same file; one reading serves all three, and they
+    // then agree with one another.
+    std::optional<proctext::Meminfo> info;
+    std::string text;
+    if (linuxfs::readFile((proc_ + "/meminfo").c_str(), text)) info = proctext::parseMeminfo(text);
+    std::lock_guard lock(mutex_);
+    meminfo_ = std::move(info);
+    sampled_ = true;
+}
+
+std::optional<MemoryCounters> LinuxSystemReading::memory() {
+    auto info = meminfo();
+    if (!info) return std::nullopt;
+    MeminfoFigures figures = info->memory;
+    for (const std::string& device : directoryEntries(sys_ + "/block", "zram")) {
+        if (auto text = linuxfs::readFile(sys_ + "/block/" + device + "/mm_stat"))
+            figures.zramUsed += proctext::parseZramMemUsed(*text).value_or(0);
+    }
+    return MemoryCounters(figures);
+}
+
+std::optional<std::uint64_t> LinuxSystemReading::memoryTotal() {
+    auto info = meminfo();
+    if (!info) return std::nullopt;
+    return info->memory.memTotal;
+}
+
+PressureReading LinuxSystemReading::pressure() {
+    auto text = linuxfs::readFile(proc_ + "/pressure/memory");
+    if (!text) return std::monostate{};
+    auto stall = proctext::parsePressure(*text);
+    if (!stall) return std::monostate{};
+    return *stall;
+}
+
+std::optional<SwapCounters> LinuxSystemReading::swap() {
+    auto info = meminfo();
+    if (!info) return std::nullopt;
+    return SwapCounters{info->swapTotal, info->swapFree, std::nullopt};
+}
+
+std::optional<CPUTicks> LinuxSystemReading::cpuTicks() {
+    std::string text;
+    if (!linuxfs::readFile((proc_ + "/stat").c_str(), text)) return std::nullopt;
+    return proctext::parseCPULine(text);
+}
+
+ThermalReading LinuxSystemReading::thermal() {
+    std::vector<ThermalZone> zones;
+    const std::string thermal = sys_ + "/class/thermal/";
+    for (const std::string& zoneName : directoryEntries(thermal, "thermal_zone")) {
+        const std::string base = thermal + zoneName + "/";
+        auto temperature = readInteger(base + "temp");
+        if (!temperature) continue;
+        ThermalZone zone;
+        zone.temperature = *temperature;
+        for (int trip = 0;; ++trip) {
+            const std::string prefix = base + "trip_point_" + std::to_string(trip) + "_";
+            auto tripTemperature = readInteger(prefix + "temp");
+            auto type = linuxfs::readFile(prefix + "type");
+            if (!tripTemperature || !type) break;
+            while (!type->empty() && (type->back() == '\n' || type->back() == ' ')) type->pop_back();
+            zone.trips.push_back({*tripTemperature, *type});
         }
-        return MemoryCounters(figures);
+        zones.push_back(std::move(zone));
     }
+    return zones;
+}
 
-    std::optional<std::uint64_t> memoryTotal() override {
-        auto info = meminfo();
-        if (!info) return std::nullopt;
-        return info->memory.memTotal;
+std::vector<double> LinuxSystemReading::gpuUtilizations() {
+    std::vector<double> values;
+    const std::string drm = sys_ + "/class/drm/";
+    for (const std::string& card : directoryEntries(drm, "card")) {
+        if (card.find('-') != std::string::npos) continue;  // connectors such as card0-HDMI-A-1
+        if (auto busy = readInteger(drm + card + "/device/gpu_busy_percent")) values.push_back(static_cast<double>(*busy));
     }
+    if (nvml_)
+        for (double v : nvml_->utilizations()) values.push_back(v);
+    return values;
+}
 
-    PressureReading pressure() override {
-        auto text = linuxfs::readFile("/proc/pressure/memory");
-        if (!text) return std::monostate{};
-        auto stall = proctext::parsePressure(*text);
-        if (!stall) return std::monostate{};
-        return *stall;
-    }
+std::optional<BlockCounters> LinuxSystemReading::blockCounters() {
+    std::string text;
+    if (!linuxfs::readFile((proc_ + "/diskstats").c_str(), text)) return std::nullopt;
+    // Whole physical disks have a device link in /sys/block; partitions are not listed there
+    // at all, and loop, zram and device-mapper nodes have no device behind them.
+    return proctext::parseDiskstats(text, [this](std::string_view name) {
+        struct stat st{};
+        const std::string link = sys_ + "/block/" + std::string(name) + "/device";
+        return ::stat(link.c_str(), &st) == 0;
+    });
+}
 
-    std::optional<SwapCounters> swap() override {
-        auto info = meminfo();
-        if (!info) return std::nullopt;
-        return SwapCounters{info->swapTotal, info->swapFree, std::nullopt};
-    }
+std::optional<VolumeBlocks> LinuxSystemReading::volume(const std::string& path) {
+    struct statvfs st{};
+    if (::statvfs(path.c_str(), &st) != 0) return std::nullopt;
+    return VolumeBlocks{st.f_bavail, st.f_blocks, st.f_frsize};
+}
 
-    std::optional<CPUTicks> cpuTicks() override {
-        std::string text;
-        if (!linuxfs::readFile("/proc/stat", text)) return std::nullopt;
-        return proctext::parseCPULine(text);
-    }
-
-    ThermalReading thermal() override {
-        std::vector<ThermalZone> zones;
-        for (const std::string& zoneName : directoryEntries("/sys/class/thermal", "thermal_zone")) {
-            const std::string base = "/sys/class/thermal/" + zoneName + "/";
-            auto temperature = readInteger(base + "temp");
-            if (!temperature) continue;
-            ThermalZone zone;
-            zone.temperature = *temperature;
-            for (int trip = 0;; ++trip) {
-                const std::string prefix = base + "trip_point_" + std::to_string(trip) + "_";
-                auto tripTemperature = readInteger(prefix + "temp");
-                auto type = linuxfs::readFile(prefix + "type");
-                if (!tripTemperature || !type) break;
-                while (!type->empty() && (type->back() == '\n' || type->back() == ' ')) type->pop_back();
-                zone.trips.push_back({*tripTemperature, *type});
-            }
-            zones.push_back(std::move(zone));
-        }
-        return zones;
-    }
-
-    std::vector<double> gpuUtilizations() override {
-        std::vector<double> values;
-        for (const std::string& card : directoryEntries("/sys/class/drm", "card")) {
-            if (card.find('-') != std::string::npos) continue;  // connectors such as card0-HDMI-A-1
-            if (auto busy = readInteger("/sys/class/drm/" + card + "/device/gpu_busy_percent"))
-                values.push_back(static_cast<double>(*busy));
-        }
-        for (double v : nvml_.utilizations()) values.push_back(v);
-        return values;
-    }
-
-    std::optional<BlockCounters> blockCounters() override {
-        std::string text;
-        if (!linuxfs::readFile("/proc/diskstats", text)) return std::nullopt;
-        // Whole physical disks have a device link in /sys/block; partitions are not listed there
-        // at all, and loop, zram and device-mapper nodes have no device behind them.
-        return proctext::parseDiskstats(text, [](std::string_view name) {
-            struct stat st{};
-            const std::string link = "/sys/block/" + std::string(name) + "/device";
-            return ::stat(link.c_str(), &st) == 0;
-        });
-    }
-
-    std::optional<VolumeBlocks> volume(const std::string& path) override {
-        struct statvfs st{};
-        if (::statvfs(path.c_str(), &st) != 0) return std::nullopt;
-        return VolumeBlocks{st.f_bavail, st.f_blocks, st.f_frsize};
-    }
-
-    std::uint64_t uptimeNanoseconds() override { return linuxfs::monotonicNanoseconds(); }
-
-private:
-    std::optional<proctext::Meminfo> meminfo() {
-        std::string text;
-        if (!linuxfs::readFile("/proc/meminfo", text)) return std::nullopt;
-        return proctext::parseMeminfo(text);
-    }
-
-    NVML nvml_;
-};
-
-}  // namespace
+std::uint64_t LinuxSystemReading::uptimeNanoseconds() { return linuxfs::monotonicNanoseconds(); }
 
 SystemReading& liveSystemReading() {
     static LinuxSystemReading reader;

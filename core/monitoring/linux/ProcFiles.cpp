@@ -5,13 +5,60 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 namespace brimlet::linuxfs {
+
+namespace {
+
+constexpr std::size_t initialCapacity = 4096;
+
+}  // namespace
+
+void FileBuffer::reserve(std::size_t capacity) {
+    if (capacity <= capacity_) return;
+    auto grown = std::make_unique<char[]>(capacity);
+    if (length_ > 0) std::memcpy(grown.get(), data_.get(), length_);
+    data_ = std::move(grown);
+    capacity_ = capacity;
+}
+
+bool FileBuffer::readToEnd(int fd) {
+    reserve(initialCapacity);
+    length_ = 0;
+    for (;;) {
+        if (length_ == capacity_) reserve(capacity_ * 2);
+        const ssize_t n = ::read(fd, data_.get() + length_, capacity_ - length_);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            length_ = 0;
+            return false;
+        }
+        if (n == 0) return true;
+        length_ += static_cast<std::size_t>(n);
+    }
+}
+
+bool FileBuffer::rereadWhole(int fd) {
+    reserve(initialCapacity);
+    length_ = 0;
+    for (;;) {
+        const ssize_t n = ::pread(fd, data_.get() + length_, capacity_ - length_, static_cast<off_t>(length_));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            length_ = 0;
+            return false;
+        }
+        length_ += static_cast<std::size_t>(n);
+        if (length_ < capacity_) return true;  // room left: the kernel had no more to give
+        reserve(capacity_ * 2);
+    }
+}
 
 bool readFile(const char* path, std::string& buffer) {
     const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
-    if (buffer.capacity() < 4096) buffer.reserve(4096);
+    if (buffer.capacity() < initialCapacity) buffer.reserve(initialCapacity);
     buffer.resize(buffer.capacity());
     std::size_t used = 0;
     bool ok = true;
@@ -37,9 +84,16 @@ std::optional<std::string> readFile(const std::string& path) {
     return buffer;
 }
 
-std::optional<std::string> readLink(const std::string& path) {
+bool readFileAt(int folder, const char* name, FileBuffer& buffer) {
+    const Descriptor fd(::openat(folder, name, O_RDONLY | O_CLOEXEC));
+    return fd.valid() && buffer.readToEnd(fd.get());
+}
+
+std::optional<std::string> readLink(const std::string& path) { return readLinkAt(AT_FDCWD, path.c_str()); }
+
+std::optional<std::string> readLinkAt(int folder, const char* name) {
     std::string target(4096, '\0');
-    const ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
+    const ssize_t n = ::readlinkat(folder, name, target.data(), target.size());
     if (n < 1) return std::nullopt;
     target.resize(static_cast<std::size_t>(n));
     return target;
@@ -49,6 +103,16 @@ std::uint64_t monotonicNanoseconds() {
     timespec ts{};
     ::clock_gettime(CLOCK_MONOTONIC, &ts);
     return static_cast<std::uint64_t>(ts.tv_sec) * 1'000'000'000ULL + static_cast<std::uint64_t>(ts.tv_nsec);
+}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+    if (this != &other) reset(other.release());
+    return *this;
+}
+
+void Descriptor::reset(int fd) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = fd;
 }
 
 }  // namespace brimlet::linuxfs

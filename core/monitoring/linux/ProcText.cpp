@@ -1,7 +1,7 @@
 #include "ProcText.hpp"
 
 #include <charconv>
-#include <cstdlib>
+#include <iterator>
 
 #include "base/Checked.hpp"
 
@@ -58,6 +58,42 @@ std::optional<std::uint64_t> leadingNumber(std::string_view text) {
     const auto r = std::from_chars(text.data(), text.data() + text.size(), value);
     if (r.ec != std::errc()) return std::nullopt;
     return value;
+}
+
+std::optional<double> leadingDecimal(std::string_view text) {
+    // Digits gather into one integer and a count of fraction digits; one division by an exact power
+    // of ten then rounds once, to the nearest double, as a correctly rounding parser would.
+    constexpr std::uint64_t exactLimit = 1ULL << 53;  // every integer below it is a double
+    constexpr double powersOfTen[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                      1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    std::uint64_t digits = 0;
+    std::size_t fraction = 0;
+    std::size_t pos = 0;
+    bool any = false, inFraction = false;
+    for (; pos < text.size(); ++pos) {
+        const char c = text[pos];
+        if (c == '.' && !inFraction && any) {
+            inFraction = true;
+            continue;
+        }
+        if (c < '0' || c > '9') break;
+        any = true;
+        // Trailing zeros of a fraction add no value; skipping them keeps "1.500000" exact.
+        if (inFraction && c == '0') {
+            std::size_t next = pos;
+            while (next < text.size() && text[next] == '0') ++next;
+            if (next == text.size() || text[next] < '0' || text[next] > '9') {
+                pos = next;
+                break;
+            }
+        }
+        digits = digits * 10 + static_cast<std::uint64_t>(c - '0');
+        if (digits >= exactLimit) return std::nullopt;
+        if (inFraction) ++fraction;
+    }
+    if (!any) return std::nullopt;
+    if (fraction >= std::size(powersOfTen)) return std::nullopt;
+    return static_cast<double>(digits) / powersOfTen[fraction];
 }
 
 std::optional<Meminfo> parseMeminfo(std::string_view text) {
@@ -207,11 +243,9 @@ std::optional<StallAverages> parsePressure(std::string_view text) {
         if (!isSome && !isFull) return true;
         const std::size_t at = line.find("avg10=");
         if (at == std::string_view::npos) return true;
-        const std::string_view number = line.substr(at + 6);
-        double value = 0;
-        const auto r = std::from_chars(number.data(), number.data() + number.size(), value);
-        if (r.ec != std::errc()) return true;
-        (isSome ? some : full) = value;
+        const auto value = leadingDecimal(line.substr(at + 6));
+        if (!value) return true;
+        (isSome ? some : full) = *value;
         return true;
     });
     if (!some) return std::nullopt;

@@ -8,12 +8,17 @@
 #include <string>
 #include <string_view>
 
-#include "SystemSampler.hpp"
+#include "../SystemSampler.hpp"
 
 namespace brimlet::proctext {
 
 // An unsigned decimal at the start of text, after any blanks; none when there is no digit.
 std::optional<std::uint64_t> leadingNumber(std::string_view text);
+
+// An unsigned decimal with an optional fraction ("12", "12.5", "0.07") at the start of text, read
+// the same way whatever the C locale says; none when it does not start with a digit or holds more
+// digits than a double can take exactly. The result is the double nearest the written value.
+std::optional<double> leadingDecimal(std::string_view text);
 
 struct Meminfo {
     MeminfoFigures memory;  // bytes

@@ -1,0 +1,108 @@
+// The Linux readers: processes from /proc, machine-wide figures from /proc and /sys. Each takes its
+// roots at construction, so tests can point one at a fixture tree; the live readers use "/proc" and
+// "/sys".
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "../ProcessReader.hpp"
+#include "../SystemSampler.hpp"
+#include "ProcFiles.hpp"
+#include "ProcText.hpp"
+
+namespace brimlet {
+
+// Reads each process through one open /proc/PID folder: stat, status and io are opened relative to
+// it, so the three always describe the same process even when its id is reused a moment later.
+// The sweep keeps those three files open from one sweep to the next and reads them again from the
+// start, which costs one system call a file instead of three; a file of a process that has ended
+// fails to read, and the id is then opened afresh. Safe to call from any thread.
+class LinuxProcessReading final : public ProcessReading {
+public:
+    // heldFileLimit bounds the descriptors kept open between sweeps; processes beyond it are
+    // opened and closed on every sweep. The default is half the soft limit on open files.
+    explicit LinuxProcessReading(std::string procRoot = "/proc", std::optional<std::size_t> heldFileLimit = {});
+
+    std::vector<std::int32_t> allPIDs() override;
+    std::optional<ProcessUsage> usage(std::int32_t pid) override;
+    std::optional<ProcessBSDInfo> bsdInfo(std::int32_t pid) override;
+    std::optional<std::string> executablePath(std::int32_t pid) override;
+    std::optional<std::vector<std::string>> arguments(std::int32_t pid) override;
+    std::optional<std::string> currentDirectory(std::int32_t pid) override;
+    std::uint64_t uptimeNanoseconds() override;
+    MachClock clock() override;
+    Record read(std::int32_t pid) override;
+    void endSweep() override;
+
+    // Descriptors held between sweeps right now.
+    std::size_t heldFileCount() const;
+
+private:
+    // The open files of one process. The folder stays open only until the end of the sweep that
+    // first met the process, for the executable and argument reads that follow on first sight.
+    struct Held {
+        linuxfs::Descriptor folder, stat, status, io;
+        std::uint64_t sweep = 0;
+        std::size_t count() const;
+    };
+
+    linuxfs::Descriptor openFolder(std::int32_t pid) const;
+    Held openFiles(std::int32_t pid) const;
+    Record readOnce(std::int32_t pid);
+    std::optional<Record> readFiles(const Held& files);
+    std::optional<std::string> readLinkOf(std::int32_t pid, const char* name);
+
+    const std::string root_;
+    const linuxfs::Descriptor rootFolder_;
+    const std::size_t heldFileLimit_;
+    const std::uint64_t ticksPerSecond_;
+    std::uint64_t bootTime_ = 0;
+
+    mutable std::mutex mutex_;
+    std::unordered_map<std::int32_t, Held> held_;
+    std::size_t heldFiles_ = 0;
+    std::uint64_t sweep_ = 0;
+    linuxfs::FileBuffer statText_, statusText_, ioText_;
+};
+
+class LinuxSystemReading final : public SystemReading {
+public:
+    // NVIDIA's management library is asked only when nvidiaLibrary is true (the live reader); a
+    // reader of a fixture tree must not see the machine's own GPU.
+    explicit LinuxSystemReading(std::string procRoot = "/proc", std::string sysRoot = "/sys",
+                                bool nvidiaLibrary = true);
+    ~LinuxSystemReading() override;
+
+    void beginSample() override;
+    std::optional<MemoryCounters> memory() override;
+    std::optional<std::uint64_t> memoryTotal() override;
+    PressureReading pressure() override;
+    std::optional<SwapCounters> swap() override;
+    std::optional<CPUTicks> cpuTicks() override;
+    ThermalReading thermal() override;
+    std::vector<double> gpuUtilizations() override;
+    std::optional<BlockCounters> blockCounters() override;
+    std::optional<VolumeBlocks> volume(const std::string& path) override;
+    std::uint64_t uptimeNanoseconds() override;
+
+private:
+    class NVML;
+    std::optional<proctext::Meminfo> meminfo();
+
+    const std::string proc_;
+    const std::string sys_;
+    std::unique_ptr<NVML> nvml_;
+
+    std::mutex mutex_;
+    bool sampled_ = false;  // a sample has begun: meminfo_ is that sample's reading
+    std::optional<proctext::Meminfo> meminfo_;
+};
+
+}  // namespace brimlet

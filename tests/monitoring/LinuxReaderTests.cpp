@@ -1,0 +1,284 @@
+// The Linux readers' own walks, on fixture trees of /proc and /sys and on real processes.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/sched.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/times.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "core/monitoring/ProcessSampler.hpp"
+#include "core/monitoring/linux/LinuxReaders.hpp"
+#include "tests/support/TempFolder.hpp"
+
+namespace brimlet {
+namespace {
+
+const std::string fixtures = KESTROW_FIXTURES;
+
+const ProcessSample* find(const std::vector<ProcessSample>& samples, std::int32_t pid) {
+    auto it = std::find_if(samples.begin(), samples.end(), [&](const ProcessSample& s) { return s.pid() == pid; });
+    return it == samples.end() ? nullptr : &*it;
+}
+
+std::uint64_t fixtureStart(std::uint64_t startTicks) {
+    const auto hz = static_cast<std::uint64_t>(::sysconf(_SC_CLK_TCK));
+    return 1'795'414'540ULL * 1'000'000 + startTicks * 1'000'000 / hz;  // btime of the fixture's stat
+}
+
+TEST(LinuxProcessReading, WalksAFixtureProcTreeWhateverItKeepsOpen) {
+    // However many files the reader may keep between sweeps, it must report the same.
+    for (const std::size_t limit : {std::size_t{0}, std::size_t{4}, std::size_t{64}}) {
+        SCOPED_TRACE(limit);
+        LinuxProcessReading reader(fixtures + "/proc", limit);
+        std::vector<std::int32_t> pids = reader.allPIDs();
+        std::sort(pids.begin(), pids.end());
+        EXPECT_EQ(pids, (std::vector<std::int32_t>{2, 4242, 4300, 4400}));  // not "self", "acpi", "uptime"
+
+        ProcessSampler sampler(reader, MachClock{1, 1});
+        const ProcessSampler::Result first = sampler.sample();
+        EXPECT_EQ(first.hidden, 1);  // 4400 has no status
+        ASSERT_EQ(first.processes.size(), 3u);
+        EXPECT_LE(reader.heldFileCount(), limit);
+
+        const ProcessSample* tool = find(first.processes, 4242);
+        ASSERT_NE(tool, nullptr);
+        EXPECT_EQ(tool->name, "my (weird) ) proc");
+        EXPECT_EQ(tool->ppid, 17);
+        EXPECT_EQ(tool->key.startTime, fixtureStart(123456));
+        EXPECT_EQ(tool->footprint, (20480u + 512u) * 1024u);
+        EXPECT_EQ(tool->path, "/usr/bin/my tool");
+        EXPECT_EQ(tool->argv0, "/usr/bin/my tool");
+        EXPECT_EQ(tool->app->key, "cmd:my tool");
+
+        const ProcessSample* inner = find(first.processes, 4300);
+        ASSERT_NE(inner, nullptr);
+        EXPECT_EQ(inner->app->key, "/Applications/Big.app");
+        EXPECT_EQ(inner->argv0, std::nullopt);  // inside a bundle: arguments are never read
+
+        const ProcessSample* kernel = find(first.processes, 2);
+        ASSERT_NE(kernel, nullptr);
+        EXPECT_EQ(kernel->footprint, 0u);
+        EXPECT_EQ(kernel->path, std::nullopt);
+        EXPECT_EQ(kernel->app->key, "cmd:kthreadd");
+
+        // Unchanged counters: zero rates, except where io cannot be read at all.
+        const ProcessSampler::Result second = sampler.sample();
+        ASSERT_EQ(second.processes.size(), 3u);
+        EXPECT_EQ(find(second.processes, 4242)->cpuPercent, 0.0);
+        EXPECT_EQ(find(second.processes, 4242)->diskReadPerSecond, 0.0);
+        EXPECT_EQ(find(second.processes, 4300)->diskReadPerSecond, std::nullopt);
+        ProcessSample again = *find(second.processes, 4242);
+        again.cpuPercent = again.diskReadPerSecond = again.diskWritePerSecond = std::nullopt;
+        EXPECT_EQ(again, *tool);  // the rest as in the first sweep
+        EXPECT_LE(reader.heldFileCount(), limit);
+
+        EXPECT_EQ(reader.currentDirectory(4242), "/srv/work");
+        EXPECT_EQ(reader.arguments(4242), (std::vector<std::string>{"/usr/bin/my tool", "--flag"}));
+        EXPECT_EQ(reader.arguments(2), std::vector<std::string>{});
+        EXPECT_EQ(reader.bsdInfo(4300)->ppid, 4242);
+        EXPECT_FALSE(reader.usage(4400));
+        EXPECT_FALSE(reader.usage(5000));
+    }
+    LinuxProcessReading nowhere("/nonexistent-proc-root");
+    EXPECT_TRUE(nowhere.allPIDs().empty());
+    EXPECT_FALSE(nowhere.bsdInfo(1));
+}
+
+TEST(LinuxSystemReading, WalksFixtureZramDrmThermalAndDisks) {
+    LinuxSystemReading reader(fixtures + "/proc", fixtures + "/sys", false);
+    reader.beginSample();
+    const auto memory = reader.memory();
+    ASSERT_TRUE(memory);
+    const auto& figures = std::get<MeminfoFigures>(*memory);
+    EXPECT_EQ(figures.zramUsed, 2048u + 6144u);  // both zram devices' third field
+    EXPECT_EQ(reader.memoryTotal(), 16384000ULL * 1024);
+    EXPECT_EQ(reader.swap()->total, 2097148ULL * 1024);
+
+    const auto stall = std::get<StallAverages>(reader.pressure());
+    EXPECT_EQ(stall.some, 12.5);
+    EXPECT_EQ(stall.full, 1.25);
+    EXPECT_EQ(reader.cpuTicks()->idle, 293990u);
+
+    // card0 only: connectors and render nodes are not cards, card1 reports nothing.
+    EXPECT_EQ(reader.gpuUtilizations(), std::vector<double>{37});
+
+    // vda and nvme0n1 have a device behind them; partitions, loop, zram and dm do not.
+    const auto disks = reader.blockCounters();
+    ASSERT_TRUE(disks);
+    EXPECT_EQ(disks->bytesRead, (1343202u + 2000u) * 512u);
+    EXPECT_EQ(disks->bytesWritten, (5630424u + 1000u) * 512u);
+
+    // Zone 2 has no temperature; zone 1's trip points stop at the first gap.
+    auto zones = std::get<std::vector<ThermalZone>>(reader.thermal());
+    std::sort(zones.begin(), zones.end(), [](auto& a, auto& b) { return a.temperature < b.temperature; });
+    ASSERT_EQ(zones.size(), 2u);
+    EXPECT_EQ(zones[0].trips.size(), 2u);
+    ASSERT_EQ(zones[1].trips.size(), 2u);
+    EXPECT_EQ(zones[1].trips[1].type, "critical");
+    EXPECT_EQ(SystemFormulas::thermal(zones), ThermalLevel::serious);  // past a passive trip
+
+    LinuxSystemReading empty("/nonexistent-proc-root", "/nonexistent-sys-root", false);
+    empty.beginSample();
+    EXPECT_FALSE(empty.memory());
+    EXPECT_TRUE(std::holds_alternative<std::monostate>(empty.pressure()));
+    EXPECT_TRUE(std::get<std::vector<ThermalZone>>(empty.thermal()).empty());
+    EXPECT_TRUE(empty.gpuUtilizations().empty());
+    EXPECT_FALSE(empty.blockCounters());
+    EXPECT_FALSE(empty.cpuTicks());
+}
+
+TEST(LinuxSystemReading, OneMeminfoReadingServesTheWholeSample) {
+    kestrow::testing::TempFolder root;
+    std::filesystem::copy(fixtures + "/proc/meminfo", root / "meminfo");
+    LinuxSystemReading reader(root.path(), root / "sys", false);
+    const auto rewrite = [&](const char* total) {
+        kestrow::testing::writeFile(root / "meminfo",
+                                    std::string("MemTotal: ") + total + " kB\nMemAvailable: 10 kB\nSwapTotal: 4 kB\n");
+    };
+    // Before any sample, each question reads the file.
+    rewrite("100");
+    EXPECT_EQ(reader.memoryTotal(), 100u * 1024);
+
+    reader.beginSample();
+    rewrite("200");
+    EXPECT_EQ(reader.memoryTotal(), 100u * 1024);  // still the sample's own reading
+    EXPECT_EQ(reader.swap()->total, 4u * 1024);
+    reader.beginSample();
+    EXPECT_EQ(reader.memoryTotal(), 200u * 1024);
+    std::filesystem::remove(root / "meminfo");
+    reader.beginSample();
+    EXPECT_FALSE(reader.memoryTotal());
+    EXPECT_FALSE(reader.swap());
+}
+
+// An idle child, named so the test can tell it from another. It dies with the test's thread if the
+// test itself dies, and is killed and reaped when it goes out of scope.
+class NamedChild {
+public:
+    // With a pid to take (needs clone3 and the right to choose ids), or any pid.
+    explicit NamedChild(const char* name, pid_t wanted = 0) {
+        int ready[2];
+        if (::pipe2(ready, O_CLOEXEC) != 0) return;
+        if (wanted > 0) {
+            clone_args args{};
+            args.exit_signal = SIGCHLD;
+            args.set_tid = reinterpret_cast<std::uintptr_t>(&wanted);
+            args.set_tid_size = 1;
+            pid_ = static_cast<pid_t>(::syscall(SYS_clone3, &args, sizeof args));
+        } else {
+            pid_ = ::fork();
+        }
+        if (pid_ == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            ::prctl(PR_SET_NAME, name);
+            const char byte = 1;
+            (void)!::write(ready[1], &byte, 1);
+            for (;;) ::pause();
+        }
+        const int error = errno;
+        ::close(ready[1]);
+        if (pid_ > 0) {
+            pollfd wait{ready[0], POLLIN, 0};
+            ready_ = ::poll(&wait, 1, 5000) == 1;
+        }
+        ::close(ready[0]);
+        errno = error;
+    }
+    ~NamedChild() { end(); }
+    void end() {
+        if (pid_ <= 0) return;
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+    pid_t pid() const { return pid_; }
+    bool ready() const { return ready_; }
+
+private:
+    pid_t pid_ = -1;
+    bool ready_ = false;
+};
+
+// How many of this process's descriptors are open on files of /proc/PID.
+int openFilesOf(pid_t pid) {
+    const std::string prefix = "/proc/" + std::to_string(pid) + "/";
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        const std::string target = std::filesystem::read_symlink(entry.path(), error).string();
+        if (!error && target.compare(0, prefix.size(), prefix) == 0) ++count;
+    }
+    return count;
+}
+
+TEST(LinuxProcessReading, KeepsFilesOnlyForLiveProcesses) {
+    LinuxProcessReading reader;
+    ProcessSampler sampler(reader);
+    std::vector<pid_t> pids;
+    {
+        std::vector<std::unique_ptr<NamedChild>> children;
+        for (int i = 0; i < 8; ++i) children.push_back(std::make_unique<NamedChild>("held-child"));
+        for (auto& child : children) ASSERT_TRUE(child->ready());
+        const ProcessSampler::Result& result = sampler.sample();
+        for (auto& child : children) {
+            pids.push_back(child->pid());
+            const ProcessSample* sample = find(result.processes, child->pid());
+            ASSERT_NE(sample, nullptr);
+            EXPECT_EQ(sample->name, "held-child");
+            EXPECT_EQ(openFilesOf(child->pid()), 3);  // stat, status and io; the folder is closed
+        }
+    }
+    // The children are gone and reaped: the next sweep lets their files go.
+    const ProcessSampler::Result& after = sampler.sample();
+    for (const pid_t pid : pids) {
+        EXPECT_EQ(find(after.processes, pid), nullptr);
+        EXPECT_EQ(openFilesOf(pid), 0);
+    }
+}
+
+TEST(LinuxProcessReading, AReusedIdIsReadAsTheNewProcess) {
+    if (::geteuid() != 0) GTEST_SKIP() << "choosing a process id needs root";
+    LinuxProcessReading reader;
+    ProcessSampler sampler(reader);
+    auto first = std::make_unique<NamedChild>("first-life");
+    ASSERT_TRUE(first->ready());
+    const pid_t pid = first->pid();
+    sampler.sample();
+    const ProcessSampler::Result one = sampler.sample();
+    const ProcessSample* old = find(one.processes, pid);
+    ASSERT_NE(old, nullptr);
+    ASSERT_TRUE(old->cpuPercent);
+    const ProcessKey oldKey = old->key;
+
+    // Start times count in clock ticks: let one pass so the two lives differ in it.
+    const clock_t started = ::times(nullptr);
+    first.reset();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (::times(nullptr) < started + 2 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+
+    NamedChild second("second-life", pid);
+    if (second.pid() < 0) GTEST_SKIP() << "clone3 cannot take that id here: " << std::strerror(errno);
+    ASSERT_EQ(second.pid(), pid);
+    ASSERT_TRUE(second.ready());
+
+    const ProcessSampler::Result two = sampler.sample();
+    const ProcessSample* fresh = find(two.processes, pid);
+    ASSERT_NE(fresh, nullptr);
+    EXPECT_EQ(fresh->name, "second-life");  // not the kept files of the first life
+    EXPECT_NE(fresh->key, oldKey);
+    EXPECT_FALSE(fresh->cpuPercent);  // a new process has no rate yet
+}
+
+}  // namespace
+}  // namespace brimlet
