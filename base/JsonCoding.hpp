@@ -1,12 +1,15 @@
 // Typed encoding and decoding of records to and from JsonValue. A record type provides
 //   JsonValue toJson(const T&)   and   bool fromJson(const JsonValue&, T&)
-// found by argument-dependent lookup; these helpers handle numbers, strings, arrays and optionals.
+// found by argument-dependent lookup; these helpers handle numbers, strings, arrays and optionals,
+// and a record's own pair is written from one table of its fields (encodeFields, decodeFields).
 #pragma once
 
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "IsoDate.hpp"
@@ -157,5 +160,64 @@ private:
     const JsonObject* object_;
     bool ok_;
 };
+
+// A record's JSON form declared once, as a table of fields that both directions walk, so a key
+// cannot be renamed on the way out and forgotten on the way in:
+//   constexpr auto recordFields = std::tuple{kestrow::field("name", &Record::name), ...};
+//   JsonValue toJson(const Record& r) { return kestrow::encodeFields(r, recordFields); }
+//   bool fromJson(const JsonValue& j, Record& r) { return kestrow::decodeFields(j, r, recordFields); }
+// Optional members are left out when absent and read back from a missing key or null; every other
+// member is required. A field may name a function its value (an optional's contained value) passes
+// through on the way out only, for a text that must be made writable first.
+struct WrittenAsIs {};
+
+template <typename T>
+inline constexpr bool isOptional = false;
+template <typename T>
+inline constexpr bool isOptional<std::optional<T>> = true;
+
+template <typename Record, typename Member, typename Encode = WrittenAsIs>
+struct JsonField {
+    const char* key;
+    Member Record::*member;
+    Encode encode{};
+
+    void write(JsonObjectBuilder& object, const Record& record) const {
+        const Member& value = record.*member;
+        if constexpr (std::is_same_v<Encode, WrittenAsIs>) {
+            object.set(key, value);
+        } else if constexpr (isOptional<Member>) {
+            if (value) object.set(key, encode(*value));
+        } else {
+            object.set(key, encode(value));
+        }
+    }
+    void read(JsonObjectReader& object, Record& record) const { object.get(key, record.*member); }
+};
+
+template <typename Record, typename Member>
+constexpr JsonField<Record, Member> field(const char* key, Member Record::*member) {
+    return {key, member, {}};
+}
+template <typename Record, typename Member, typename Encode>
+constexpr JsonField<Record, Member, Encode> field(const char* key, Member Record::*member, Encode encode) {
+    return {key, member, encode};
+}
+
+template <typename Record, typename... Fields>
+JsonValue encodeFields(const Record& record, const std::tuple<Fields...>& fields) {
+    JsonObjectBuilder object;
+    std::apply([&](const Fields&... each) { (each.write(object, record), ...); }, fields);
+    return object.build();
+}
+
+// Fields read before a failure keep what they read; a caller that must not see a half-read record
+// decodes into a copy.
+template <typename Record, typename... Fields>
+bool decodeFields(const JsonValue& json, Record& record, const std::tuple<Fields...>& fields) {
+    JsonObjectReader object(json);
+    std::apply([&](const Fields&... each) { (each.read(object, record), ...); }, fields);
+    return object.ok();
+}
 
 }  // namespace kestrow

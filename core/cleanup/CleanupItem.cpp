@@ -6,21 +6,26 @@
 
 namespace brimlet {
 
-JsonValue toJson(const CleanupItem& item) {
-    return kestrow::JsonObjectBuilder()
-        .set("id", item.id)
-        .set("title", item.title)
-        .set("detail", item.detail)
-        .set("url", item.url)
-        .set("kind", item.kind)
-        .set("action", item.action)
-        .set("size", item.size)
-        .set("blockedReason", item.blockedReason)
-        .set("note", item.note)
-        .set("isActive", item.isActive)
-        .set("requiresExisting", item.requiresExisting)
-        .build();
-}
+namespace {
+using kestrow::field;
+
+// Items travel one way, to the interface that lists them; nothing reads them back.
+constexpr auto cleanupItemFields = std::tuple{
+    field("id", &CleanupItem::id),
+    field("title", &CleanupItem::title),
+    field("detail", &CleanupItem::detail),
+    field("url", &CleanupItem::url),
+    field("kind", &CleanupItem::kind),
+    field("action", &CleanupItem::action),
+    field("size", &CleanupItem::size),
+    field("blockedReason", &CleanupItem::blockedReason),
+    field("note", &CleanupItem::note),
+    field("isActive", &CleanupItem::isActive),
+    field("requiresExisting", &CleanupItem::requiresExisting),
+};
+}  // namespace
+
+JsonValue toJson(const CleanupItem& item) { return kestrow::encodeFields(item, cleanupItemFields); }
 
 const std::vector<CleanupCatalog::Entry>& CleanupCatalog::macEntries() {
     static const std::vector<Entry> table = {

@@ -132,64 +132,49 @@ std::optional<std::string> CleanupReport::json() const {
     return text;
 }
 
-JsonValue toJson(const CleanupReport::Deleted& v) {
-    return kestrow::JsonObjectBuilder()
-        .set("title", jsonText(v.title))
-        .set("path", jsonText(v.path))
-        .set("bytes", v.bytes)
-        .set("mode", v.mode)
-        .set("downgraded", v.downgraded)
-        .build();
-}
+namespace {
+using kestrow::field;
+using Deleted = CleanupReport::Deleted;
+using Skipped = CleanupReport::Skipped;
 
-JsonValue toJson(const CleanupReport::Skipped& v) {
-    return kestrow::JsonObjectBuilder()
-        .set("title", jsonText(v.title))
-        .set("path", jsonText(v.path))
-        .set("reason", jsonText(v.reason))
-        .build();
-}
+// Texts taken from the file system are repaired on the way out only; reading back keeps what was written.
+constexpr auto deletedFields = std::tuple{
+    field("title", &Deleted::title, jsonText),
+    field("path", &Deleted::path, jsonText),
+    field("bytes", &Deleted::bytes),
+    field("mode", &Deleted::mode),
+    field("downgraded", &Deleted::downgraded),
+};
 
-JsonValue toJson(const CleanupReport& v) {
-    return kestrow::JsonObjectBuilder()
-        .set("startedAt", v.startedAt)
-        .set("finishedAt", v.finishedAt)
-        .set("requestedMode", v.requestedMode)
-        .set("freeBefore", v.freeBefore)
-        .set("freeAfter", v.freeAfter)
-        .set("deleted", v.deleted)
-        .set("skipped", v.skipped)
-        .set("cancelled", v.cancelled)
-        .set("refusal", v.refusal ? std::optional<std::string>(jsonText(*v.refusal)) : std::nullopt)
-        .build();
-}
+constexpr auto skippedFields = std::tuple{
+    field("title", &Skipped::title, jsonText),
+    field("path", &Skipped::path, jsonText),
+    field("reason", &Skipped::reason, jsonText),
+};
 
-bool fromJson(const JsonValue& json, CleanupReport::Deleted& v) {
-    return kestrow::JsonObjectReader(json)
-        .get("title", v.title)
-        .get("path", v.path)
-        .get("bytes", v.bytes)
-        .get("mode", v.mode)
-        .get("downgraded", v.downgraded)
-        .ok();
-}
+constexpr auto reportFields = std::tuple{
+    field("startedAt", &CleanupReport::startedAt),
+    field("finishedAt", &CleanupReport::finishedAt),
+    field("requestedMode", &CleanupReport::requestedMode),
+    field("freeBefore", &CleanupReport::freeBefore),
+    field("freeAfter", &CleanupReport::freeAfter),
+    field("deleted", &CleanupReport::deleted),
+    field("skipped", &CleanupReport::skipped),
+    field("cancelled", &CleanupReport::cancelled),
+    field("refusal", &CleanupReport::refusal, jsonText),
+};
+}  // namespace
 
-bool fromJson(const JsonValue& json, CleanupReport::Skipped& v) {
-    return kestrow::JsonObjectReader(json).get("title", v.title).get("path", v.path).get("reason", v.reason).ok();
-}
+using kestrow::decodeFields;
+using kestrow::encodeFields;
 
-bool fromJson(const JsonValue& json, CleanupReport& v) {
-    return kestrow::JsonObjectReader(json)
-        .get("startedAt", v.startedAt)
-        .get("finishedAt", v.finishedAt)
-        .get("requestedMode", v.requestedMode)
-        .get("freeBefore", v.freeBefore)
-        .get("freeAfter", v.freeAfter)
-        .get("deleted", v.deleted)
-        .get("skipped", v.skipped)
-        .get("cancelled", v.cancelled)
-        .get("refusal", v.refusal)
-        .ok();
-}
+JsonValue toJson(const Deleted& v) { return encodeFields(v, deletedFields); }
+bool fromJson(const JsonValue& json, Deleted& v) { return decodeFields(json, v, deletedFields); }
+
+JsonValue toJson(const Skipped& v) { return encodeFields(v, skippedFields); }
+bool fromJson(const JsonValue& json, Skipped& v) { return decodeFields(json, v, skippedFields); }
+
+JsonValue toJson(const CleanupReport& v) { return encodeFields(v, reportFields); }
+bool fromJson(const JsonValue& json, CleanupReport& v) { return decodeFields(json, v, reportFields); }
 
 }  // namespace brimlet

@@ -44,20 +44,21 @@ bool Rect::contains(const Rect& inner) const {
     return inner.minX() >= minX() && inner.maxX() <= maxX() && inner.minY() >= minY() && inner.maxY() <= maxY();
 }
 
+namespace {
+constexpr auto dockBadgeSettingsFields = std::tuple{
+    kestrow::field("memoryThreshold", &DockBadgeSettings::memoryThreshold),
+    kestrow::field("cpuThreshold", &DockBadgeSettings::cpuThreshold),
+};
+}  // namespace
+
 kestrow::JsonValue toJson(const DockBadgeSettings& settings) {
-    return kestrow::JsonObjectBuilder()
-        .set("memoryThreshold", settings.memoryThreshold)
-        .set("cpuThreshold", settings.cpuThreshold)
-        .build();
+    return kestrow::encodeFields(settings, dockBadgeSettingsFields);
 }
 
 bool fromJson(const kestrow::JsonValue& json, DockBadgeSettings& out) {
+    // Settings are read whole or not at all: a stored value with one bad field keeps the current ones.
     DockBadgeSettings decoded;
-    if (!kestrow::JsonObjectReader(json)
-             .get("memoryThreshold", decoded.memoryThreshold)
-             .get("cpuThreshold", decoded.cpuThreshold)
-             .ok())
-        return false;
+    if (!kestrow::decodeFields(json, decoded, dockBadgeSettingsFields)) return false;
     out = decoded;
     return true;
 }

@@ -14,25 +14,21 @@ bool AlertSettings::isEnabled(AlertKind kind) const {
     return false;
 }
 
-JsonValue toJson(const AlertSettings& s) {
-    return kestrow::JsonObjectBuilder()
-        .set("memoryPressureEnabled", s.memoryPressureEnabled)
-        .set("lowDiskEnabled", s.lowDiskEnabled)
-        .set("heavyAppEnabled", s.heavyAppEnabled)
-        .set("lowDiskThreshold", s.lowDiskThreshold)
-        .set("heavyAppThreshold", s.heavyAppThreshold)
-        .build();
-}
+namespace {
+using kestrow::field;
 
-bool fromJson(const JsonValue& json, AlertSettings& s) {
-    return kestrow::JsonObjectReader(json)
-        .get("memoryPressureEnabled", s.memoryPressureEnabled)
-        .get("lowDiskEnabled", s.lowDiskEnabled)
-        .get("heavyAppEnabled", s.heavyAppEnabled)
-        .get("lowDiskThreshold", s.lowDiskThreshold)
-        .get("heavyAppThreshold", s.heavyAppThreshold)
-        .ok();
-}
+constexpr auto alertSettingsFields = std::tuple{
+    field("memoryPressureEnabled", &AlertSettings::memoryPressureEnabled),
+    field("lowDiskEnabled", &AlertSettings::lowDiskEnabled),
+    field("heavyAppEnabled", &AlertSettings::heavyAppEnabled),
+    field("lowDiskThreshold", &AlertSettings::lowDiskThreshold),
+    field("heavyAppThreshold", &AlertSettings::heavyAppThreshold),
+};
+}  // namespace
+
+JsonValue toJson(const AlertSettings& s) { return kestrow::encodeFields(s, alertSettingsFields); }
+
+bool fromJson(const JsonValue& json, AlertSettings& s) { return kestrow::decodeFields(json, s, alertSettingsFields); }
 
 std::vector<Alert> AlertEvaluator::evaluate(const MonitorSnapshot& snapshot, const AlertSettings& settings,
                                             Date now) {

@@ -7,9 +7,6 @@
 
 namespace brimlet {
 
-using kestrow::JsonObjectBuilder;
-using kestrow::JsonObjectReader;
-
 MemoryPressure MemoryPressure::fromKernelLevel(std::int32_t level) {
     if (level < 2) return normal;
     if (level <= 3) return warning;
@@ -82,154 +79,100 @@ std::vector<AppGroup> MonitorSnapshot::topApps(AppMetric metric, std::size_t lim
 
 // ---- JSON ----
 
-JsonValue toJson(const SystemStats& v) {
-    return JsonObjectBuilder()
-        .set("memoryTotal", v.memoryTotal)
-        .set("memoryUsed", v.memoryUsed)
-        .set("memoryCompressed", v.memoryCompressed)
-        .set("memoryWired", v.memoryWired)
-        .set("pressure", v.pressure)
-        .set("swapUsed", v.swapUsed)
-        .set("cpuLoad", v.cpuLoad)
-        .set("thermal", v.thermal)
-        .set("gpuUtilization", v.gpuUtilization)
-        .set("diskReadPerSecond", v.diskReadPerSecond)
-        .set("diskWritePerSecond", v.diskWritePerSecond)
-        .set("diskFree", v.diskFree)
-        .set("diskTotal", v.diskTotal)
-        .build();
-}
+namespace {
+using kestrow::field;
 
-bool fromJson(const JsonValue& json, SystemStats& v) {
-    return JsonObjectReader(json)
-        .get("memoryTotal", v.memoryTotal)
-        .get("memoryUsed", v.memoryUsed)
-        .get("memoryCompressed", v.memoryCompressed)
-        .get("memoryWired", v.memoryWired)
-        .get("pressure", v.pressure)
-        .get("swapUsed", v.swapUsed)
-        .get("cpuLoad", v.cpuLoad)
-        .get("thermal", v.thermal)
-        .get("gpuUtilization", v.gpuUtilization)
-        .get("diskReadPerSecond", v.diskReadPerSecond)
-        .get("diskWritePerSecond", v.diskWritePerSecond)
-        .get("diskFree", v.diskFree)
-        .get("diskTotal", v.diskTotal)
-        .ok();
-}
+constexpr auto systemStatsFields = std::tuple{
+    field("memoryTotal", &SystemStats::memoryTotal),
+    field("memoryUsed", &SystemStats::memoryUsed),
+    field("memoryCompressed", &SystemStats::memoryCompressed),
+    field("memoryWired", &SystemStats::memoryWired),
+    field("pressure", &SystemStats::pressure),
+    field("swapUsed", &SystemStats::swapUsed),
+    field("cpuLoad", &SystemStats::cpuLoad),
+    field("thermal", &SystemStats::thermal),
+    field("gpuUtilization", &SystemStats::gpuUtilization),
+    field("diskReadPerSecond", &SystemStats::diskReadPerSecond),
+    field("diskWritePerSecond", &SystemStats::diskWritePerSecond),
+    field("diskFree", &SystemStats::diskFree),
+    field("diskTotal", &SystemStats::diskTotal),
+};
 
-JsonValue toJson(const ProcessKey& v) {
-    return JsonObjectBuilder().set("pid", v.pid).set("startTime", v.startTime).build();
-}
+constexpr auto processKeyFields = std::tuple{
+    field("pid", &ProcessKey::pid),
+    field("startTime", &ProcessKey::startTime),
+};
 
-bool fromJson(const JsonValue& json, ProcessKey& v) {
-    return JsonObjectReader(json).get("pid", v.pid).get("startTime", v.startTime).ok();
-}
+constexpr auto identityFields = std::tuple{
+    field("key", &AppGrouper::Identity::key),
+    field("name", &AppGrouper::Identity::name),
+    field("bundlePath", &AppGrouper::Identity::bundlePath),
+};
 
-JsonValue toJson(const AppGrouper::Identity& v) {
-    return JsonObjectBuilder().set("key", v.key).set("name", v.name).set("bundlePath", v.bundlePath).build();
-}
+constexpr auto processSampleFields = std::tuple{
+    field("key", &ProcessSample::key),
+    field("ppid", &ProcessSample::ppid),
+    field("name", &ProcessSample::name),
+    field("path", &ProcessSample::path),
+    field("argv0", &ProcessSample::argv0),
+    field("footprint", &ProcessSample::footprint),
+    field("cpuPercent", &ProcessSample::cpuPercent),
+    field("diskReadPerSecond", &ProcessSample::diskReadPerSecond),
+    field("diskWritePerSecond", &ProcessSample::diskWritePerSecond),
+    field("app", &ProcessSample::app),
+};
 
-bool fromJson(const JsonValue& json, AppGrouper::Identity& v) {
-    return JsonObjectReader(json).get("key", v.key).get("name", v.name).get("bundlePath", v.bundlePath).ok();
-}
+constexpr auto appGroupFields = std::tuple{
+    field("id", &AppGroup::id),
+    field("name", &AppGroup::name),
+    field("bundlePath", &AppGroup::bundlePath),
+    field("pids", &AppGroup::pids),
+    field("footprint", &AppGroup::footprint),
+    field("cpuPercent", &AppGroup::cpuPercent),
+    field("diskReadPerSecond", &AppGroup::diskReadPerSecond),
+    field("diskWritePerSecond", &AppGroup::diskWritePerSecond),
+};
 
-JsonValue toJson(const ProcessSample& v) {
-    return JsonObjectBuilder()
-        .set("key", v.key)
-        .set("ppid", v.ppid)
-        .set("name", v.name)
-        .set("path", v.path)
-        .set("argv0", v.argv0)
-        .set("footprint", v.footprint)
-        .set("cpuPercent", v.cpuPercent)
-        .set("diskReadPerSecond", v.diskReadPerSecond)
-        .set("diskWritePerSecond", v.diskWritePerSecond)
-        .set("app", v.app)
-        .build();
-}
+constexpr auto heavyProcessFields = std::tuple{
+    field("pid", &HeavyProcess::pid),
+    field("name", &HeavyProcess::name),
+    field("footprint", &HeavyProcess::footprint),
+    field("parentPID", &HeavyProcess::parentPID),
+    field("parentName", &HeavyProcess::parentName),
+};
 
-bool fromJson(const JsonValue& json, ProcessSample& v) {
-    return JsonObjectReader(json)
-        .get("key", v.key)
-        .get("ppid", v.ppid)
-        .get("name", v.name)
-        .get("path", v.path)
-        .get("argv0", v.argv0)
-        .get("footprint", v.footprint)
-        .get("cpuPercent", v.cpuPercent)
-        .get("diskReadPerSecond", v.diskReadPerSecond)
-        .get("diskWritePerSecond", v.diskWritePerSecond)
-        .get("app", v.app)
-        .ok();
-}
+constexpr auto snapshotFields = std::tuple{
+    field("date", &MonitorSnapshot::date),
+    field("apps", &MonitorSnapshot::apps),
+    field("system", &MonitorSnapshot::system),
+    field("hiddenProcessCount", &MonitorSnapshot::hiddenProcessCount),
+    field("readableProcessCount", &MonitorSnapshot::readableProcessCount),
+    field("heavyProcesses", &MonitorSnapshot::heavyProcesses),
+};
+}  // namespace
 
-JsonValue toJson(const AppGroup& v) {
-    return JsonObjectBuilder()
-        .set("id", v.id)
-        .set("name", v.name)
-        .set("bundlePath", v.bundlePath)
-        .set("pids", v.pids)
-        .set("footprint", v.footprint)
-        .set("cpuPercent", v.cpuPercent)
-        .set("diskReadPerSecond", v.diskReadPerSecond)
-        .set("diskWritePerSecond", v.diskWritePerSecond)
-        .build();
-}
+using kestrow::decodeFields;
+using kestrow::encodeFields;
 
-bool fromJson(const JsonValue& json, AppGroup& v) {
-    return JsonObjectReader(json)
-        .get("id", v.id)
-        .get("name", v.name)
-        .get("bundlePath", v.bundlePath)
-        .get("pids", v.pids)
-        .get("footprint", v.footprint)
-        .get("cpuPercent", v.cpuPercent)
-        .get("diskReadPerSecond", v.diskReadPerSecond)
-        .get("diskWritePerSecond", v.diskWritePerSecond)
-        .ok();
-}
+JsonValue toJson(const SystemStats& v) { return encodeFields(v, systemStatsFields); }
+bool fromJson(const JsonValue& json, SystemStats& v) { return decodeFields(json, v, systemStatsFields); }
 
-JsonValue toJson(const HeavyProcess& v) {
-    return JsonObjectBuilder()
-        .set("pid", v.pid)
-        .set("name", v.name)
-        .set("footprint", v.footprint)
-        .set("parentPID", v.parentPID)
-        .set("parentName", v.parentName)
-        .build();
-}
+JsonValue toJson(const ProcessKey& v) { return encodeFields(v, processKeyFields); }
+bool fromJson(const JsonValue& json, ProcessKey& v) { return decodeFields(json, v, processKeyFields); }
 
-bool fromJson(const JsonValue& json, HeavyProcess& v) {
-    return JsonObjectReader(json)
-        .get("pid", v.pid)
-        .get("name", v.name)
-        .get("footprint", v.footprint)
-        .get("parentPID", v.parentPID)
-        .get("parentName", v.parentName)
-        .ok();
-}
+JsonValue toJson(const AppGrouper::Identity& v) { return encodeFields(v, identityFields); }
+bool fromJson(const JsonValue& json, AppGrouper::Identity& v) { return decodeFields(json, v, identityFields); }
 
-JsonValue toJson(const MonitorSnapshot& v) {
-    return JsonObjectBuilder()
-        .set("date", v.date)
-        .set("apps", v.apps)
-        .set("system", v.system)
-        .set("hiddenProcessCount", v.hiddenProcessCount)
-        .set("readableProcessCount", v.readableProcessCount)
-        .set("heavyProcesses", v.heavyProcesses)
-        .build();
-}
+JsonValue toJson(const ProcessSample& v) { return encodeFields(v, processSampleFields); }
+bool fromJson(const JsonValue& json, ProcessSample& v) { return decodeFields(json, v, processSampleFields); }
 
-bool fromJson(const JsonValue& json, MonitorSnapshot& v) {
-    return JsonObjectReader(json)
-        .get("date", v.date)
-        .get("apps", v.apps)
-        .get("system", v.system)
-        .get("hiddenProcessCount", v.hiddenProcessCount)
-        .get("readableProcessCount", v.readableProcessCount)
-        .get("heavyProcesses", v.heavyProcesses)
-        .ok();
-}
+JsonValue toJson(const AppGroup& v) { return encodeFields(v, appGroupFields); }
+bool fromJson(const JsonValue& json, AppGroup& v) { return decodeFields(json, v, appGroupFields); }
+
+JsonValue toJson(const HeavyProcess& v) { return encodeFields(v, heavyProcessFields); }
+bool fromJson(const JsonValue& json, HeavyProcess& v) { return decodeFields(json, v, heavyProcessFields); }
+
+JsonValue toJson(const MonitorSnapshot& v) { return encodeFields(v, snapshotFields); }
+bool fromJson(const JsonValue& json, MonitorSnapshot& v) { return decodeFields(json, v, snapshotFields); }
 
 }  // namespace brimlet

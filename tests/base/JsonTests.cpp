@@ -4,9 +4,13 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "base/Json.hpp"
+#include "base/JsonCoding.hpp"
 
 namespace kestrow {
 namespace {
@@ -188,6 +192,63 @@ TEST(Utf8, ValidationAndRepair) {
     for (const char* bytes : invalid) EXPECT_FALSE(isValidUtf8(bytes)) << bytes;
     EXPECT_EQ(repairUtf8("a\xFF" "b\xC3"), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
     EXPECT_EQ(repairUtf8("ok \xE2\x80\x94"), "ok \xE2\x80\x94");
+}
+
+struct Record {
+    std::uint32_t count = 0;
+    std::string name;
+    std::optional<double> ratio;
+    std::optional<std::string> note;
+    std::vector<std::int64_t> marks;
+    bool operator==(const Record&) const = default;
+};
+
+std::string bracketed(const std::string& text) { return "[" + text + "]"; }
+
+constexpr auto recordFields = std::tuple{
+    field("count", &Record::count), field("name", &Record::name), field("ratio", &Record::ratio),
+    field("note", &Record::note, bracketed), field("marks", &Record::marks),
+};
+
+TEST(JsonFields, OneTableReadsAndWritesARecord) {
+    struct Case {
+        const char* json;
+        std::optional<Record> expected;  // nullopt: the record is refused
+    };
+    const Case cases[] = {
+        {R"({"count":3,"name":"a","ratio":0.5,"note":"n","marks":[1,-2]})", Record{3, "a", 0.5, "n", {1, -2}}},
+        {R"({"count":4294967295,"name":"","marks":[]})", Record{4294967295u, "", {}, {}, {}}},
+        {R"({"count":1,"name":"x","ratio":null,"note":null,"marks":[],"unknown":true})", Record{1, "x", {}, {}, {}}},
+        {R"({"count":1,"ratio":0.5,"marks":[]})", std::nullopt},                      // required member missing
+        {R"({"count":1,"name":null,"marks":[]})", std::nullopt},                      // required member null
+        {R"({"count":"1","name":"x","marks":[]})", std::nullopt},                     // wrong type
+        {R"({"count":-1,"name":"x","marks":[]})", std::nullopt},                      // out of range
+        {R"({"count":4294967296,"name":"x","marks":[]})", std::nullopt},
+        {R"({"count":1,"name":"x","ratio":"0.5","marks":[]})", std::nullopt},         // optional of the wrong type
+        {R"({"count":1,"name":"x","marks":[1,"2"]})", std::nullopt},                  // element of the wrong type
+        {R"([1,"x"])", std::nullopt},
+    };
+    for (const Case& c : cases) {
+        Record decoded{7, "stale", 9.0, "stale", {7}};  // what a decode must replace
+        const bool ok = decodeFields(parse(c.json), decoded, recordFields);
+        ASSERT_EQ(ok, c.expected.has_value()) << c.json;
+        if (!ok) continue;
+        EXPECT_EQ(decoded, *c.expected) << c.json;
+
+        // Written back: absent optionals leave their key out, the note passes through its encoder on the
+        // way out only, and what was written reads back as the record apart from that.
+        const JsonValue written = encodeFields(decoded, recordFields);
+        const JsonObject& object = *written.asObject();
+        EXPECT_EQ(object.count("ratio"), decoded.ratio ? 1u : 0u) << c.json;
+        EXPECT_EQ(object.count("note"), decoded.note ? 1u : 0u) << c.json;
+        Record reread;
+        ASSERT_TRUE(decodeFields(parse(*writeJson(written)), reread, recordFields)) << c.json;
+        if (decoded.note) {
+            decoded.note = bracketed(*decoded.note);
+            EXPECT_EQ(*object.at("note").asString(), *decoded.note);
+        }
+        EXPECT_EQ(reread, decoded) << c.json;
+    }
 }
 
 }  // namespace
