@@ -179,10 +179,10 @@ private:
     Token addTimer(double first, double interval, Task task) {
         const int fd = ::timerfd_create(timerClock_, TFD_NONBLOCK | TFD_CLOEXEC);
         if (fd < 0) return Token();  // out of descriptors: nothing will fire, as with a cancelled timer
-        itimerspec spec{};
-        spec.it_value = toTimespec(first);
-        if (interval > 0) spec.it_interval = toTimespec(interval);
-        ::timerfd_settime(fd, 0, &spec, nullptr);
+        itimerspec timing{};
+        timing.it_value = toTimespec(first);
+        if (interval > 0) timing.it_interval = toTimespec(interval);
+        ::timerfd_settime(fd, 0, &timing, nullptr);
         const std::uint64_t key = nextKey_++;
         Source source;
         source.fd = fd;

@@ -159,13 +159,11 @@ SimulatorTool::Output SimulatorTool::run(const std::string& path, const std::vec
     return output;
 }
 
-std::pair<std::int32_t, std::string> SimulatorTool::deleteUnavailable() {
-    const Output output = run("/usr/bin/xcrun", {"simctl", "delete", "unavailable"});
+std::pair<std::int32_t, std::string> SimulatorTool::statusAndMessage(const Output& output) {
     return {output.status, trimmed(output.err.empty() ? output.out : output.err)};
 }
 
-std::optional<std::string> SimulatorTool::developerDirectory() {
-    const Output output = run("/usr/bin/xcode-select", {"-p"});
+std::optional<std::string> SimulatorTool::printedPath(const Output& output) {
     const std::string path = trimmed(output.out);
     if (output.status != 0 || path.empty()) return std::nullopt;
     return path;

@@ -61,9 +61,15 @@ struct SimulatorTool {
         std::string err;
     };
     static Output run(const std::string& path, const std::vector<std::string>& arguments);
-    // "xcrun simctl delete unavailable": the status, and standard error (else output), trimmed.
+    // The status, and standard error (else output) trimmed of white space at both ends.
+    static std::pair<std::int32_t, std::string> statusAndMessage(const Output& output);
+    // The trimmed output of a successful run that printed something.
+    static std::optional<std::string> printedPath(const Output& output);
+
+    // The platform's part (Xcode exists only on a Mac):
+    // "xcrun simctl delete unavailable": the status and message as above.
     static std::pair<std::int32_t, std::string> deleteUnavailable();
-    // "xcode-select -p", trimmed; none when it fails or prints nothing (always on Linux).
+    // "xcode-select -p"; none when it fails or prints nothing (always on Linux).
     static std::optional<std::string> developerDirectory();
 };
 

@@ -1,15 +1,12 @@
 #include "CleanupSession.hpp"
 
+#include <sys/random.h>  // getentropy, on Linux and macOS alike
 #include <unistd.h>
 
 #include <cstring>
 
 #include "base/Checked.hpp"
 #include "core/monitoring/SystemSampler.hpp"
-
-#if defined(__APPLE__)
-#include <sys/random.h>
-#endif
 
 namespace brimlet {
 

@@ -154,11 +154,10 @@ std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const 
     return folders;
 }
 
-std::optional<bool> FullDiskAccess::isGranted(const std::string& home) {
-    const std::string safari = home + "/Library/Safari";
+std::optional<bool> FullDiskAccess::canList(const std::string& protectedFolder) {
     struct stat st{};
-    if (::stat(safari.c_str(), &st) != 0) return std::nullopt;
-    DIR* dir = ::opendir(safari.c_str());
+    if (::stat(protectedFolder.c_str(), &st) != 0) return std::nullopt;
+    DIR* dir = ::opendir(protectedFolder.c_str());
     if (!dir) return false;
     ::closedir(dir);
     return true;

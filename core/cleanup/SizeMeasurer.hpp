@@ -77,8 +77,11 @@ struct FullDiskAccess {
     // The Privacy & Security pane's Full Disk Access list.
     static constexpr const char* settingsURL =
         "x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles";
-    // Whether protected folders can be read: none when this home has no folder to tell by.
+    // Whether protected folders can be read: none when this home has no folder to tell by. Only a
+    // Mac gates them; elsewhere the answer is always yes.
     static std::optional<bool> isGranted(const std::string& home);
+    // Whether a folder that the system protects can be listed: none when it does not exist.
+    static std::optional<bool> canList(const std::string& protectedFolder);
 };
 
 }  // namespace brimlet

@@ -92,14 +92,6 @@ std::optional<std::pair<std::uint64_t, std::uint64_t>> volume(const std::string&
     return blocks ? fromBlocks(*blocks) : std::nullopt;
 }
 
-std::vector<std::string> dataVolumeCandidates() {
-    std::vector<std::string> candidates = {dataVolumePath};
-    if (const std::string home = kestrow::realHomeFolder(); !home.empty() && home.front() == '/')
-        candidates.push_back(home);
-    candidates.push_back("/");
-    return candidates;
-}
-
 std::optional<std::pair<std::uint64_t, std::uint64_t>> dataVolume() {
     for (const std::string& path : dataVolumeCandidates())
         if (auto figures = volume(path)) return figures;

@@ -129,10 +129,9 @@ inline constexpr double stallCriticalFull = 10.0;
 
 // Free and total bytes of a volume.
 namespace DiskSpace {
-inline constexpr const char* dataVolumePath = "/System/Volumes/Data";
-// Where the data volume is looked for, in order: the Mac's data volume; where there is none (Linux),
-// the file system that holds the user's home folder, which is where the user's files and caches
-// live even when it is not "/"; then "/".
+// Where the data volume is looked for, in order (the platform's part): on a Mac its data volume
+// "/System/Volumes/Data", then "/"; on Linux the file system that holds the user's home folder,
+// which is where the user's files and caches live even when it is not "/", then "/".
 std::vector<std::string> dataVolumeCandidates();
 std::optional<std::pair<std::uint64_t, std::uint64_t>> fromBlocks(const VolumeBlocks& blocks);
 std::optional<std::pair<std::uint64_t, std::uint64_t>> volume(const std::string& path);

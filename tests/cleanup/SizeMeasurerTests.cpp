@@ -171,9 +171,9 @@ TEST(SizeMeasurer, HomeUsageListsRealFoldersLargestFirst) {
     EXPECT_EQ(result.regenerableBytes(), 0u);
     result.regenerable[1].size = 7;
     EXPECT_EQ(result.regenerableBytes(), 7u);
-    EXPECT_EQ(FullDiskAccess::isGranted(home.path()), std::nullopt);
+    EXPECT_EQ(FullDiskAccess::canList(home / "Library/Safari"), std::nullopt);
     fs::create_directories(home / "Library/Safari");
-    EXPECT_EQ(FullDiskAccess::isGranted(home.path()), true);
+    EXPECT_EQ(FullDiskAccess::canList(home / "Library/Safari"), true);
 }
 
 }  // namespace

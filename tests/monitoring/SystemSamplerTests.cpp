@@ -148,7 +148,7 @@ TEST_F(SystemFixture, VolumeGpuAndFailures) {
     auto stats = sampler.sample();
     EXPECT_EQ(stats.diskFree, 40960u);
     EXPECT_EQ(stats.diskTotal, 409600u);
-    reader.volumes[DiskSpace::dataVolumePath] = VolumeBlocks{1, 2, 512};
+    reader.volumes[DiskSpace::dataVolumeCandidates().front()] = VolumeBlocks{1, 2, 512};  // the data volume wins
     EXPECT_EQ(sampler.sample().diskTotal, 1024u);
 
     EXPECT_FALSE(stats.gpuUtilization);

@@ -1,5 +1,7 @@
 // Where this platform keeps the data the cleanup knows about.
+#include "../Cleaner.hpp"
 #include "../CleanupItem.hpp"
+#include "../SizeMeasurer.hpp"
 #include "../SafetyPolicy.hpp"
 
 namespace brimlet {
@@ -13,5 +15,14 @@ const std::vector<std::string>& NeverTouch::platformRelativeRoots() {
                                                    ".local/share/keyrings", ".password-store"};
     return roots;
 }
+
+// No Xcode here: the simulator item is never offered, and nothing would run the tool.
+std::pair<std::int32_t, std::string> SimulatorTool::deleteUnavailable() {
+    return {-1, "Xcode's simulator tool is not available on this system"};
+}
+std::optional<std::string> SimulatorTool::developerDirectory() { return std::nullopt; }
+
+// Linux has no privacy gate in front of the user's own folders.
+std::optional<bool> FullDiskAccess::isGranted(const std::string&) { return true; }
 
 }  // namespace brimlet

@@ -140,4 +140,9 @@ SystemReading& liveSystemReading() {
     return reader;
 }
 
+namespace DiskSpace {
+// Since macOS 10.15 the user's data sits on its own volume beside the read-only system volume.
+std::vector<std::string> dataVolumeCandidates() { return {"/System/Volumes/Data", "/"}; }
+}  // namespace DiskSpace
+
 }  // namespace brimlet

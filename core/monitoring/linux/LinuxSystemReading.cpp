@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "LinuxReaders.hpp"
+#include "base/Files.hpp"
 
 namespace brimlet {
 
@@ -208,5 +209,17 @@ SystemReading& liveSystemReading() {
     static LinuxSystemReading reader;
     return reader;
 }
+
+namespace DiskSpace {
+// No separate data volume on Linux: the user's files and caches live on the home folder's file
+// system, which need not be "/".
+std::vector<std::string> dataVolumeCandidates() {
+    std::vector<std::string> candidates;
+    if (const std::string home = kestrow::realHomeFolder(); !home.empty() && home.front() == '/')
+        candidates.push_back(home);
+    candidates.push_back("/");
+    return candidates;
+}
+}  // namespace DiskSpace
 
 }  // namespace brimlet
