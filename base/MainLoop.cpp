@@ -1,0 +1,205 @@
+#include "MainLoop.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <limits>
+
+#include "Files.hpp"
+
+namespace kestrow {
+
+double wallSeconds() {
+    using namespace std::chrono;
+    return duration<double>(system_clock::now().time_since_epoch()).count();
+}
+
+bool WakeDetector::sample(double continuous, double monotonic) {
+    const double gap = continuous - monotonic;
+    const bool woke = lastGap_ && gap - *lastGap_ > threshold_;
+    lastGap_ = gap;
+    return woke;
+}
+
+namespace {
+enum Kind { timerKind, watcherKind, wakeKind };
+constexpr double shortestInterval = 0.001;  // a zero interval would fire forever without time passing
+}  // namespace
+
+ManualMainLoop::ManualMainLoop(double wallStart) : wallStart_(wallStart) {}
+
+ManualMainLoop::~ManualMainLoop() { alive_.reset(); }
+
+MainLoop::Token ManualMainLoop::tokenFor(std::uint64_t id, int kind) {
+    return Token([alive = std::weak_ptr<bool>(alive_), this, id, kind] {
+        if (!alive.lock()) return;
+        if (kind == timerKind) timers_.erase(id);
+        else if (kind == watcherKind) watchers_.erase(id);
+        else wakeObservers_.erase(id);
+    });
+}
+
+void ManualMainLoop::post(Task task) {
+    {
+        std::lock_guard lock(mutex_);
+        queue_.push_back(std::move(task));
+    }
+    posted_.notify_all();
+}
+
+MainLoop::Token ManualMainLoop::after(double seconds, Task task) {
+    const std::uint64_t id = nextId_++;
+    timers_[id] = Timer{now_ + std::max(0.0, seconds), 0, 0, std::make_shared<Task>(std::move(task))};
+    return tokenFor(id, timerKind);
+}
+
+MainLoop::Token ManualMainLoop::repeat(double interval, double tolerance, Task task) {
+    const std::uint64_t id = nextId_++;
+    interval = std::max(interval, shortestInterval);
+    timers_[id] = Timer{now_ + interval, interval, tolerance, std::make_shared<Task>(std::move(task))};
+    return tokenFor(id, timerKind);
+}
+
+MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChange) {
+    struct stat st{};
+    if (::stat(path.c_str(), &st) != 0)
+        return {Token(), Status::failure("cannot watch " + path + " (errno " + std::to_string(errno) + ")")};
+    if (!S_ISDIR(st.st_mode)) return {Token(), Status::failure("cannot watch " + path + " (not a folder)")};
+    const std::uint64_t id = nextId_++;
+    watchers_[id] = Watcher{standardizePath(path), std::make_shared<Task>(std::move(onChange))};
+    return {tokenFor(id, watcherKind), Status::success()};
+}
+
+MainLoop::Token ManualMainLoop::onWake(Task task) {
+    const std::uint64_t id = nextId_++;
+    wakeObservers_[id] = std::make_shared<Task>(std::move(task));
+    return tokenFor(id, wakeKind);
+}
+
+bool ManualMainLoop::runOne() {
+    Task task;
+    {
+        std::lock_guard lock(mutex_);
+        if (queue_.empty()) return false;
+        task = std::move(queue_.front());
+        queue_.erase(queue_.begin());
+    }
+    task();
+    return true;
+}
+
+void ManualMainLoop::runPending() {
+    while (runOne()) {
+    }
+}
+
+void ManualMainLoop::run() {
+    for (;;) {
+        {
+            std::unique_lock lock(mutex_);
+            posted_.wait(lock, [this] { return stopped_ || !queue_.empty(); });
+            if (stopped_) {
+                stopped_ = false;
+                return;
+            }
+        }
+        runOne();
+    }
+}
+
+void ManualMainLoop::stop() {
+    {
+        std::lock_guard lock(mutex_);
+        stopped_ = true;
+    }
+    posted_.notify_all();
+}
+
+bool ManualMainLoop::runUntil(const std::function<bool()>& done, double realSeconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(realSeconds);
+    for (;;) {
+        runPending();
+        if (done()) return true;
+        std::unique_lock lock(mutex_);
+        if (!posted_.wait_until(lock, deadline, [this] { return !queue_.empty(); })) {
+            lock.unlock();
+            runPending();
+            return done();
+        }
+    }
+}
+
+void ManualMainLoop::fireTimer(std::uint64_t id) {
+    auto it = timers_.find(id);
+    if (it == timers_.end()) return;
+    std::shared_ptr<Task> task = it->second.task;  // the task may cancel its own timer
+    if (it->second.interval > 0) {
+        it->second.due += it->second.interval;
+        if (it->second.due <= now_) it->second.due = now_ + it->second.interval;  // after a sleep
+    } else {
+        timers_.erase(it);
+    }
+    (*task)();
+}
+
+void ManualMainLoop::advance(double seconds) {
+    const double target = now_ + std::max(0.0, seconds);
+    for (;;) {
+        runPending();
+        std::uint64_t next = 0;
+        double due = std::numeric_limits<double>::infinity();
+        for (const auto& [id, timer] : timers_)
+            if (timer.due < due) {
+                due = timer.due;
+                next = id;
+            }
+        if (next == 0 || due > target) break;
+        now_ = std::max(now_, due);
+        fireTimer(next);
+    }
+    now_ = target;
+    runPending();
+}
+
+void ManualMainLoop::sleep(double seconds) {
+    now_ += std::max(0.0, seconds);
+    std::vector<std::shared_ptr<Task>> observers;
+    for (const auto& [id, task] : wakeObservers_) observers.push_back(task);
+    for (const auto& task : observers) (*task)();
+    runPending();
+    std::vector<std::uint64_t> overdue;
+    for (const auto& [id, timer] : timers_)
+        if (timer.due <= now_) overdue.push_back(id);
+    std::sort(overdue.begin(), overdue.end(),
+              [this](std::uint64_t a, std::uint64_t b) { return timers_[a].due < timers_[b].due; });
+    for (const std::uint64_t id : overdue) {
+        fireTimer(id);
+        runPending();
+    }
+}
+
+void ManualMainLoop::folderChanged(const std::string& path) {
+    const std::string key = standardizePath(path);
+    std::vector<std::shared_ptr<Task>> tasks;
+    for (const auto& [id, watcher] : watchers_)
+        if (watcher.path == key) tasks.push_back(watcher.task);
+    for (const auto& task : tasks) (*task)();
+    runPending();
+}
+
+std::vector<ManualMainLoop::TimerInfo> ManualMainLoop::repeatingTimers() const {
+    std::vector<TimerInfo> out;
+    for (const auto& [id, timer] : timers_)
+        if (timer.interval > 0) out.push_back({timer.interval, timer.tolerance, timer.due});
+    return out;
+}
+
+std::vector<std::string> ManualMainLoop::watchedFolders() const {
+    std::vector<std::string> out;
+    for (const auto& [id, watcher] : watchers_) out.push_back(watcher.path);
+    return out;
+}
+
+}  // namespace kestrow

@@ -1,0 +1,140 @@
+// The macOS main loop: the main dispatch queue, which AppKit's run loop drains. Timers are dispatch
+// timer sources on the wall clock (dispatch_walltime keeps counting while the Mac sleeps), folder
+// watches are vnode sources on descriptors opened for events only, and wake comes from the
+// workspace's notification. Compiled with ARC: dispatch objects are retained by the blocks and
+// lambdas that hold them, and a source's handlers are released once it is cancelled.
+#include "../MainLoop.hpp"
+
+#import <AppKit/AppKit.h>
+#include <dispatch/dispatch.h>
+#include <fcntl.h>
+#include <mach/mach_time.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace kestrow {
+
+namespace {
+
+std::int64_t nanoseconds(double seconds) {
+    if (!(seconds > 0)) return 0;
+    const double ns = seconds * static_cast<double>(NSEC_PER_SEC);
+    return ns > 9.0e18 ? INT64_C(9000000000000000000) : static_cast<std::int64_t>(ns);
+}
+
+class DispatchMainLoop final : public MainLoop {
+public:
+    explicit DispatchMainLoop(bool handleSignals) {
+        if (!handleSignals) return;
+        for (const int number : {SIGINT, SIGTERM}) {
+            ::signal(number, SIG_IGN);  // the source below sees the signal instead of the default action
+            dispatch_source_t source =
+                dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number), 0,
+                                       dispatch_get_main_queue());
+            if (!source) continue;
+            dispatch_source_set_event_handler(source, ^{
+              CFRunLoopStop(CFRunLoopGetMain());
+            });
+            dispatch_resume(source);
+            signalSources_.push_back(source);
+        }
+    }
+
+    ~DispatchMainLoop() override {
+        for (dispatch_source_t source : signalSources_) dispatch_source_cancel(source);
+    }
+
+    void post(Task task) override {
+        auto shared = std::make_shared<Task>(std::move(task));
+        dispatch_async(dispatch_get_main_queue(), ^{
+          (*shared)();
+        });
+    }
+
+    Token after(double seconds, Task task) override { return addTimer(seconds, 0, 0, std::move(task)); }
+
+    Token repeat(double interval, double tolerance, Task task) override {
+        interval = std::max(interval, 0.001);
+        return addTimer(interval, interval, tolerance, std::move(task));
+    }
+
+    Watch watchFolder(const std::string& path, Task onChange) override {
+        const int fd = ::open(path.c_str(), O_EVTONLY | O_CLOEXEC);
+        if (fd < 0)
+            return {Token(), Status::failure("cannot watch " + path + " (errno " + std::to_string(errno) + ")")};
+        dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_VNODE, static_cast<uintptr_t>(fd),
+                                                          DISPATCH_VNODE_WRITE, dispatch_get_main_queue());
+        if (!source) {
+            ::close(fd);
+            return {Token(), Status::failure("cannot watch " + path)};
+        }
+        auto shared = std::make_shared<Task>(std::move(onChange));
+        dispatch_source_set_event_handler(source, ^{
+          (*shared)();
+        });
+        dispatch_source_set_cancel_handler(source, ^{
+          ::close(fd);
+        });
+        dispatch_resume(source);
+        return {Token([source] { dispatch_source_cancel(source); }), Status::success()};
+    }
+
+    Token onWake(Task task) override {
+        auto shared = std::make_shared<Task>(std::move(task));
+        NSNotificationCenter* center = [[NSWorkspace sharedWorkspace] notificationCenter];
+        id observer = [center addObserverForName:NSWorkspaceDidWakeNotification
+                                          object:nil
+                                           queue:[NSOperationQueue mainQueue]
+                                      usingBlock:^(NSNotification*) {
+                                        (*shared)();
+                                      }];
+        return Token([center, observer] { [center removeObserver:observer]; });
+    }
+
+    double now() const override { return continuousSeconds(); }
+    double wallClock() const override { return wallSeconds(); }
+
+    // Used where AppKit is not running (tools, tests); an application's AppKit run loop drains the
+    // main queue by itself.
+    void run() override { CFRunLoopRun(); }
+    void stop() override { CFRunLoopStop(CFRunLoopGetMain()); }
+
+private:
+    Token addTimer(double first, double interval, double tolerance, Task task) {
+        dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, dispatch_get_main_queue());
+        if (!source) return Token();
+        const bool oneShot = interval <= 0;
+        dispatch_source_set_timer(source, dispatch_walltime(nullptr, nanoseconds(first)),
+                                  oneShot ? DISPATCH_TIME_FOREVER : static_cast<std::uint64_t>(nanoseconds(interval)),
+                                  static_cast<std::uint64_t>(nanoseconds(tolerance)));
+        auto shared = std::make_shared<Task>(std::move(task));
+        dispatch_source_set_event_handler(source, ^{
+          if (oneShot) dispatch_source_cancel(source);
+          (*shared)();
+        });
+        dispatch_resume(source);
+        return Token([source] { dispatch_source_cancel(source); });
+    }
+
+    std::vector<dispatch_source_t> signalSources_;
+};
+
+}  // namespace
+
+double continuousSeconds() {
+    static const mach_timebase_info_data_t timebase = [] {
+        mach_timebase_info_data_t info{};
+        mach_timebase_info(&info);
+        return info;
+    }();
+    const double ticks = static_cast<double>(mach_continuous_time());
+    return ticks * timebase.numer / timebase.denom / 1e9;
+}
+
+std::unique_ptr<MainLoop> makeSystemMainLoop(bool handleSignals) {
+    return std::make_unique<DispatchMainLoop>(handleSignals);
+}
+
+}  // namespace kestrow

@@ -1,0 +1,310 @@
+// The Linux main loop: one epoll set over an eventfd (posted tasks), one timerfd per timer on
+// CLOCK_BOOTTIME (so waits count time asleep), one inotify descriptor for every watched folder and a
+// signalfd that turns SIGINT and SIGTERM into a clean stop.
+#include "../MainLoop.hpp"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <sys/signalfd.h>
+#include <sys/timerfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <deque>
+#include <set>
+
+#include "../Files.hpp"
+
+namespace kestrow {
+
+namespace {
+
+double readClock(clockid_t clock) {
+    timespec ts{};
+    ::clock_gettime(clock, &ts);
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+}
+
+timespec toTimespec(double seconds) {
+    seconds = std::max(seconds, 0.0);
+    timespec ts{};
+    ts.tv_sec = static_cast<time_t>(std::floor(seconds));
+    ts.tv_nsec = static_cast<long>((seconds - std::floor(seconds)) * 1e9);
+    if (ts.tv_nsec >= 1'000'000'000L) ts.tv_nsec = 999'999'999L;
+    if (ts.tv_sec == 0 && ts.tv_nsec == 0) ts.tv_nsec = 1;  // zero would disarm the timer
+    return ts;
+}
+
+std::string errnoText(const char* what, int error) {
+    return std::string(what) + " (errno " + std::to_string(error) + ")";
+}
+
+// Entries added, removed, renamed or rewritten in place; and the folder itself going away.
+constexpr std::uint32_t watchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE |
+                                    IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+
+constexpr std::uint64_t postedKey = 0, inotifyKey = 1, signalKey = 2, firstSourceKey = 16;
+
+class EpollMainLoop final : public MainLoop {
+public:
+    explicit EpollMainLoop(bool handleSignals) {
+        epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
+        posted_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+        add(posted_, postedKey);
+        if (handleSignals) {
+            sigset_t set;
+            sigemptyset(&set);
+            sigaddset(&set, SIGINT);
+            sigaddset(&set, SIGTERM);
+            if (::pthread_sigmask(SIG_BLOCK, &set, &previousMask_) == 0) {
+                maskChanged_ = true;
+                signals_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+                if (signals_ >= 0) add(signals_, signalKey);
+            }
+        }
+        // Probe once: kernels before 3.15 refuse timerfds on CLOCK_BOOTTIME.
+        const int probe = ::timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC);
+        timerClock_ = probe >= 0 ? CLOCK_BOOTTIME : CLOCK_MONOTONIC;
+        if (probe >= 0) ::close(probe);
+    }
+
+    ~EpollMainLoop() override {
+        alive_.reset();
+        for (auto& [key, source] : sources_)
+            if (source.fd >= 0) ::close(source.fd);
+        if (inotify_ >= 0) ::close(inotify_);
+        if (signals_ >= 0) ::close(signals_);
+        if (maskChanged_) ::pthread_sigmask(SIG_SETMASK, &previousMask_, nullptr);
+        ::close(posted_);
+        ::close(epoll_);
+    }
+
+    void post(Task task) override {
+        {
+            std::lock_guard lock(mutex_);
+            queue_.push_back(std::move(task));
+        }
+        wakeUp();
+    }
+
+    Token after(double seconds, Task task) override { return addTimer(seconds, 0, std::move(task)); }
+
+    Token repeat(double interval, double /*tolerance*/, Task task) override {
+        // timerfd has no leeway; the kernel's timer slack already batches wake-ups a little.
+        return addTimer(std::max(interval, 0.001), std::max(interval, 0.001), std::move(task));
+    }
+
+    Watch watchFolder(const std::string& path, Task onChange) override {
+        if (inotify_ < 0) {
+            inotify_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+            if (inotify_ < 0) return {Token(), Status::failure(errnoText(("cannot watch " + path).c_str(), errno))};
+            add(inotify_, inotifyKey);
+        }
+        const int wd = ::inotify_add_watch(inotify_, path.c_str(), watchMask);
+        if (wd < 0) return {Token(), Status::failure(errnoText(("cannot watch " + path).c_str(), errno))};
+        const std::uint64_t key = nextKey_++;
+        Source source;
+        source.wd = wd;
+        source.task = std::make_shared<Task>(std::move(onChange));
+        sources_.emplace(key, std::move(source));
+        watchers_[wd].insert(key);
+        return {tokenFor(key), Status::success()};
+    }
+
+    Token onWake(Task task) override {
+        const std::uint64_t key = nextKey_++;
+        Source source;
+        source.wake = true;
+        source.task = std::make_shared<Task>(std::move(task));
+        sources_.emplace(key, std::move(source));
+        return tokenFor(key);
+    }
+
+    double now() const override { return continuousSeconds(); }
+    double wallClock() const override { return wallSeconds(); }
+
+    void run() override {
+        epoll_event events[32];
+        while (!stopping_.load()) {
+            const int n = ::epoll_wait(epoll_, events, 32, -1);
+            if (n < 0) {
+                if (errno == EINTR) continue;
+                break;  // only a broken epoll set gets here; nothing sensible is left to wait on
+            }
+            if (wakes_.sample(readClock(CLOCK_BOOTTIME), readClock(CLOCK_MONOTONIC))) fireWakeObservers();
+            for (int i = 0; i < n && !stopping_.load(); ++i) dispatch(events[i].data.u64);
+        }
+        stopping_.store(false);
+    }
+
+    void stop() override {
+        stopping_.store(true);
+        wakeUp();
+    }
+
+private:
+    struct Source {
+        int fd = -1;  // timerfd
+        bool repeating = false;
+        int wd = -1;  // inotify watch
+        bool wake = false;
+        std::shared_ptr<Task> task;
+    };
+
+    void add(int fd, std::uint64_t key) {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.u64 = key;
+        ::epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event);
+    }
+
+    void wakeUp() {
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const auto written = ::write(posted_, &one, sizeof one);
+    }
+
+    Token tokenFor(std::uint64_t key) {
+        return Token([alive = std::weak_ptr<bool>(alive_), this, key] {
+            if (alive.lock()) remove(key);
+        });
+    }
+
+    Token addTimer(double first, double interval, Task task) {
+        const int fd = ::timerfd_create(timerClock_, TFD_NONBLOCK | TFD_CLOEXEC);
+        if (fd < 0) return Token();  // out of descriptors: nothing will fire, as with a cancelled timer
+        itimerspec spec{};
+        spec.it_value = toTimespec(first);
+        if (interval > 0) spec.it_interval = toTimespec(interval);
+        ::timerfd_settime(fd, 0, &spec, nullptr);
+        const std::uint64_t key = nextKey_++;
+        Source source;
+        source.fd = fd;
+        source.repeating = interval > 0;
+        source.task = std::make_shared<Task>(std::move(task));
+        sources_.emplace(key, std::move(source));
+        add(fd, key);
+        return tokenFor(key);
+    }
+
+    void remove(std::uint64_t key) {
+        auto it = sources_.find(key);
+        if (it == sources_.end()) return;
+        Source& source = it->second;
+        if (source.fd >= 0) {
+            ::epoll_ctl(epoll_, EPOLL_CTL_DEL, source.fd, nullptr);
+            ::close(source.fd);
+        }
+        if (source.wd >= 0) {
+            auto& keys = watchers_[source.wd];
+            keys.erase(key);
+            if (keys.empty()) {
+                ::inotify_rm_watch(inotify_, source.wd);
+                watchers_.erase(source.wd);
+            }
+        }
+        sources_.erase(it);
+    }
+
+    void dispatch(std::uint64_t key) {
+        if (key == postedKey) return runPosted();
+        if (key == signalKey) {
+            signalfd_siginfo info{};
+            while (::read(signals_, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) stopping_.store(true);
+            return;
+        }
+        if (key == inotifyKey) return readFolderEvents();
+        auto it = sources_.find(key);
+        if (it == sources_.end()) return;  // cancelled earlier in this turn
+        std::uint64_t expirations = 0;
+        if (::read(it->second.fd, &expirations, sizeof expirations) != static_cast<ssize_t>(sizeof expirations))
+            return;
+        std::shared_ptr<Task> task = it->second.task;
+        if (!it->second.repeating) remove(key);
+        (*task)();
+    }
+
+    void runPosted() {
+        std::uint64_t count = 0;
+        [[maybe_unused]] const auto read = ::read(posted_, &count, sizeof count);
+        std::deque<Task> tasks;
+        {
+            std::lock_guard lock(mutex_);
+            tasks.swap(queue_);
+        }
+        while (!tasks.empty()) {
+            if (stopping_.load()) {
+                // What is left waits, in order, for a later run.
+                std::lock_guard lock(mutex_);
+                queue_.insert(queue_.begin(), std::make_move_iterator(tasks.begin()),
+                              std::make_move_iterator(tasks.end()));
+                wakeUp();
+                return;
+            }
+            Task task = std::move(tasks.front());
+            tasks.pop_front();
+            task();
+        }
+    }
+
+    void readFolderEvents() {
+        alignas(inotify_event) char buffer[16384];
+        std::set<std::uint64_t> touched;
+        for (;;) {
+            const ssize_t n = ::read(inotify_, buffer, sizeof buffer);
+            if (n <= 0) break;
+            for (ssize_t offset = 0; offset < n;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
+                if (event->mask & IN_Q_OVERFLOW) {
+                    for (const auto& [wd, keys] : watchers_) touched.insert(keys.begin(), keys.end());
+                } else if (auto it = watchers_.find(event->wd); it != watchers_.end()) {
+                    touched.insert(it->second.begin(), it->second.end());
+                }
+                offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            }
+        }
+        // One call per watcher for the whole burst: an atomic write alone is a create and a rename.
+        for (const std::uint64_t key : touched) {
+            auto it = sources_.find(key);
+            if (it == sources_.end()) continue;
+            std::shared_ptr<Task> task = it->second.task;
+            (*task)();
+        }
+    }
+
+    void fireWakeObservers() {
+        std::vector<std::shared_ptr<Task>> tasks;
+        for (const auto& [key, source] : sources_)
+            if (source.wake) tasks.push_back(source.task);
+        for (const auto& task : tasks) (*task)();
+    }
+
+    int epoll_ = -1, posted_ = -1, inotify_ = -1, signals_ = -1;
+    clockid_t timerClock_ = CLOCK_MONOTONIC;
+    sigset_t previousMask_{};
+    bool maskChanged_ = false;
+    std::atomic<bool> stopping_{false};
+    std::mutex mutex_;
+    std::deque<Task> queue_;
+    std::uint64_t nextKey_ = firstSourceKey;
+    std::map<std::uint64_t, Source> sources_;
+    std::map<int, std::set<std::uint64_t>> watchers_;
+    WakeDetector wakes_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace
+
+double continuousSeconds() { return readClock(CLOCK_BOOTTIME); }
+
+std::unique_ptr<MainLoop> makeSystemMainLoop(bool handleSignals) {
+    return std::make_unique<EpollMainLoop>(handleSignals);
+}
+
+}  // namespace kestrow

@@ -1,0 +1,211 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <atomic>
+#include <thread>
+
+#include "base/Files.hpp"
+#include "base/MainLoop.hpp"
+#include "tests/support/TempFolder.hpp"
+
+namespace kestrow {
+namespace {
+
+TEST(ManualMainLoop, TimersFireInOrderAtTheirDueTimes) {
+    ManualMainLoop loop;
+    std::vector<std::pair<std::string, double>> fired;
+    auto every = loop.repeat(1.0, 0.1, [&] { fired.emplace_back("tick", loop.now()); });
+    auto once = loop.after(2.0, [&] { fired.emplace_back("once", loop.now()); });
+    loop.advance(3.5);
+    // Timers due at the same instant fire in the order they were made.
+    const std::vector<std::pair<std::string, double>> expected{
+        {"tick", 1.0}, {"tick", 2.0}, {"once", 2.0}, {"tick", 3.0}};
+    EXPECT_EQ(fired, expected);
+    EXPECT_DOUBLE_EQ(loop.now(), 3.5);
+    EXPECT_DOUBLE_EQ(loop.wallClock(), 1'700'000'003.5);
+    ASSERT_EQ(loop.repeatingTimers().size(), 1u);
+    EXPECT_DOUBLE_EQ(loop.repeatingTimers()[0].tolerance, 0.1);
+}
+
+TEST(ManualMainLoop, TokensCancelEvenFromTheirOwnCallbackAndAfterTheLoopIsGone) {
+    MainLoop::Token survivor;
+    {
+        ManualMainLoop loop;
+        int ticks = 0;
+        MainLoop::Token token;
+        token = loop.repeat(1.0, 0, [&] {
+            if (++ticks == 2) token.cancel();
+        });
+        loop.advance(10);
+        EXPECT_EQ(ticks, 2);
+        EXPECT_FALSE(token.active());
+
+        int delayed = 0;
+        auto replaced = loop.after(1, [&] { ++delayed; });
+        replaced = loop.after(2, [&] { delayed += 10; });  // assigning cancels the first delay
+        loop.advance(3);
+        EXPECT_EQ(delayed, 10);
+        survivor = loop.after(5, [] {});
+    }
+    survivor.cancel();  // must not touch the destroyed loop
+    EXPECT_FALSE(survivor.active());
+}
+
+TEST(ManualMainLoop, SleepWakesObserversThenFiresOverdueTimersOnce) {
+    ManualMainLoop loop;
+    std::vector<std::string> events;
+    auto tick = loop.repeat(5.0, 0.5, [&] { events.push_back("tick@" + std::to_string(int(loop.now()))); });
+    auto wake = loop.onWake([&] { events.push_back("wake@" + std::to_string(int(loop.now()))); });
+    loop.advance(1);
+    loop.sleep(3600);
+    EXPECT_EQ(events, (std::vector<std::string>{"wake@3601", "tick@3601"}));
+    loop.advance(5);
+    EXPECT_EQ(events.back(), "tick@3606");
+}
+
+TEST(ManualMainLoop, RunUntilTakesPostsFromOtherThreadsAndGivesUpAtItsDeadline) {
+    ManualMainLoop loop;
+    std::atomic<int> seen{0};
+    std::thread poster([&] {
+        for (int i = 0; i < 3; ++i) loop.post([&] { ++seen; });
+    });
+    EXPECT_TRUE(loop.runUntil([&] { return seen == 3; }, 5.0));
+    poster.join();
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_FALSE(loop.runUntil([] { return false; }, 0.05));
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
+}
+
+TEST(ManualMainLoop, WatchesOnlyFoldersThatExist) {
+    testing::TempFolder temp;
+    ManualMainLoop loop;
+    int changes = 0;
+    auto missing = loop.watchFolder(temp / "absent", [&] { ++changes; });
+    EXPECT_TRUE(missing.status.failed());
+    EXPECT_NE(missing.status.message().find("errno"), std::string::npos);
+    auto watch = loop.watchFolder(temp.path() + "/", [&] { ++changes; });
+    ASSERT_TRUE(watch.status.ok());
+    loop.folderChanged(temp.path());
+    EXPECT_EQ(changes, 1);
+    watch.token.cancel();
+    loop.folderChanged(temp.path());
+    EXPECT_EQ(changes, 1);
+}
+
+TEST(WakeDetector, TellsSleepByTheGrowingGapBetweenTheClocks) {
+    struct Case {
+        const char* what;
+        std::vector<std::pair<double, double>> readings;  // (continuous, monotonic)
+        std::vector<bool> expected;
+    };
+    const Case cases[] = {
+        {"running normally", {{100, 50}, {101, 51}, {105, 55}}, {false, false, false}},
+        {"a short nap is below the threshold", {{100, 50}, {101.9, 51}}, {false, false}},
+        {"an hour asleep", {{100, 50}, {3701, 51}, {3702, 52}}, {false, true, false}},
+        {"two sleeps", {{0, 0}, {10, 1}, {11, 2}, {30, 3}}, {false, true, false, true}},
+    };
+    for (const Case& c : cases) {
+        WakeDetector detector;
+        std::vector<bool> got;
+        for (auto [continuous, monotonic] : c.readings) got.push_back(detector.sample(continuous, monotonic));
+        EXPECT_EQ(got, c.expected) << c.what;
+    }
+}
+
+// The real loop: every wait below ends on a condition; a watchdog delay stops the loop and fails the
+// test instead of hanging it.
+class SystemMainLoop : public ::testing::Test {
+protected:
+    std::unique_ptr<MainLoop> loop = makeSystemMainLoop(false);
+    bool timedOut = false;
+    MainLoop::Token watchdog = loop->after(5.0, [this] {
+        timedOut = true;
+        loop->stop();
+    });
+};
+
+TEST_F(SystemMainLoop, RunsPostsFromOtherThreadsInOrderOnItsOwnThread) {
+    const auto loopThread = std::this_thread::get_id();
+    std::vector<int> order;
+    bool allOnLoopThread = true;
+    std::thread poster([&] {
+        for (int i = 0; i < 100; ++i)
+            loop->post([&, i] {
+                order.push_back(i);
+                allOnLoopThread = allOnLoopThread && std::this_thread::get_id() == loopThread;
+                if (order.size() == 100) loop->stop();
+            });
+    });
+    loop->run();
+    poster.join();
+    EXPECT_FALSE(timedOut);
+    ASSERT_EQ(order.size(), 100u);
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
+    EXPECT_TRUE(allOnLoopThread);
+}
+
+TEST_F(SystemMainLoop, RepeatsAndDelaysCountOnTheContinuousClock) {
+    const double start = loop->now();
+    int ticks = 0;
+    double delayFiredAt = 0;
+    auto delay = loop->after(0.05, [&] { delayFiredAt = loop->now(); });
+    auto cancelled = loop->after(0.01, [&] { ADD_FAILURE() << "a cancelled delay fired"; });
+    cancelled.cancel();
+    MainLoop::Token every = loop->repeat(0.01, 0.001, [&] {
+        if (++ticks == 10) loop->stop();
+    });
+    loop->run();
+    EXPECT_FALSE(timedOut);
+    EXPECT_EQ(ticks, 10);
+    EXPECT_GE(loop->now() - start, 0.09);
+    if (delayFiredAt > 0) {
+        EXPECT_GE(delayFiredAt - start, 0.05);
+    }
+    EXPECT_NEAR(loop->wallClock(), wallSeconds(), 1.0);
+}
+
+TEST_F(SystemMainLoop, ReportsWritesInAWatchedFolderUntilCancelled) {
+    testing::TempFolder temp;
+    auto missing = loop->watchFolder(temp / "absent", [] {});
+    EXPECT_TRUE(missing.status.failed());
+    EXPECT_FALSE(missing.token.active());
+
+    int changes = 0;
+    auto watch = loop->watchFolder(temp.path(), [&] {
+        ++changes;
+        loop->stop();
+    });
+    ASSERT_TRUE(watch.status.ok()) << watch.status.message();
+    // A second watcher on the same folder is independent of the first.
+    int otherChanges = 0;
+    auto other = loop->watchFolder(temp.path(), [&] { ++otherChanges; });
+    ASSERT_TRUE(other.status.ok());
+    other.token.cancel();
+    auto write = loop->after(0.01, [&] { ASSERT_TRUE(writeAtomically(temp / "record.json", "{}").ok()); });
+    loop->run();
+    EXPECT_FALSE(timedOut);
+    EXPECT_GE(changes, 1);
+    EXPECT_EQ(otherChanges, 0);
+
+    watch.token.cancel();
+    const int before = changes;
+    auto again = loop->after(0.01, [&] { ASSERT_TRUE(writeAtomically(temp / "other.json", "{}").ok()); });
+    auto done = loop->after(0.2, [&] { loop->stop(); });
+    loop->run();
+    EXPECT_EQ(changes, before);
+}
+
+TEST(SystemMainLoopSignals, SigtermEndsTheLoopCleanly) {
+    auto loop = makeSystemMainLoop(true);
+    bool timedOut = false;
+    auto watchdog = loop->after(5.0, [&] {
+        timedOut = true;
+        loop->stop();
+    });
+    auto send = loop->after(0.01, [] { ::raise(SIGTERM); });
+    loop->run();
+    EXPECT_FALSE(timedOut);
+}
+
+}  // namespace
+}  // namespace kestrow
