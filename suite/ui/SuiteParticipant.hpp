@@ -1,0 +1,158 @@
+// The one object through which an application takes part in the suite: it publishes this
+// application's glance record, watches the suite folders, runs the suite's state machine, competes
+// for the host lock and, while it hosts an active suite, owns the `SuiteHost`.
+//
+// Everything runs on the main loop's thread; the host lock's thread only hops back through a post.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "SuiteHost.hpp"
+#include "SuiteOpenObserver.hpp"
+#include "base/MainLoop.hpp"
+#include "base/UserDefaults.hpp"
+#include "suite/protocol/HostLock.hpp"
+#include "suite/protocol/SuiteFolder.hpp"
+#include "suite/protocol/SuiteState.hpp"
+
+namespace kestrow::suite {
+
+class SuiteParticipant {
+public:
+    static constexpr std::string_view showOwnIconKey = "KestrowSuite.showOwnIcon";
+    static constexpr std::string_view logCategory = "participant";
+    static constexpr int hostingRechecks = 12;
+    static constexpr double hostingRecheckInterval = 1.0;
+    static constexpr double settingsSaveDelay = 0.5;
+    static constexpr double wakeWriteMargin = 0;
+
+    struct Options {
+        std::function<double()> clock;  // seconds since 1970; empty: the loop's wall clock
+        bool observeSystem = true;      // follow the machine's sleep and wake
+        std::optional<double> staleAfter;  // only for a warning
+        std::function<void()> onOpen;      // another member asks to open this application
+        bool registerHotKey = true;        // whether a host registers the suite shortcut
+    };
+
+    // What the user interface observes; each is reported only when it changed.
+    enum class Property { isActive, isHost, rows, worstLevel, menuBarValues, showsOwnIcon };
+
+    // The timer's interval for a ttl: half the ttl (clamped to 3…60) less half a second, at most 5 s.
+    static double timerInterval(std::int64_t ttl);
+    static double timerTolerance(std::int64_t ttl) { return timerInterval(ttl) / 10; }
+    // How far apart two writes of an unchanged record can lie: half the ttl plus a late tick.
+    static double longestWriteGap(std::int64_t ttl) { return ttl * 0.5 + timerTolerance(ttl); }
+
+    SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folders, UserDefaults& defaults,
+                     SuiteStatusItemFactory statusItems, MainLoop& loop, Options options);
+    ~SuiteParticipant();
+    SuiteParticipant(const SuiteParticipant&) = delete;
+    SuiteParticipant& operator=(const SuiteParticipant&) = delete;
+
+    SuiteApp app() const { return app_; }
+    bool isActive() const { return isActive_; }
+    bool isHost() const { return isHost_; }
+    const std::vector<SuiteRow>& rows() const { return rows_; }
+    GlanceLevel worstLevel() const { return worstLevel_; }
+    const SuiteValues& menuBarValues() const { return menuBarValues_; }
+    const SuiteSettings& settings() const { return settings_; }
+    const std::vector<SuiteFolder>& folders() const { return folders_; }
+    const SuiteStateMachine& stateMachine() const { return machine_; }
+    void onChange(std::function<void(Property)> observer) { observer_ = std::move(observer); }
+
+    // This application's readout: written at once when it changed, else renewed on the schedule.
+    void publish(GlanceLevel level, std::vector<GlanceMetric> metrics, std::int64_t ttl);
+    // No more writes; the record goes stale by itself and this application stops hosting.
+    void suspendPublishing();
+    // At application end, once: a last record that says stopped, the lock released.
+    void shutdown();
+    void didWake();
+    // A reopen brings back an own icon that the user had removed from the menu bar; true then.
+    bool handleReopen();
+    // Stores the floating bar's top-left corner in the shared settings and saves them soon.
+    void floatingBarMoved(Point topLeft);
+    // Stores whether the floating bar shows, and saves soon.
+    void setFloatingVisible(bool visible);
+
+    // Whether this application shows its own menu bar icon: the user's wish, or the suite's rule
+    // (not active, or no host speaking); never after the user removed the icon from the menu bar.
+    bool showsOwnIcon() const;
+    // The menu bar's side of the binding: false when the user removed the icon.
+    void setShowsOwnIcon(bool shown);
+
+    SuiteHost* host() { return host_.get(); }
+    const HostLock* lock() const { return lock_.get(); }
+    bool didShutdown() const { return didShutdown_; }
+    bool lastWriteFailed() const { return lastWriteFailed_; }
+    std::int64_t timerTTL() const { return timerTTL_; }
+
+    // Logs `message` the first time `key` comes up; the same problem is not repeated.
+    void logOnce(const std::string& key, const std::string& message);
+
+private:
+    GlanceRecord currentRecord(double now, GlanceState state) const;
+    void startTimer(std::int64_t ttl);
+    void tick();
+    void evaluate();
+    void reconcileHosting();
+    void scheduleHostingRecheck();
+    void writeIfDue(double margin);
+    void realignStatusItem();
+    void saveSettingsSoon();
+    void saveSettings();
+    void setIsHost(bool value);
+    void report(Property property);
+    std::map<SuiteApp, GlanceRecord> readRecords() const;
+    void checkStaleness(std::int64_t ttl);
+
+    // Inputs.
+    SuiteApp app_;
+    std::vector<SuiteFolder> folders_;  // the usable ones
+    UserDefaults& defaults_;
+    SuiteStatusItemFactory statusItems_;
+    MainLoop& loop_;
+    Options options_;
+    std::function<double()> clock_;
+
+    // Published.
+    bool isActive_ = false;
+    bool isHost_ = false;
+    std::vector<SuiteRow> rows_;
+    GlanceLevel worstLevel_;
+    SuiteValues menuBarValues_;
+    std::function<void(Property)> observer_;
+
+    // Private state.
+    SuiteSettings settings_;
+    bool removedByUser_ = false;
+    bool ownIconByRules_ = true;
+    SuiteStateMachine machine_;
+    bool lastWriteFailed_ = false;
+    PublishSchedule schedule_;
+    std::optional<GlanceLevel> lastLevel_;
+    std::vector<GlanceMetric> lastMetrics_;
+    std::int64_t lastTTL_ = 10;
+    std::unique_ptr<HostLock> lock_;
+    std::unique_ptr<SuiteHost> host_;
+    std::vector<MainLoop::Token> watchers_;
+    MainLoop::Token timer_;
+    std::int64_t timerTTL_ = 0;
+    MainLoop::Token wakeObserver_;
+    std::unique_ptr<SuiteOpenObserver> openObserver_;
+    MainLoop::Token pendingSave_;
+    MainLoop::Token pendingRecheck_;
+    int hostingRechecksLeft_ = 0;
+    std::set<std::string> loggedProblems_;
+    bool didShutdown_ = false;
+    bool publishingSuspended_ = false;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // posts from the lock thread check it
+};
+
+}  // namespace kestrow::suite
