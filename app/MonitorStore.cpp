@@ -264,10 +264,11 @@ void MonitorStore::restartLoop(bool sampleFirst) {
 
 void MonitorStore::scheduleNextRound(std::uint64_t generation) {
     const double now = loop_.now();
-    deadline_ += currentInterval();
-    // After a sample slower than the interval, or a long sleep, one round runs at once and the
-    // cadence goes on from there: missed rounds are not made up in a burst.
-    if (deadline_ < now) deadline_ = now;
+    const double interval = currentInterval();
+    deadline_ += interval;
+    // A deadline already behind (a sample slower than the interval, a wake after a long sleep,
+    // whose overdue round just ran) starts the cadence afresh: missed rounds are not made up.
+    if (deadline_ <= now) deadline_ = now + interval;
     loopTimer_ = loop_.after(deadline_ - now, [this, generation] {
         tick([this, generation] {
             if (generation == loopGeneration_) scheduleNextRound(generation);
@@ -276,9 +277,11 @@ void MonitorStore::scheduleNextRound(std::uint64_t generation) {
 }
 
 void MonitorStore::tick(std::function<void()> then) {
+    ++samplesInFlight_;
     relay_.deliver(engine_->snapshot(), [alive = std::weak_ptr<bool>(alive_), this,
                                          then = std::move(then)](MonitorSnapshot snapshot) {
         if (!alive.lock()) return;
+        --samplesInFlight_;
         handle(std::move(snapshot));
         if (then) then();
     });

@@ -92,6 +92,8 @@ public:
     // The interval the sampling loop waits now.
     double currentInterval() const;
     int visibleSurfaces() const { return visibleSurfaces_; }
+    // A full sample is under way on the engine.
+    bool isSampling() const { return samplesInFlight_ > 0; }
 
     // ---- Surfaces and windows.
     void surfaceAppeared();
@@ -161,6 +163,7 @@ private:
     double deadline_ = 0;
     kestrow::MainLoop::Token loopTimer_;
     kestrow::MainLoop::Token glanceTimer_;
+    int samplesInFlight_ = 0;
     bool glanceInFlight_ = false;
     std::optional<double> lastFullSampleAt_;
 
