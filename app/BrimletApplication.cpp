@@ -22,7 +22,7 @@ BrimletApplication::BrimletApplication(BrimletPlatform platform)
     participant_ = std::make_unique<SuiteParticipant>(SuiteApp(SuiteApp::brimlet), std::move(platform.suiteFolders),
                                                       platform.suiteDefaults, std::move(platform.statusItems),
                                                       platform.loop, std::move(options));
-    link_ = std::make_unique<ParticipantLink>(*participant_);
+    link_ = std::make_unique<ParticipantLink>(*participant_, platform.loop);
 
     cleanup_ = std::make_shared<CleanupStore>(platform.loop, platform.home);
     router_.link(monitor_, cleanup_);

@@ -5,11 +5,23 @@ namespace brimlet {
 using kestrow::suite::GlanceLevel;
 using kestrow::suite::GlanceMetric;
 
-ParticipantLink::ParticipantLink(kestrow::suite::SuiteParticipant& participant) : participant_(participant) {
-    participant_.onChange([this](kestrow::suite::SuiteParticipant::Property) { observers_.notify(); });
+ParticipantLink::ParticipantLink(kestrow::suite::SuiteParticipant& participant, kestrow::MainLoop& loop)
+    : participant_(participant), loop_(loop) {
+    participant_.onChange([this](kestrow::suite::SuiteParticipant::Property) {
+        if (notifyPending_) return;
+        notifyPending_ = true;
+        loop_.post([alive = std::weak_ptr<bool>(alive_), this] {
+            if (!alive.lock()) return;
+            notifyPending_ = false;
+            observers_.notify();
+        });
+    });
 }
 
-ParticipantLink::~ParticipantLink() { participant_.onChange(nullptr); }
+ParticipantLink::~ParticipantLink() {
+    alive_.reset();
+    participant_.onChange(nullptr);
+}
 
 DesktopController::DesktopController(kestrow::MainLoop& loop, MonitorStore& monitor, SuiteLink& suite,
                                      std::unique_ptr<FloatingMonitorController> floating,

@@ -50,10 +50,11 @@ public:
 };
 
 // The real participant behind the link. It takes the participant's one change callback and passes
-// each change on to every subscriber.
+// the changes on to every subscriber, once per turn of the loop: one evaluation of the suite often
+// changes several properties together, and they are applied together.
 class ParticipantLink final : public SuiteLink {
 public:
-    explicit ParticipantLink(kestrow::suite::SuiteParticipant& participant);
+    ParticipantLink(kestrow::suite::SuiteParticipant& participant, kestrow::MainLoop& loop);
     ~ParticipantLink() override;
 
     bool isActive() const override { return participant_.isActive(); }
@@ -68,7 +69,10 @@ public:
 
 private:
     kestrow::suite::SuiteParticipant& participant_;
+    kestrow::MainLoop& loop_;
     Observers observers_;
+    bool notifyPending_ = false;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 class DesktopController {
