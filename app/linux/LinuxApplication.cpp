@@ -53,6 +53,11 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
 
     const std::string bundleIdentifier = SuiteLaunch::bundleIdentifier();
     std::unique_ptr<kestrow::UserDefaults> standard = kestrow::UserDefaults::standard(bundleIdentifier);
+    if (!standard) {
+        // Cannot happen with the fixed identifier; settings then last for this run only.
+        kestrow::log::error(logCategory, "settings not available: they last for this run only");
+        standard = std::make_unique<kestrow::InMemoryUserDefaults>();
+    }
     std::unique_ptr<kestrow::UserDefaults> named;
     if (!suiteDomain.isStandard()) {
         named = kestrow::UserDefaults::named(*suiteDomain.suiteName);
