@@ -1,0 +1,58 @@
+#include "BrimletApplication.hpp"
+
+#include <chrono>
+
+#include "ReopenRule.hpp"
+
+namespace brimlet {
+
+using kestrow::suite::SuiteApp;
+using kestrow::suite::SuiteParticipant;
+
+BrimletApplication::BrimletApplication(BrimletPlatform platform)
+    : loop_(platform.loop), router_(std::move(platform.intents)) {
+    monitor_ = std::make_shared<MonitorStore>(platform.loop, platform.monitorDefaults, platform.notifier,
+                                              platform.arguments, std::move(platform.monitorOptions));
+
+    SuiteParticipant::Options options;
+    options.observeSystem = platform.observeSystem;
+    options.onOpen = [monitor = std::weak_ptr<MonitorStore>(monitor_)] {
+        if (auto store = monitor.lock()) store->openDashboard();
+    };
+    participant_ = std::make_unique<SuiteParticipant>(SuiteApp(SuiteApp::brimlet), std::move(platform.suiteFolders),
+                                                      platform.suiteDefaults, std::move(platform.statusItems),
+                                                      platform.loop, std::move(options));
+    link_ = std::make_unique<ParticipantLink>(*participant_, platform.loop);
+
+    cleanup_ = std::make_shared<CleanupStore>(platform.loop, platform.home);
+    router_.link(monitor_, cleanup_);
+    desktop_ = std::make_unique<DesktopController>(platform.loop, *monitor_, *link_, std::move(platform.floating),
+                                                   std::move(platform.dock), platform.hotKeys);
+}
+
+BrimletApplication::~BrimletApplication() {
+    alive_.reset();
+    pendingReopens_.clear();
+    // The controller lets go of the store's hooks and the link before either goes.
+    desktop_.reset();
+    shutdown();
+}
+
+void BrimletApplication::handleReopen() {
+    const double arrivedAt = router_.uptime();
+    const std::uint64_t id = nextReopen_++;
+    const double delay = std::chrono::duration<double>(ReopenSuppression::reopenDelay).count();
+    pendingReopens_[id] = loop_.after(delay, [alive = std::weak_ptr<bool>(alive_), this, id, arrivedAt] {
+        if (!alive.lock()) return;
+        const double checkedAt = router_.uptime();
+        if (ReopenRule::opensDashboard(router_.lastRequest(), arrivedAt, checkedAt, participant_->showsOwnIcon()))
+            monitor_->openDashboard();
+        pendingReopens_.erase(id);  // last: destroys this very callback's token
+    });
+}
+
+void BrimletApplication::shutdown() {
+    if (participant_) participant_->shutdown();
+}
+
+}  // namespace brimlet

@@ -1,0 +1,168 @@
+#include "CleanupStore.hpp"
+
+#include <algorithm>
+
+#include "base/Files.hpp"
+#include "base/Log.hpp"
+
+namespace brimlet {
+
+namespace {
+constexpr std::string_view logCategory = "cleanup";
+}
+
+CleanupStore::CleanupStore(kestrow::MainLoop& loop, std::string home, std::unique_ptr<FileOperations> fileOperations)
+    : loop_(loop),
+      home_(std::move(home)),
+      fileOperations_(fileOperations ? std::move(fileOperations) : std::make_unique<LiveFileOperations>()),
+      relay_(loop, "cleanup-relay") {}
+
+CleanupStore::~CleanupStore() {
+    // The relay waits for the work under way: ask it to stop at its next item first.
+    cancelFlag_->store(true);
+    alive_.reset();
+}
+
+std::shared_ptr<CleanupSession> CleanupStore::makeSession() {
+    return std::make_shared<CleanupSession>(home_, *fileOperations_);
+}
+
+template <typename T, typename F>
+void CleanupStore::whenCurrent(std::future<T> future, std::uint64_t generation, F then) {
+    relay_.deliver(std::move(future), [alive = std::weak_ptr<bool>(alive_), this, generation, session = session_,
+                                       then = std::move(then)](T value) mutable {
+        // `session` keeps a replaced session alive until its last result is in.
+        if (!alive.lock() || generation != generation_) return;
+        then(std::move(value));
+    });
+}
+
+void CleanupStore::setPhase(CleanupPhase phase) {
+    phase_ = phase;
+    if (!phase.isBusy()) progress_ = Progress{};
+    observers_.notify();
+}
+
+void CleanupStore::setSelected(const std::string& id, bool selected) {
+    const bool changed = selected ? selection_.insert(id).second : selection_.erase(id) > 0;
+    if (changed) observers_.notify();
+}
+
+bool CleanupStore::start() {
+    if (isBusy()) return false;
+    const std::uint64_t generation = ++generation_;
+    cancelFlag_ = std::make_shared<std::atomic<bool>>(false);
+    // Every run gets its own session (and its thread only while there is one): approvals of an
+    // earlier run are void in this one.
+    session_ = makeSession();
+    measured_.reset();
+    personal_.clear();
+    selection_.clear();
+    progress_ = Progress{};
+    setPhase(CleanupPhase::measuring);
+    whenCurrent(session_->measure(), generation, [this, generation](MeasureResult result) {
+        for (const CleanupItem& item : result.regenerable)
+            if (item.isSelectable()) selection_.insert(item.id);
+        measured_ = std::move(result);
+        scan(generation);
+    });
+    return true;
+}
+
+void CleanupStore::scan(std::uint64_t generation) {
+    setPhase(CleanupPhase::scanning);
+    whenCurrent(session_->scanPersonal([flag = cancelFlag_] { return flag->load(); }), generation,
+                [this](std::vector<CleanupItem> items) {
+                    personal_ = std::move(items);
+                    setPhase(CleanupPhase::ready);
+                });
+}
+
+std::vector<std::string> CleanupStore::selectedInOrder() const {
+    std::vector<std::string> ids;
+    auto take = [&](const std::vector<CleanupItem>& items) {
+        for (const CleanupItem& item : items)
+            if (selection_.count(item.id)) ids.push_back(item.id);
+    };
+    if (measured_) take(measured_->regenerable);
+    take(personal_);
+    return ids;
+}
+
+bool CleanupStore::clean(DeleteMode mode) {
+    if (!(phase_ == CleanupPhase::ready)) return false;
+    std::vector<std::string> ids = selectedInOrder();
+    if (ids.empty()) return false;
+    const std::uint64_t generation = generation_;
+    progress_ = Progress{0, ids.size(), {}};
+    setPhase(CleanupPhase::cleaning);
+    whenCurrent(session_->approve(ids), generation, [this, generation, ids, mode](CleanupApproval approval) {
+        auto onProgress = [&loop = loop_, alive = std::weak_ptr<bool>(alive_), this, generation,
+                           total = ids.size()](std::size_t index, const CleanupItem& item) {
+            loop.post([alive, this, generation, total, index, title = item.title] {
+                if (!alive.lock() || generation != generation_ || !(phase_ == CleanupPhase::cleaning)) return;
+                progress_ = Progress{index, total, title};
+                observers_.notify();
+            });
+        };
+        whenCurrent(session_->clean(ids, std::move(approval), mode, onProgress,
+                                    [flag = cancelFlag_] { return flag->load(); }),
+                    generation, [this](CleanupReport report) {
+                        if (report.refusal) kestrow::log::error(logCategory, "cleanup refused: " + *report.refusal);
+                        lastReport_ = std::move(report);
+                        setPhase(CleanupPhase::finished);
+                    });
+    });
+    return true;
+}
+
+void CleanupStore::cancel() {
+    if (!isBusy()) return;
+    cancelFlag_->store(true);
+    if (phase_ == CleanupPhase::cleaning) return;  // its report comes, marked cancelled
+    ++generation_;
+    measured_.reset();
+    personal_.clear();
+    selection_.clear();
+    setPhase(CleanupPhase::idle);
+}
+
+void CleanupStore::resetToIdle() {
+    cancelFlag_->store(true);
+    ++generation_;
+    session_.reset();  // work under way keeps its session until its result is in, then drops it
+    measured_.reset();
+    personal_.clear();
+    selection_.clear();
+    setPhase(CleanupPhase::idle);
+}
+
+std::optional<std::string> CleanupStore::reportMarkdown() const {
+    if (!lastReport_) return std::nullopt;
+    return lastReport_->markdown();
+}
+
+std::optional<std::string> CleanupStore::reportJSON() const {
+    if (!lastReport_) return std::nullopt;
+    return lastReport_->json();
+}
+
+std::string CleanupStore::reportBaseName(const CleanupReport& report) {
+    // "2026-11-23T09:15:02Z" → "2026-11-23 09.15.02": no colons, which Finder shows as slashes.
+    std::string stamp = kestrow::formatIsoDate(report.finishedAt).substr(0, 19);
+    std::replace(stamp.begin(), stamp.end(), 'T', ' ');
+    std::replace(stamp.begin(), stamp.end(), ':', '.');
+    return "Cleanup Report " + stamp;
+}
+
+kestrow::Status CleanupStore::exportReport(const std::string& folder) const {
+    if (!lastReport_) return kestrow::Status::failure("There is no cleanup report yet.");
+    const auto json = lastReport_->json();
+    if (!json) return kestrow::Status::failure("The report could not be encoded.");
+    const std::string base = folder + "/" + reportBaseName(*lastReport_);
+    if (kestrow::Status written = kestrow::writeAtomically(base + ".md", lastReport_->markdown(), 0644); written.failed())
+        return written;
+    return kestrow::writeAtomically(base + ".json", *json, 0644);
+}
+
+}  // namespace brimlet

@@ -1,0 +1,106 @@
+// The application's cleanup run, on the main loop: one `CleanupSession` at a time, driven through
+// the phases idle → measuring → scanning → ready → cleaning → finished. Measuring, scanning and
+// cleaning happen on the session's executor; their progress and results come back to the loop, and
+// a cancel reaches them through a flag they check between items.
+//
+// A reset starts over with a fresh session, so an approval given in an earlier run can never be
+// spent in the next one. The last report stays available for export until a newer one replaces it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "CleanupPhase.hpp"
+#include "Observers.hpp"
+#include "ResultRelay.hpp"
+#include "base/MainLoop.hpp"
+#include "base/Status.hpp"
+#include "core/cleanup/CleanupSession.hpp"
+
+namespace brimlet {
+
+class CleanupStore {
+public:
+    // Where a run is: `completed` of `total` items done, `current` the item in hand. A total of 0
+    // means the step cannot tell how far it got (measuring and scanning).
+    struct Progress {
+        std::size_t completed = 0;
+        std::size_t total = 0;
+        std::string current;
+        bool operator==(const Progress&) const = default;
+    };
+
+    // `fileOperations` empty: this platform's Trash and removal.
+    CleanupStore(kestrow::MainLoop& loop, std::string home, std::unique_ptr<FileOperations> fileOperations = nullptr);
+    ~CleanupStore();
+    CleanupStore(const CleanupStore&) = delete;
+    CleanupStore& operator=(const CleanupStore&) = delete;
+
+    kestrow::MainLoop::Token observe(std::function<void()> onChange) { return observers_.subscribe(std::move(onChange)); }
+
+    CleanupPhase phase() const { return phase_; }
+    bool isBusy() const { return phase_.isBusy(); }
+    const Progress& progress() const { return progress_; }
+    const std::optional<MeasureResult>& measured() const { return measured_; }
+    const std::vector<CleanupItem>& personalItems() const { return personal_; }
+    // Chosen ids; measuring preselects the caches that rebuild themselves, never personal items.
+    const std::set<std::string>& selection() const { return selection_; }
+    void setSelected(const std::string& id, bool selected);
+    const std::optional<CleanupReport>& lastReport() const { return lastReport_; }
+
+    // From idle, ready or finished: measure the caches, then look for personal items. False while busy.
+    bool start();
+    // Cleans the selection, in the order the items were presented, under a fresh approval of exactly
+    // those items. False unless ready with something selected.
+    bool clean(DeleteMode mode);
+    // Measuring and scanning stop and return to idle at once; cleaning stops before its next item
+    // and still finishes with a report of what it did.
+    void cancel();
+    // Back to the start with a fresh session; a run under way is cancelled and its results dropped.
+    void resetToIdle();
+
+    // The last report in its two export forms; none without a report (or when it cannot be encoded).
+    std::optional<std::string> reportMarkdown() const;
+    std::optional<std::string> reportJSON() const;
+    // Writes both forms into `folder` as "Cleanup Report <date> <time>.md" and ".json".
+    [[nodiscard]] kestrow::Status exportReport(const std::string& folder) const;
+    static std::string reportBaseName(const CleanupReport& report);
+
+private:
+    using CancelFlag = std::shared_ptr<std::atomic<bool>>;
+
+    void setPhase(CleanupPhase phase);
+    void scan(std::uint64_t generation);
+    std::vector<std::string> selectedInOrder() const;
+    std::shared_ptr<CleanupSession> makeSession();
+    // Runs `then` on the loop with the value unless the run was reset or cancelled meanwhile.
+    template <typename T, typename F>
+    void whenCurrent(std::future<T> future, std::uint64_t generation, F then);
+
+    kestrow::MainLoop& loop_;
+    std::string home_;
+    std::unique_ptr<FileOperations> fileOperations_;
+    Observers observers_;
+
+    CleanupPhase phase_;
+    Progress progress_;
+    std::optional<MeasureResult> measured_;
+    std::vector<CleanupItem> personal_;
+    std::set<std::string> selection_;
+    std::optional<CleanupReport> lastReport_;
+
+    std::uint64_t generation_ = 0;  // bumped by every reset and cancel: late results are dropped
+    CancelFlag cancelFlag_ = std::make_shared<std::atomic<bool>>(false);
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    // The current run's session, none before the first run and after a reset. Shared with the
+    // closures of the work under way, so a reset never waits for that work.
+    std::shared_ptr<CleanupSession> session_;
+    ResultRelay relay_;  // last: joins before the rest goes
+};
+
+}  // namespace brimlet

@@ -1,0 +1,107 @@
+#include "DesktopController.hpp"
+
+namespace brimlet {
+
+using kestrow::suite::GlanceLevel;
+using kestrow::suite::GlanceMetric;
+
+ParticipantLink::ParticipantLink(kestrow::suite::SuiteParticipant& participant, kestrow::MainLoop& loop)
+    : participant_(participant), loop_(loop) {
+    participant_.onChange([this](kestrow::suite::SuiteParticipant::Property) {
+        if (notifyPending_) return;
+        notifyPending_ = true;
+        loop_.post([alive = std::weak_ptr<bool>(alive_), this] {
+            if (!alive.lock()) return;
+            notifyPending_ = false;
+            observers_.notify();
+        });
+    });
+}
+
+ParticipantLink::~ParticipantLink() {
+    alive_.reset();
+    participant_.onChange(nullptr);
+}
+
+DesktopController::DesktopController(kestrow::MainLoop& loop, MonitorStore& monitor, SuiteLink& suite,
+                                     std::unique_ptr<FloatingMonitorController> floating,
+                                     std::unique_ptr<DockBadgeController> dock, kestrow::suite::HotKeyCenter* hotKeys)
+    : loop_(loop),
+      monitor_(monitor),
+      suite_(suite),
+      floating_(std::move(floating)),
+      dock_(std::move(dock)),
+      hotKeys_(hotKeys) {
+    const std::weak_ptr<bool> alive = alive_;
+    monitor_.onDesktopChange = [alive, this] {
+        if (alive.lock()) syncDesktop();
+    };
+    monitor_.onTick = [alive, this] {
+        if (alive.lock()) dock_->refresh();
+    };
+    monitor_.onGlance = [alive, this](const SystemGlance& glance) {
+        if (alive.lock()) publish(glance);
+    };
+    applySuite(false);
+    suiteObservation_ = suite_.observe([alive, this] {
+        if (alive.lock()) applySuite(true);
+    });
+    loop_.post([alive, this] {
+        if (alive.lock()) syncDesktop();
+    });
+}
+
+DesktopController::~DesktopController() {
+    alive_.reset();
+    monitor_.onDesktopChange = nullptr;
+    monitor_.onTick = nullptr;
+    monitor_.onGlance = nullptr;
+    if (hotKey_) hotKey_->invalidate();
+}
+
+void DesktopController::syncDesktop() {
+    floating_->sync();
+    dock_->refresh();
+}
+
+void DesktopController::applySuite(bool sync) {
+    const bool active = suite_.isActive();
+    floating_->setSuppressed(active);
+    if (active) {
+        if (hotKey_) {
+            hotKey_->invalidate();
+            hotKey_.reset();
+        }
+    } else if (!hotKey_ && hotKeys_) {
+        // Through the store's setter, so the choice is saved and the monitor follows.
+        hotKey_ = std::make_unique<kestrow::suite::GlobalHotKey>(
+            *hotKeys_, hotKeyCode, hotKeyModifiers, [alive = std::weak_ptr<bool>(alive_), this] {
+                if (alive.lock()) monitor_.setFloatingVisible(!monitor_.floatingVisible());
+            });
+    }
+    if (sync) syncDesktop();
+}
+
+GlanceLevel DesktopController::recordLevel(SuiteGlance::Level level) {
+    switch (level.value) {
+        case SuiteGlance::Level::ok: return GlanceLevel::ok;
+        case SuiteGlance::Level::notice: return GlanceLevel::notice;
+        case SuiteGlance::Level::alert: return GlanceLevel::alert;
+    }
+    return GlanceLevel::ok;
+}
+
+std::vector<GlanceMetric> DesktopController::recordMetrics(const SuiteGlance& glance) {
+    std::vector<GlanceMetric> metrics;
+    metrics.reserve(glance.metrics.size());
+    for (const SuiteGlance::Metric& metric : glance.metrics)
+        metrics.push_back(GlanceMetric{metric.id, metric.label, metric.value, metric.unit, recordLevel(metric.level)});
+    return metrics;
+}
+
+void DesktopController::publish(const SystemGlance& glance) {
+    const SuiteGlance readout(glance);
+    suite_.publish(recordLevel(readout.level), recordMetrics(readout), glanceTTL);
+}
+
+}  // namespace brimlet

@@ -1,0 +1,100 @@
+// The application on Linux, without windows: the monitor store samples at its cadence, the suite
+// participant publishes the monitor's glance and competes for the host lock, the cleanup store
+// waits idle, and alerts become desktop notifications, all on the epoll main loop. SIGINT and
+// SIGTERM stop the loop; the participant then writes its stopped record and frees the lock.
+#include "app/ApplicationRunner.hpp"
+
+#include <string>
+
+#include "FreedesktopNotifier.hpp"
+#include "app/BrimletApplication.hpp"
+#include "base/Files.hpp"
+#include "base/Log.hpp"
+
+namespace brimlet {
+
+namespace {
+
+constexpr std::string_view logCategory = "launch";
+
+// No floating monitor and no Dock here: the suite's record is this app's only readout.
+class HeadlessFloatingMonitor final : public FloatingMonitorController {
+public:
+    void sync() override {}
+    void setSuppressed(bool suppressed) override { suppressed_ = suppressed; }
+    bool isSuppressed() const override { return suppressed_; }
+
+private:
+    bool suppressed_ = false;
+};
+
+class HeadlessDock final : public DockBadgeController {
+public:
+    void refresh() override {}
+};
+
+}  // namespace
+
+const char* applicationHelp() {
+    return "Without --snapshot-json it runs headless until SIGINT or SIGTERM:\n"
+           "  samples the machine every 10 s (every 2 s while alerts are on, as they are\n"
+           "  by default), publishes its glance to the Kestrow suite folder and competes\n"
+           "  to host the suite, and posts alerts (critical memory pressure, low disk,\n"
+           "  one app using a lot of memory) as desktop notifications on the session bus.\n"
+           "  --suite-folder PATH   use a suite folder inside the temporary folder and the\n"
+           "                        separate com.kestrow.brimlet.qa settings\n"
+           "  Settings live in $XDG_CONFIG_HOME/kestrow/com.kestrow.brimlet.json.\n";
+}
+
+int runApplication(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
+                   const SuiteLaunch::DefaultsDomain& suiteDomain) {
+    // First, before any thread starts: the loop takes SIGINT and SIGTERM for itself.
+    std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(true);
+
+    const std::string bundleIdentifier = SuiteLaunch::bundleIdentifier();
+    std::unique_ptr<kestrow::UserDefaults> standard = kestrow::UserDefaults::standard(bundleIdentifier);
+    if (!standard) {
+        // Cannot happen with the fixed identifier; settings then last for this run only.
+        kestrow::log::error(logCategory, "settings not available: they last for this run only");
+        standard = std::make_unique<kestrow::InMemoryUserDefaults>();
+    }
+    std::unique_ptr<kestrow::UserDefaults> named;
+    if (!suiteDomain.isStandard()) {
+        named = kestrow::UserDefaults::named(*suiteDomain.suiteName);
+        if (!named) {
+            const SuiteLaunch::Exit exit = SuiteLaunch::qaDefaultsUnavailable();
+            std::fputs(exit.standardError.c_str(), stderr);
+            return exit.status;
+        }
+    }
+
+    std::string folderNames;
+    for (const auto& folder : folders) folderNames += (folderNames.empty() ? "" : ", ") + folder.url;
+
+    FreedesktopNotifier notifier(*loop);
+    BrimletApplication application(BrimletPlatform{
+        .loop = *loop,
+        .monitorDefaults = *standard,
+        .suiteDefaults = named ? *named : *standard,
+        .notifier = notifier,
+        .arguments = arguments,
+        .suiteFolders = std::move(folders),
+        .home = kestrow::realHomeFolder(),
+        .statusItems = {},
+        .floating = std::make_unique<HeadlessFloatingMonitor>(),
+        .dock = std::make_unique<HeadlessDock>(),
+        .hotKeys = nullptr,
+        .observeSystem = true,
+        .intents = {},
+        .monitorOptions = {},
+    });
+    kestrow::log::info(logCategory, "running headless with the suite folder " + folderNames);
+
+    loop->run();
+
+    kestrow::log::info(logCategory, "stopping");
+    application.shutdown();
+    return 0;
+}
+
+}  // namespace brimlet

@@ -1,0 +1,198 @@
+// The cleanup store over a real temporary home and the real Trash: its phases, a cancel in each
+// busy phase, a reset, and the report's export.
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+
+#include "app/CleanupStore.hpp"
+#include "tests/support/TempFolder.hpp"
+
+namespace brimlet {
+namespace {
+
+namespace fs = std::filesystem;
+using kestrow::testing::TempFolder;
+using kestrow::testing::writeFile;
+
+class ScopedDataHome {
+public:
+    explicit ScopedDataHome(const std::string& path) {
+        if (const char* old = std::getenv("XDG_DATA_HOME")) old_ = old;
+        ::setenv("XDG_DATA_HOME", path.c_str(), 1);
+    }
+    ~ScopedDataHome() {
+        if (old_) ::setenv("XDG_DATA_HOME", old_->c_str(), 1);
+        else ::unsetenv("XDG_DATA_HOME");
+    }
+
+private:
+    std::optional<std::string> old_;
+};
+
+// The real Trash, held shut at the first item until the test opens the gate.
+class GatedFileOperations final : public FileOperations {
+public:
+    kestrow::Status moveToTrash(const std::string& path) override {
+        wait();
+        return live_.moveToTrash(path);
+    }
+    kestrow::Status removePermanently(const std::string& path) override {
+        wait();
+        return live_.removePermanently(path);
+    }
+    // Waits in real time for the cleaner to arrive at the gate.
+    bool awaitReached(double seconds) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return reached_; });
+    }
+    void open() {
+        std::lock_guard lock(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+
+private:
+    void wait() {
+        std::unique_lock lock(mutex_);
+        reached_ = true;
+        changed_.notify_all();
+        changed_.wait(lock, [&] { return open_; });
+    }
+    LiveFileOperations live_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool reached_ = false, open_ = false;
+};
+
+struct CleanupStoreRig : ::testing::Test {
+    TempFolder temp;
+    std::string home = temp / "home";
+    ScopedDataHome dataHome{home + "/.local/share"};
+    kestrow::ManualMainLoop loop;
+    std::vector<std::string> phases;
+
+    CleanupStoreRig() {
+        writeFile(home + "/.npm/_cacache/content-v2/blob", std::string(30000, 'n'));
+        writeFile(home + "/code/app/node_modules/left-pad/index.js", "module.exports = 1;");
+        writeFile(home + "/code/app/package.json", "{}");
+        writeFile(home + "/code/site/node_modules/is-odd/index.js", "module.exports = 2;");
+        writeFile(home + "/code/site/package.json", "{}");
+    }
+    kestrow::MainLoop::Token record(CleanupStore& store) {
+        return store.observe([this, &store] {
+            const std::string phase(store.phase().rawValue());
+            if (phases.empty() || phases.back() != phase) phases.push_back(phase);
+        });
+    }
+    bool waitFor(CleanupStore& store, CleanupPhase phase) {
+        return loop.runUntil([&] { return store.phase() == phase; }, 10.0);
+    }
+};
+
+TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
+    CleanupStore store(loop, home);
+    auto recording = record(store);
+    EXPECT_EQ(store.phase(), CleanupPhase::idle);
+    EXPECT_FALSE(store.clean(DeleteMode::trash));  // nothing measured yet
+    ASSERT_TRUE(store.start());
+    EXPECT_TRUE(store.isBusy());
+    EXPECT_FALSE(store.start());  // one run at a time
+    ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
+    EXPECT_EQ(phases, (std::vector<std::string>{"measuring", "scanning", "ready"}));
+
+    ASSERT_TRUE(store.measured());
+    EXPECT_EQ(store.selection(), std::set<std::string>{"npm-cache"});  // personal items are never preselected
+    ASSERT_EQ(store.personalItems().size(), 2u);
+    const std::string appModules = "node-modules:code/app/node_modules";
+    store.setSelected(appModules, true);
+
+    phases.clear();
+    ASSERT_TRUE(store.clean(DeleteMode::permanent));
+    EXPECT_TRUE(store.isBusy());
+    ASSERT_TRUE(waitFor(store, CleanupPhase::finished));
+    EXPECT_EQ(phases, (std::vector<std::string>{"cleaning", "finished"}));
+    const CleanupReport& report = *store.lastReport();
+    ASSERT_EQ(report.deleted.size(), 2u) << report.markdown();
+    EXPECT_EQ(report.deleted[0].title, store.measured()->regenerable[0].title);  // presentation order
+    EXPECT_TRUE(report.deleted[1].downgraded);  // personal data goes to the Trash, never for good
+    EXPECT_FALSE(fs::exists(home + "/.npm/_cacache"));
+    EXPECT_FALSE(fs::exists(home + "/code/app/node_modules"));
+    EXPECT_TRUE(fs::exists(home + "/code/site/node_modules"));
+    EXPECT_TRUE(fs::exists(home + "/.local/share/Trash/files/node_modules/left-pad/index.js"));
+
+    const std::string exports = temp / "exports";
+    fs::create_directories(exports);
+    ASSERT_TRUE(store.exportReport(exports).ok());
+    const std::string base = exports + "/" + CleanupStore::reportBaseName(report);
+    EXPECT_EQ(base.find(':'), std::string::npos);
+    std::stringstream markdown, json;
+    markdown << std::ifstream(base + ".md").rdbuf();
+    json << std::ifstream(base + ".json").rdbuf();
+    EXPECT_EQ(markdown.str(), *store.reportMarkdown());
+    EXPECT_EQ(json.str(), *store.reportJSON());
+    CleanupReport decoded;
+    auto parsed = kestrow::parseJson(json.str());
+    ASSERT_TRUE(std::holds_alternative<kestrow::JsonValue>(parsed));
+    ASSERT_TRUE(fromJson(std::get<kestrow::JsonValue>(parsed), decoded));
+    EXPECT_EQ(decoded, report);
+
+    // A reset starts over; the report stays for export until a newer one replaces it.
+    store.resetToIdle();
+    EXPECT_EQ(store.phase(), CleanupPhase::idle);
+    EXPECT_FALSE(store.measured());
+    EXPECT_TRUE(store.selection().empty());
+    EXPECT_TRUE(store.lastReport());
+    EXPECT_TRUE(store.exportReport(temp / "missing-folder").failed());
+}
+
+TEST_F(CleanupStoreRig, CancelledMeasuringReturnsToIdleAndItsLateResultIsDropped) {
+    CleanupStore store(loop, home);
+    EXPECT_TRUE(store.exportReport(temp.path()).failed());  // nothing to export yet
+    ASSERT_TRUE(store.start());
+    store.cancel();
+    EXPECT_EQ(store.phase(), CleanupPhase::idle);
+    EXPECT_FALSE(store.isBusy());
+
+    // The next run is the one that lands, whatever the first one still delivers.
+    ASSERT_TRUE(store.start());
+    auto recording = record(store);
+    ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
+    EXPECT_EQ(phases, (std::vector<std::string>{"scanning", "ready"}));
+    // Results come back in the order they were asked for, so the cancelled run's measurement
+    // arrived (and was dropped) before these; it never went on to scan.
+    EXPECT_EQ(store.personalItems().size(), 2u);
+}
+
+TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) {
+    auto gated = std::make_unique<GatedFileOperations>();
+    GatedFileOperations& gate = *gated;
+    CleanupStore store(loop, home, std::move(gated));
+    ASSERT_TRUE(store.start());
+    ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
+    for (const CleanupItem& item : store.personalItems()) store.setSelected(item.id, true);
+    store.setSelected("npm-cache", false);
+    ASSERT_TRUE(store.clean(DeleteMode::trash));
+    const std::string first = store.personalItems()[0].title;
+    // The approval comes back to the loop, the cleaning starts and reports its first item, then
+    // holds at the gate.
+    ASSERT_TRUE(loop.runUntil([&] { return store.progress().current == first; }, 10.0));
+    ASSERT_TRUE(gate.awaitReached(10.0));
+    EXPECT_EQ(store.progress(), (CleanupStore::Progress{0, 2, first}));
+
+    store.cancel();
+    EXPECT_EQ(store.phase(), CleanupPhase::cleaning);  // what was started is finished and reported
+    gate.open();
+    ASSERT_TRUE(waitFor(store, CleanupPhase::finished));
+    const CleanupReport& report = *store.lastReport();
+    EXPECT_TRUE(report.cancelled);
+    EXPECT_EQ(report.deleted.size(), 1u);
+    EXPECT_TRUE(fs::exists(home + "/code/site/node_modules") != fs::exists(home + "/code/app/node_modules"));
+    EXPECT_EQ(store.progress(), CleanupStore::Progress{});
+}
+
+}  // namespace
+}  // namespace brimlet

@@ -1,0 +1,255 @@
+// The real executable, headless, against a temporary suite folder, private settings and, where the
+// machine has dbus-daemon, a private session bus with a stand-in notification service.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "base/Json.hpp"
+#include "base/MainLoop.hpp"
+#include "suite/protocol/SuiteFolder.hpp"
+#include "tests/support/TempFolder.hpp"
+
+extern char** environ;
+
+namespace brimlet {
+namespace {
+
+namespace fs = std::filesystem;
+using kestrow::suite::GlanceRecord;
+using kestrow::suite::GlanceState;
+using kestrow::suite::GlanceStore;
+using kestrow::suite::SuiteApp;
+using kestrow::suite::SuiteFolder;
+using kestrow::testing::TempFolder;
+using Clock = std::chrono::steady_clock;
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// Polls a condition until it holds or the deadline passes.
+bool waitFor(const std::function<bool()>& done, double seconds) {
+    const auto deadline = Clock::now() + std::chrono::duration<double>(seconds);
+    while (!done()) {
+        if (Clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
+// A child process with its output in files; killed and reaped at the latest when it goes out of scope.
+class Child {
+public:
+    Child(std::vector<std::string> arguments, const std::map<std::string, std::string>& environment,
+          std::string outPath, std::string errPath)
+        : out_(std::move(outPath)), err_(std::move(errPath)) {
+        std::map<std::string, std::string> merged;
+        for (char** e = environ; *e; ++e) {
+            const std::string entry(*e);
+            const auto equals = entry.find('=');
+            if (equals != std::string::npos) merged[entry.substr(0, equals)] = entry.substr(equals + 1);
+        }
+        for (const auto& [key, value] : environment) merged[key] = value;
+        std::vector<std::string> envStrings;
+        for (const auto& [key, value] : merged) envStrings.push_back(key + "=" + value);
+        std::vector<char*> argv, envp;
+        for (auto& a : arguments) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        for (auto& e : envStrings) envp.push_back(e.data());
+        envp.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        if (::posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) pid_ = -1;
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    ~Child() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    bool started() const { return pid_ > 0; }
+    // The exit status once it ended within the deadline; -1 for a signal or a timeout.
+    int waitExit(double seconds) {
+        int status = 0;
+        const bool ended = waitFor([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; }, seconds);
+        if (!ended) return -1;
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    int stop(int signal, double seconds) {
+        ::kill(pid_, signal);
+        return waitExit(seconds);
+    }
+    std::string out() const { return readFile(out_); }
+    std::string err() const { return readFile(err_); }
+
+private:
+    pid_t pid_ = -1;
+    std::string out_, err_;
+};
+
+struct HeadlessApp : ::testing::Test {
+    TempFolder temp;
+    SuiteFolder folder{temp / "suite"};
+    // Private settings, and no session bus unless a test brings one.
+    std::map<std::string, std::string> environment{{"XDG_CONFIG_HOME", temp / "config"},
+                                                   {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + temp / "no-bus"}};
+
+    std::unique_ptr<Child> launch(std::vector<std::string> arguments, const std::string& name = "app") {
+        arguments.insert(arguments.begin(), KESTROW_BRIMLET_PATH);
+        return std::make_unique<Child>(std::move(arguments), environment, temp / (name + ".out"), temp / (name + ".err"));
+    }
+    std::optional<GlanceRecord> ownRecord() const {
+        const auto read = GlanceStore{folder}.read(SuiteApp::brimlet);
+        if (!read || !read->record()) return std::nullopt;
+        return *read->record();
+    }
+    // Alerts for low disk only, with a threshold no disk reaches: the first sample raises one.
+    void lowDiskAlways() {
+        fs::create_directories(temp / "config/kestrow");
+        const std::string settings = R"({"heavyAppEnabled":false,"heavyAppThreshold":8589934592,)"
+                                     R"("lowDiskEnabled":true,"lowDiskThreshold":1000000000000000000,)"
+                                     R"("memoryPressureEnabled":false})";
+        const kestrow::JsonValue file(kestrow::JsonObject{{"alertSettings", kestrow::JsonValue(settings)}});
+        std::ofstream(temp / "config/kestrow/com.kestrow.brimlet.json") << *kestrow::writeJson(file);
+    }
+};
+
+bool lockIsFree(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    ::close(fd);
+    return free;
+}
+
+TEST_F(HeadlessApp, PublishesHostsWithASecondMemberAndStopsCleanlyOnSIGTERM) {
+    const auto started = Clock::now();
+    auto app = launch({"--suite-folder", folder.url});
+    ASSERT_TRUE(app->started());
+    ASSERT_TRUE(waitFor([&] { return ownRecord().has_value(); }, 5)) << app->err();
+    const double appeared = std::chrono::duration<double>(Clock::now() - started).count();
+    EXPECT_LT(appeared, 1.0) << "the glance record took " << appeared << " s";
+    const GlanceRecord first = *ownRecord();
+    EXPECT_EQ(first.state, GlanceState::running);
+    EXPECT_EQ(first.ttl, 10);
+    EXPECT_FALSE(first.hosting);
+    EXPECT_FALSE(first.metrics.empty());
+
+    // A second member publishes: the suite turns active and this app, able to host, hosts.
+    const GlanceRecord other(SuiteApp::corvane, false, GlanceState::running, kestrow::wallSeconds(), 30,
+                             kestrow::suite::GlanceLevel::ok, {});
+    ASSERT_TRUE(GlanceStore{folder}.write(other).ok());
+    ASSERT_TRUE(waitFor([&] { auto r = ownRecord(); return r && r->hosting; }, 8)) << app->err();
+    const double hostedAt = ownRecord()->at;
+    // The record is renewed before readers could see it expire.
+    ASSERT_TRUE(waitFor([&] { auto r = ownRecord(); return r && r->at > hostedAt; }, 8)) << app->err();
+    EXPECT_LT(ownRecord()->at - hostedAt, first.ttl * 0.5 + 1);
+
+    EXPECT_EQ(app->stop(SIGTERM, 5), 0) << app->err();
+    const auto last = ownRecord();
+    ASSERT_TRUE(last);
+    EXPECT_EQ(last->state, GlanceState::stopped);
+    EXPECT_TRUE(lockIsFree(folder.lockURL()));
+    EXPECT_NE(app->err().find("first-sample-ready"), std::string::npos);
+}
+
+TEST_F(HeadlessApp, SIGINTEndsItToo) {
+    auto app = launch({"--suite-folder", folder.url});
+    ASSERT_TRUE(waitFor([&] { return ownRecord().has_value(); }, 5)) << app->err();
+    EXPECT_EQ(app->stop(SIGINT, 5), 0) << app->err();
+    EXPECT_EQ(ownRecord()->state, GlanceState::stopped);
+}
+
+TEST_F(HeadlessApp, LaunchValuesAreSettledFirstAndTheSnapshotBeforeThem) {
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string standardError;
+    };
+    const std::vector<Case> cases = {
+        {{"--suite-folder", "/etc/kestrow-suite"},
+         "KestrowBrimlet: --suite-folder must be inside the temporary folder: /etc/kestrow-suite\n"},
+        {{"--suite-folder", "suite"}, "KestrowBrimlet: --suite-folder needs an absolute path: suite\n"},
+        {{"--suite-folder"}, "KestrowBrimlet: --suite-folder needs a path\n"},
+    };
+    for (const Case& c : cases) {
+        auto app = launch(c.arguments);
+        EXPECT_EQ(app->waitExit(5), 2) << c.arguments.back();
+        EXPECT_EQ(app->err(), c.standardError);
+        EXPECT_EQ(app->out(), "");
+    }
+
+    // The snapshot comes first: the invalid folder is not even looked at.
+    auto snapshot = launch({"--snapshot-json", "--suite-folder", "/etc/kestrow-suite"});
+    ASSERT_EQ(snapshot->waitExit(10), 0) << snapshot->err();
+    auto parsed = kestrow::parseJson(snapshot->out());
+    ASSERT_TRUE(std::holds_alternative<kestrow::JsonValue>(parsed)) << snapshot->out();
+    const kestrow::JsonValue& json = std::get<kestrow::JsonValue>(parsed);
+    for (const char* key : {"apps", "date", "heavyProcesses", "hiddenProcessCount", "readableProcessCount", "system"})
+        EXPECT_NE(json.find(key), nullptr) << key;
+    EXPECT_EQ(snapshot->err(), "");
+
+    auto help = launch({"--help"});
+    EXPECT_EQ(help->waitExit(5), 0);
+    EXPECT_NE(help->out().find("--snapshot-json"), std::string::npos);
+    EXPECT_NE(help->out().find("SIGTERM"), std::string::npos);
+}
+
+TEST_F(HeadlessApp, WithoutASessionBusAnAlertIsLoggedUndelivered) {
+    lowDiskAlways();
+    auto app = launch({"--suite-folder", folder.url});
+    const std::string expected = "alert not delivered: Disk space is low (";
+    ASSERT_TRUE(waitFor([&] { return app->err().find(expected) != std::string::npos; }, 5)) << app->err();
+    EXPECT_EQ(app->stop(SIGTERM, 5), 0);
+}
+
+TEST_F(HeadlessApp, ALowDiskAlertReachesTheNotificationService) {
+    const char* daemon = "/usr/bin/dbus-daemon";
+    if (::access(daemon, X_OK) != 0) GTEST_SKIP() << "dbus-daemon is not installed (package dbus-daemon)";
+    const std::string socket = temp / "bus";
+    Child bus({daemon, "--session", "--nofork", "--nopidfile", "--address=unix:path=" + socket}, {},
+              temp / "bus.out", temp / "bus.err");
+    ASSERT_TRUE(waitFor([&] { return fs::exists(socket); }, 5)) << bus.err();
+    environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + socket;
+
+    const std::string received = temp / "notifications.txt";
+    Child sink({NOTIFICATION_SINK_PATH, received}, environment, temp / "sink.out", temp / "sink.err");
+    ASSERT_TRUE(waitFor([&] { return fs::exists(received); }, 5)) << sink.err();
+
+    lowDiskAlways();
+    auto app = launch({"--suite-folder", folder.url});
+    ASSERT_TRUE(waitFor([&] { return !readFile(received).empty(); }, 5)) << app->err();
+    const std::regex line(R"(Disk space is low\t[0-9.]+ [KMGT]?B free\. Open Cleanup to reclaim space safely\.\n)");
+    EXPECT_TRUE(std::regex_match(readFile(received), line)) << readFile(received);
+    EXPECT_TRUE(waitFor([&] { return app->err().find("alert posted: Disk space is low") != std::string::npos; }, 5))
+        << app->err();
+    EXPECT_EQ(app->stop(SIGTERM, 5), 0);
+    // The sink and the bus end with the signal (and are reaped here or by their destructors).
+    sink.stop(SIGTERM, 5);
+    bus.stop(SIGTERM, 5);
+}
+
+}  // namespace
+}  // namespace brimlet
