@@ -4,7 +4,11 @@
 // SIGTERM stop the loop; the participant then writes its stopped record and frees the lock.
 #include "app/ApplicationRunner.hpp"
 
+#include <algorithm>
+#include <cstdio>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "FreedesktopNotifier.hpp"
 #include "app/BrimletApplication.hpp"
@@ -33,6 +37,24 @@ public:
     void refresh() override {}
 };
 
+// The options this runner knows, and those that take the next argument as their value.
+bool knownOption(const std::string& argument, bool& takesValue) {
+    static const std::vector<std::string> flags = {"--floating", "--floating-expanded", "--dock-badges"};
+    static const std::vector<std::string> valued = {"--suite-folder", "--appearance", "--open"};
+    takesValue = std::find(valued.begin(), valued.end(), argument) != valued.end();
+    return takesValue || std::find(flags.begin(), flags.end(), argument) != flags.end();
+}
+
+// A mistyped option should not quietly start a long-running process.
+std::optional<std::string> unknownArgument(const std::vector<std::string>& arguments) {
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        bool takesValue = false;
+        if (!knownOption(arguments[i], takesValue)) return arguments[i];
+        if (takesValue) ++i;
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 const char* applicationHelp() {
@@ -43,11 +65,18 @@ const char* applicationHelp() {
            "  one app using a lot of memory) as desktop notifications on the session bus.\n"
            "  --suite-folder PATH   use a suite folder inside the temporary folder and the\n"
            "                        separate com.kestrow.brimlet.qa settings\n"
+           "  --floating, --floating-expanded, --dock-badges\n"
+           "                        turn these on for this run only; nothing the run\n"
+           "                        changes is saved\n"
            "  Settings live in $XDG_CONFIG_HOME/kestrow/com.kestrow.brimlet.json.\n";
 }
 
 int runApplication(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
                    const SuiteLaunch::DefaultsDomain& suiteDomain) {
+    if (auto unknown = unknownArgument(arguments)) {
+        std::fputs(("KestrowBrimlet: unknown argument " + *unknown + " (see --help)\n").c_str(), stderr);
+        return 2;
+    }
     // First, before any thread starts: the loop takes SIGINT and SIGTERM for itself.
     std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(true);
 

@@ -193,6 +193,9 @@ TEST_F(HeadlessApp, LaunchValuesAreSettledFirstAndTheSnapshotBeforeThem) {
          "KestrowBrimlet: --suite-folder must be inside the temporary folder: /etc/kestrow-suite\n"},
         {{"--suite-folder", "suite"}, "KestrowBrimlet: --suite-folder needs an absolute path: suite\n"},
         {{"--suite-folder"}, "KestrowBrimlet: --suite-folder needs a path\n"},
+        {{"--floating", "--no-such-flag"}, "KestrowBrimlet: unknown argument --no-such-flag (see --help)\n"},
+        {{"--open", "--no-such-flag", "--suite-folder", "relative"},
+         "KestrowBrimlet: --suite-folder needs an absolute path: relative\n"},
     };
     for (const Case& c : cases) {
         auto app = launch(c.arguments);
