@@ -16,7 +16,7 @@
 namespace brimlet {
 
 struct MenuBarDisplay : kestrow::RawValueEnum<MenuBarDisplay> {
-    enum Value { iconOnly, bar, barAndPercent };
+    enum Value : int { iconOnly, bar, barAndPercent };
     static constexpr std::array<std::string_view, 3> rawValues{"iconOnly", "bar", "barAndPercent"};
     Value value = barAndPercent;
 
@@ -25,7 +25,7 @@ struct MenuBarDisplay : kestrow::RawValueEnum<MenuBarDisplay> {
 };
 
 struct FloatingTheme : kestrow::RawValueEnum<FloatingTheme> {
-    enum Value { system, light, dark };
+    enum Value : int { system, light, dark };
     static constexpr std::array<std::string_view, 3> rawValues{"system", "light", "dark"};
     Value value = system;
 
@@ -34,7 +34,7 @@ struct FloatingTheme : kestrow::RawValueEnum<FloatingTheme> {
 };
 
 struct FloatingLook : kestrow::RawValueEnum<FloatingLook> {
-    enum Value { glass, solid, subtle, faint };
+    enum Value : int { glass, solid, subtle, faint };
     static constexpr std::array<std::string_view, 4> rawValues{"glass", "solid", "subtle", "faint"};
     Value value = glass;
 
@@ -43,7 +43,7 @@ struct FloatingLook : kestrow::RawValueEnum<FloatingLook> {
 };
 
 struct DockBadgeMode : kestrow::RawValueEnum<DockBadgeMode> {
-    enum Value { off, memory, cpu };
+    enum Value : int { off, memory, cpu };
     static constexpr std::array<std::string_view, 3> rawValues{"off", "memory", "cpu"};
     Value value = off;
 

@@ -138,7 +138,12 @@ TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
     auto parsed = kestrow::parseJson(json.str());
     ASSERT_TRUE(std::holds_alternative<kestrow::JsonValue>(parsed));
     ASSERT_TRUE(fromJson(std::get<kestrow::JsonValue>(parsed), decoded));
-    EXPECT_EQ(decoded, report);
+    // The file holds dates in whole seconds; everything else comes back as it was.
+    EXPECT_EQ(decoded.deleted, report.deleted);
+    EXPECT_EQ(decoded.skipped, report.skipped);
+    EXPECT_EQ(decoded.freeBefore, report.freeBefore);
+    EXPECT_EQ(decoded.freeAfter, report.freeAfter);
+    EXPECT_EQ(*kestrow::writeJson(toJson(decoded)), *kestrow::writeJson(toJson(report)));
 
     // A reset starts over; the report stays for export until a newer one replaces it.
     store.resetToIdle();
