@@ -1,7 +1,7 @@
 #include "AppQuitter.hpp"
 
 #include "base/Files.hpp"
-#include "core/monitoring/ByteFormat.hpp"
+#include "core/common/ByteFormat.hpp"
 
 namespace brimlet {
 

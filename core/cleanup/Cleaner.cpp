@@ -14,8 +14,8 @@
 #include "SizeMeasurer.hpp"
 #include "base/Checked.hpp"
 #include "base/Files.hpp"
-#include "core/monitoring/ByteFormat.hpp"
-#include "core/monitoring/SystemSampler.hpp"
+#include "core/common/ByteFormat.hpp"
+#include "core/common/DiskSpace.hpp"
 
 extern char** environ;
 

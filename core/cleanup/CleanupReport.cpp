@@ -7,7 +7,7 @@
 #include "base/Checked.hpp"
 #include "base/Json.hpp"
 #include "base/JsonCoding.hpp"
-#include "core/monitoring/ByteFormat.hpp"
+#include "core/common/ByteFormat.hpp"
 
 namespace brimlet {
 

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "base/Checked.hpp"
-#include "core/monitoring/SystemSampler.hpp"
+#include "core/common/DiskSpace.hpp"
 
 namespace brimlet {
 

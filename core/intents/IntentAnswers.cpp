@@ -3,7 +3,7 @@
 #include <climits>
 #include <cmath>
 
-#include "core/monitoring/ByteFormat.hpp"
+#include "core/common/ByteFormat.hpp"
 
 namespace brimlet::IntentAnswers {
 

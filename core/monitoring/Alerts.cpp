@@ -1,6 +1,6 @@
 #include "Alerts.hpp"
 
-#include "ByteFormat.hpp"
+#include "core/common/ByteFormat.hpp"
 #include "base/JsonCoding.hpp"
 
 namespace brimlet {

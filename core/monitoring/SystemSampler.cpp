@@ -79,27 +79,6 @@ std::pair<std::uint64_t, std::uint64_t> busyAndTotal(const CPUTicks& t) {
 
 }  // namespace SystemFormulas
 
-namespace DiskSpace {
-
-std::optional<std::pair<std::uint64_t, std::uint64_t>> fromBlocks(const VolumeBlocks& blocks) {
-    const char* what = "volume size overflow";
-    return std::make_pair(checkedMultiply(blocks.availableBlocks, blocks.blockSize, what),
-                          checkedMultiply(blocks.totalBlocks, blocks.blockSize, what));
-}
-
-std::optional<std::pair<std::uint64_t, std::uint64_t>> volume(const std::string& path) {
-    auto blocks = liveSystemReading().volume(path);
-    return blocks ? fromBlocks(*blocks) : std::nullopt;
-}
-
-std::optional<std::pair<std::uint64_t, std::uint64_t>> dataVolume() {
-    for (const std::string& path : dataVolumeCandidates())
-        if (auto figures = volume(path)) return figures;
-    return std::nullopt;
-}
-
-}  // namespace DiskSpace
-
 SystemSampler::SystemSampler(SystemReading& reader) : reader_(reader) {}
 
 std::optional<double> SystemSampler::cpuLoad(std::optional<TickPair>& previous) {

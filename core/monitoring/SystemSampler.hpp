@@ -1,6 +1,8 @@
 // Machine-wide figures: memory, pressure, swap, CPU load, thermal state, GPU, disk rates and space.
 #pragma once
 
+#include "core/common/DiskSpace.hpp"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -75,11 +77,6 @@ struct BlockCounters {
     std::uint64_t bytesWritten = 0;
 };
 
-struct VolumeBlocks {
-    std::uint64_t availableBlocks = 0;  // to unprivileged users
-    std::uint64_t totalBlocks = 0;
-    std::uint64_t blockSize = 0;
-};
 
 class SystemReading {
 public:
@@ -126,17 +123,6 @@ std::pair<std::uint64_t, std::uint64_t> busyAndTotal(const CPUTicks& ticks);
 inline constexpr double stallWarningSome = 10.0;
 inline constexpr double stallWarningFull = 2.0;
 inline constexpr double stallCriticalFull = 10.0;
-
-// Free and total bytes of a volume.
-namespace DiskSpace {
-// Where the data volume is looked for, in order (the platform's part): on a Mac its data volume
-// "/System/Volumes/Data", then "/"; on Linux the file system that holds the user's home folder,
-// which is where the user's files and caches live even when it is not "/", then "/".
-std::vector<std::string> dataVolumeCandidates();
-std::optional<std::pair<std::uint64_t, std::uint64_t>> fromBlocks(const VolumeBlocks& blocks);
-std::optional<std::pair<std::uint64_t, std::uint64_t>> volume(const std::string& path);
-std::optional<std::pair<std::uint64_t, std::uint64_t>> dataVolume();
-}  // namespace DiskSpace
 
 class SystemSampler {
 public:

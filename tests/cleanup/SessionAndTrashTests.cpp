@@ -15,7 +15,7 @@
 #include "core/cleanup/CleanupSession.hpp"
 #include "core/cleanup/linux/FreedesktopTrash.hpp"
 #include "base/Files.hpp"
-#include "core/monitoring/ByteFormat.hpp"
+#include "core/common/ByteFormat.hpp"
 #include "core/monitoring/SystemSampler.hpp"
 #include "tests/cleanup/CleanupTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"

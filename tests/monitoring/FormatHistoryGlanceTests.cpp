@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "core/monitoring/ByteFormat.hpp"
+#include "core/common/ByteFormat.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 #include "core/monitoring/SuiteGlance.hpp"
 

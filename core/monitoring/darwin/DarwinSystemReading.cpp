@@ -121,11 +121,7 @@ public:
         return sum;
     }
 
-    std::optional<VolumeBlocks> volume(const std::string& path) override {
-        struct statfs st{};
-        if (::statfs(path.c_str(), &st) != 0) return std::nullopt;
-        return VolumeBlocks{st.f_bavail, st.f_blocks, st.f_bsize};
-    }
+    std::optional<VolumeBlocks> volume(const std::string& path) override { return DiskSpace::readBlocks(path); }
 
     std::uint64_t uptimeNanoseconds() override { return ::clock_gettime_nsec_np(CLOCK_UPTIME_RAW); }
 
@@ -139,10 +135,5 @@ SystemReading& liveSystemReading() {
     static DarwinSystemReading reader;
     return reader;
 }
-
-namespace DiskSpace {
-// Since macOS 10.15 the user's data sits on its own volume beside the read-only system volume.
-std::vector<std::string> dataVolumeCandidates() { return {"/System/Volumes/Data", "/"}; }
-}  // namespace DiskSpace
 
 }  // namespace brimlet

@@ -197,11 +197,7 @@ std::optional<BlockCounters> LinuxSystemReading::blockCounters() {
     });
 }
 
-std::optional<VolumeBlocks> LinuxSystemReading::volume(const std::string& path) {
-    struct statvfs st{};
-    if (::statvfs(path.c_str(), &st) != 0) return std::nullopt;
-    return VolumeBlocks{st.f_bavail, st.f_blocks, st.f_frsize};
-}
+std::optional<VolumeBlocks> LinuxSystemReading::volume(const std::string& path) { return DiskSpace::readBlocks(path); }
 
 std::uint64_t LinuxSystemReading::uptimeNanoseconds() { return linuxfs::monotonicNanoseconds(); }
 
@@ -209,17 +205,5 @@ SystemReading& liveSystemReading() {
     static LinuxSystemReading reader;
     return reader;
 }
-
-namespace DiskSpace {
-// No separate data volume on Linux: the user's files and caches live on the home folder's file
-// system, which need not be "/".
-std::vector<std::string> dataVolumeCandidates() {
-    std::vector<std::string> candidates;
-    if (const std::string home = kestrow::realHomeFolder(); !home.empty() && home.front() == '/')
-        candidates.push_back(home);
-    candidates.push_back("/");
-    return candidates;
-}
-}  // namespace DiskSpace
 
 }  // namespace brimlet
