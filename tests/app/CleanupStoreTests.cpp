@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "app/CleanupStore.hpp"
+#include "tests/cleanup/CleanupTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
@@ -18,20 +19,7 @@ namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
 using kestrow::testing::writeFile;
 
-class ScopedDataHome {
-public:
-    explicit ScopedDataHome(const std::string& path) {
-        if (const char* old = std::getenv("XDG_DATA_HOME")) old_ = old;
-        ::setenv("XDG_DATA_HOME", path.c_str(), 1);
-    }
-    ~ScopedDataHome() {
-        if (old_) ::setenv("XDG_DATA_HOME", old_->c_str(), 1);
-        else ::unsetenv("XDG_DATA_HOME");
-    }
-
-private:
-    std::optional<std::string> old_;
-};
+using brimlet::testing::ScopedDataHome;
 
 // The real Trash, held shut at the first item until the test opens the gate.
 class GatedFileOperations final : public FileOperations {
