@@ -34,7 +34,7 @@ kestrow::Status FreedesktopNotifier::notify(const std::string& summary, const st
     int result = sd_bus_open_user(&bus);
     if (result < 0) return kestrow::Status::failure(describe("opening the session bus", result, nullptr));
     sd_bus_set_method_call_timeout(bus, callTimeoutMicroseconds);
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};  // the same as SD_BUS_ERROR_NULL, without the C compound literal
     sd_bus_message* reply = nullptr;
     // Notify(app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout)
     result = sd_bus_call_method(bus, "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
