@@ -26,8 +26,12 @@ BrimletApplication::BrimletApplication(BrimletPlatform platform)
 
     cleanup_ = std::make_shared<CleanupStore>(platform.loop, platform.home);
     router_.link(monitor_, cleanup_);
-    desktop_ = std::make_unique<DesktopController>(platform.loop, *monitor_, *link_, std::move(platform.floating),
-                                                   std::move(platform.dock), platform.hotKeys);
+    std::unique_ptr<FloatingMonitorController> floating =
+        platform.makeFloating ? platform.makeFloating(*monitor_) : std::make_unique<NoFloatingMonitor>();
+    std::unique_ptr<DockBadgeController> dock =
+        platform.makeDock ? platform.makeDock(*monitor_) : std::make_unique<NoDockBadges>();
+    desktop_ = std::make_unique<DesktopController>(platform.loop, *monitor_, *link_, std::move(floating),
+                                                   std::move(dock), platform.hotKeys);
 }
 
 BrimletApplication::~BrimletApplication() {

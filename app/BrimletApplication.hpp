@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -31,8 +32,9 @@ struct BrimletPlatform {
     std::vector<kestrow::suite::SuiteFolder> suiteFolders;
     std::string home;                        // the folder cleanup works in
     kestrow::suite::SuiteStatusItemFactory statusItems;
-    std::unique_ptr<FloatingMonitorController> floating;
-    std::unique_ptr<DockBadgeController> dock;
+    // Made once the monitor store exists, which they show; empty: the platform has none.
+    std::function<std::unique_ptr<FloatingMonitorController>(MonitorStore&)> makeFloating;
+    std::function<std::unique_ptr<DockBadgeController>(MonitorStore&)> makeDock;
     kestrow::suite::HotKeyCenter* hotKeys = nullptr;
     bool observeSystem = true;
     IntentRouter::Environment intents;

@@ -37,6 +37,23 @@ public:
     virtual void refresh() = 0;
 };
 
+// Where the platform has no floating monitor: it only remembers the suppression.
+class NoFloatingMonitor final : public FloatingMonitorController {
+public:
+    void sync() override {}
+    void setSuppressed(bool suppressed) override { suppressed_ = suppressed; }
+    bool isSuppressed() const override { return suppressed_; }
+
+private:
+    bool suppressed_ = false;
+};
+
+// Where the platform has no Dock.
+class NoDockBadges final : public DockBadgeController {
+public:
+    void refresh() override {}
+};
+
 // What the controller needs of the suite participant.
 class SuiteLink {
 public:

@@ -21,22 +21,6 @@ namespace {
 
 constexpr std::string_view logCategory = "launch";
 
-// No floating monitor and no Dock here: the suite's record is this app's only readout.
-class HeadlessFloatingMonitor final : public FloatingMonitorController {
-public:
-    void sync() override {}
-    void setSuppressed(bool suppressed) override { suppressed_ = suppressed; }
-    bool isSuppressed() const override { return suppressed_; }
-
-private:
-    bool suppressed_ = false;
-};
-
-class HeadlessDock final : public DockBadgeController {
-public:
-    void refresh() override {}
-};
-
 // The options this runner knows, and those that take the next argument as their value.
 bool knownOption(const std::string& argument, bool& takesValue) {
     static const std::vector<std::string> flags = {"--floating", "--floating-expanded", "--dock-badges"};
@@ -110,8 +94,9 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
         .suiteFolders = std::move(folders),
         .home = kestrow::realHomeFolder(),
         .statusItems = {},
-        .floating = std::make_unique<HeadlessFloatingMonitor>(),
-        .dock = std::make_unique<HeadlessDock>(),
+        // No floating monitor and no Dock here: the suite's record is this app's only readout.
+        .makeFloating = {},
+        .makeDock = {},
         .hotKeys = nullptr,
         .observeSystem = true,
         .intents = {},

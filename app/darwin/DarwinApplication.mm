@@ -1,5 +1,5 @@
-// The menu-bar application's AppKit front end is not built yet; until it is, starting the program
-// without "--snapshot-json" on macOS says so and ends with status 2.
+// The menu-bar application's start-up on macOS. Until the AppKit front end is complete, starting
+// the program without "--snapshot-json" says so and ends with status 2.
 #include "app/ApplicationRunner.hpp"
 
 #include <cstdio>
