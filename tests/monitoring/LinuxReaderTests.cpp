@@ -15,6 +15,8 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "core/monitoring/ProcessSampler.hpp"
@@ -25,6 +27,11 @@ namespace brimlet {
 namespace {
 
 const std::string fixtures = KESTROW_FIXTURES;
+
+std::string readText(const std::filesystem::path& path) {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 const ProcessSample* find(const std::vector<ProcessSample>& samples, std::int32_t pid) {
     auto it = std::find_if(samples.begin(), samples.end(), [&](const ProcessSample& s) { return s.pid() == pid; });
@@ -93,6 +100,63 @@ TEST(LinuxProcessReading, WalksAFixtureProcTreeWhateverItKeepsOpen) {
     LinuxProcessReading nowhere("/nonexistent-proc-root");
     EXPECT_TRUE(nowhere.allPIDs().empty());
     EXPECT_FALSE(nowhere.bsdInfo(1));
+}
+
+// A process that sleeps keeps its last memory and I/O figures for a few sweeps; any sign of
+// activity in its stat line, or the bound on reuse, makes the reader look again.
+TEST(LinuxProcessReading, RereadsStatusAndIoWhenTheProcessStirsOrAfterABoundedWait) {
+    kestrow::testing::TempFolder temp;
+    const std::filesystem::path proc = temp / "proc", process = proc / "4242";
+    std::filesystem::create_directories(process);
+    for (const char* name : {"stat", "status", "io"})
+        std::filesystem::copy_file(std::filesystem::path(fixtures) / "proc/4242" / name, process / name);
+    std::filesystem::copy_file(std::filesystem::path(fixtures) / "proc/stat", proc / "stat");
+    const std::string stat = readText(process / "stat"), statusText = readText(process / "status");
+    // Rewritten in place: the reader keeps the files open and must see the new bytes.
+    auto rewrite = [](const std::filesystem::path& path, const std::string& text) {
+        std::ofstream(path, std::ios::in | std::ios::out | std::ios::trunc) << text;
+    };
+    auto withAnon = [&](const char* kilobytes) {
+        std::string text = statusText;
+        const std::size_t at = text.find("RssAnon:");
+        text.replace(at, text.find('\n', at) - at, std::string("RssAnon:\t") + kilobytes + " kB");
+        return text;
+    };
+    auto replaced = [&](const char* from, const char* to) {
+        std::string text = stat;
+        text.replace(text.find(from), std::strlen(from), to);
+        return text;
+    };
+
+    struct Step {
+        const char* what;
+        std::string stat, status;
+        std::uint64_t anonKilobytes;  // what the reading must report
+    };
+    const std::vector<Step> steps = {
+        {"first sight reads everything", stat, statusText, 20480},
+        {"asleep: the last figures stand", stat, withAnon("30000"), 20480},
+        {"still asleep", stat, withAnon("30000"), 20480},
+        {"still asleep", stat, withAnon("30000"), 20480},
+        {"still asleep, the last sweep that may reuse", stat, withAnon("30000"), 20480},
+        {"the bound is reached: read again", stat, withAnon("30000"), 30000},
+        {"asleep again", stat, withAnon("40000"), 30000},
+        {"CPU time moved", replaced(" 250 75 ", " 251 75 "), withAnon("40000"), 40000},
+        {"a minor fault", replaced(" 1523 ", " 1524 "), withAnon("41000"), 41000},
+        {"the resident size moved", replaced(" 1024 1844", " 1025 1844"), withAnon("42000"), 42000},
+        {"a thread more", replaced(" 20 0 3 0 ", " 20 0 4 0 "), withAnon("43000"), 43000},
+    };
+    LinuxProcessReading reader(proc.string());
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        rewrite(process / "stat", step.stat);
+        rewrite(process / "status", step.status);
+        const ProcessReading::Record record = reader.read(4242);
+        reader.endSweep();
+        ASSERT_TRUE(record.usage);
+        EXPECT_EQ(record.usage->footprint, (step.anonKilobytes + 512u) * 1024u);
+        EXPECT_EQ(record.usage->diskRead, 8192u);
+    }
 }
 
 TEST(LinuxSystemReading, WalksFixtureZramDrmThermalAndDisks) {

@@ -1,5 +1,6 @@
-// Processes on Linux, from /proc. Per process and sample: stat, status and io; the executable link
-// and the command line only when a process is first seen (the sampler caches them).
+// Processes on Linux, from /proc. Per process and sample: stat, and status and io unless stat shows
+// the process idle since the last sample; the executable link and the command line only when a
+// process is first seen (the sampler caches them).
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -84,24 +85,38 @@ LinuxProcessReading::Held LinuxProcessReading::openFiles(std::int32_t pid) const
 
 ProcessReading::Record LinuxProcessReading::readOnce(std::int32_t pid) {
     std::lock_guard lock(mutex_);
-    auto record = readFiles(openFiles(pid));
+    Held files = openFiles(pid);
+    auto record = readFiles(files);
     return record ? std::move(*record) : Record{};
 }
 
-std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(const Held& files) {
+std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(Held& files) {
     if (!files.stat.valid() || !statText_.rereadWhole(files.stat.get())) return std::nullopt;
-    const auto stat = proctext::parsePidStat(statText_.text());
+    auto stat = proctext::parsePidStat(statText_.text());
     if (!stat) return std::nullopt;
-    if (!files.status.valid() || !statusText_.rereadWhole(files.status.get())) return std::nullopt;
-    const proctext::PidStatus status = proctext::parsePidStatus(statusText_.text());
-    if (!status.uid) return std::nullopt;
+
+    // Most processes sleep through most sweeps. The status file costs the kernel the most to
+    // write out; for a process that has not stirred since the last sweep its figures are reused.
+    const bool quiet = files.lastStat && files.lastStat->sameActivity(*stat) && files.quietSweeps < quietSweepsReused;
+    if (quiet) {
+        ++files.quietSweeps;
+    } else {
+        if (!files.status.valid() || !statusText_.rereadWhole(files.status.get())) return std::nullopt;
+        proctext::PidStatus status = proctext::parsePidStatus(statusText_.text());
+        if (!status.uid) return std::nullopt;
+        files.lastStatus = status;
+        // Another user's io file cannot be opened without ptrace rights: its rates stay unknown.
+        files.lastIO.reset();
+        if (files.io.valid() && ioText_.rereadWhole(files.io.get())) files.lastIO = proctext::parsePidIO(ioText_.text());
+        files.quietSweeps = 0;
+    }
+    const proctext::PidStatus& status = files.lastStatus;
+    const std::optional<proctext::PidIO>& io = files.lastIO;
+    files.lastStat = *stat;
 
     ProcessUsage usage;
     usage.footprint = kestrow::checkedAdd(status.rssAnon, status.vmSwap, "footprint overflow");
     usage.cpuTicks = stat->utime + stat->stime;
-    // Another user's io file cannot be opened without ptrace rights: its rates stay unknown.
-    std::optional<proctext::PidIO> io;
-    if (files.io.valid() && ioText_.rereadWhole(files.io.get())) io = proctext::parsePidIO(ioText_.text());
     usage.diskCountersReadable = io.has_value();
     if (io) {
         usage.diskRead = io->readBytes;

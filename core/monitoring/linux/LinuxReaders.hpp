@@ -50,13 +50,25 @@ private:
     struct Held {
         linuxfs::Descriptor folder, stat, status, io;
         std::uint64_t sweep = 0;
+        // What the last full reading found, and how many sweeps since reused it.
+        std::optional<proctext::PidStat> lastStat;
+        proctext::PidStatus lastStatus;
+        std::optional<proctext::PidIO> lastIO;
+        int quietSweeps = 0;
         std::size_t count() const;
     };
+
+public:
+    // A process whose stat line shows no activity keeps its last status and io figures, but never
+    // for more than this many sweeps in a row, which bounds how late a stray change shows.
+    static constexpr int quietSweepsReused = 4;
+
+private:
 
     linuxfs::Descriptor openFolder(std::int32_t pid) const;
     Held openFiles(std::int32_t pid) const;
     Record readOnce(std::int32_t pid);
-    std::optional<Record> readFiles(const Held& files);
+    std::optional<Record> readFiles(Held& files);
     std::optional<std::string> readLinkOf(std::int32_t pid, const char* name);
 
     const std::string root_;

@@ -161,23 +161,32 @@ std::optional<PidStat> parsePidStat(std::string_view text) {
     PidStat stat;
     stat.comm = std::string(text.substr(open + 1, close - open - 1));
     std::string_view rest = text.substr(close + 1);
-    // Fields after the name, counted from 3 as in proc(5): state, ppid, …, utime 14, stime 15,
-    // starttime 22.
-    std::uint64_t field[23] = {};
-    for (int index = 3; index <= 22; ++index) {
+    // Fields after the name, counted from 3 as in proc(5): state, ppid, …, minflt 10, majflt 12,
+    // utime 14, stime 15, num_threads 20, starttime 22, vsize 23, rss 24.
+    constexpr int last = 24;
+    std::uint64_t field[last + 1] = {};
+    for (int index = 3; index <= last; ++index) {
         const std::string_view f = nextField(rest);
         if (f.empty()) return std::nullopt;
-        if (index == 3) continue;  // the state letter
-        if (index == 4 || index == 14 || index == 15 || index == 22) {
+        switch (index) {
+        case 4: case 10: case 12: case 14: case 15: case 20: case 22: case 23: case 24: {
             auto v = fieldNumber(f);
             if (!v) return std::nullopt;
             field[index] = *v;
+            break;
+        }
+        default: break;  // the state letter and fields this reader does not use
         }
     }
     stat.ppid = static_cast<std::int64_t>(field[4]);
+    stat.minorFaults = field[10];
+    stat.majorFaults = field[12];
     stat.utime = field[14];
     stat.stime = field[15];
+    stat.threads = field[20];
     stat.startTicks = field[22];
+    stat.virtualSize = field[23];
+    stat.residentPages = field[24];
     return stat;
 }
 

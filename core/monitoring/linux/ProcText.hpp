@@ -36,9 +36,23 @@ std::optional<std::uint64_t> parseBootTime(std::string_view stat);
 struct PidStat {
     std::string comm;
     std::int64_t ppid = 0;
+    std::uint64_t minorFaults = 0;
+    std::uint64_t majorFaults = 0;
     std::uint64_t utime = 0;
     std::uint64_t stime = 0;
+    std::uint64_t threads = 0;
     std::uint64_t startTicks = 0;  // clock ticks after boot
+    std::uint64_t virtualSize = 0;   // bytes
+    std::uint64_t residentPages = 0;
+
+    // Nothing in the line moved that running or a change of its memory would move: the process
+    // kept sleeping, so its memory split and I/O counters are very likely where they were. (Less
+    // than one clock tick of work without a page fault slips through; callers bound how long.)
+    bool sameActivity(const PidStat& other) const {
+        return minorFaults == other.minorFaults && majorFaults == other.majorFaults && utime == other.utime &&
+               stime == other.stime && threads == other.threads && virtualSize == other.virtualSize &&
+               residentPages == other.residentPages;
+    }
 };
 // The command name sits in parentheses and may itself hold blanks and parentheses, so the fields
 // are read after the last ")".
