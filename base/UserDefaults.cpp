@@ -60,13 +60,21 @@ std::string FileUserDefaults::defaultFolder() {
 }
 
 JsonObject FileUserDefaults::load() const {
+    // Taken before the read: a change in between leaves a stamp that no longer matches, and the
+    // next question reads the file again.
+    const std::optional<Stamp> stamp = stampOf(path_);
+    std::lock_guard lock(cacheMutex_);
+    if (stamp && cache_ && cache_->first == *stamp) return cache_->second;
+    cache_.reset();
+    if (!stamp) return {};  // missing, or not a plain file: nothing to read
     const SafeRead file = safeRead(path_, readLimit);
     const auto* data = std::get_if<SafeRead::Data>(&file.value);
     if (!data) return {};
     auto parsed = parseJson(data->bytes);
     auto* value = std::get_if<JsonValue>(&parsed);
     if (!value || !value->asObject()) return {};
-    return *value->asObject();
+    cache_.emplace(*stamp, *value->asObject());
+    return cache_->second;
 }
 
 Status FileUserDefaults::store(const JsonObject& object) {

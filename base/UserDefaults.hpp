@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -65,11 +66,24 @@ public:
     static std::string defaultFolder();
 
 private:
+    // The file as it stood when it was last read: its identity, size and change times.
+    struct Stamp {
+        unsigned long long device = 0, inode = 0;
+        long long size = 0, modifiedSeconds = 0, modifiedNanoseconds = 0, changedSeconds = 0, changedNanoseconds = 0;
+        bool operator==(const Stamp&) const = default;
+    };
+    // None when the path is missing or not a plain file. (The change times' fields differ by platform.)
+    static std::optional<Stamp> stampOf(const std::string& path);
+
     JsonObject load() const;
     Status store(const JsonObject& object);
 
     std::string folder_;
     std::string path_;
+    // Settings are asked for far more often than they change: the parsed file is kept and read
+    // again only when a stat shows that the file was replaced or written since.
+    mutable std::mutex cacheMutex_;
+    mutable std::optional<std::pair<Stamp, JsonObject>> cache_;
 };
 
 }  // namespace kestrow

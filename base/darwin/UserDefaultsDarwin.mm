@@ -2,6 +2,8 @@
 // back; dates and data, which JSON cannot carry, read as absent.
 #include "../UserDefaults.hpp"
 
+#include <sys/stat.h>
+
 #import <Foundation/Foundation.h>
 
 namespace kestrow {
@@ -104,6 +106,17 @@ std::unique_ptr<UserDefaults> UserDefaults::named(const std::string& domain) {
     NSUserDefaults* suite = [[NSUserDefaults alloc] initWithSuiteName:toNSString(domain)];
     if (suite == nil) return nullptr;
     return std::make_unique<SystemUserDefaults>(suite);
+}
+
+std::optional<FileUserDefaults::Stamp> FileUserDefaults::stampOf(const std::string& path) {
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+    return Stamp{static_cast<unsigned long long>(st.st_dev), st.st_ino,
+                 st.st_size,
+                 st.st_mtimespec.tv_sec,
+                 st.st_mtimespec.tv_nsec,
+                 st.st_ctimespec.tv_sec,
+                 st.st_ctimespec.tv_nsec};
 }
 
 }  // namespace kestrow

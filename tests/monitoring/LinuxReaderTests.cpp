@@ -202,6 +202,18 @@ TEST(LinuxSystemReading, WalksFixtureZramDrmThermalAndDisks) {
     EXPECT_FALSE(empty.cpuTicks());
 }
 
+TEST(KeptFile, ReadsTheFileAgainAndWaitsForOneThatIsMissing) {
+    kestrow::testing::TempFolder root;
+    linuxfs::KeptFile file(root / "value");
+    EXPECT_FALSE(file.read());  // not there yet
+    kestrow::testing::writeFile(root / "value", "1\n");
+    EXPECT_EQ(file.read(), "1\n");  // found on a later call
+    kestrow::testing::writeFile(root / "value", "22\n");
+    EXPECT_EQ(file.read(), "22\n");  // the same open file, read again from its start
+    kestrow::testing::writeFile(root / "value", std::string(10000, 'x'));
+    EXPECT_EQ(file.read()->size(), 10000u);  // longer than the first buffer
+}
+
 TEST(LinuxSystemReading, OneMeminfoReadingServesTheWholeSample) {
     kestrow::testing::TempFolder root;
     std::filesystem::copy(fixtures + "/proc/meminfo", root / "meminfo");
@@ -220,7 +232,9 @@ TEST(LinuxSystemReading, OneMeminfoReadingServesTheWholeSample) {
     EXPECT_EQ(reader.swap()->total, 4u * 1024);
     reader.beginSample();
     EXPECT_EQ(reader.memoryTotal(), 200u * 1024);
-    std::filesystem::remove(root / "meminfo");
+    // The reader keeps the file open, as it keeps the real /proc/meminfo; a reading without the
+    // figures leaves the sample without memory and swap.
+    kestrow::testing::writeFile(root / "meminfo", "");
     reader.beginSample();
     EXPECT_FALSE(reader.memoryTotal());
     EXPECT_FALSE(reader.swap());

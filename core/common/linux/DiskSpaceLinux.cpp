@@ -8,9 +8,10 @@ namespace brimlet::DiskSpace {
 // No separate data volume on Linux: the user's files and caches live on the home folder's file
 // system, which need not be "/".
 std::vector<std::string> dataVolumeCandidates() {
+    // Asked on every glance; the account's home does not move while the process runs.
+    static const std::string home = kestrow::realHomeFolder();
     std::vector<std::string> candidates;
-    if (const std::string home = kestrow::realHomeFolder(); !home.empty() && home.front() == '/')
-        candidates.push_back(home);
+    if (!home.empty() && home.front() == '/') candidates.push_back(home);
     candidates.push_back("/");
     return candidates;
 }

@@ -104,9 +104,20 @@ public:
     std::optional<VolumeBlocks> volume(const std::string& path) override;
     std::uint64_t uptimeNanoseconds() override;
 
+    // The devices, zones and cards behind the figures are listed again at most this often; in
+    // between only their value files are read.
+    static constexpr double relistSeconds = 60;
+
 private:
     class NVML;
+    struct Zone {
+        linuxfs::KeptFile temperature;
+        std::vector<ThermalTrip> trips;
+    };
     std::optional<proctext::Meminfo> meminfo();
+    std::optional<proctext::Meminfo> readMeminfo();
+    // Whether the listings are older than relistSeconds (or were never made); restarts the wait.
+    bool due(std::optional<std::uint64_t>& listedAt);
 
     const std::string proc_;
     const std::string sys_;
@@ -115,6 +126,15 @@ private:
     std::mutex mutex_;
     bool sampled_ = false;  // a sample has begun: meminfo_ is that sample's reading
     std::optional<proctext::Meminfo> meminfo_;
+
+    // Kept open between samples; each under filesMutex_.
+    std::mutex filesMutex_;
+    linuxfs::KeptFile meminfoFile_, statFile_, pressureFile_, diskstatsFile_;
+    std::vector<linuxfs::KeptFile> zramFiles_;
+    std::vector<Zone> zones_;
+    std::vector<linuxfs::KeptFile> gpuBusyFiles_;
+    std::vector<std::string> wholeDisks_;
+    std::optional<std::uint64_t> zramListedAt_, zonesListedAt_, gpusListedAt_, disksListedAt_;
 };
 
 }  // namespace brimlet

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
 #include <mutex>
 
 #include "LinuxReaders.hpp"
@@ -26,15 +27,24 @@ std::vector<std::string> directoryEntries(const std::string& path, std::string_v
     return names;
 }
 
-std::optional<std::int64_t> readInteger(const std::string& path) {
-    auto text = linuxfs::readFile(path);
-    if (!text) return std::nullopt;
-    std::string_view v(*text);
+std::optional<std::int64_t> parseInteger(std::string_view v) {
     bool negative = !v.empty() && v.front() == '-';
     if (negative) v.remove_prefix(1);
     auto n = proctext::leadingNumber(v);
     if (!n) return std::nullopt;
     return negative ? -static_cast<std::int64_t>(*n) : static_cast<std::int64_t>(*n);
+}
+
+std::optional<std::int64_t> readInteger(const std::string& path) {
+    auto text = linuxfs::readFile(path);
+    if (!text) return std::nullopt;
+    return parseInteger(*text);
+}
+
+std::optional<std::int64_t> readInteger(linuxfs::KeptFile& file) {
+    auto text = file.read();
+    if (!text) return std::nullopt;
+    return parseInteger(*text);
 }
 
 }  // namespace
@@ -89,26 +99,42 @@ private:
 };
 
 LinuxSystemReading::LinuxSystemReading(std::string procRoot, std::string sysRoot, bool nvidiaLibrary)
-    : proc_(std::move(procRoot)), sys_(std::move(sysRoot)), nvml_(nvidiaLibrary ? std::make_unique<NVML>() : nullptr) {}
+    : proc_(std::move(procRoot)),
+      sys_(std::move(sysRoot)),
+      nvml_(nvidiaLibrary ? std::make_unique<NVML>() : nullptr),
+      meminfoFile_(proc_ + "/meminfo"),
+      statFile_(proc_ + "/stat"),
+      pressureFile_(proc_ + "/pressure/memory"),
+      diskstatsFile_(proc_ + "/diskstats") {}
 
 LinuxSystemReading::~LinuxSystemReading() = default;
+
+bool LinuxSystemReading::due(std::optional<std::uint64_t>& listedAt) {
+    const std::uint64_t now = linuxfs::monotonicNanoseconds();
+    if (listedAt && static_cast<double>(now - *listedAt) < relistSeconds * 1e9) return false;
+    listedAt = now;
+    return true;
+}
+
+std::optional<proctext::Meminfo> LinuxSystemReading::readMeminfo() {
+    std::lock_guard lock(filesMutex_);
+    auto text = meminfoFile_.read();
+    if (!text) return std::nullopt;
+    return proctext::parseMeminfo(*text);
+}
 
 std::optional<proctext::Meminfo> LinuxSystemReading::meminfo() {
     {
         std::lock_guard lock(mutex_);
         if (sampled_) return meminfo_;
     }
-    std::string text;
-    if (!linuxfs::readFile((proc_ + "/meminfo").c_str(), text)) return std::nullopt;
-    return proctext::parseMeminfo(text);
+    return readMeminfo();
 }
 
 void LinuxSystemReading::beginSample() {
     // Memory, its total and swap come from the same file; one reading serves all three, and they
     // then agree with one another.
-    std::optional<proctext::Meminfo> info;
-    std::string text;
-    if (linuxfs::readFile((proc_ + "/meminfo").c_str(), text)) info = proctext::parseMeminfo(text);
+    std::optional<proctext::Meminfo> info = readMeminfo();
     std::lock_guard lock(mutex_);
     meminfo_ = std::move(info);
     sampled_ = true;
@@ -118,9 +144,14 @@ std::optional<MemoryCounters> LinuxSystemReading::memory() {
     auto info = meminfo();
     if (!info) return std::nullopt;
     MeminfoFigures figures = info->memory;
-    for (const std::string& device : directoryEntries(sys_ + "/block", "zram")) {
-        if (auto text = linuxfs::readFile(sys_ + "/block/" + device + "/mm_stat"))
-            figures.zramUsed += proctext::parseZramMemUsed(*text).value_or(0);
+    std::lock_guard lock(filesMutex_);
+    if (due(zramListedAt_)) {
+        zramFiles_.clear();
+        for (const std::string& device : directoryEntries(sys_ + "/block", "zram"))
+            zramFiles_.emplace_back(sys_ + "/block/" + device + "/mm_stat");
+    }
+    for (linuxfs::KeptFile& file : zramFiles_) {
+        if (auto text = file.read()) figures.zramUsed += proctext::parseZramMemUsed(*text).value_or(0);
     }
     return MemoryCounters(figures);
 }
@@ -132,7 +163,8 @@ std::optional<std::uint64_t> LinuxSystemReading::memoryTotal() {
 }
 
 PressureReading LinuxSystemReading::pressure() {
-    auto text = linuxfs::readFile(proc_ + "/pressure/memory");
+    std::lock_guard lock(filesMutex_);
+    auto text = pressureFile_.read();
     if (!text) return std::monostate{};
     auto stall = proctext::parsePressure(*text);
     if (!stall) return std::monostate{};
@@ -146,39 +178,55 @@ std::optional<SwapCounters> LinuxSystemReading::swap() {
 }
 
 std::optional<CPUTicks> LinuxSystemReading::cpuTicks() {
-    std::string text;
-    if (!linuxfs::readFile((proc_ + "/stat").c_str(), text)) return std::nullopt;
-    return proctext::parseCPULine(text);
+    std::lock_guard lock(filesMutex_);
+    auto text = statFile_.read();
+    if (!text) return std::nullopt;
+    return proctext::parseCPULine(*text);
 }
 
 ThermalReading LinuxSystemReading::thermal() {
-    std::vector<ThermalZone> zones;
-    const std::string thermal = sys_ + "/class/thermal/";
-    for (const std::string& zoneName : directoryEntries(thermal, "thermal_zone")) {
-        const std::string base = thermal + zoneName + "/";
-        auto temperature = readInteger(base + "temp");
-        if (!temperature) continue;
-        ThermalZone zone;
-        zone.temperature = *temperature;
-        for (int trip = 0;; ++trip) {
-            const std::string prefix = base + "trip_point_" + std::to_string(trip) + "_";
-            auto tripTemperature = readInteger(prefix + "temp");
-            auto type = linuxfs::readFile(prefix + "type");
-            if (!tripTemperature || !type) break;
-            while (!type->empty() && (type->back() == '\n' || type->back() == ' ')) type->pop_back();
-            zone.trips.push_back({*tripTemperature, *type});
+    std::lock_guard lock(filesMutex_);
+    if (due(zonesListedAt_)) {
+        // Trip points are the firmware's settings: read with the listing, not every sample.
+        zones_.clear();
+        const std::string thermal = sys_ + "/class/thermal/";
+        for (const std::string& zoneName : directoryEntries(thermal, "thermal_zone")) {
+            const std::string base = thermal + zoneName + "/";
+            Zone zone{linuxfs::KeptFile(base + "temp"), {}};
+            for (int trip = 0;; ++trip) {
+                const std::string prefix = base + "trip_point_" + std::to_string(trip) + "_";
+                auto tripTemperature = readInteger(prefix + "temp");
+                auto type = linuxfs::readFile(prefix + "type");
+                if (!tripTemperature || !type) break;
+                while (!type->empty() && (type->back() == '\n' || type->back() == ' ')) type->pop_back();
+                zone.trips.push_back({*tripTemperature, *type});
+            }
+            zones_.push_back(std::move(zone));
         }
-        zones.push_back(std::move(zone));
+    }
+    std::vector<ThermalZone> zones;
+    for (Zone& zone : zones_) {
+        auto temperature = readInteger(zone.temperature);
+        if (!temperature) continue;
+        zones.push_back(ThermalZone{*temperature, zone.trips});
     }
     return zones;
 }
 
 std::vector<double> LinuxSystemReading::gpuUtilizations() {
     std::vector<double> values;
-    const std::string drm = sys_ + "/class/drm/";
-    for (const std::string& card : directoryEntries(drm, "card")) {
-        if (card.find('-') != std::string::npos) continue;  // connectors such as card0-HDMI-A-1
-        if (auto busy = readInteger(drm + card + "/device/gpu_busy_percent")) values.push_back(static_cast<double>(*busy));
+    {
+        std::lock_guard lock(filesMutex_);
+        if (due(gpusListedAt_)) {
+            gpuBusyFiles_.clear();
+            const std::string drm = sys_ + "/class/drm/";
+            for (const std::string& card : directoryEntries(drm, "card")) {
+                if (card.find('-') != std::string::npos) continue;  // connectors such as card0-HDMI-A-1
+                gpuBusyFiles_.emplace_back(drm + card + "/device/gpu_busy_percent");
+            }
+        }
+        for (linuxfs::KeptFile& file : gpuBusyFiles_)
+            if (auto busy = readInteger(file)) values.push_back(static_cast<double>(*busy));
     }
     if (nvml_)
         for (double v : nvml_->utilizations()) values.push_back(v);
@@ -186,14 +234,20 @@ std::vector<double> LinuxSystemReading::gpuUtilizations() {
 }
 
 std::optional<BlockCounters> LinuxSystemReading::blockCounters() {
-    std::string text;
-    if (!linuxfs::readFile((proc_ + "/diskstats").c_str(), text)) return std::nullopt;
-    // Whole physical disks have a device link in /sys/block; partitions are not listed there
-    // at all, and loop, zram and device-mapper nodes have no device behind them.
-    return proctext::parseDiskstats(text, [this](std::string_view name) {
-        struct stat st{};
-        const std::string link = sys_ + "/block/" + std::string(name) + "/device";
-        return ::stat(link.c_str(), &st) == 0;
+    std::lock_guard lock(filesMutex_);
+    if (due(disksListedAt_)) {
+        // Whole physical disks have a device link in /sys/block; partitions are not listed there
+        // at all, and loop, zram and device-mapper nodes have no device behind them.
+        wholeDisks_.clear();
+        for (const std::string& name : directoryEntries(sys_ + "/block", "")) {
+            struct stat st{};
+            if (::stat((sys_ + "/block/" + name + "/device").c_str(), &st) == 0) wholeDisks_.push_back(name);
+        }
+    }
+    auto text = diskstatsFile_.read();
+    if (!text) return std::nullopt;
+    return proctext::parseDiskstats(*text, [this](std::string_view name) {
+        return std::find(wholeDisks_.begin(), wholeDisks_.end(), name) != wholeDisks_.end();
     });
 }
 

@@ -115,4 +115,18 @@ void Descriptor::reset(int fd) {
     fd_ = fd;
 }
 
+bool KeptFile::reread() {
+    if (!fd_.valid()) fd_.reset(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+    return fd_.valid() && buffer_.rereadWhole(fd_.get());
+}
+
+std::optional<std::string_view> KeptFile::read() {
+    const bool wasOpen = fd_.valid();
+    if (reread()) return buffer_.text();
+    fd_.reset();
+    if (wasOpen && reread()) return buffer_.text();
+    fd_.reset();
+    return std::nullopt;
+}
+
 }  // namespace brimlet::linuxfs

@@ -67,4 +67,23 @@ private:
     int fd_ = -1;
 };
 
+// A pseudo-file of /proc or /sys kept open between samples and read again from its start, which
+// spares an open and a close per sample. The kernel writes such a file afresh on every read from
+// offset 0. A file that stops answering (its device went away) is opened again once, then
+// reported unreadable until a later call finds it.
+class KeptFile {
+public:
+    explicit KeptFile(std::string path) : path_(std::move(path)) {}
+    // The whole file; valid until the next read.
+    std::optional<std::string_view> read();
+    const std::string& path() const { return path_; }
+
+private:
+    bool reread();
+
+    std::string path_;
+    Descriptor fd_;
+    FileBuffer buffer_;
+};
+
 }  // namespace brimlet::linuxfs
