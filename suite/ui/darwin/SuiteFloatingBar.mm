@@ -3,6 +3,7 @@
 // way whichever member hosts. Compiled with ARC.
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "FloatingPanel.hpp"
 #include "SuiteViews.hpp"
@@ -54,8 +55,8 @@ kestrow::suite::Size toSize(NSSize size) {
 - (instancetype)initWithHost:(kestrow::suite::SuiteHost*)host;
 @property(nonatomic) BOOL expanded;
 @property(nonatomic) std::function<void(bool hovering)> onHover;
-// Lists the members again.
-- (void)reload;
+// Lists the members again; NO when every line reads as before, so nothing was rebuilt.
+- (BOOL)reload;
 // The size the bar needs collapsed and expanded, with the members as they are now.
 - (kestrow::suite::Size)sizeExpanded:(BOOL)expanded;
 @end
@@ -70,6 +71,7 @@ kestrow::suite::Size toSize(NSSize size) {
     KestrowSuiteActionTarget* _expandTarget;
     KestrowSuiteActionTarget* _hideTarget;
     NSTrackingArea* _tracking;
+    std::vector<kestrow::suite::SuiteRowLine> _lines;  // what the bar shows now
 }
 
 - (instancetype)initWithHost:(kestrow::suite::SuiteHost*)host {
@@ -113,14 +115,15 @@ kestrow::suite::Size toSize(NSSize size) {
     body.spacing = expanded ? 4 : 0;
     const NumberLocale locale = mac::currentNumberLocale();
     const CGFloat size = NSFont.smallSystemFontSize;
-    for (const SuiteRow& row : _host->participant().rows()) {
-        const SuiteRowLine line = SuiteFormat::rowLine(row, locale);
+    const std::vector<SuiteRow>& rows = _host->participant().rows();
+    for (std::size_t i = 0; i < rows.size() && i < _lines.size(); ++i) {
+        const SuiteRowLine& line = _lines[i];
         KestrowSuiteRowView* view = [[KestrowSuiteRowView alloc] initWithLine:line
                                                                       compact:YES
                                                                        action:[line] { mac::openMember(line); }];
         view.dragsWindow = YES;
         [body addArrangedSubview:view];
-        const GlanceRecord* record = row.record();
+        const GlanceRecord* record = rows[i].record();
         if (!expanded || !record) continue;
         // Every value on its own line under the member: label on the left, figure on the right.
         for (const GlanceMetric& metric : record->metrics) {
@@ -130,10 +133,7 @@ kestrow::suite::Size toSize(NSSize size) {
                 mac::makeLabel(mac::toNSString(SuiteFormat::text(metric, locale)),
                                [NSFont monospacedDigitSystemFontOfSize:size weight:NSFontWeightMedium],
                                metric.level == GlanceLevel::ok ? NSColor.labelColor : mac::levelTint(metric.level, true));
-            NSView* spacer = [[NSView alloc] initWithFrame:NSZeroRect];
-            [spacer setContentHuggingPriority:NSLayoutPriorityDefaultLow
-                               forOrientation:NSLayoutConstraintOrientationHorizontal];
-            NSStackView* metricLine = [NSStackView stackViewWithViews:@[ label, spacer, value ]];
+            NSStackView* metricLine = [NSStackView stackViewWithViews:@[ label, mac::makeSpacer(), value ]];
             metricLine.orientation = NSUserInterfaceLayoutOrientationHorizontal;
             metricLine.edgeInsets = NSEdgeInsetsMake(0, 24, 0, 4);  // under the name, past the glyph
             for (NSView* part in @[ label, value ]) [part setAccessibilityElement:NO];
@@ -147,10 +147,16 @@ kestrow::suite::Size toSize(NSSize size) {
     return body;
 }
 
-- (void)reload {
+- (BOOL)reload {
+    std::vector<kestrow::suite::SuiteRowLine> lines = kestrow::suite::mac::currentLines(*_host);
+    // Records are renewed every few seconds with the same figures: keep the views, the pointer's
+    // highlight and a click in progress unless a line reads differently.
+    if (_body != nil && lines == _lines) return NO;
+    _lines = std::move(lines);
     _compact = [self bodyExpanded:NO];
     _detailed = [self bodyExpanded:YES];
     [self showBody];
+    return YES;
 }
 
 - (void)setExpanded:(BOOL)expanded {
@@ -185,13 +191,7 @@ kestrow::suite::Size toSize(NSSize size) {
 }
 
 - (void)updateTrackingAreas {
-    if (_tracking) [self removeTrackingArea:_tracking];
-    _tracking = [[NSTrackingArea alloc]
-        initWithRect:NSZeroRect
-             options:NSTrackingMouseEnteredAndExited | NSTrackingActiveAlways | NSTrackingInVisibleRect
-               owner:self
-            userInfo:nil];
-    [self addTrackingArea:_tracking];
+    _tracking = kestrow::suite::mac::trackHover(self, _tracking);
     [super updateTrackingAreas];
 }
 
@@ -240,8 +240,7 @@ public:
     }
 
     void update() override {
-        if (!panel_) return;
-        [view_ reload];
+        if (!panel_ || ![view_ reload]) return;
         panel_->setSizes([view_ sizeExpanded:NO], [view_ sizeExpanded:YES]);
     }
 

@@ -2,6 +2,8 @@
 // Compiled with ARC.
 #include "SuiteViews.hpp"
 
+#include <vector>
+
 #include "suite/ui/SuiteParticipant.hpp"
 
 namespace {
@@ -18,6 +20,7 @@ constexpr CGFloat minimumWidth = 280;
     NSButton* _barSwitch;
     NSTextField* _shortcut;
     KestrowSuiteActionTarget* _switchTarget;
+    std::vector<kestrow::suite::SuiteRowLine> _lines;  // what the rows show now
 }
 
 - (instancetype)initWithHost:(kestrow::suite::SuiteHost*)host dismiss:(std::function<void()>)dismiss {
@@ -55,9 +58,7 @@ constexpr CGFloat minimumWidth = 280;
     _shortcut = mac::makeLabel(mac::toNSString(GlobalHotKey::displayName), [NSFont menuFontOfSize:0],
                                NSColor.tertiaryLabelColor);
     [_shortcut setAccessibilityElement:NO];  // the switch's label already names it
-    NSView* spacer = [[NSView alloc] initWithFrame:NSZeroRect];
-    [spacer setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
-    NSStackView* footer = [NSStackView stackViewWithViews:@[ _barSwitch, spacer, _shortcut ]];
+    NSStackView* footer = [NSStackView stackViewWithViews:@[ _barSwitch, mac::makeSpacer(), _shortcut ]];
     footer.orientation = NSUserInterfaceLayoutOrientationHorizontal;
 
     NSStackView* content = [NSStackView stackViewWithViews:@[ title, _rows, separator, footer ]];
@@ -78,13 +79,28 @@ constexpr CGFloat minimumWidth = 280;
 - (void)reload {
     using namespace kestrow::suite;
     if (!self.viewLoaded) return;  // loadView lists them
+    std::vector<SuiteRowLine> lines = mac::currentLines(*_host);
+    // Records are renewed every few seconds with the same figures: keep the views (and a click in
+    // progress) unless a line reads differently.
+    if (lines != _lines || _rows.arrangedSubviews.count == 0) [self showLines:std::move(lines)];
+
+    const bool registered = _host->hotKeyRegistered();
+    _barSwitch.state = _host->floatingVisible() ? NSControlStateValueOn : NSControlStateValueOff;
+    NSString* label = mac::toNSString(SuiteFormat::showBarLabel(registered));
+    [_barSwitch setAccessibilityLabel:label];
+    _barSwitch.toolTip = label;
+    _shortcut.hidden = !registered;
+    self.preferredContentSize = self.view.fittingSize;
+}
+
+- (void)showLines:(std::vector<kestrow::suite::SuiteRowLine>)lines {
+    using namespace kestrow::suite;
     for (NSView* old in _rows.arrangedSubviews) {
         [_rows removeArrangedSubview:old];
         [old removeFromSuperview];
     }
-    const NumberLocale locale = mac::currentNumberLocale();
-    for (const SuiteRow& row : _host->participant().rows()) {
-        const SuiteRowLine line = SuiteFormat::rowLine(row, locale);
+    _lines = std::move(lines);
+    for (const SuiteRowLine& line : _lines) {
         std::function<void()> dismiss = _dismiss;
         KestrowSuiteRowView* view = [[KestrowSuiteRowView alloc] initWithLine:line
                                                                       compact:NO
@@ -95,14 +111,6 @@ constexpr CGFloat minimumWidth = 280;
         [_rows addArrangedSubview:view];
         [view.widthAnchor constraintEqualToAnchor:_rows.widthAnchor].active = YES;
     }
-
-    const bool registered = _host->hotKeyRegistered();
-    _barSwitch.state = _host->floatingVisible() ? NSControlStateValueOn : NSControlStateValueOff;
-    NSString* label = mac::toNSString(SuiteFormat::showBarLabel(registered));
-    [_barSwitch setAccessibilityLabel:label];
-    _barSwitch.toolTip = label;
-    _shortcut.hidden = !registered;
-    self.preferredContentSize = self.view.fittingSize;
 }
 
 @end

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "suite/ui/GlobalHotKey.hpp"
 #include "suite/ui/SuiteFormat.hpp"
@@ -52,6 +53,16 @@ NSColor* levelTint(GlanceLevel level, bool running);
 
 // A label that never wraps or edits, in the given font and colour.
 NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour);
+
+// A flexible gap that pushes what follows it to the far edge of a horizontal stack.
+NSView* makeSpacer();
+
+// Swaps `old` for a tracking area that reports the pointer entering and leaving `view` wherever it is
+// visible, even while the application is not active; returns the new one to keep.
+NSTrackingArea* trackHover(NSView* view, NSTrackingArea* old);
+
+// The host's rows as the lines the views show, in the user's current locale.
+std::vector<SuiteRowLine> currentLines(SuiteHost& host);
 
 // Another member's window comes forward through its open request; a member that is not running is
 // launched from wherever Launch Services finds it.

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/Log.hpp"
+#include "suite/ui/SuiteParticipant.hpp"
 #include "suite/ui/SuiteOpenObserver.hpp"
 
 @implementation KestrowSuiteActionTarget {
@@ -134,13 +135,7 @@
 }
 
 - (void)updateTrackingAreas {
-    if (_tracking) [self removeTrackingArea:_tracking];
-    _tracking = [[NSTrackingArea alloc]
-        initWithRect:NSZeroRect
-             options:NSTrackingMouseEnteredAndExited | NSTrackingActiveAlways | NSTrackingInVisibleRect
-               owner:self
-            userInfo:nil];
-    [self addTrackingArea:_tracking];
+    _tracking = kestrow::suite::mac::trackHover(self, _tracking);
     [super updateTrackingAreas];
 }
 
@@ -230,6 +225,30 @@ NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
     label.lineBreakMode = NSLineBreakByTruncatingTail;
     label.maximumNumberOfLines = 1;
     return label;
+}
+
+NSView* makeSpacer() {
+    NSView* spacer = [[NSView alloc] initWithFrame:NSZeroRect];
+    [spacer setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
+    return spacer;
+}
+
+NSTrackingArea* trackHover(NSView* view, NSTrackingArea* old) {
+    if (old != nil) [view removeTrackingArea:old];
+    NSTrackingArea* area = [[NSTrackingArea alloc]
+        initWithRect:NSZeroRect
+             options:NSTrackingMouseEnteredAndExited | NSTrackingActiveAlways | NSTrackingInVisibleRect
+               owner:view
+            userInfo:nil];
+    [view addTrackingArea:area];
+    return area;
+}
+
+std::vector<SuiteRowLine> currentLines(SuiteHost& host) {
+    const NumberLocale locale = currentNumberLocale();
+    std::vector<SuiteRowLine> lines;
+    for (const SuiteRow& row : host.participant().rows()) lines.push_back(SuiteFormat::rowLine(row, locale));
+    return lines;
 }
 
 void openMember(const SuiteRowLine& line) {
