@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "GlobalHotKey.hpp"
+
 namespace kestrow::suite {
 
 namespace SuiteFormat {
@@ -51,6 +53,56 @@ std::string accessibilityLabel(const SuiteValues& values, GlanceLevel worst, con
     std::string out(itemLabel);
     for (const auto& [ref, metric] : values) out += " " + text(metric, locale);
     return out + " " + levelWord(worst);
+}
+
+std::string itemTitle(const SuiteValues& values, const NumberLocale& locale) {
+    std::string out;
+    for (const auto& [ref, metric] : values) {
+        if (!out.empty()) out += valueSeparator;
+        out += text(metric, locale);
+    }
+    return out;
+}
+
+std::string_view itemSymbol(GlanceLevel worst) {
+    switch (worst.value) {
+        case GlanceLevel::notice: return noticeSymbol;
+        case GlanceLevel::alert: return alertSymbol;
+        case GlanceLevel::ok: break;
+    }
+    return okItemSymbol;
+}
+
+SuiteRowLine rowLine(const SuiteRow& row, const NumberLocale& locale) {
+    SuiteRowLine line;
+    line.app = row.app();
+    line.name = line.app.shortName();
+    const GlanceRecord* record = row.record();
+    if (!record) {
+        line.values = notRunning;
+        line.symbol = notRunningSymbol;
+        line.accessibilityLabel = line.name + ", " + std::string(notRunning);
+        return line;
+    }
+    line.running = true;
+    line.level = record->level;
+    line.symbol = record->level == GlanceLevel::ok ? okRowSymbol : itemSymbol(record->level);
+    // VoiceOver pauses at commas; the middle dot would be read out as a word.
+    std::string spoken;
+    for (const GlanceMetric& metric : record->metrics) {
+        const std::string value = text(metric, locale);
+        if (!line.values.empty()) line.values += valueSeparator;
+        line.values += value;
+        spoken += ", " + (metric.label.empty() ? value : metric.label + " " + value);
+    }
+    line.accessibilityLabel = line.name + spoken + ", " + levelWord(record->level);
+    return line;
+}
+
+std::string showBarLabel(bool shortcutRegistered) {
+    std::string out(showBarTitle);
+    if (shortcutRegistered) out += ", shortcut " + std::string(GlobalHotKey::displayName);
+    return out;
 }
 
 }  // namespace SuiteFormat

@@ -56,6 +56,14 @@ void SuiteHost::setFloatingVisible(bool visible) {
     applyFloating();
 }
 
+bool SuiteHost::floatingExpanded() const { return participant_.settings().floatingExpanded; }
+
+void SuiteHost::setFloatingExpanded(bool expanded) {
+    if (tornDown_) return;
+    participant_.setFloatingExpanded(expanded);
+    if (panel_) panel_->setExpanded(expanded);
+}
+
 void SuiteHost::applyFloating() {
     if (tornDown_ || !factory_.makeFloatingPanel) return;
     if (floatingVisible()) {

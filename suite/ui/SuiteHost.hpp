@@ -72,6 +72,11 @@ public:
     void setFloatingVisible(bool visible);
     void toggleFloating() { setFloatingVisible(!floatingVisible()); }
     bool floatingVisible() const;
+    // Expands or collapses the bar and remembers the choice in the shared settings.
+    void setFloatingExpanded(bool expanded);
+    bool floatingExpanded() const;
+    // Whether the suite shortcut is this host's, so the views may name it.
+    bool hotKeyRegistered() const { return hotKey_ && hotKey_->isRegistered(); }
 
     SuiteStatusItem* statusItem() { return item_.get(); }
     SuiteFloatingPanel* floatingPanel() { return panel_.get(); }

@@ -301,6 +301,12 @@ void SuiteParticipant::setFloatingVisible(bool visible) {
     saveSettingsSoon();
 }
 
+void SuiteParticipant::setFloatingExpanded(bool expanded) {
+    if (settings_.floatingExpanded == expanded) return;
+    settings_.floatingExpanded = expanded;
+    saveSettingsSoon();
+}
+
 // A dragged bar reports many corners a second; one write after it settles is enough.
 void SuiteParticipant::saveSettingsSoon() {
     if (didShutdown_) return saveSettings();

@@ -81,6 +81,8 @@ public:
     void floatingBarMoved(Point topLeft);
     // Stores whether the floating bar shows, and saves soon.
     void setFloatingVisible(bool visible);
+    // Stores whether the floating bar shows every value or one line per member, and saves soon.
+    void setFloatingExpanded(bool expanded);
 
     // Whether this application shows its own menu bar icon: the user's wish, or the suite's rule
     // (not active, or no host speaking); never after the user removed the icon from the menu bar.

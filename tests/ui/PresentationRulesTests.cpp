@@ -52,6 +52,67 @@ TEST(SuiteFormat, LevelWordsAndTheAccessibilityLabel) {
     EXPECT_EQ(SuiteFormat::accessibilityLabel({}, GlanceLevel::ok, english), "Kestrow suite ok");
 }
 
+TEST(SuiteFormat, TheItemsTitleAndSymbolFollowTheValuesAndTheWorstLevel) {
+    struct Case {
+        const char* what;
+        SuiteValues values;
+        GlanceLevel worst;
+        std::string title;
+        std::string_view symbol;
+    };
+    const GlanceMetric blocked{"net", "Net", StateWord(StateWord::blocked), "", {}};
+    const Case cases[] = {
+        {"nothing to show", {}, GlanceLevel::ok, "", "square.grid.2x2"},
+        {"one value", {{MetricRef{SuiteApp::brimlet, "mem"}, number(61.25, "%")}}, GlanceLevel::notice,
+         "61.3" + nbsp + "%", "exclamationmark.circle"},
+        {"two values",
+         {{MetricRef{SuiteApp::brimlet, "mem"}, number(61.25, "%")}, {MetricRef{SuiteApp::fennick, "net"}, blocked}},
+         GlanceLevel::alert, "61.3" + nbsp + "% \u00B7 blocked", "exclamationmark.triangle.fill"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(SuiteFormat::itemTitle(c.values, english), c.title) << c.what;
+        EXPECT_EQ(SuiteFormat::itemSymbol(c.worst), c.symbol) << c.what;
+    }
+}
+
+TEST(SuiteFormat, RowLinesCarryNameValuesGlyphAndWhatVoiceOverReads) {
+    const GlanceMetric memory{"mem", "Memory", 61.25, "%", GlanceLevel::notice};
+    const GlanceMetric network{"net", "", StateWord(StateWord::blocked), "", GlanceLevel::ok};
+    struct Case {
+        const char* what;
+        SuiteRow row;
+        NumberLocale locale;
+        SuiteRowLine expected;
+    };
+    const Case cases[] = {
+        {"not running",
+         SuiteRow{SuiteApp(SuiteApp::corvane)},
+         english,
+         {SuiteApp::corvane, false, GlanceLevel::ok, "Corvane", "not running", "minus.circle", "Corvane, not running"}},
+        {"running without metrics",
+         SuiteRow{GlanceRecord(SuiteApp::garrow, false, GlanceState::running, 0, 10, GlanceLevel::ok, {})},
+         english,
+         {SuiteApp::garrow, true, GlanceLevel::ok, "Garrow", "", "checkmark.circle", "Garrow, ok"}},
+        {"two metrics, one without a label, in German",
+         SuiteRow{GlanceRecord(SuiteApp::brimlet, true, GlanceState::running, 0, 10, GlanceLevel::notice,
+                               {memory, network})},
+         german,
+         {SuiteApp::brimlet, true, GlanceLevel::notice, "Brimlet", "61,3" + nbsp + "% \u00B7 blocked",
+          "exclamationmark.circle", "Brimlet, Memory 61,3" + nbsp + "%, blocked, notice"}},
+        {"alert",
+         SuiteRow{GlanceRecord(SuiteApp::jessap, false, GlanceState::running, 0, 10, GlanceLevel::alert, {network})},
+         english,
+         {SuiteApp::jessap, true, GlanceLevel::alert, "Jessap", "blocked", "exclamationmark.triangle.fill",
+          "Jessap, blocked, alert"}},
+    };
+    for (const Case& c : cases) EXPECT_EQ(SuiteFormat::rowLine(c.row, c.locale), c.expected) << c.what;
+}
+
+TEST(SuiteFormat, TheShowBarControlNamesTheShortcutOnlyWhenItIsOurs) {
+    EXPECT_EQ(SuiteFormat::showBarLabel(false), "Show floating bar");
+    EXPECT_EQ(SuiteFormat::showBarLabel(true), "Show floating bar, shortcut \u2303\u2325M");
+}
+
 TEST(SuiteStatusItemPosition, ReadsOnlyNumbersUnderTheStatusBarsKey) {
     InMemoryUserDefaults defaults;
     EXPECT_EQ(SuiteStatusItemPosition::autosaveName, "KestrowSuite");

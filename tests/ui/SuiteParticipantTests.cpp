@@ -310,6 +310,65 @@ TEST_F(Participant, ANewHostTakesThePositionAndPlaceTheLastOneSaved) {
     EXPECT_EQ(q->settings().floatingTopLeft, (std::pair<double, double>{310, 705}));
 }
 
+// What the floating bar's panel was asked to do, in order.
+class FakePanel final : public SuiteFloatingPanel {
+public:
+    explicit FakePanel(std::vector<std::string>& calls) : calls_(calls) {}
+    void show() override { visible_ = true, calls_.push_back("show"); }
+    void hide() override { visible_ = false, calls_.push_back("hide"); }
+    bool isVisible() const override { return visible_; }
+    void setExpanded(bool expanded) override { calls_.push_back(expanded ? "expand" : "collapse"); }
+    void update() override {}
+    void tearDown() override { calls_.push_back("tearDown"); }
+
+private:
+    std::vector<std::string>& calls_;
+    bool visible_ = false;
+};
+
+TEST_F(Participant, TheBarsExpansionIsSharedAndTheNextHostOpensItAsLeft) {
+    std::vector<std::string> calls;
+    SuiteStatusItemFactory withBar = factory();
+    withBar.makeFloatingPanel = [&](SuiteHost&) { return std::make_unique<FakePanel>(calls); };
+    other(SuiteApp::corvane);
+    auto p = std::make_unique<SuiteParticipant>(SuiteApp::brimlet, std::vector<SuiteFolder>{folder}, defaults, withBar,
+                                                loop, SuiteParticipant::Options{});
+    p->publish(GlanceLevel::ok, metrics(20), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    EXPECT_TRUE(calls.empty()) << "the bar stays hidden until the user asks for it";
+
+    struct Step {
+        const char* what;
+        std::function<void(SuiteHost&)> act;
+        std::vector<std::string> calls;
+        bool expandedOnDisk;
+    };
+    const Step steps[] = {
+        {"shown collapsed", [](SuiteHost& h) { h.setFloatingVisible(true); }, {"collapse", "show"}, false},
+        {"expanded", [](SuiteHost& h) { h.setFloatingExpanded(true); }, {"expand"}, true},
+        {"hidden, still expanded", [](SuiteHost& h) { h.setFloatingVisible(false); }, {"hide"}, true},
+        {"shown again as it was left", [](SuiteHost& h) { h.setFloatingVisible(true); }, {"expand", "show"}, true},
+        {"collapsed", [](SuiteHost& h) { h.setFloatingExpanded(false); }, {"collapse"}, false},
+    };
+    for (const Step& step : steps) {
+        calls.clear();
+        step.act(*p->host());
+        EXPECT_EQ(calls, step.calls) << step.what;
+        loop.advance(SuiteParticipant::settingsSaveDelay);
+        EXPECT_EQ(SuiteSettings::read(folder).floatingExpanded, step.expandedOnDisk) << step.what;
+    }
+
+    p->host()->setFloatingExpanded(true);
+    p->shutdown();
+    EXPECT_TRUE(SuiteSettings::read(folder).floatingExpanded) << "a pending save is not lost at the end";
+    calls.clear();
+    auto q = std::make_unique<SuiteParticipant>(SuiteApp::fennick, std::vector<SuiteFolder>{folder}, defaults,
+                                                withBar, loop, SuiteParticipant::Options{});
+    q->publish(GlanceLevel::ok, metrics(20), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return q->isHost(); }, 5.0));
+    EXPECT_EQ(calls, (std::vector<std::string>{"expand", "show"}));
+}
+
 TEST_F(Participant, KeepsTheSuiteActiveForTenSecondsAfterWake) {
     auto p = make(SuiteApp::corvane);
     p->publish(GlanceLevel::ok, metrics(1), 10);
