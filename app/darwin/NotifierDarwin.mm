@@ -68,7 +68,10 @@ public:
 
     void post(const Alert& alert, Completion done) override {
         if (center_ == nil) {
-            finish(alert, std::move(done), "no notification centre outside the app bundle");
+            // Answered later, as the centre would: never from inside post().
+            loop_.post([this, alive = std::weak_ptr<bool>(alive_), alert, done = std::move(done)]() mutable {
+                if (alive.lock()) finish(alert, std::move(done), "no notification centre outside the app bundle");
+            });
             return;
         }
         switch (authorisation_) {
@@ -144,11 +147,7 @@ private:
     void finish(const Alert& alert, Completion done, const std::string& problem) {
         if (problem.empty()) kestrow::log::info(logCategory, "alert posted: " + alert.title);
         else kestrow::log::error(logCategory, "alert not delivered: " + alert.title + " (" + problem + ")");
-        if (!done) return;
-        // Always later, never inside post(): the store expects the answer to come back on the loop.
-        loop_.post([alive = std::weak_ptr<bool>(alive_), done = std::move(done), delivered = problem.empty()] {
-            if (alive.lock()) done(delivered);
-        });
+        if (done) done(problem.empty());
     }
 
     kestrow::MainLoop& loop_;
