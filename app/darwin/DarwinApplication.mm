@@ -1,17 +1,193 @@
-// The menu-bar application's start-up on macOS. Until the AppKit front end is complete, starting
-// the program without "--snapshot-json" says so and ends with status 2.
+// The menu-bar application's start-up on macOS. NSApplication and its delegate come first, then the
+// main loop (the main dispatch queue, which AppKit's run loop drains), the defaults, the notifier
+// and the suite's AppKit pieces; then the application structure, the windows, the menu bar item and
+// the intents' bridge, in that order, all before the run loop starts. The process normally ends in
+// -[NSApplication terminate:], which calls exit() after the delegate's applicationWillTerminate:;
+// that is where the suite hears this member stopped, so nothing after -run is relied on.
 #include "app/ApplicationRunner.hpp"
 
+#import <AppKit/AppKit.h>
+#include <dispatch/dispatch.h>
+#include <signal.h>
+
 #include <cstdio>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#import "AppDelegate.h"
+#include "MacFrontEnd.hpp"
+#include "app/BrimletApplication.hpp"
+#include "base/Files.hpp"
+#include "base/Log.hpp"
+#include "suite/ui/darwin/SystemSuiteUI.hpp"
 
 namespace brimlet {
 
-const char* applicationHelp() { return "The menu-bar application is not built yet.\n"; }
+namespace {
 
-int runApplication(const std::vector<std::string>&, std::vector<kestrow::suite::SuiteFolder>,
-                   const SuiteLaunch::DefaultsDomain&) {
-    std::fputs("KestrowBrimlet: the menu-bar app is not built yet\n", stderr);
-    return 2;
+constexpr std::string_view logCategory = "launch";
+
+// SIGINT and SIGTERM (Ctrl-C in Terminal, `kill`, launchd) end the app the way its Quit command
+// does, so the stopped record is written and the host lock freed. The default action would end the
+// process at once and leave the other members to wait for the record to expire.
+class TerminationSignals {
+public:
+    TerminationSignals() {
+        for (const int number : {SIGINT, SIGTERM}) {
+            ::signal(number, SIG_IGN);  // the source below sees the signal instead of the default action
+            dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL,
+                                                              static_cast<uintptr_t>(number), 0,
+                                                              dispatch_get_main_queue());
+            if (source == nullptr) continue;
+            dispatch_source_set_event_handler(source, ^{
+              [NSApp terminate:nil];
+            });
+            dispatch_resume(source);
+            sources_.push_back(source);
+        }
+    }
+    ~TerminationSignals() {
+        for (dispatch_source_t source : sources_) dispatch_source_cancel(source);
+    }
+    TerminationSignals(const TerminationSignals&) = delete;
+    TerminationSignals& operator=(const TerminationSignals&) = delete;
+
+private:
+    std::vector<dispatch_source_t> sources_;
+};
+
+void forceAppearance(MonitorStore::Appearance appearance) {
+    NSAppearanceName name =
+        appearance == MonitorStore::Appearance::dark ? NSAppearanceNameDarkAqua : NSAppearanceNameAqua;
+    NSApp.appearance = [NSAppearance appearanceNamed:name];
+}
+
+// Everything the run holds, for the life of the process.
+class MacSession final : public mac::ApplicationSession {
+public:
+    MacSession(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
+               std::unique_ptr<kestrow::MainLoop> loop, std::unique_ptr<kestrow::UserDefaults> standard,
+               std::unique_ptr<kestrow::UserDefaults> qaDefaults)
+        : loop_(std::move(loop)),
+          standard_(std::move(standard)),
+          qaDefaults_(std::move(qaDefaults)),
+          notifier_(mac::makeUserNotificationNotifier(*loop_)),
+          hotKeys_(kestrow::suite::mac::systemHotKeyCenter(*loop_)) {
+        MonitorStore::Options monitorOptions;
+        monitorOptions.setAppearance = forceAppearance;
+        IntentRouter::Environment intents;
+        // The presenter comes after the application structure; until then there are no windows.
+        intents.windows = [this] { return windows(); };
+
+        application_ = std::make_unique<BrimletApplication>(BrimletPlatform{
+            .loop = *loop_,
+            .monitorDefaults = *standard_,
+            .suiteDefaults = qaDefaults_ ? *qaDefaults_ : *standard_,
+            .notifier = *notifier_,
+            .arguments = arguments,
+            .suiteFolders = std::move(folders),
+            .home = kestrow::realHomeFolder(),
+            .statusItems = kestrow::suite::mac::systemStatusItemFactory(*loop_, hotKeys_),
+            .makeFloating = mac::makeFloatingMonitor,
+            .makeDock = mac::makeDockBadges,
+            .hotKeys = &hotKeys_,
+            .observeSystem = true,
+            .intents = std::move(intents),
+            .monitorOptions = std::move(monitorOptions),
+        });
+
+        presenter_ = mac::makeWindowPresenter(*application_);
+        if (presenter_) {
+            // The store now opens windows itself: the dashboard on a suite open request or a
+            // reopen, a deferred cleanup intent, and the "--open" argument.
+            application_->monitor().adoptOpenWindow(
+                [presenter = presenter_.get()](std::string_view identifier) { presenter->open(identifier); });
+            menuBar_ = mac::makeMenuBar(*application_, *presenter_);
+        } else {
+            kestrow::log::error(logCategory, "no windows in this build: the menu bar item and window requests are off");
+        }
+        mac::installIntentBridge(application_.get());
+    }
+
+    BrimletApplication& application() override { return *application_; }
+
+    std::vector<BrimletWindows::Window> windows() const override {
+        return presenter_ ? presenter_->windows() : std::vector<BrimletWindows::Window>{};
+    }
+
+    void end() override {
+        if (ended_) return;
+        ended_ = true;
+        kestrow::log::info(logCategory, "stopping");
+        mac::installIntentBridge(nullptr);  // no intent reaches a store from here on
+        application_->shutdown();
+    }
+
+private:
+    std::unique_ptr<kestrow::MainLoop> loop_;
+    std::unique_ptr<kestrow::UserDefaults> standard_;
+    std::unique_ptr<kestrow::UserDefaults> qaDefaults_;
+    std::unique_ptr<Notifier> notifier_;
+    kestrow::suite::HotKeyCenter& hotKeys_;
+    std::unique_ptr<BrimletApplication> application_;
+    std::unique_ptr<mac::WindowPresenter> presenter_;
+    std::unique_ptr<mac::MenuBar> menuBar_;
+    TerminationSignals signals_;
+    bool ended_ = false;
+};
+
+}  // namespace
+
+const char* applicationHelp() {
+    return "Without --snapshot-json it runs the menu-bar app (normally opened as\n"
+           "\"Kestrow Brimlet.app\"): the monitor in the menu bar, the dashboard, cleanup and\n"
+           "settings windows, alerts as notifications, and its place in the Kestrow suite.\n"
+           "  --suite-folder PATH   use a suite folder inside the temporary folder and the\n"
+           "                        separate com.kestrow.brimlet.qa settings\n"
+           "  --floating, --floating-expanded, --dock-badges\n"
+           "                        turn these on for this run only; nothing the run\n"
+           "                        changes is saved\n"
+           "  --appearance dark|light\n"
+           "                        force the windows' appearance\n"
+           "  --open dashboard|cleanup|settings\n"
+           "                        open that window at launch\n"
+           "  Ctrl-C or SIGTERM quits it as the Quit command does.\n";
+}
+
+int runApplication(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
+                   const SuiteLaunch::DefaultsDomain& suiteDomain) {
+    // Unknown arguments are not refused here, unlike on Linux: the system and Xcode pass their own
+    // ("-NSDocumentRevisionsDebugMode YES", "-AppleLanguages (…)") to a Mac app.
+    NSApplication* application = [NSApplication sharedApplication];
+    AppDelegate* delegate = [[AppDelegate alloc] init];
+    application.delegate = delegate;  // a weak reference: `delegate` keeps it for the run
+
+    std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(false);  // signals: see above
+    std::unique_ptr<kestrow::UserDefaults> standard = kestrow::UserDefaults::standard(SuiteLaunch::bundleIdentifier());
+    std::unique_ptr<kestrow::UserDefaults> qaDefaults;
+    if (!suiteDomain.isStandard()) {
+        qaDefaults = kestrow::UserDefaults::named(*suiteDomain.suiteName);
+        if (!qaDefaults) {
+            const SuiteLaunch::Exit exit = SuiteLaunch::qaDefaultsUnavailable();
+            std::fputs(exit.standardError.c_str(), stderr);
+            return exit.status;
+        }
+    }
+
+    kestrow::log::info(logCategory, "starting the menu-bar app");
+    for (const auto& folder : folders) kestrow::log::info(logCategory, "suite folder: " + folder.url);
+
+    auto session = std::make_unique<MacSession>(arguments, std::move(folders), std::move(loop), std::move(standard),
+                                                std::move(qaDefaults));
+    delegate.session = session.get();
+    [application run];
+
+    // Reached only when something stopped the run loop instead of terminating the app.
+    delegate.session = nullptr;
+    session->end();
+    return 0;
 }
 
 }  // namespace brimlet

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "app/AppQuitter.hpp"
+#include "app/LaunchRole.hpp"
 #include "app/SuiteLaunch.hpp"
 #include "base/Files.hpp"
 #include "tests/support/TempFolder.hpp"
@@ -70,6 +71,23 @@ TEST(AppQuitter, RowTexts) {
     EXPECT_EQ(AppQuitter::confirmation("Xcode", "9.1 GB"),
               "Xcode is using 9.1 GB. It will be asked to quit normally, like choosing Quit from its menu, and may ask "
               "you to save your work.");
+}
+
+TEST(LaunchRole, OnlyABackgroundOnlyLaunchTakesTheMenuBarRole) {
+    using Policy = LaunchRole::Policy;
+    struct Case {
+        Policy current;
+        std::optional<Policy> switchTo;
+    };
+    const Case cases[] = {
+        {Policy::prohibited, Policy::accessory},  // started by the system for an intent
+        {Policy::accessory, std::nullopt},        // the normal menu-bar launch
+        {Policy::regular, std::nullopt},          // never demoted from the Dock
+    };
+    for (const Case& c : cases) EXPECT_EQ(LaunchRole::switchTo(c.current), c.switchTo) << static_cast<int>(c.current);
+    EXPECT_EQ(LaunchRole::backgroundLaunchMessage,
+              "Launched background-only (an intent): switched to the menu bar app role");
+    EXPECT_EQ(LaunchRole::logCategory, "launch");
 }
 
 TEST(SuiteLaunch, FoldersFromTheArgumentWithExactFailureTexts) {
