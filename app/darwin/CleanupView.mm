@@ -279,7 +279,7 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
                                                                                : @"Measuring progress"];
     _progressLabel = label(@"", [NSFont systemFontOfSize:NSFont.systemFontSize]);
     _cancelButton = button(@"Cancel", @"xmark.circle", self, @selector(cancel:));
-    _cancelButton.keyEquivalent = @"\e";
+    _cancelButton.keyEquivalent = @"\x1b";  // Escape
     NSStackView* pane =
         stack(@[ _progressLabel, _progress, _cancelButton ], NSUserInterfaceLayoutOrientationVertical, 12);
     fillWidth(_progress, pane);

@@ -198,7 +198,9 @@ TEST_F(CleanupStoreRig, ChoosingFollowsEachItemsRulesAndAddsUp) {
     fs::create_directories(temp / "bin");
     fs::copy_file("/bin/cat", colima);
     Children children;
-    ASSERT_GT(children.start({.args = {colima}}), 0);
+    Children::Options running;
+    running.args = {colima};
+    ASSERT_GT(children.start(running), 0);
 
     CleanupStore store(loop, home);
     std::optional<bool> granted = false;
