@@ -163,8 +163,8 @@ NSString* noteText(const brimlet::CleanupItem& item) {
         if (!cell) {
             cell = [[NSTableCellView alloc] initWithFrame:NSZeroRect];
             cell.identifier = nameColumn;
-            NSTextField* name = label(@"", [NSFont systemFontOfSize:NSFont.systemFontSize weight:NSFontWeightMedium]);
-            NSTextField* detail = label(@"", [NSFont systemFontOfSize:NSFont.smallSystemFontSize],
+            NSTextField* name = label(@"", systemFont(bodySize(), NSFontWeightMedium));
+            NSTextField* detail = label(@"", systemFont(smallSize()),
                                         NSColor.secondaryLabelColor);
             detail.lineBreakMode = NSLineBreakByTruncatingTail;
             NSStackView* lines = stack(@[ name, detail ], NSUserInterfaceLayoutOrientationVertical, 1);
@@ -197,7 +197,7 @@ NSString* noteText(const brimlet::CleanupItem& item) {
         field.textColor = NSColor.secondaryLabelColor;
     } else if (column.identifier == sizeColumn) {
         field.stringValue = sizeText(item);
-        field.font = [NSFont monospacedDigitSystemFontOfSize:NSFont.systemFontSize weight:NSFontWeightRegular];
+        field.font = digitsFont(bodySize(), NSFontWeightRegular);
         field.alignment = NSTextAlignmentRight;
     } else {
         field.stringValue = noteText(item);

@@ -2,6 +2,8 @@
 // the report's two exports.
 #include "CleanupReportPane.hpp"
 
+#include <vector>
+
 #include "CleanupViewSupport.hpp"
 #include "app/CleanupSummary.hpp"
 #include "base/Files.hpp"
@@ -14,17 +16,23 @@ namespace {
 
 constexpr std::string_view logCategory = "cleanup";
 
-// The run's entries as readable text: what was removed and how, and what was left and why.
-NSAttributedString* entriesText(const brimlet::CleanupReport& report) {
-    NSMutableAttributedString* all = [[NSMutableAttributedString alloc] init];
-    NSFont* body = [NSFont systemFontOfSize:NSFont.systemFontSize];
-    NSFont* heading = [NSFont systemFontOfSize:NSFont.systemFontSize weight:NSFontWeightSemibold];
-    NSFont* small = [NSFont systemFontOfSize:NSFont.smallSystemFontSize];
-    auto append = [&](NSString* value, NSFont* font, NSColor* colour) {
-        [all appendAttributedString:[[NSAttributedString alloc]
-                                        initWithString:value
-                                            attributes:@{NSFontAttributeName : font, NSForegroundColorAttributeName : colour}]];
+// The run's entries as readable text, what was removed and how, then what was left and why,
+// styled line by line through the text view (fonts and colours by range).
+void showEntries(NSTextView* view, const brimlet::CleanupReport& report) {
+    NSMutableString* all = [NSMutableString string];
+    struct Span {
+        NSRange range;
+        NSFont* font;
+        NSColor* colour;
     };
+    std::vector<Span> spans;
+    auto append = [&](NSString* value, NSFont* font, NSColor* colour) {
+        spans.push_back({NSMakeRange(all.length, value.length), font, colour});
+        [all appendString:value];
+    };
+    NSFont* body = systemFont(bodySize());
+    NSFont* heading = systemFont(bodySize(), NSFontWeightSemibold);
+    NSFont* small = systemFont(smallSize());
     auto section = [&](NSString* title, std::size_t count) {
         if (all.length != 0) append(@"\n", body, NSColor.labelColor);
         append([NSString stringWithFormat:@"%@ (%zu)\n", title, count], heading, NSColor.labelColor);
@@ -44,7 +52,11 @@ NSAttributedString* entriesText(const brimlet::CleanupReport& report) {
         append([text(entry.title + " — " + entry.reason) stringByAppendingString:@"\n"], body, colour);
         append([text(entry.path) stringByAppendingString:@"\n"], small, NSColor.secondaryLabelColor);
     }
-    return all;
+    view.string = all;
+    for (const Span& span : spans) {
+        [view setFont:span.font range:span.range];
+        [view setTextColor:span.colour range:span.range];
+    }
 }
 
 }  // namespace
@@ -66,7 +78,7 @@ NSAttributedString* entriesText(const brimlet::CleanupReport& report) {
 
     _icon = [NSImageView imageViewWithImage:symbol(@"checkmark.circle.fill", nil)];
     _icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:28 weight:NSFontWeightRegular];
-    _headline = label(@"", [NSFont systemFontOfSize:20 weight:NSFontWeightSemibold]);
+    _headline = label(@"", systemFont(20, NSFontWeightSemibold));
     [_headline setAccessibilityRole:NSAccessibilityStaticTextRole];
     NSStackView* top = stack(@[ _icon, _headline ], NSUserInterfaceLayoutOrientationHorizontal, 10);
     _lines = stack(@[], NSUserInterfaceLayoutOrientationVertical, 4);
@@ -116,7 +128,7 @@ NSAttributedString* entriesText(const brimlet::CleanupReport& report) {
     _icon.contentTintColor = troubled ? NSColor.systemOrangeColor : NSColor.systemGreenColor;
     for (NSView* old in _lines.arrangedSubviews) [old removeFromSuperview];
     for (const std::string& line : summary.lines) [_lines addArrangedSubview:paragraph(text(line), NSColor.labelColor)];
-    [_entries.textStorage setAttributedString:entriesText(*report)];
+    showEntries(_entries, *report);
 }
 
 - (void)startOver:(id)sender {

@@ -95,9 +95,9 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     NSImageView* icon = [NSImageView imageViewWithImage:symbol(@"internaldrive", nil)];
     icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:30 weight:NSFontWeightRegular];
     icon.contentTintColor = NSColor.controlAccentColor;
-    NSTextField* title = label(@"Free up disk space", [NSFont systemFontOfSize:22 weight:NSFontWeightSemibold]);
+    NSTextField* title = label(@"Free up disk space", systemFont(22, NSFontWeightSemibold));
     [title setAccessibilityRole:NSAccessibilityStaticTextRole];
-    NSTextField* subtitle = label(tagline, [NSFont systemFontOfSize:NSFont.systemFontSize], NSColor.secondaryLabelColor);
+    NSTextField* subtitle = label(tagline, systemFont(bodySize()), NSColor.secondaryLabelColor);
     NSStackView* titles = stack(@[ title, subtitle ], NSUserInterfaceLayoutOrientationVertical, 2);
     NSStackView* header = stack(@[ icon, titles ], NSUserInterfaceLayoutOrientationHorizontal, 12);
 
@@ -235,11 +235,11 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
 // MARK: idle
 
 - (NSView*)idlePane {
-    NSTextField* heading = label(@"What will be looked at", [NSFont systemFontOfSize:15 weight:NSFontWeightSemibold]);
+    NSTextField* heading = label(@"What will be looked at", systemFont(15, NSFontWeightSemibold));
     auto group = [](NSString* symbolName, NSString* title, NSString* body) {
         NSImageView* icon = [NSImageView imageViewWithImage:symbol(symbolName, nil)];
         icon.contentTintColor = NSColor.secondaryLabelColor;
-        NSTextField* name = label(title, [NSFont systemFontOfSize:NSFont.systemFontSize weight:NSFontWeightMedium]);
+        NSTextField* name = label(title, systemFont(bodySize(), NSFontWeightMedium));
         NSStackView* lines = stack(@[ name, paragraph(body) ], NSUserInterfaceLayoutOrientationVertical, 2);
         NSStackView* row = stack(@[ icon, lines ], NSUserInterfaceLayoutOrientationHorizontal, 10);
         row.alignment = NSLayoutAttributeTop;
@@ -277,7 +277,7 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     [_progress startAnimation:nil];
     [_progress setAccessibilityLabel:phase == brimlet::CleanupPhase::cleaning ? @"Cleaning progress"
                                                                                : @"Measuring progress"];
-    _progressLabel = label(@"", [NSFont systemFontOfSize:NSFont.systemFontSize]);
+    _progressLabel = label(@"", systemFont(bodySize()));
     _cancelButton = button(@"Cancel", @"xmark.circle", self, @selector(cancel:));
     _cancelButton.keyEquivalent = @"\x1b";  // Escape
     NSStackView* pane =
@@ -321,7 +321,7 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
 // MARK: ready
 
 - (NSView*)readyPane {
-    _spaceLabel = label(@"", [NSFont systemFontOfSize:NSFont.systemFontSize], NSColor.secondaryLabelColor);
+    _spaceLabel = label(@"", systemFont(bodySize()), NSColor.secondaryLabelColor);
     __weak KBCleanupViewController* weakSelf = self;
     _items = [[KBCleanupItemsTable alloc] initWithStore:_store
                                                onToggle:[weakSelf](const std::string& id, bool wanted) {
@@ -338,12 +338,12 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     _permanentChoice = [NSButton radioButtonWithTitle:text(brimlet::DeleteMode(brimlet::DeleteMode::permanent).title())
                                                target:self
                                                action:@selector(chooseMode:)];
-    NSTextField* modeTitle = label(@"Remove by:", [NSFont systemFontOfSize:NSFont.systemFontSize]);
+    NSTextField* modeTitle = label(@"Remove by:", systemFont(bodySize()));
     NSStackView* modes =
         stack(@[ modeTitle, _trashChoice, _permanentChoice ], NSUserInterfaceLayoutOrientationHorizontal, 12);
     _modeNote = paragraph(@"");
 
-    _totalLabel = label(@"", [NSFont monospacedDigitSystemFontOfSize:15 weight:NSFontWeightSemibold]);
+    _totalLabel = label(@"", digitsFont(15, NSFontWeightSemibold));
     NSButton* again = button(@"Measure Again", @"arrow.clockwise", self, @selector(measure:));
     _cleanButton = button(@"Clean…", @"trash", self, @selector(clean:));
     _cleanButton.keyEquivalent = @"\r";
