@@ -97,11 +97,15 @@ CleanupStore::SelectionSummary CleanupStore::selectionSummary() const {
     return summary;
 }
 
-void CleanupStore::refreshFullDiskAccess() {
+bool CleanupStore::readFullDiskAccess() {
     std::optional<bool> granted = fullDiskAccessProbe ? fullDiskAccessProbe() : std::nullopt;
-    if (granted == fullDiskAccess_) return;
+    if (granted == fullDiskAccess_) return false;
     fullDiskAccess_ = granted;
-    observers_.notify();
+    return true;
+}
+
+void CleanupStore::refreshFullDiskAccess() {
+    if (readFullDiskAccess()) observers_.notify();
 }
 
 bool CleanupStore::start() {
@@ -111,7 +115,7 @@ bool CleanupStore::start() {
     // Every run gets its own session (and its thread only while there is one): approvals of an
     // earlier run are void in this one.
     session_ = makeSession();
-    refreshFullDiskAccess();
+    (void)readFullDiskAccess();  // the phase change below tells the observers
     measured_.reset();
     personal_.clear();
     selection_.clear();

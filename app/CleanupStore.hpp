@@ -106,6 +106,7 @@ private:
     void scan(std::uint64_t generation);
     std::vector<std::string> selectedInOrder() const;
     bool choose(const std::string& id, bool selected);
+    bool readFullDiskAccess();  // true when the answer changed
     std::shared_ptr<CleanupSession> makeSession();
     // Runs `then` on the loop with the value unless the run was reset or cancelled meanwhile.
     template <typename T, typename F>
