@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/Checked.hpp"
 #include "base/Files.hpp"
 #include "base/Log.hpp"
 
@@ -15,7 +16,9 @@ CleanupStore::CleanupStore(kestrow::MainLoop& loop, std::string home, std::uniqu
     : loop_(loop),
       home_(std::move(home)),
       fileOperations_(fileOperations ? std::move(fileOperations) : std::make_unique<LiveFileOperations>()),
-      relay_(loop, "cleanup-relay") {}
+      relay_(loop, "cleanup-relay") {
+    fullDiskAccessProbe = [home = home_] { return FullDiskAccess::isGranted(home); };
+}
 
 CleanupStore::~CleanupStore() {
     // The relay waits for the work under way: ask it to stop at its next item first.
@@ -43,9 +46,66 @@ void CleanupStore::setPhase(CleanupPhase phase) {
     observers_.notify();
 }
 
-void CleanupStore::setSelected(const std::string& id, bool selected) {
+const CleanupItem* CleanupStore::item(const std::string& id) const {
+    auto find = [&](const std::vector<CleanupItem>& items) -> const CleanupItem* {
+        auto found = std::find_if(items.begin(), items.end(), [&](const CleanupItem& each) { return each.id == id; });
+        return found == items.end() ? nullptr : &*found;
+    };
+    if (measured_)
+        if (const CleanupItem* found = find(measured_->regenerable)) return found;
+    return find(personal_);
+}
+
+bool CleanupStore::needsApproval(const std::string& id) const {
+    const CleanupItem* found = item(id);
+    return found && found->kind == CleanupKind::personal && !selection_.count(id);
+}
+
+bool CleanupStore::choose(const std::string& id, bool selected) {
+    if (selected) {
+        const CleanupItem* found = item(id);
+        if (!found || !found->isSelectable()) return false;
+    }
     const bool changed = selected ? selection_.insert(id).second : selection_.erase(id) > 0;
     if (changed) observers_.notify();
+    return true;
+}
+
+bool CleanupStore::setSelected(const std::string& id, bool selected) {
+    if (selected && needsApproval(id)) return false;
+    return choose(id, selected);
+}
+
+bool CleanupStore::approvePersonal(const std::string& id) {
+    const CleanupItem* found = item(id);
+    if (!found || !(found->kind == CleanupKind::personal)) return false;
+    return choose(id, true);
+}
+
+CleanupStore::SelectionSummary CleanupStore::selectionSummary() const {
+    SelectionSummary summary;
+    for (const std::string& id : selection_) {
+        const CleanupItem* chosen = item(id);
+        if (!chosen) continue;
+        ++summary.count;
+        if (chosen->size) summary.bytes = kestrow::checkedAdd(summary.bytes, *chosen->size, "chosen cleanup sizes");
+        else ++summary.unmeasured;
+        if (chosen->kind == CleanupKind::personal) ++summary.personal;
+        else summary.permanentApplies = true;
+        if (chosen->action == CleanupAction::deleteUnavailableSimulators) summary.needsPermanent = true;
+    }
+    return summary;
+}
+
+bool CleanupStore::readFullDiskAccess() {
+    std::optional<bool> granted = fullDiskAccessProbe ? fullDiskAccessProbe() : std::nullopt;
+    if (granted == fullDiskAccess_) return false;
+    fullDiskAccess_ = granted;
+    return true;
+}
+
+void CleanupStore::refreshFullDiskAccess() {
+    if (readFullDiskAccess()) observers_.notify();
 }
 
 bool CleanupStore::start() {
@@ -55,6 +115,7 @@ bool CleanupStore::start() {
     // Every run gets its own session (and its thread only while there is one): approvals of an
     // earlier run are void in this one.
     session_ = makeSession();
+    (void)readFullDiskAccess();  // the phase change below tells the observers
     measured_.reset();
     personal_.clear();
     selection_.clear();

@@ -35,6 +35,17 @@ public:
         bool operator==(const Progress&) const = default;
     };
 
+    // What the chosen items add up to: the total line and the delete-mode choice of the view.
+    struct SelectionSummary {
+        std::size_t count = 0;
+        std::uint64_t bytes = 0;         // measured sizes of the chosen items
+        std::size_t unmeasured = 0;      // chosen items whose size is known only after the run
+        std::size_t personal = 0;        // chosen personal items: they go to the Trash in either mode
+        bool permanentApplies = false;   // some chosen item would be deleted permanently if asked
+        bool needsPermanent = false;     // some chosen item runs only when deleting permanently
+        bool operator==(const SelectionSummary&) const = default;
+    };
+
     // `fileOperations` empty: this platform's Trash and removal.
     CleanupStore(kestrow::MainLoop& loop, std::string home, std::unique_ptr<FileOperations> fileOperations = nullptr);
     ~CleanupStore();
@@ -50,7 +61,24 @@ public:
     const std::vector<CleanupItem>& personalItems() const { return personal_; }
     // Chosen ids; measuring preselects the caches that rebuild themselves, never personal items.
     const std::set<std::string>& selection() const { return selection_; }
-    void setSelected(const std::string& id, bool selected);
+    // The item of that id among those measured or scanned in this run; null when there is none.
+    const CleanupItem* item(const std::string& id) const;
+    // Whether choosing the item takes the user's explicit approval first: a personal item not yet chosen.
+    bool needsApproval(const std::string& id) const;
+    // Chooses or drops an item this run presented. A blocked item is never chosen, and a personal
+    // one only through `approvePersonal`. True when the item is now chosen or not, as asked.
+    bool setSelected(const std::string& id, bool selected);
+    // Chooses one personal item after the user confirmed it explicitly, item by item. The clean
+    // then binds these exact items to a one-time approval of the session.
+    bool approvePersonal(const std::string& id);
+    SelectionSummary selectionSummary() const;
+
+    // Whether the application can read the folders the system protects: none when it cannot tell.
+    // Read again at every start and on `refreshFullDiskAccess` (the user may have just granted it).
+    const std::optional<bool>& fullDiskAccess() const { return fullDiskAccess_; }
+    void refreshFullDiskAccess();
+    // The question asked; the live one looks at a protected folder of the home folder. For tests.
+    std::function<std::optional<bool>()> fullDiskAccessProbe;
     const std::optional<CleanupReport>& lastReport() const { return lastReport_; }
 
     // From idle, ready or finished: measure the caches, then look for personal items. False while busy.
@@ -77,6 +105,8 @@ private:
     void setPhase(CleanupPhase phase);
     void scan(std::uint64_t generation);
     std::vector<std::string> selectedInOrder() const;
+    bool choose(const std::string& id, bool selected);
+    bool readFullDiskAccess();  // true when the answer changed
     std::shared_ptr<CleanupSession> makeSession();
     // Runs `then` on the loop with the value unless the run was reset or cancelled meanwhile.
     template <typename T, typename F>
@@ -93,6 +123,7 @@ private:
     std::vector<CleanupItem> personal_;
     std::set<std::string> selection_;
     std::optional<CleanupReport> lastReport_;
+    std::optional<bool> fullDiskAccess_;
 
     std::uint64_t generation_ = 0;  // bumped by every reset and cancel: late results are dropped
     CancelFlag cancelFlag_ = std::make_shared<std::atomic<bool>>(false);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
+#include <functional>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -19,6 +20,7 @@ namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
 using kestrow::testing::writeFile;
 
+using brimlet::testing::Children;
 using brimlet::testing::ScopedDataHome;
 
 // The real Trash, held shut at the first item until the test opens the gate.
@@ -96,7 +98,9 @@ TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
     EXPECT_EQ(store.selection(), std::set<std::string>{"npm-cache"});  // personal items are never preselected
     ASSERT_EQ(store.personalItems().size(), 2u);
     const std::string appModules = "node-modules:code/app/node_modules";
-    store.setSelected(appModules, true);
+    EXPECT_FALSE(store.setSelected(appModules, true));  // personal: only through an explicit approval
+    EXPECT_TRUE(store.selection().count(appModules) == 0);
+    ASSERT_TRUE(store.approvePersonal(appModules));
 
     phases.clear();
     ASSERT_TRUE(store.clean(DeleteMode::permanent));
@@ -166,7 +170,7 @@ TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) 
     CleanupStore store(loop, home, std::move(gated));
     ASSERT_TRUE(store.start());
     ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
-    for (const CleanupItem& item : store.personalItems()) store.setSelected(item.id, true);
+    for (const CleanupItem& item : store.personalItems()) ASSERT_TRUE(store.approvePersonal(item.id));
     store.setSelected("npm-cache", false);
     ASSERT_TRUE(store.clean(DeleteMode::trash));
     const std::string first = store.personalItems()[0].title;
@@ -185,6 +189,76 @@ TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) 
     EXPECT_EQ(report.deleted.size(), 1u);
     EXPECT_TRUE(fs::exists(home + "/code/site/node_modules") != fs::exists(home + "/code/app/node_modules"));
     EXPECT_EQ(store.progress(), CleanupStore::Progress{});
+}
+
+TEST_F(CleanupStoreRig, ChoosingFollowsEachItemsRulesAndAddsUp) {
+    // Colima's machine folder, with a process of that name running: the scanner blocks its item.
+    writeFile(home + "/.colima/default/diffdisk", std::string(4096, 'c'));
+    const std::string colima = temp / "bin/colima";
+    fs::create_directories(temp / "bin");
+    fs::copy_file("/bin/cat", colima);
+    Children children;
+    Children::Options running;
+    running.args = {colima};
+    ASSERT_GT(children.start(running), 0);
+
+    CleanupStore store(loop, home);
+    std::optional<bool> granted = false;
+    store.fullDiskAccessProbe = [&] { return granted; };
+    ASSERT_TRUE(store.start());
+    ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
+    EXPECT_EQ(store.fullDiskAccess(), std::optional<bool>(false));
+    ASSERT_NE(store.item("colima-vm"), nullptr);
+    ASSERT_TRUE(store.item("colima-vm")->blockedReason);
+    const std::uint64_t npm = store.item("npm-cache")->size.value();
+    const std::string app = "node-modules:code/app/node_modules", site = "node-modules:code/site/node_modules";
+
+    using Summary = CleanupStore::SelectionSummary;
+    struct Step {
+        const char* what;
+        std::function<bool()> act;
+        bool accepted;
+        std::set<std::string> selection;
+        Summary summary;
+    };
+    const std::vector<Step> steps = {
+        {"the cache is chosen by measuring", [] { return true; }, true, {"npm-cache"}, {1, npm, 0, 0, true, false}},
+        {"a plain tick never chooses a personal item", [&] { return store.setSelected(app, true); }, false,
+         {"npm-cache"}, {1, npm, 0, 0, true, false}},
+        {"its approval does, unmeasured until the run", [&] { return store.approvePersonal(app); }, true,
+         {"npm-cache", app}, {2, npm, 1, 1, true, false}},
+        {"a running machine cannot be approved", [&] { return store.approvePersonal("colima-vm"); }, false,
+         {"npm-cache", app}, {2, npm, 1, 1, true, false}},
+        {"nor ticked", [&] { return store.setSelected("colima-vm", true); }, false, {"npm-cache", app},
+         {2, npm, 1, 1, true, false}},
+        {"a cache is not a personal item to approve", [&] { return store.approvePersonal("npm-cache"); }, false,
+         {"npm-cache", app}, {2, npm, 1, 1, true, false}},
+        {"an id this run never presented", [&] { return store.setSelected("pip-cache", true); }, false,
+         {"npm-cache", app}, {2, npm, 1, 1, true, false}},
+        {"without the cache only Trash-bound items are left", [&] { return store.setSelected("npm-cache", false); },
+         true, {app}, {1, 0, 1, 1, false, false}},
+        {"dropping a personal item needs no approval", [&] { return store.setSelected(app, false); }, true, {},
+         {}},
+        {"and choosing it again needs a new one", [&] { return store.setSelected(app, true); }, false, {}, {}},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        EXPECT_EQ(step.act(), step.accepted);
+        EXPECT_EQ(store.selection(), step.selection);
+        EXPECT_EQ(store.selectionSummary(), step.summary);
+    }
+    EXPECT_TRUE(store.needsApproval(app));
+    EXPECT_TRUE(store.needsApproval(site));
+    EXPECT_FALSE(store.needsApproval("npm-cache"));
+
+    // Granted in System Settings meanwhile: a refresh tells the view.
+    int changes = 0;
+    auto watching = store.observe([&] { ++changes; });
+    granted = true;
+    store.refreshFullDiskAccess();
+    store.refreshFullDiskAccess();
+    EXPECT_EQ(store.fullDiskAccess(), std::optional<bool>(true));
+    EXPECT_EQ(changes, 1);
 }
 
 }  // namespace

@@ -1,0 +1,42 @@
+#include "CleanupSummary.hpp"
+
+#include <algorithm>
+
+#include "core/common/ByteFormat.hpp"
+
+namespace brimlet::CleanupSummary {
+
+std::string count(std::size_t n, std::string_view singular, std::string_view plural) {
+    return std::to_string(n) + " " + std::string(n == 1 ? singular : plural);
+}
+
+bool isError(const CleanupReport::Skipped& skipped) {
+    // The cleaner's two failure texts; every other reason is a refusal given before anything ran.
+    return skipped.reason.starts_with("Error: ") || skipped.reason.starts_with("simctl failed: ");
+}
+
+Text describe(const CleanupReport& report) {
+    Text text;
+    if (report.refusal) {
+        text.headline = "Nothing was touched";
+        text.lines.push_back(*report.refusal);
+        return text;
+    }
+    if (report.cancelled) text.headline = "Stopped before all items ran";
+    else if (report.deleted.empty()) text.headline = "Nothing was removed";
+    else text.headline = "Cleanup finished";
+
+    text.lines.push_back("Freed now: " + ByteFormat::signedString(report.freedNow()));
+    if (!report.deleted.empty())
+        text.lines.push_back("Removed " + count(report.deleted.size(), "item", "items") + " (" +
+                             ByteFormat::string(report.bytesDeleted()) + ")");
+    if (const std::uint64_t inTrash = report.bytesInTrash(); inTrash != 0)
+        text.lines.push_back(ByteFormat::string(inTrash) + " in the Trash. " + CleanupReport::trashNote);
+    const auto errors = static_cast<std::size_t>(std::count_if(report.skipped.begin(), report.skipped.end(), isError));
+    if (const std::size_t kept = report.skipped.size() - errors; kept != 0)
+        text.lines.push_back("Skipped " + count(kept, "item", "items") + "; the reasons are listed below");
+    if (errors != 0) text.lines.push_back(count(errors, "item", "items") + " could not be removed");
+    return text;
+}
+
+}  // namespace brimlet::CleanupSummary
