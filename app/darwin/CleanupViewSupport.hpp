@@ -19,18 +19,14 @@ inline NSString* text(std::string_view value) {
 
 inline std::string utf8(NSString* value) { return value.UTF8String ? std::string(value.UTF8String) : std::string(); }
 
-// NSFont lives in UIFoundation, which AppKit re-exports on a Mac; the SDK stubs that the Linux
-// cross-build links against lack that re-export, so the class is reached at run time here. The
-// same holds for the text attribute names, which these files therefore never use.
-inline Class fontClass() { return NSClassFromString(@"NSFont"); }
-inline CGFloat bodySize() { return [fontClass() systemFontSize]; }
-inline CGFloat smallSize() { return [fontClass() smallSystemFontSize]; }
+inline CGFloat bodySize() { return NSFont.systemFontSize; }
+inline CGFloat smallSize() { return NSFont.smallSystemFontSize; }
 inline NSFont* systemFont(CGFloat size, NSFontWeight weight = NSFontWeightRegular) {
-    return [fontClass() systemFontOfSize:size weight:weight];
+    return [NSFont systemFontOfSize:size weight:weight];
 }
 // Digits of equal width, so that sizes line up and do not jitter as they change.
 inline NSFont* digitsFont(CGFloat size, NSFontWeight weight = NSFontWeightRegular) {
-    return [fontClass() monospacedDigitSystemFontOfSize:size weight:weight];
+    return [NSFont monospacedDigitSystemFontOfSize:size weight:weight];
 }
 
 // A one-line label in a system colour, so that dark mode follows by itself.
