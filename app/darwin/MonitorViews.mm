@@ -4,12 +4,12 @@ namespace brimlet::mac {
 
 NSString* toNSString(std::string_view text) {
     NSString* string = [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
-    return string ?: @"";
+    return string != nil ? string : @"";
 }
 
 NSImage* symbolImage(NSString* name, NSString* description) {
     NSImage* image = [NSImage imageWithSystemSymbolName:name accessibilityDescription:description];
-    image.template = YES;
+    [image setTemplate:YES];
     return image;
 }
 
@@ -152,8 +152,8 @@ using brimlet::mac::makeLabel;
 }
 
 - (void)setFigure:(NSString*)figure caption:(NSString*)caption {
-    _figure.stringValue = figure ?: @"—";
-    _caption.stringValue = caption ?: @"";
+    _figure.stringValue = figure != nil ? figure : @"—";
+    _caption.stringValue = caption != nil ? caption : @"";
     _caption.hidden = caption.length == 0;
     [self updateAccessibility];
 }
