@@ -118,16 +118,14 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     [self addSubview:_solid];
 
     // The bar: memory gauge and percentage, CPU, and the control that expands it.
-    NSImageView* chip = [NSImageView imageViewWithImage:symbolImage(@"memorychip", nil)];
-    chip.contentTintColor = NSColor.secondaryLabelColor;
+    NSImageView* chip = brimlet::mac::symbolView(@"memorychip");
     _barGauge = [[KBGaugeView alloc] initWithFrame:NSZeroRect];
     _barGauge.translatesAutoresizingMaskIntoConstraints = NO;
     [NSLayoutConstraint activateConstraints:@[
         [_barGauge.widthAnchor constraintEqualToConstant:56], [_barGauge.heightAnchor constraintEqualToConstant:6]
     ]];
     _barMemory = makeLabel(@"—", figureFont(12, NSFontWeightSemibold), NSColor.labelColor);
-    NSImageView* cpu = [NSImageView imageViewWithImage:symbolImage(@"cpu", nil)];
-    cpu.contentTintColor = NSColor.secondaryLabelColor;
+    NSImageView* cpu = brimlet::mac::symbolView(@"cpu");
     _barCPU = makeLabel(@"—", figureFont(12, NSFontWeightSemibold), NSColor.labelColor);
     NSButton* expand = chevronButton(@"chevron.down", R::expandFloatingLabel, self, @selector(expand:));
     _bar = [NSStackView stackViewWithViews:@[ chip, _barGauge, _barMemory, cpu, _barCPU ]];
@@ -154,11 +152,7 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     [self addSubview:_table];
     pinToEdges(_table, self, 12, 10);
 
-    [self addTrackingArea:[[NSTrackingArea alloc]
-                              initWithRect:NSZeroRect
-                                   options:NSTrackingMouseEnteredAndExited | NSTrackingActiveAlways | NSTrackingInVisibleRect
-                                     owner:self
-                                  userInfo:nil]];
+    brimlet::mac::trackHover(self);
     self.accessibilityElement = YES;
     self.accessibilityRole = NSAccessibilityGroupRole;
     self.accessibilityLabel = toNSString(R::productName);
@@ -275,6 +269,8 @@ public:
     void sync() override {
         if (suppressed_ || !store_.floatingVisible()) {
             panel_->hide();
+            // A hidden panel sends no mouseExited:, and a fading look must not stay lit next time.
+            if (store_.floatingHovering()) store_.setFloatingHovering(false);
             return;
         }
         view_.appearance = appearanceFor(store_.floatingTheme());

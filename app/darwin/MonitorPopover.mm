@@ -101,11 +101,7 @@ std::vector<brimlet::RunningApplication> runningApplications() {
         [_quit.centerYAnchor constraintEqualToAnchor:self.centerYAnchor],
         [_quit.widthAnchor constraintEqualToConstant:18],
     ]];
-    [self addTrackingArea:[[NSTrackingArea alloc]
-                              initWithRect:NSZeroRect
-                                   options:NSTrackingMouseEnteredAndExited | NSTrackingActiveAlways | NSTrackingInVisibleRect
-                                     owner:self
-                                  userInfo:nil]];
+    brimlet::mac::trackHover(self);
     return self;
 }
 

@@ -15,6 +15,10 @@ namespace brimlet::mac {
 NSString* toNSString(std::string_view text);
 // A template SF Symbol; its description is what VoiceOver reads when the image stands alone.
 NSImage* symbolImage(NSString* name, NSString* description);
+// A symbol in the secondary label colour, as the rows and bars show them before a figure.
+NSImageView* symbolView(NSString* name);
+// Sends the view mouseEntered:/mouseExited: whenever the pointer crosses it, active or not.
+void trackHover(NSView* view);
 NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour);
 // Digits that do not jump as the figures change.
 NSFont* figureFont(CGFloat size, NSFontWeight weight);

@@ -13,6 +13,21 @@ NSImage* symbolImage(NSString* name, NSString* description) {
     return image;
 }
 
+NSImageView* symbolView(NSString* name) {
+    NSImageView* view = [NSImageView imageViewWithImage:symbolImage(name, nil)];
+    view.contentTintColor = NSColor.secondaryLabelColor;
+    view.translatesAutoresizingMaskIntoConstraints = NO;
+    return view;
+}
+
+void trackHover(NSView* view) {
+    [view addTrackingArea:[[NSTrackingArea alloc]
+                              initWithRect:NSZeroRect
+                                   options:NSTrackingMouseEnteredAndExited | NSTrackingActiveAlways | NSTrackingInVisibleRect
+                                     owner:view
+                                  userInfo:nil]];
+}
+
 NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
     NSTextField* label = [NSTextField labelWithString:text];
     label.font = font;
@@ -97,10 +112,8 @@ using brimlet::mac::makeLabel;
     _title = [title copy];
     self.translatesAutoresizingMaskIntoConstraints = NO;
 
-    NSImageView* icon = [NSImageView imageViewWithImage:brimlet::mac::symbolImage(symbol, nil)];
-    icon.contentTintColor = NSColor.secondaryLabelColor;
+    NSImageView* icon = brimlet::mac::symbolView(symbol);
     icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:13 weight:NSFontWeightMedium];
-    icon.translatesAutoresizingMaskIntoConstraints = NO;
 
     NSTextField* titleLabel = makeLabel(title, [NSFont systemFontOfSize:13 weight:NSFontWeightMedium], NSColor.labelColor);
     _figure = makeLabel(@"—", figureFont(13, NSFontWeightRegular), NSColor.labelColor);
