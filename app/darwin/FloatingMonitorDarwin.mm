@@ -135,7 +135,7 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     pinToEdges(_bar, self, 10, 7);
 
     // The table: the figures with their grades.
-    NSTextField* title = makeLabel(toNSString(R::productName), [NSFont systemFontOfSize:11 weight:NSFontWeightSemibold],
+    NSTextField* title = makeLabel(toNSString(R::productName), brimlet::mac::systemFont(11, NSFontWeightSemibold),
                                    NSColor.secondaryLabelColor);
     NSButton* collapse = chevronButton(@"chevron.up", R::collapseFloatingLabel, self, @selector(collapse:));
     NSStackView* header = [NSStackView stackViewWithViews:@[ title ]];

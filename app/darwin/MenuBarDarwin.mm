@@ -156,7 +156,7 @@ private:
         button.target = target_;
         button.action = @selector(togglePopover:);
         button.imagePosition = NSImageLeft;
-        button.font = figureFont(NSFont.systemFontSize - 1, NSFontWeightMedium);
+        button.font = figureFont(13, NSFontWeightMedium);
         shownPercent_ = -1;
         shownTitle_.clear();
         updateButton(true);

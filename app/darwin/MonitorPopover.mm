@@ -67,7 +67,7 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     _icon = [[NSImageView alloc] initWithFrame:NSZeroRect];
     _icon.translatesAutoresizingMaskIntoConstraints = NO;
     _icon.imageScaling = NSImageScaleProportionallyUpOrDown;
-    _name = makeLabel(@"", [NSFont systemFontOfSize:13], NSColor.labelColor);
+    _name = makeLabel(@"", brimlet::mac::systemFont(13, NSFontWeightRegular), NSColor.labelColor);
     [_name setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
     [_name setContentCompressionResistancePriority:NSLayoutPriorityDefaultLow
                                     forOrientation:NSLayoutConstraintOrientationHorizontal];
@@ -178,21 +178,21 @@ std::vector<brimlet::RunningApplication> runningApplications() {
 - (void)loadView {
     NSView* root = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, popoverWidth, 480)];
 
-    NSTextField* title = makeLabel(toNSString(R::productName), [NSFont systemFontOfSize:13 weight:NSFontWeightBold],
+    NSTextField* title = makeLabel(toNSString(R::productName), brimlet::mac::systemFont(13, NSFontWeightBold),
                                    NSColor.labelColor);
     title.accessibilityRole = NSAccessibilityStaticTextRole;
 
     NSImageView* noteIcon = [NSImageView imageViewWithImage:symbolImage(@"exclamationmark.bubble", nil)];
     noteIcon.contentTintColor = NSColor.systemOrangeColor;
     NSTextField* noteText = [NSTextField wrappingLabelWithString:toNSString(R::undeliveredAlertNote)];
-    noteText.font = [NSFont systemFontOfSize:11];
+    noteText.font = brimlet::mac::systemFont(11, NSFontWeightRegular);
     noteText.preferredMaxLayoutWidth = popoverWidth - 2 * inset - 26;
     NSStackView* note = [NSStackView stackViewWithViews:@[ noteIcon, noteText ]];
     note.alignment = NSLayoutAttributeTop;
     note.hidden = YES;
     _note = note;
 
-    _waiting = makeLabel(toNSString(R::waitingForFirstSample), [NSFont systemFontOfSize:12], NSColor.secondaryLabelColor);
+    _waiting = makeLabel(toNSString(R::waitingForFirstSample), brimlet::mac::systemFont(12, NSFontWeightRegular), NSColor.secondaryLabelColor);
 
     _memory = [[KBMetricRowView alloc] initWithSymbol:@"memorychip" title:@"Memory"];
     _pressure = [[KBMetricRowView alloc] initWithSymbol:@"gauge" title:@"Pressure"];
@@ -207,9 +207,9 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     for (NSView* row in _metrics.arrangedSubviews)
         [row.widthAnchor constraintEqualToAnchor:_metrics.widthAnchor].active = YES;
 
-    NSTextField* appsTitle = makeLabel(toNSString(R::topAppsTitle), [NSFont systemFontOfSize:11 weight:NSFontWeightSemibold],
+    NSTextField* appsTitle = makeLabel(toNSString(R::topAppsTitle), brimlet::mac::systemFont(11, NSFontWeightSemibold),
                                        NSColor.secondaryLabelColor);
-    NSTextField* hint = makeLabel(toNSString(R::quitHint), [NSFont systemFontOfSize:11], NSColor.tertiaryLabelColor);
+    NSTextField* hint = makeLabel(toNSString(R::quitHint), brimlet::mac::systemFont(11, NSFontWeightRegular), NSColor.tertiaryLabelColor);
     hint.alignment = NSTextAlignmentRight;
     NSStackView* appsHeader = [NSStackView stackViewWithViews:@[ appsTitle, hint ]];
     appsHeader.distribution = NSStackViewDistributionEqualSpacing;
@@ -258,7 +258,7 @@ std::vector<brimlet::RunningApplication> runningApplications() {
 - (NSButton*)footerButton:(std::string_view)title symbol:(NSString*)symbol action:(SEL)action {
     NSButton* button = [NSButton buttonWithTitle:toNSString(title) image:symbolImage(symbol, nil) target:self action:action];
     button.controlSize = NSControlSizeSmall;
-    button.font = [NSFont systemFontOfSize:NSFont.smallSystemFontSize];
+    button.font = brimlet::mac::systemFont(11, NSFontWeightRegular);
     button.imagePosition = NSImageLeading;
     button.accessibilityLabel = toNSString(title);
     return button;

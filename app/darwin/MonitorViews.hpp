@@ -20,7 +20,8 @@ NSImageView* symbolView(NSString* name);
 // Sends the view mouseEntered:/mouseExited: whenever the pointer crosses it, active or not.
 void trackHover(NSView* view);
 NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour);
-// Digits that do not jump as the figures change.
+// The system font; and digits that do not jump as the figures change.
+NSFont* systemFont(CGFloat size, NSFontWeight weight);
 NSFont* figureFont(CGFloat size, NSFontWeight weight);
 // System colours, so both appearances and Increase Contrast read well.
 NSColor* gradeColour(Rating grade);

@@ -37,7 +37,23 @@ NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
     return label;
 }
 
-NSFont* figureFont(CGFloat size, NSFontWeight weight) { return [NSFont monospacedDigitSystemFontOfSize:size weight:weight]; }
+namespace {
+
+// AppKit re-exports NSFont from the private UIFoundation framework. The macOS 12 SDK's AppKit link
+// stub used by the Linux cross-build leaves that re-export out, so a direct class reference does not
+// link there; looking the class up by name gives the very same class on every Mac.
+Class fontClass() {
+    static Class const font = NSClassFromString(@"NSFont");
+    return font;
+}
+
+}  // namespace
+
+NSFont* systemFont(CGFloat size, NSFontWeight weight) { return [fontClass() systemFontOfSize:size weight:weight]; }
+
+NSFont* figureFont(CGFloat size, NSFontWeight weight) {
+    return [fontClass() monospacedDigitSystemFontOfSize:size weight:weight];
+}
 
 NSColor* gradeColour(Rating grade) {
     switch (grade.value) {
@@ -115,14 +131,14 @@ using brimlet::mac::makeLabel;
     NSImageView* icon = brimlet::mac::symbolView(symbol);
     icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:13 weight:NSFontWeightMedium];
 
-    NSTextField* titleLabel = makeLabel(title, [NSFont systemFontOfSize:13 weight:NSFontWeightMedium], NSColor.labelColor);
+    NSTextField* titleLabel = makeLabel(title, brimlet::mac::systemFont(13, NSFontWeightMedium), NSColor.labelColor);
     _figure = makeLabel(@"—", figureFont(13, NSFontWeightRegular), NSColor.labelColor);
     _figure.alignment = NSTextAlignmentRight;
     [_figure setContentCompressionResistancePriority:NSLayoutPriorityRequired
                                       forOrientation:NSLayoutConstraintOrientationHorizontal];
-    _caption = makeLabel(@"", [NSFont systemFontOfSize:11], NSColor.secondaryLabelColor);
+    _caption = makeLabel(@"", brimlet::mac::systemFont(11, NSFontWeightRegular), NSColor.secondaryLabelColor);
     _caption.hidden = YES;
-    _grade = makeLabel(@"", [NSFont systemFontOfSize:11 weight:NSFontWeightSemibold], NSColor.secondaryLabelColor);
+    _grade = makeLabel(@"", brimlet::mac::systemFont(11, NSFontWeightSemibold), NSColor.secondaryLabelColor);
     _grade.alignment = NSTextAlignmentRight;
     _gauge = [[KBGaugeView alloc] initWithFrame:NSZeroRect];
     _gauge.translatesAutoresizingMaskIntoConstraints = NO;
