@@ -22,6 +22,14 @@ inline constexpr std::string_view thermalCaption = "Is the Mac throttling?";
 inline constexpr std::string_view undeliveredAlertNote =
     "An alert could not be shown. Allow notifications for Kestrow Brimlet in System Settings.";
 inline constexpr std::string_view waitingForFirstSample = "Reading the Mac…";
+inline constexpr std::string_view memoryTitle = "Memory";
+inline constexpr std::string_view pressureTitle = "Pressure";
+inline constexpr std::string_view swapTitle = "Swap";
+inline constexpr std::string_view cpuTitle = "CPU";
+inline constexpr std::string_view gpuTitle = "GPU";
+inline constexpr std::string_view diskTitle = "Disk";
+inline constexpr std::string_view freeDiskTitle = "Free disk";
+inline constexpr std::string_view thermalTitle = "Thermal";
 inline constexpr std::string_view topAppsTitle = "Top Apps";
 inline constexpr std::string_view quitProductTitle = "Quit Kestrow Brimlet";
 inline constexpr std::string_view dashboardTitle = "Dashboard";

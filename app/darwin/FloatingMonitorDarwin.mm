@@ -140,10 +140,10 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     NSButton* collapse = chevronButton(@"chevron.up", R::collapseFloatingLabel, self, @selector(collapse:));
     NSStackView* header = [NSStackView stackViewWithViews:@[ title ]];
     [header addView:collapse inGravity:NSStackViewGravityTrailing];
-    _memory = [[KBMetricRowView alloc] initWithSymbol:@"memorychip" title:@"Memory"];
-    _pressure = [[KBMetricRowView alloc] initWithSymbol:@"gauge" title:@"Pressure"];
-    _cpu = [[KBMetricRowView alloc] initWithSymbol:@"cpu" title:@"CPU"];
-    _disk = [[KBMetricRowView alloc] initWithSymbol:@"internaldrive" title:@"Free"];
+    _memory = [[KBMetricRowView alloc] initWithSymbol:@"memorychip" title:toNSString(R::memoryTitle)];
+    _pressure = [[KBMetricRowView alloc] initWithSymbol:@"gauge" title:toNSString(R::pressureTitle)];
+    _cpu = [[KBMetricRowView alloc] initWithSymbol:@"cpu" title:toNSString(R::cpuTitle)];
+    _disk = [[KBMetricRowView alloc] initWithSymbol:@"internaldrive" title:toNSString(R::freeDiskTitle)];
     _table = [NSStackView stackViewWithViews:@[ header, _memory, _pressure, _cpu, _disk ]];
     _table.orientation = NSUserInterfaceLayoutOrientationVertical;
     _table.spacing = 8;

@@ -194,13 +194,13 @@ std::vector<brimlet::RunningApplication> runningApplications() {
 
     _waiting = makeLabel(toNSString(R::waitingForFirstSample), brimlet::mac::systemFont(12, NSFontWeightRegular), NSColor.secondaryLabelColor);
 
-    _memory = [[KBMetricRowView alloc] initWithSymbol:@"memorychip" title:@"Memory"];
-    _pressure = [[KBMetricRowView alloc] initWithSymbol:@"gauge" title:@"Pressure"];
-    _swap = [[KBMetricRowView alloc] initWithSymbol:@"arrow.down.doc" title:@"Swap"];
-    _cpu = [[KBMetricRowView alloc] initWithSymbol:@"cpu" title:@"CPU"];
-    _gpu = [[KBMetricRowView alloc] initWithSymbol:@"cube.transparent" title:@"GPU"];
-    _disk = [[KBMetricRowView alloc] initWithSymbol:@"internaldrive" title:@"Disk"];
-    _thermal = [[KBMetricRowView alloc] initWithSymbol:@"thermometer" title:@"Thermal"];
+    _memory = [[KBMetricRowView alloc] initWithSymbol:@"memorychip" title:toNSString(R::memoryTitle)];
+    _pressure = [[KBMetricRowView alloc] initWithSymbol:@"gauge" title:toNSString(R::pressureTitle)];
+    _swap = [[KBMetricRowView alloc] initWithSymbol:@"arrow.down.doc" title:toNSString(R::swapTitle)];
+    _cpu = [[KBMetricRowView alloc] initWithSymbol:@"cpu" title:toNSString(R::cpuTitle)];
+    _gpu = [[KBMetricRowView alloc] initWithSymbol:@"cube.transparent" title:toNSString(R::gpuTitle)];
+    _disk = [[KBMetricRowView alloc] initWithSymbol:@"internaldrive" title:toNSString(R::diskTitle)];
+    _thermal = [[KBMetricRowView alloc] initWithSymbol:@"thermometer" title:toNSString(R::thermalTitle)];
     _metrics = [NSStackView stackViewWithViews:@[ _memory, _pressure, _swap, _cpu, _gpu, _disk, _thermal ]];
     _metrics.orientation = NSUserInterfaceLayoutOrientationVertical;
     _metrics.spacing = 9;
