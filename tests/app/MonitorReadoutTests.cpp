@@ -154,7 +154,9 @@ TEST(FloatingMonitorPlace, ReadsOnlyAWholeCornerAndWritesOnlyWhenTheRunPersists)
     };
     for (const Case& c : cases) {
         InMemoryUserDefaults defaults;
-        if (c.stored) ASSERT_TRUE(defaults.set(std::string(FloatingMonitorPlace::key), *c.stored).ok());
+        if (c.stored) {
+            ASSERT_TRUE(defaults.set(std::string(FloatingMonitorPlace::key), *c.stored).ok());
+        }
         EXPECT_EQ(FloatingMonitorPlace(defaults, true).topLeft(), c.read) << c.what;
     }
 
