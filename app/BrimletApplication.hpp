@@ -50,6 +50,8 @@ public:
 
     MonitorStore& monitor() { return *monitor_; }
     kestrow::suite::SuiteParticipant& participant() { return *participant_; }
+    // The participant as the views follow it: one call per turn of the loop after it changed.
+    SuiteLink& suite() { return *link_; }
     CleanupStore& cleanup() { return *cleanup_; }
     IntentRouter& router() { return router_; }
     DesktopController& desktop() { return *desktop_; }

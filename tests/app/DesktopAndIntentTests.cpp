@@ -283,12 +283,18 @@ TEST(BrimletApplication, ReopensHostingAndAStoppedRecordAtTheEnd) {
     rig.loop.advance(0.5);
     EXPECT_TRUE(opened.empty());
 
+    // The menu bar item follows the participant through the application's link.
+    std::vector<bool> ownIconSeen;
+    const kestrow::MainLoop::Token following =
+        app.suite().observe([&] { ownIconSeen.push_back(app.suite().showsOwnIcon()); });
+
     // With a second member the suite is active and this app, able to host, takes the lock and hosts.
     writeMember(folder, rig.loop, GlanceState::running);
     rig.loop.folderChanged(folder.glancesURL());
     ASSERT_TRUE(rig.loop.runUntil([&] { return app.participant().isHost(); }, 5));
     EXPECT_TRUE(GlanceStore{folder}.read(SuiteApp::brimlet)->record()->hosting);
     EXPECT_FALSE(app.participant().showsOwnIcon());
+    ASSERT_TRUE(rig.loop.runUntil([&] { return !ownIconSeen.empty() && !ownIconSeen.back(); }, 5));
 
     // A reopen right after an intent request is the intent's side effect; a later one opens.
     app.router().openCleanup();

@@ -1,0 +1,46 @@
+// Small AppKit pieces the monitor's surfaces share: text and symbol helpers, grade colours, a
+// metric row (symbol, title, figure, caption, grade) and a capsule gauge. They only draw what they
+// are given; the figures and words come from MonitorReadout and the core's grades.
+#pragma once
+
+#import <AppKit/AppKit.h>
+
+#include <optional>
+#include <string_view>
+
+#include "core/monitoring/MetricsHistory.hpp"
+
+namespace brimlet::mac {
+
+NSString* toNSString(std::string_view text);
+// A template SF Symbol; its description is what VoiceOver reads when the image stands alone.
+NSImage* symbolImage(NSString* name, NSString* description);
+// A symbol in the secondary label colour, as the rows and bars show them before a figure.
+NSImageView* symbolView(NSString* name);
+// Sends the view mouseEntered:/mouseExited: whenever the pointer crosses it, active or not.
+void trackHover(NSView* view);
+NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour);
+// The system font; and digits that do not jump as the figures change.
+NSFont* systemFont(CGFloat size, NSFontWeight weight);
+NSFont* figureFont(CGFloat size, NSFontWeight weight);
+// System colours, so both appearances and Increase Contrast read well.
+NSColor* gradeColour(Rating grade);
+NSColor* pressureColour(MemoryPressure pressure);
+
+}  // namespace brimlet::mac
+
+// A filled capsule showing a share of 0…1.
+@interface KBGaugeView : NSView
+@property(nonatomic) double fraction;
+@property(nonatomic, strong) NSColor* fillColour;
+@end
+
+// One line of the readout: symbol, title and figure on top, an optional caption below, and the
+// area's grade as a coloured word at the end. VoiceOver reads the row as one element.
+@interface KBMetricRowView : NSView
+- (instancetype)initWithSymbol:(NSString*)symbol title:(NSString*)title;
+- (void)setFigure:(NSString*)figure caption:(NSString*)caption;
+- (void)setGrade:(std::optional<brimlet::Rating>)grade;
+// A gauge under the title (memory and CPU rows); hidden until a fraction is set.
+- (void)setGaugeFraction:(std::optional<double>)fraction colour:(NSColor*)colour;
+@end

@@ -1,0 +1,198 @@
+#include "MonitorViews.hpp"
+
+namespace brimlet::mac {
+
+NSString* toNSString(std::string_view text) {
+    NSString* string = [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
+    return string != nil ? string : @"";
+}
+
+NSImage* symbolImage(NSString* name, NSString* description) {
+    NSImage* image = [NSImage imageWithSystemSymbolName:name accessibilityDescription:description];
+    [image setTemplate:YES];
+    return image;
+}
+
+NSImageView* symbolView(NSString* name) {
+    NSImageView* view = [NSImageView imageViewWithImage:symbolImage(name, nil)];
+    view.contentTintColor = NSColor.secondaryLabelColor;
+    view.translatesAutoresizingMaskIntoConstraints = NO;
+    return view;
+}
+
+void trackHover(NSView* view) {
+    [view addTrackingArea:[[NSTrackingArea alloc]
+                              initWithRect:NSZeroRect
+                                   options:NSTrackingMouseEnteredAndExited | NSTrackingActiveAlways | NSTrackingInVisibleRect
+                                     owner:view
+                                  userInfo:nil]];
+}
+
+NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
+    NSTextField* label = [NSTextField labelWithString:text];
+    label.font = font;
+    label.textColor = colour;
+    label.lineBreakMode = NSLineBreakByTruncatingTail;
+    label.translatesAutoresizingMaskIntoConstraints = NO;
+    return label;
+}
+
+NSFont* systemFont(CGFloat size, NSFontWeight weight) { return [NSFont systemFontOfSize:size weight:weight]; }
+
+NSFont* figureFont(CGFloat size, NSFontWeight weight) {
+    return [NSFont monospacedDigitSystemFontOfSize:size weight:weight];
+}
+
+NSColor* gradeColour(Rating grade) {
+    switch (grade.value) {
+        case Rating::great: return NSColor.systemGreenColor;
+        case Rating::good: return NSColor.systemTealColor;
+        case Rating::fair: return NSColor.systemOrangeColor;
+        case Rating::poor: return NSColor.systemRedColor;
+    }
+    return NSColor.secondaryLabelColor;
+}
+
+NSColor* pressureColour(MemoryPressure pressure) {
+    switch (pressure.value) {
+        case MemoryPressure::normal: return NSColor.systemGreenColor;
+        case MemoryPressure::warning: return NSColor.systemOrangeColor;
+        case MemoryPressure::critical: return NSColor.systemRedColor;
+    }
+    return NSColor.secondaryLabelColor;
+}
+
+}  // namespace brimlet::mac
+
+using brimlet::mac::figureFont;
+using brimlet::mac::makeLabel;
+
+@implementation KBGaugeView
+
+- (instancetype)initWithFrame:(NSRect)frame {
+    if ((self = [super initWithFrame:frame])) _fillColour = NSColor.controlAccentColor;
+    return self;
+}
+
+- (void)setFraction:(double)fraction {
+    _fraction = fraction < 0 ? 0 : (fraction > 1 ? 1 : fraction);
+    self.needsDisplay = YES;
+}
+
+- (void)setFillColour:(NSColor*)fillColour {
+    _fillColour = fillColour;
+    self.needsDisplay = YES;
+}
+
+- (void)drawRect:(NSRect)dirtyRect {
+    (void)dirtyRect;
+    const NSRect bounds = self.bounds;
+    const CGFloat radius = NSHeight(bounds) / 2;
+    [[NSColor.tertiaryLabelColor colorWithAlphaComponent:0.35] setFill];
+    [[NSBezierPath bezierPathWithRoundedRect:bounds xRadius:radius yRadius:radius] fill];
+    if (_fraction <= 0) return;
+    NSRect filled = bounds;
+    filled.size.width = MAX(NSHeight(bounds), NSWidth(bounds) * _fraction);
+    [_fillColour setFill];
+    [[NSBezierPath bezierPathWithRoundedRect:filled xRadius:radius yRadius:radius] fill];
+}
+
+- (BOOL)isAccessibilityElement {
+    return NO;  // the row it sits in reads the figure
+}
+
+@end
+
+@implementation KBMetricRowView {
+    NSString* _title;
+    NSTextField* _figure;
+    NSTextField* _caption;
+    NSTextField* _grade;
+    KBGaugeView* _gauge;
+}
+
+- (instancetype)initWithSymbol:(NSString*)symbol title:(NSString*)title {
+    if (!(self = [super initWithFrame:NSZeroRect])) return nil;
+    _title = [title copy];
+    self.translatesAutoresizingMaskIntoConstraints = NO;
+
+    NSImageView* icon = brimlet::mac::symbolView(symbol);
+    icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:13 weight:NSFontWeightMedium];
+
+    NSTextField* titleLabel = makeLabel(title, brimlet::mac::systemFont(13, NSFontWeightMedium), NSColor.labelColor);
+    _figure = makeLabel(@"—", figureFont(13, NSFontWeightRegular), NSColor.labelColor);
+    _figure.alignment = NSTextAlignmentRight;
+    [_figure setContentCompressionResistancePriority:NSLayoutPriorityRequired
+                                      forOrientation:NSLayoutConstraintOrientationHorizontal];
+    _caption = makeLabel(@"", brimlet::mac::systemFont(11, NSFontWeightRegular), NSColor.secondaryLabelColor);
+    _caption.hidden = YES;
+    _grade = makeLabel(@"", brimlet::mac::systemFont(11, NSFontWeightSemibold), NSColor.secondaryLabelColor);
+    _grade.alignment = NSTextAlignmentRight;
+    _gauge = [[KBGaugeView alloc] initWithFrame:NSZeroRect];
+    _gauge.translatesAutoresizingMaskIntoConstraints = NO;
+    _gauge.hidden = YES;
+
+    NSStackView* topLine = [NSStackView stackViewWithViews:@[ titleLabel, _figure ]];
+    topLine.orientation = NSUserInterfaceLayoutOrientationHorizontal;
+    topLine.distribution = NSStackViewDistributionFill;
+    [titleLabel setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
+
+    NSStackView* column = [NSStackView stackViewWithViews:@[ topLine, _caption, _gauge ]];
+    column.orientation = NSUserInterfaceLayoutOrientationVertical;
+    column.alignment = NSLayoutAttributeLeading;
+    column.spacing = 3;
+    column.translatesAutoresizingMaskIntoConstraints = NO;
+
+    [self addSubview:icon];
+    [self addSubview:column];
+    [self addSubview:_grade];
+    [NSLayoutConstraint activateConstraints:@[
+        [icon.leadingAnchor constraintEqualToAnchor:self.leadingAnchor],
+        [icon.widthAnchor constraintEqualToConstant:18],
+        [icon.centerYAnchor constraintEqualToAnchor:topLine.centerYAnchor],
+        [column.leadingAnchor constraintEqualToAnchor:icon.trailingAnchor constant:8],
+        [column.topAnchor constraintEqualToAnchor:self.topAnchor],
+        [column.bottomAnchor constraintEqualToAnchor:self.bottomAnchor],
+        [topLine.widthAnchor constraintEqualToAnchor:column.widthAnchor],
+        [_gauge.widthAnchor constraintEqualToAnchor:column.widthAnchor],
+        [_gauge.heightAnchor constraintEqualToConstant:4],
+        [_grade.leadingAnchor constraintEqualToAnchor:column.trailingAnchor constant:10],
+        [_grade.trailingAnchor constraintEqualToAnchor:self.trailingAnchor],
+        [_grade.widthAnchor constraintEqualToConstant:40],
+        [_grade.centerYAnchor constraintEqualToAnchor:topLine.centerYAnchor],
+    ]];
+
+    self.accessibilityElement = YES;
+    self.accessibilityRole = NSAccessibilityStaticTextRole;
+    [self updateAccessibility];
+    return self;
+}
+
+- (void)setFigure:(NSString*)figure caption:(NSString*)caption {
+    _figure.stringValue = figure != nil ? figure : @"—";
+    _caption.stringValue = caption != nil ? caption : @"";
+    _caption.hidden = caption.length == 0;
+    [self updateAccessibility];
+}
+
+- (void)setGrade:(std::optional<brimlet::Rating>)grade {
+    _grade.stringValue = grade ? brimlet::mac::toNSString(grade->rawValue()) : @"";
+    _grade.textColor = grade ? brimlet::mac::gradeColour(*grade) : NSColor.secondaryLabelColor;
+    [self updateAccessibility];
+}
+
+- (void)setGaugeFraction:(std::optional<double>)fraction colour:(NSColor*)colour {
+    _gauge.hidden = !fraction.has_value();
+    if (fraction) _gauge.fraction = *fraction;
+    if (colour) _gauge.fillColour = colour;
+}
+
+// "Memory, 8.00 GB of 16.00 GB, Memory spilled to disk …, Good": the parts as they are shown.
+- (void)updateAccessibility {
+    NSMutableArray<NSString*>* parts = [NSMutableArray arrayWithObjects:_title, _figure.stringValue, nil];
+    if (_caption.stringValue.length) [parts addObject:_caption.stringValue];
+    if (_grade.stringValue.length) [parts addObject:_grade.stringValue];
+    self.accessibilityLabel = [parts componentsJoinedByString:@", "];
+}
+
+@end
