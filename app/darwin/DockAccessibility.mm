@@ -3,6 +3,7 @@
 #import <AppKit/AppKit.h>
 #import <ApplicationServices/ApplicationServices.h>
 
+#include <climits>
 #include <optional>
 #include <string>
 
@@ -48,12 +49,14 @@ std::optional<DockItem> dockItem(AXUIElementRef element) {
     if (!position || !size) return std::nullopt;
 
     DockItem item;
-    item.title = (stringAttribute(element, kAXTitleAttribute) ?: @"").UTF8String;
+    if (const char* title = stringAttribute(element, kAXTitleAttribute).UTF8String) item.title = title;
+    // The path in the file system's own bytes, as the process sampler reads applications' paths,
+    // so that the two compare equal.
     id url = attribute(element, kAXURLAttribute);
-    if ([url isKindOfClass:[NSURL class]] && [(NSURL*)url isFileURL]) {
-        NSString* path = [(NSURL*)url path];
-        if (path.length > 0) item.bundlePath = std::string(path.fileSystemRepresentation);
-    }
+    char path[PATH_MAX];
+    if ([url isKindOfClass:[NSURL class]] && [(NSURL*)url isFileURL] &&
+        [(NSURL*)url getFileSystemRepresentation:path maxLength:sizeof path])
+        item.bundlePath = std::string(path);
     item.axFrame = Rect{position->x, position->y, size->width, size->height};
     return item;
 }

@@ -94,7 +94,11 @@ DockBadgeMetric metricFor(DockBadgeMode mode) {
 
 Rect rectOf(NSRect frame) { return Rect{NSMinX(frame), NSMinY(frame), NSWidth(frame), NSHeight(frame)}; }
 
-NSString* stringOf(const std::string& text) { return [NSString stringWithUTF8String:text.c_str()] ?: @""; }
+// Texts from the core are UTF-8; one that is not (a process name can be anything) reads as empty.
+NSString* stringOf(const std::string& text) {
+    NSString* string = [NSString stringWithUTF8String:text.c_str()];
+    return string != nil ? string : @"";
+}
 
 class DarwinDockBadges final : public DockBadgeController {
 public:
