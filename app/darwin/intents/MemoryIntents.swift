@@ -10,7 +10,7 @@ struct MemoryInUseIntent: AppIntent {
     @MainActor
     func perform() async throws -> some IntentResult & ReturnsValue<Int> & ProvidesDialog {
         // Always a new reading of the machine, never the monitor's last sample.
-        let answer = try await BrimletIntentBridge.answer { brimlet_intent_ask_memory_in_use() }
+        let answer = try await IntentQuestion.answer { brimlet_intent_ask_memory_in_use() }
         return .result(value: answer.percent, dialog: "\(answer.dialog)")
     }
 }
@@ -21,7 +21,7 @@ struct TopMemoryAppsIntent: AppIntent {
 
     @MainActor
     func perform() async throws -> some IntentResult & ReturnsValue<[String]> & ProvidesDialog {
-        let answer = try await BrimletIntentBridge.answer { brimlet_intent_ask_top_memory_apps() }
+        let answer = try await IntentQuestion.answer { brimlet_intent_ask_top_memory_apps() }
         return .result(value: answer.names, dialog: "\(answer.dialog)")
     }
 }

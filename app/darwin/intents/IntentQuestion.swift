@@ -26,7 +26,7 @@ private struct QuestionHandle: @unchecked Sendable {
     let pointer: OpaquePointer?
 }
 
-enum BrimletIntentBridge {
+enum IntentQuestion {
     /// How long a question waits for its reading: a new engine samples every process once.
     static let readingTimeout: Double = 10
 
