@@ -66,25 +66,10 @@ struct BridgeRig : ::testing::Test {
         ownProcesses.add(9, 1 << 20, "fresh-engine");
         ownSystem.memoryCounters = MeminfoFigures{16 * GiB, 4 * GiB, 0, 0, 0, 0, 0, 0};
         ownSystem.total = 16 * GiB;
-        MonitorStore::Options monitorOptions;
-        monitorOptions.engine = std::make_unique<MonitorEngine>(rig.processes, rig.system);
-        app = std::make_unique<BrimletApplication>(BrimletPlatform{
-            .loop = rig.loop,
-            .monitorDefaults = monitorDefaults,
-            .suiteDefaults = suiteDefaults,
-            .notifier = rig.notifier,
-            .arguments = {"KestrowBrimlet"},
-            .suiteFolders = {kestrow::suite::SuiteFolder(temp / "suite")},
-            .home = temp / "home",
-            .statusItems = {},
-            .makeFloating = {},
-            .makeDock = {},
-            .hotKeys = nullptr,
-            .observeSystem = false,
-            .intents = {[this] { return rig.loop.now(); }, [this] { return now; }, {},
-                        [this] { return std::make_unique<MonitorEngine>(*engineProcesses, *engineSystem); }},
-            .monitorOptions = std::move(monitorOptions),
-        });
+        app = std::make_unique<BrimletApplication>(testing::testPlatform(
+            rig, monitorDefaults, suiteDefaults, kestrow::suite::SuiteFolder(temp / "suite"), temp / "home",
+            {[this] { return rig.loop.now(); }, [this] { return now; }, {},
+             [this] { return std::make_unique<MonitorEngine>(*engineProcesses, *engineSystem); }}));
         ASSERT_TRUE(rig.settle([&] { return app->monitor().snapshot().has_value(); }));
         now = app->monitor().snapshot()->date;
         IntentBridge::install(app.get());
