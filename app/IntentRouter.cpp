@@ -42,6 +42,11 @@ std::future<MonitorSnapshot> IntentRouter::topAppsSnapshot() {
     return std::async(std::launch::async, [engine] { return engine->snapshot().get(); });
 }
 
+std::future<SystemGlance> IntentRouter::memoryReading() {
+    std::shared_ptr<MonitorEngine> engine = environment_.makeEngine();
+    return std::async(std::launch::async, [engine] { return engine->glance().get(); });
+}
+
 bool IntentRouter::openNow(Target target) {
     (void)target;  // the cleanup window is the only one an intent opens
     auto monitor = monitor_.lock();

@@ -40,6 +40,9 @@ public:
     // The store's snapshot when it is at most 2 s old (and not from the future); otherwise a new
     // engine samples once. Never refused.
     std::future<MonitorSnapshot> topAppsSnapshot();
+    // The memory question's reading: always a new engine's system figures, never the store's, so
+    // the answer is as current as the question.
+    std::future<SystemGlance> memoryReading();
     // Opens the target window if a view has handed over the opening action; a window that is not on
     // screen over an idle or finished cleanup starts over first.
     bool openNow(Target target);

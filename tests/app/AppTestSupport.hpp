@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "app/BrimletApplication.hpp"
 #include "app/MonitorStore.hpp"
 #include "base/MainLoop.hpp"
 #include "base/UserDefaults.hpp"
@@ -67,5 +68,31 @@ struct StoreRig {
     // Waits, in real time, for results relayed from the engine's thread.
     bool settle(const std::function<bool()>& done) { return loop.runUntil(done, 5.0); }
 };
+
+// The application structure's seams for a test: the rig's loop, notifier and scripted machine, one
+// suite folder, no status items, panels, Dock or hot keys, and no system observers. Callers swap in
+// what their test looks at.
+inline BrimletPlatform testPlatform(StoreRig& rig, kestrow::UserDefaults& monitorDefaults,
+                                    kestrow::UserDefaults& suiteDefaults, const kestrow::suite::SuiteFolder& folder,
+                                    std::string home, IntentRouter::Environment intents) {
+    MonitorStore::Options monitorOptions;
+    monitorOptions.engine = std::make_unique<MonitorEngine>(rig.processes, rig.system);
+    return BrimletPlatform{
+        .loop = rig.loop,
+        .monitorDefaults = monitorDefaults,
+        .suiteDefaults = suiteDefaults,
+        .notifier = rig.notifier,
+        .arguments = {"KestrowBrimlet"},
+        .suiteFolders = {folder},
+        .home = std::move(home),
+        .statusItems = {},
+        .makeFloating = {},
+        .makeDock = {},
+        .hotKeys = nullptr,
+        .observeSystem = false,
+        .intents = std::move(intents),
+        .monitorOptions = std::move(monitorOptions),
+    };
+}
 
 }  // namespace brimlet::testing

@@ -256,24 +256,11 @@ TEST(BrimletApplication, ReopensHostingAndAStoppedRecordAtTheEnd) {
     StoreRig rig;
     SuiteFolder folder(temp / "suite");
     InMemoryUserDefaults monitorDefaults, suiteDefaults;
-    MonitorStore::Options monitorOptions;
-    monitorOptions.engine = std::make_unique<MonitorEngine>(rig.processes, rig.system);
-    BrimletApplication app(BrimletPlatform{
-        .loop = rig.loop,
-        .monitorDefaults = monitorDefaults,
-        .suiteDefaults = suiteDefaults,
-        .notifier = rig.notifier,
-        .arguments = {"KestrowBrimlet"},
-        .suiteFolders = {folder},
-        .home = temp / "home",
-        .statusItems = {},
-        .makeFloating = [](MonitorStore&) { return std::make_unique<RecordingFloating>(); },
-        .makeDock = [](MonitorStore&) { return std::make_unique<RecordingDock>(); },
-        .hotKeys = nullptr,
-        .observeSystem = false,
-        .intents = {[&rig] { return rig.loop.now(); }, {}, {}, {}},
-        .monitorOptions = std::move(monitorOptions),
-    });
+    BrimletPlatform platform = testing::testPlatform(rig, monitorDefaults, suiteDefaults, folder, temp / "home",
+                                                     {[&rig] { return rig.loop.now(); }, {}, {}, {}});
+    platform.makeFloating = [](MonitorStore&) { return std::make_unique<RecordingFloating>(); };
+    platform.makeDock = [](MonitorStore&) { return std::make_unique<RecordingDock>(); };
+    BrimletApplication app(std::move(platform));
     ASSERT_TRUE(rig.settle([&] { return app.monitor().snapshot().has_value(); }));
     std::vector<std::string> opened;
     app.monitor().adoptOpenWindow([&](std::string_view id) { opened.emplace_back(id); });

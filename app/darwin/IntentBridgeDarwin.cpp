@@ -1,0 +1,10 @@
+// The App Intents answer from the running application through the C interface of app/IntentBridge.h.
+#include "MacFrontEnd.hpp"
+
+#include "app/IntentBridge.hpp"
+
+namespace brimlet::mac {
+
+void installIntentBridge(BrimletApplication* application) { IntentBridge::install(application); }
+
+}  // namespace brimlet::mac
