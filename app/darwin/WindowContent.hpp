@@ -12,6 +12,9 @@ namespace brimlet::mac {
 // control; refreshes whenever the monitor store changes while it is on screen.
 NSViewController* makeDashboardViewController(BrimletApplication& application);
 
+// Asks the running application of the group to quit, as its Quit command does; never this process.
+void quitApplication(const AppGroup& group);
+
 // Alerts, menu bar display, floating monitor, Dock badges, launch at login and the suite's own-icon
 // choice; its view has a fitting size the window takes on.
 NSViewController* makeSettingsViewController(BrimletApplication& application);
