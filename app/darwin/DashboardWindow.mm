@@ -13,6 +13,23 @@
 
 using brimlet::mac::ns;
 
+// The rounded background of a figure, drawn with system colours so it follows dark mode.
+@interface KBCardView : NSView
+@end
+
+@implementation KBCardView
+- (void)drawRect:(NSRect)dirtyRect {
+    (void)dirtyRect;
+    NSBezierPath* shape = [NSBezierPath bezierPathWithRoundedRect:NSInsetRect(self.bounds, 0.5, 0.5)
+                                                          xRadius:8
+                                                          yRadius:8];
+    [NSColor.controlBackgroundColor setFill];
+    [shape fill];
+    [NSColor.separatorColor setStroke];
+    [shape stroke];
+}
+@end
+
 namespace {
 
 NSString* const nameColumn = @"name";
@@ -23,7 +40,7 @@ NSString* const quitColumn = @"quit";
 
 // One figure: title, value, detail and the grade of its area.
 struct FigureCard {
-    NSBox* box = nil;
+    NSView* box = nil;
     NSTextField* title = nil;
     NSTextField* value = nil;
     NSTextField* detail = nil;
@@ -53,14 +70,14 @@ FigureCard makeFigureCard() {
     column.translatesAutoresizingMaskIntoConstraints = NO;
     [top.widthAnchor constraintEqualToAnchor:column.widthAnchor constant:-24].active = YES;
 
-    card.box = [[NSBox alloc] init];
-    card.box.boxType = NSBoxCustom;
-    card.box.cornerRadius = 8;
-    card.box.borderColor = NSColor.separatorColor;
-    card.box.fillColor = NSColor.controlBackgroundColor;
-    card.box.titlePosition = NSNoTitle;
-    card.box.contentViewMargins = NSZeroSize;
-    card.box.contentView = column;
+    card.box = [[KBCardView alloc] init];
+    [card.box addSubview:column];
+    [NSLayoutConstraint activateConstraints:@[
+        [column.leadingAnchor constraintEqualToAnchor:card.box.leadingAnchor],
+        [column.trailingAnchor constraintEqualToAnchor:card.box.trailingAnchor],
+        [column.topAnchor constraintEqualToAnchor:card.box.topAnchor],
+        [column.bottomAnchor constraintEqualToAnchor:card.box.bottomAnchor],
+    ]];
     // VoiceOver reads the card as one element: "CPU, 12%, All cores, Great".
     card.box.accessibilityElement = YES;
     card.box.accessibilityRole = NSAccessibilityGroupRole;
@@ -185,6 +202,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     ]];
     stack.orientation = NSUserInterfaceLayoutOrientationVertical;
     stack.alignment = NSLayoutAttributeLeading;
+    stack.distribution = NSStackViewDistributionFill;  // the table takes whatever height is left
     stack.spacing = 14;
     stack.edgeInsets = NSEdgeInsetsMake(16, 20, 16, 20);
     [stack setCustomSpacing:6 afterView:stack.arrangedSubviews[2]];

@@ -75,6 +75,7 @@ struct Shown {
     NSPopUpButton* _dockCpu;
     NSButton* _launchAtLogin;
     NSTextField* _loginProblem;
+    NSGridRow* _loginProblemRow;
 }
 
 - (instancetype)initWithApplication:(brimlet::BrimletApplication&)application {
@@ -164,7 +165,6 @@ struct Shown {
     });
     _loginProblem = brimlet::mac::makeNote(@"", noteWidth);
     _loginProblem.textColor = NSColor.systemRedColor;
-    _loginProblem.hidden = YES;
 
     NSGridView* grid = [NSGridView gridViewWithNumberOfColumns:2 rows:0];
     grid.rowSpacing = 8;
@@ -214,7 +214,8 @@ struct Shown {
 
     section(@"Startup", false);
     row(@"Login:", _launchAtLogin);
-    row(nil, _loginProblem);
+    _loginProblemRow = row(nil, _loginProblem);
+    _loginProblemRow.hidden = YES;
 
     grid.translatesAutoresizingMaskIntoConstraints = NO;
     NSView* root = [[NSView alloc] init];
@@ -238,6 +239,7 @@ struct Shown {
     _observation = [self store].observe([weakSelf] { [weakSelf syncFromStore]; });
     [self syncFromStore];
     [self syncLoginItem];  // the user may have changed it in System Settings meanwhile
+    [self fitWindow];
     _ownIcon.state = _application->participant().ownIconWanted() ? NSControlStateValueOn : NSControlStateValueOff;
 }
 
@@ -314,8 +316,21 @@ struct Shown {
     if (status.failed()) {
         _loginProblem.stringValue = ns(Choices::loginItemFailure(status.message()));
         _loginProblem.textColor = NSColor.systemRedColor;
-        _loginProblem.hidden = NO;
+        _loginProblemRow.hidden = NO;
     }
+    [self fitWindow];
+}
+
+// The window is as large as its content: a line that appears or goes grows or shrinks it, keeping
+// its top edge where it is.
+- (void)fitWindow {
+    NSWindow* window = self.view.window;
+    if (!window) return;
+    const NSSize size = self.view.fittingSize;
+    const NSRect current = window.frame;
+    NSRect frame = [window frameRectForContentRect:NSMakeRect(0, 0, size.width, size.height)];
+    frame.origin = NSMakePoint(NSMinX(current), NSMaxY(current) - NSHeight(frame));
+    [window setFrame:frame display:YES animate:window.isVisible];
 }
 
 // The switch shows what the system says, not what was asked: a refused change snaps back.
@@ -325,7 +340,7 @@ struct Shown {
     _launchAtLogin.enabled = state != State::unavailable;
     _launchAtLogin.state =
         state == State::enabled || state == State::requiresApproval ? NSControlStateValueOn : NSControlStateValueOff;
-    _loginProblem.hidden = state != State::requiresApproval;
+    _loginProblemRow.hidden = state != State::requiresApproval;
     if (state == State::requiresApproval) {
         _loginProblem.stringValue = @"Allow it in System Settings \u203A General \u203A Login Items.";
         _loginProblem.textColor = NSColor.secondaryLabelColor;
