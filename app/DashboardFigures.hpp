@@ -54,6 +54,8 @@ namespace DashboardFigures {
 // "Live every 2 seconds · last 5 minutes kept in memory"
 inline constexpr std::string_view cadenceNote = "Live every 2 seconds \u00B7 last 5 minutes kept in memory";
 inline constexpr std::string_view waitingNote = "Taking the first sample\u2026";
+inline constexpr std::string_view undeliveredAlertNote =
+    "An alert could not be shown. Allow notifications for this app in System Settings.";
 
 // Memory, pressure, swap, CPU, GPU, disk reads and writes, free space and thermal state, in that order.
 std::vector<DashboardFigure> figures(const MonitorSnapshot& snapshot);

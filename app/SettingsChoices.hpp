@@ -31,6 +31,8 @@ inline constexpr std::string_view ownIconExplanation =
     "When two or more Kestrow apps are running they share one menu bar item with a readout of the whole suite.";
 inline constexpr std::string_view launchAtLoginTitle = "Launch at login";
 inline constexpr std::string_view loginItemFailurePrefix = "Couldn't change login item: ";
+inline constexpr std::string_view loginItemApprovalNote =
+    "Allow it in System Settings \u203A General \u203A Login Items.";
 inline constexpr std::string_view floatingShortcutNote = "Show or hide it anywhere with \u2303\u2325M.";
 
 // Decimal gigabytes, as free space is shown.

@@ -313,7 +313,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     brimlet::MonitorStore& store = _application->monitor();
     const auto& snapshot = store.snapshot();
     if (store.hasUndeliveredAlert()) {
-        _status.stringValue = @"An alert could not be shown. Allow notifications for this app in System Settings.";
+        _status.stringValue = ns(brimlet::DashboardFigures::undeliveredAlertNote);
         _status.textColor = NSColor.systemOrangeColor;
     } else {
         _status.stringValue = ns(snapshot ? brimlet::DashboardFigures::cadenceNote

@@ -342,7 +342,7 @@ struct Shown {
         state == State::enabled || state == State::requiresApproval ? NSControlStateValueOn : NSControlStateValueOff;
     _loginProblemRow.hidden = state != State::requiresApproval;
     if (state == State::requiresApproval) {
-        _loginProblem.stringValue = @"Allow it in System Settings \u203A General \u203A Login Items.";
+        _loginProblem.stringValue = ns(Choices::loginItemApprovalNote);
         _loginProblem.textColor = NSColor.secondaryLabelColor;
     }
 }
