@@ -2,6 +2,7 @@
 // login and the suite's own-icon choice. Each control writes through the store's setter (which
 // stores the value and lets the desktop follow) and is set back from the store whenever the
 // settings change elsewhere, for example the floating monitor toggled with its shortcut.
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,15 @@ NSArray<NSString*>* enumTitles() {
     NSMutableArray<NSString*>* titles = [NSMutableArray array];
     for (const E& value : E::allCases()) [titles addObject:ns(Choices::title(value))];
     return titles;
+}
+
+// A pop-up over every case of the enumeration, in case order, calling `set` with the one chosen.
+template <typename E>
+NSPopUpButton* enumPopUp(NSString* accessibilityLabel, std::function<void(E)> set) {
+    return brimlet::mac::makePopUp(enumTitles<E>(), -1, accessibilityLabel, ^(NSInteger index) {
+        const auto& cases = E::allCases();
+        if (index >= 0 && static_cast<std::size_t>(index) < cases.size()) set(cases[static_cast<std::size_t>(index)]);
+    });
 }
 
 template <typename T>
@@ -118,40 +128,26 @@ struct Shown {
     });
 
     // Menu bar.
-    _menuBarDisplay = brimlet::mac::makePopUp(enumTitles<brimlet::MenuBarDisplay>(), -1, @"Menu bar shows",
-                                              ^(NSInteger index) {
-                                                  store->setMenuBarDisplay(
-                                                      brimlet::MenuBarDisplay::allCases()[static_cast<std::size_t>(index)]);
-                                              });
-    _ownIcon = brimlet::mac::makeCheckbox(ns(Choices::ownIconTitle), application->participant().ownIconWanted(),
-                                          ^(bool on) {
-                                              const kestrow::Status status = application->participant().setOwnIconWanted(on);
-                                              if (status.failed())
-                                                  kestrow::log::error("settings", "own icon setting not saved: " +
-                                                                                      status.message());
-                                          });
+    _menuBarDisplay = enumPopUp<brimlet::MenuBarDisplay>(
+        @"Menu bar shows", [store](brimlet::MenuBarDisplay value) { store->setMenuBarDisplay(value); });
+    kestrow::suite::SuiteParticipant* participant = &application->participant();
+    _ownIcon = brimlet::mac::makeCheckbox(ns(Choices::ownIconTitle), participant->ownIconWanted(), ^(bool on) {
+        const kestrow::Status status = participant->setOwnIconWanted(on);
+        if (status.failed()) kestrow::log::error("settings", "own icon setting not saved: " + status.message());
+    });
 
     // Floating monitor.
     _floatingVisible = brimlet::mac::makeCheckbox(@"Show the floating monitor", false, ^(bool on) {
         store->setFloatingVisible(on);
     });
-    _floatingTheme = brimlet::mac::makePopUp(enumTitles<brimlet::FloatingTheme>(), -1, @"Floating monitor theme",
-                                             ^(NSInteger index) {
-                                                 store->setFloatingTheme(
-                                                     brimlet::FloatingTheme::allCases()[static_cast<std::size_t>(index)]);
-                                             });
-    _floatingLook = brimlet::mac::makePopUp(enumTitles<brimlet::FloatingLook>(), -1, @"Floating monitor look",
-                                            ^(NSInteger index) {
-                                                store->setFloatingLook(
-                                                    brimlet::FloatingLook::allCases()[static_cast<std::size_t>(index)]);
-                                            });
+    _floatingTheme = enumPopUp<brimlet::FloatingTheme>(
+        @"Floating monitor theme", [store](brimlet::FloatingTheme value) { store->setFloatingTheme(value); });
+    _floatingLook = enumPopUp<brimlet::FloatingLook>(
+        @"Floating monitor look", [store](brimlet::FloatingLook value) { store->setFloatingLook(value); });
 
     // Dock badges.
-    _dockMode = brimlet::mac::makePopUp(enumTitles<brimlet::DockBadgeMode>(), -1, ns(Choices::dockBadgesTitle),
-                                        ^(NSInteger index) {
-                                            store->setDockBadges(
-                                                brimlet::DockBadgeMode::allCases()[static_cast<std::size_t>(index)]);
-                                        });
+    _dockMode = enumPopUp<brimlet::DockBadgeMode>(
+        ns(Choices::dockBadgesTitle), [store](brimlet::DockBadgeMode value) { store->setDockBadges(value); });
     _dockMemory = brimlet::mac::makePopUp(@[], -1, @"Memory badge threshold", ^(NSInteger index) {
         [weakSelf pickedDockMemory:index];
     });
@@ -177,7 +173,8 @@ struct Shown {
         return added;
     };
     auto section = [grid](NSString* heading, bool first) {
-        NSGridRow* added = [grid addRowWithViews:@[ brimlet::mac::makeHeading(heading), [NSGridCell emptyContentView] ]];
+        NSView* empty = [NSGridCell emptyContentView];
+        NSGridRow* added = [grid addRowWithViews:@[ brimlet::mac::makeHeading(heading), empty ]];
         [added mergeCellsInRange:NSMakeRange(0, 2)];
         [added cellAtIndex:0].xPlacement = NSGridCellPlacementLeading;
         added.topPadding = first ? 0 : 14;
