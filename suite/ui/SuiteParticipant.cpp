@@ -279,7 +279,18 @@ bool SuiteParticipant::handleReopen() {
 
 bool SuiteParticipant::showsOwnIcon() const {
     if (removedByUser_) return false;
-    return defaults_.boolean(std::string(showOwnIconKey)).value_or(false) || ownIconByRules_;
+    return ownIconWanted() || ownIconByRules_;
+}
+
+bool SuiteParticipant::ownIconWanted() const {
+    return defaults_.boolean(std::string(showOwnIconKey)).value_or(false);
+}
+
+Status SuiteParticipant::setOwnIconWanted(bool wanted) {
+    const bool showed = showsOwnIcon();
+    Status status = defaults_.set(std::string(showOwnIconKey), JsonValue(wanted));
+    if (showsOwnIcon() != showed) report(Property::showsOwnIcon);
+    return status;
 }
 
 void SuiteParticipant::setShowsOwnIcon(bool shown) {

@@ -89,6 +89,10 @@ public:
     bool showsOwnIcon() const;
     // The menu bar's side of the binding: false when the user removed the icon.
     void setShowsOwnIcon(bool shown);
+    // The user's "Show my own menu bar icon" setting: kept in the defaults under `showOwnIconKey`, and
+    // observers hear at once when it changes what the menu bar shows.
+    bool ownIconWanted() const;
+    Status setOwnIconWanted(bool wanted);
 
     SuiteHost* host() { return host_.get(); }
     const HostLock* lock() const { return lock_.get(); }

@@ -472,6 +472,26 @@ TEST_F(Participant, OwnIconFollowsTheUsersWishTheRulesAndARemoval) {
     EXPECT_FALSE(p->showsOwnIcon()) << "an unreadable value reads as the default";
 }
 
+TEST_F(Participant, OwnIconSettingIsStoredAndHeardAtOnceOnlyWhenItChangesTheIcon) {
+    other(SuiteApp::fennick, true);
+    auto p = make(SuiteApp::corvane);
+    ASSERT_FALSE(p->showsOwnIcon()) << "the suite shares one item";
+    struct Step {
+        bool wanted;
+        bool shows;
+        bool reported;  // observers heard of a change in what the menu bar shows
+    };
+    const Step steps[] = {{true, true, true}, {true, true, false}, {false, false, true}, {false, false, false}};
+    for (const Step& step : steps) {
+        changes.clear();
+        ASSERT_TRUE(p->setOwnIconWanted(step.wanted).ok());
+        EXPECT_EQ(p->ownIconWanted(), step.wanted);
+        EXPECT_EQ(defaults.boolean("KestrowSuite.showOwnIcon"), step.wanted);
+        EXPECT_EQ(p->showsOwnIcon(), step.shows);
+        EXPECT_EQ(!changes.empty() && changes.back() == Property::showsOwnIcon, step.reported) << step.wanted;
+    }
+}
+
 TEST_F(Participant, LogsEachProblemOnce) {
     CapturedLog log;
     // A folder below a regular file cannot be prepared; the participant goes on with the other.

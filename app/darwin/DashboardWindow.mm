@@ -1,0 +1,539 @@
+// The dashboard: the machine's live figures with their grades, 5-minute charts and the application
+// table with its quit control. Every text and scale comes from DashboardFigures; this file lays
+// them out and hands the quit request to AppQuitter.
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "MetricChartView.hpp"
+#include "WindowContent.hpp"
+#include "WindowKit.hpp"
+#include "app/AppQuitter.hpp"
+#include "app/DashboardFigures.hpp"
+
+using brimlet::mac::ns;
+
+// The rounded background of a figure, drawn with system colours so it follows dark mode.
+@interface KBCardView : NSView
+@end
+
+@implementation KBCardView
+- (void)drawRect:(NSRect)dirtyRect {
+    (void)dirtyRect;
+    NSBezierPath* shape = [NSBezierPath bezierPathWithRoundedRect:NSInsetRect(self.bounds, 0.5, 0.5)
+                                                          xRadius:8
+                                                          yRadius:8];
+    [NSColor.controlBackgroundColor setFill];
+    [shape fill];
+    [NSColor.separatorColor setStroke];
+    [shape stroke];
+}
+@end
+
+namespace {
+
+NSString* const nameColumn = @"name";
+NSString* const memoryColumn = @"memory";
+NSString* const cpuColumn = @"cpu";
+NSString* const processesColumn = @"processes";
+NSString* const quitColumn = @"quit";
+
+// One figure: title, value, detail and the grade of its area.
+struct FigureCard {
+    NSView* box = nil;
+    NSTextField* title = nil;
+    NSTextField* value = nil;
+    NSTextField* detail = nil;
+    NSTextField* grade = nil;
+};
+
+FigureCard makeFigureCard() {
+    FigureCard card;
+    card.title = brimlet::mac::makeLabel(@"", NSFontTextStyleSubheadline, NSColor.secondaryLabelColor);
+    card.value = [NSTextField labelWithString:@"\u2014"];
+    card.value.font = [NSFont monospacedDigitSystemFontOfSize:22 weight:NSFontWeightSemibold];
+    card.value.textColor = NSColor.labelColor;
+    card.detail = brimlet::mac::makeLabel(@"", NSFontTextStyleFootnote, NSColor.tertiaryLabelColor);
+    card.grade = brimlet::mac::makeLabel(@"", NSFontTextStyleCaption1, NSColor.secondaryLabelColor);
+    card.grade.font = [NSFont systemFontOfSize:NSFont.smallSystemFontSize weight:NSFontWeightSemibold];
+    card.grade.alignment = NSTextAlignmentRight;
+
+    NSStackView* top = [NSStackView stackViewWithViews:@[ card.title, card.grade ]];
+    top.distribution = NSStackViewDistributionFill;
+    [card.title setContentHuggingPriority:NSLayoutPriorityDefaultLow
+                           forOrientation:NSLayoutConstraintOrientationHorizontal];
+    NSStackView* column = [NSStackView stackViewWithViews:@[ top, card.value, card.detail ]];
+    column.orientation = NSUserInterfaceLayoutOrientationVertical;
+    column.alignment = NSLayoutAttributeLeading;
+    column.spacing = 4;
+    column.edgeInsets = NSEdgeInsetsMake(10, 12, 10, 12);
+    column.translatesAutoresizingMaskIntoConstraints = NO;
+    [top.widthAnchor constraintEqualToAnchor:column.widthAnchor constant:-24].active = YES;
+
+    card.box = [[KBCardView alloc] init];
+    [card.box addSubview:column];
+    [NSLayoutConstraint activateConstraints:@[
+        [column.leadingAnchor constraintEqualToAnchor:card.box.leadingAnchor],
+        [column.trailingAnchor constraintEqualToAnchor:card.box.trailingAnchor],
+        [column.topAnchor constraintEqualToAnchor:card.box.topAnchor],
+        [column.bottomAnchor constraintEqualToAnchor:card.box.bottomAnchor],
+    ]];
+    // VoiceOver reads the card as one element: "CPU, 12%, All cores, Great".
+    card.box.accessibilityElement = YES;
+    card.box.accessibilityRole = NSAccessibilityGroupRole;
+    return card;
+}
+
+void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
+    card.title.stringValue = ns(figure.title);
+    card.value.stringValue = ns(figure.value);
+    card.detail.stringValue = ns(figure.detail);
+    card.grade.stringValue = figure.rating ? ns(figure.rating->rawValue()) : @"";
+    card.grade.textColor = brimlet::mac::ratingColor(figure.rating);
+    card.box.accessibilityLabel = ns(figure.accessibilityLabel());
+}
+
+}  // namespace
+
+@interface KBDashboardViewController : NSViewController <NSTableViewDataSource, NSTableViewDelegate>
+- (instancetype)initWithApplication:(brimlet::BrimletApplication&)application;
+@end
+
+@implementation KBDashboardViewController {
+    brimlet::BrimletApplication* _application;
+    kestrow::MainLoop::Token _observation;
+    std::vector<FigureCard> _cards;
+    std::vector<brimlet::AppRow> _rows;
+    std::vector<std::optional<std::string>> _bundlePaths;  // beside _rows: where each row's icon comes from
+    NSTextField* _status;
+    NSButton* _dismissAlertHint;
+    KBMetricChartView* _memoryChart;
+    KBMetricChartView* _cpuChart;
+    KBMetricChartView* _diskChart;
+    NSTextField* _memoryNow;
+    NSTextField* _cpuNow;
+    NSTextField* _diskNow;
+    NSTableView* _table;
+    NSTextField* _hiddenNote;
+    NSButton* _quitSelected;
+    NSCache<NSString*, NSImage*>* _icons;
+}
+
+- (instancetype)initWithApplication:(brimlet::BrimletApplication&)application {
+    if ((self = [super initWithNibName:nil bundle:nil])) {
+        _application = &application;
+        _icons = [[NSCache alloc] init];
+    }
+    return self;
+}
+
+// ---- Layout
+
+- (void)loadView {
+    NSView* root = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, 1040, 820)];
+
+    _status = brimlet::mac::makeLabel(ns(brimlet::DashboardFigures::waitingNote), NSFontTextStyleSubheadline,
+                                      NSColor.secondaryLabelColor);
+    _dismissAlertHint = [NSButton buttonWithTitle:@"Dismiss" target:nil action:nil];
+    _dismissAlertHint.controlSize = NSControlSizeSmall;
+    _dismissAlertHint.hidden = YES;
+    _dismissAlertHint.accessibilityLabel = @"Dismiss the note about an undelivered alert";
+    brimlet::BrimletApplication* application = _application;
+    brimlet::mac::onAction(_dismissAlertHint, ^(id) {
+        application->monitor().setHasUndeliveredAlert(false);
+    });
+    NSStackView* header = [NSStackView stackViewWithViews:@[ _status, _dismissAlertHint ]];
+
+    // Nine figures in three rows of three.
+    NSMutableArray<NSView*>* rows = [NSMutableArray array];
+    for (int row = 0; row < 3; ++row) {
+        NSMutableArray<NSView*>* boxes = [NSMutableArray array];
+        for (int column = 0; column < 3; ++column) {
+            _cards.push_back(makeFigureCard());
+            [boxes addObject:_cards.back().box];
+        }
+        NSStackView* line = [NSStackView stackViewWithViews:boxes];
+        line.distribution = NSStackViewDistributionFillEqually;
+        line.spacing = 12;
+        [rows addObject:line];
+    }
+    NSStackView* figures = [NSStackView stackViewWithViews:rows];
+    figures.orientation = NSUserInterfaceLayoutOrientationVertical;
+    figures.spacing = 12;
+    figures.alignment = NSLayoutAttributeLeading;
+    for (NSView* line in rows) [line.widthAnchor constraintEqualToAnchor:figures.widthAnchor].active = YES;
+
+    NSColor* readColor = NSColor.systemBlueColor;
+    NSColor* writeColor = NSColor.systemOrangeColor;
+    const NSUInteger capacity = brimlet::MetricsHistory::defaultCapacity;
+    _memoryChart = [[KBMetricChartView alloc] initWithCapacity:capacity colors:@[ NSColor.systemPurpleColor ]];
+    _cpuChart = [[KBMetricChartView alloc] initWithCapacity:capacity colors:@[ NSColor.systemGreenColor ]];
+    _diskChart = [[KBMetricChartView alloc] initWithCapacity:capacity colors:@[ readColor, writeColor ]];
+    _memoryNow = [self nowLabel];
+    _cpuNow = [self nowLabel];
+    _diskNow = [self nowLabel];
+    NSStackView* charts = [NSStackView stackViewWithViews:@[
+        [self chartPanel:@"Memory" now:_memoryNow chart:_memoryChart legend:nil],
+        [self chartPanel:@"CPU" now:_cpuNow chart:_cpuChart legend:nil],
+        [self chartPanel:@"Disk"
+                     now:_diskNow
+                   chart:_diskChart
+                  legend:[self legendWithReads:readColor writes:writeColor]],
+    ]];
+    charts.distribution = NSStackViewDistributionFillEqually;
+    charts.spacing = 16;
+
+    NSScrollView* tableScroll = [self makeTable];
+    _hiddenNote = brimlet::mac::makeLabel(@"", NSFontTextStyleFootnote, NSColor.secondaryLabelColor);
+    _quitSelected = [NSButton buttonWithTitle:@"Quit App\u2026" target:nil action:nil];
+    _quitSelected.enabled = NO;
+    _quitSelected.accessibilityLabel = @"Quit the selected app";
+    __weak KBDashboardViewController* weakSelf = self;
+    brimlet::mac::onAction(_quitSelected, ^(id) {
+        [weakSelf confirmQuitOfRow:weakSelf ? [weakSelf selectedRow] : -1];
+    });
+    NSView* spacer = [[NSView alloc] init];
+    [spacer setContentHuggingPriority:1 forOrientation:NSLayoutConstraintOrientationHorizontal];
+    NSStackView* footer = [NSStackView stackViewWithViews:@[ _hiddenNote, spacer, _quitSelected ]];
+
+    NSStackView* stack = [NSStackView stackViewWithViews:@[
+        header, figures, brimlet::mac::makeHeading(@"Last 5 minutes"), charts,
+        brimlet::mac::makeHeading(@"Apps by memory"), tableScroll, footer
+    ]];
+    stack.orientation = NSUserInterfaceLayoutOrientationVertical;
+    stack.alignment = NSLayoutAttributeLeading;
+    stack.distribution = NSStackViewDistributionFill;  // the table takes whatever height is left
+    stack.spacing = 14;
+    stack.edgeInsets = NSEdgeInsetsMake(16, 20, 16, 20);
+    [stack setCustomSpacing:6 afterView:stack.arrangedSubviews[2]];
+    [stack setCustomSpacing:6 afterView:stack.arrangedSubviews[4]];
+    stack.translatesAutoresizingMaskIntoConstraints = NO;
+    [root addSubview:stack];
+    [NSLayoutConstraint activateConstraints:@[
+        [stack.leadingAnchor constraintEqualToAnchor:root.leadingAnchor],
+        [stack.trailingAnchor constraintEqualToAnchor:root.trailingAnchor],
+        [stack.topAnchor constraintEqualToAnchor:root.topAnchor],
+        [stack.bottomAnchor constraintEqualToAnchor:root.bottomAnchor],
+    ]];
+    for (NSView* view in @[ header, figures, charts, tableScroll, footer ])
+        [view.widthAnchor constraintEqualToAnchor:stack.widthAnchor constant:-40].active = YES;
+    [tableScroll setContentHuggingPriority:1 forOrientation:NSLayoutConstraintOrientationVertical];
+    [tableScroll.heightAnchor constraintGreaterThanOrEqualToConstant:160].active = YES;
+    self.view = root;
+}
+
+- (NSTextField*)nowLabel {
+    NSTextField* label = [NSTextField labelWithString:@""];
+    label.font = [NSFont monospacedDigitSystemFontOfSize:NSFont.smallSystemFontSize weight:NSFontWeightRegular];
+    label.textColor = NSColor.secondaryLabelColor;
+    label.alignment = NSTextAlignmentRight;
+    return label;
+}
+
+- (NSView*)legendWithReads:(NSColor*)reads writes:(NSColor*)writes {
+    NSTextField* r = brimlet::mac::makeLabel(@"\u25CF Reads", NSFontTextStyleCaption1, reads);
+    NSTextField* w = brimlet::mac::makeLabel(@"\u25CF Writes", NSFontTextStyleCaption1, writes);
+    NSStackView* legend = [NSStackView stackViewWithViews:@[ r, w ]];
+    legend.spacing = 10;
+    legend.accessibilityElement = NO;  // the chart's own label names both lines
+    return legend;
+}
+
+- (NSView*)chartPanel:(NSString*)title now:(NSTextField*)now chart:(NSView*)chart legend:(NSView*)legend {
+    NSTextField* heading = brimlet::mac::makeLabel(title, NSFontTextStyleSubheadline, NSColor.labelColor);
+    [heading setContentHuggingPriority:NSLayoutPriorityDefaultLow
+                        forOrientation:NSLayoutConstraintOrientationHorizontal];
+    NSStackView* top = [NSStackView stackViewWithViews:@[ heading, now ]];
+    NSMutableArray<NSView*>* views = [NSMutableArray arrayWithObjects:top, chart, nil];
+    if (legend) [views addObject:legend];
+    NSStackView* panel = [NSStackView stackViewWithViews:views];
+    panel.orientation = NSUserInterfaceLayoutOrientationVertical;
+    panel.alignment = NSLayoutAttributeLeading;
+    panel.spacing = 4;
+    [top.widthAnchor constraintEqualToAnchor:panel.widthAnchor].active = YES;
+    [chart.widthAnchor constraintEqualToAnchor:panel.widthAnchor].active = YES;
+    return panel;
+}
+
+- (NSScrollView*)makeTable {
+    _table = [[NSTableView alloc] init];
+    _table.usesAlternatingRowBackgroundColors = YES;
+    _table.allowsMultipleSelection = NO;
+    _table.allowsEmptySelection = YES;
+    _table.columnAutoresizingStyle = NSTableViewFirstColumnOnlyAutoresizingStyle;
+    _table.accessibilityLabel = @"Apps by memory";
+    struct Column {
+        NSString* identifier;
+        NSString* title;
+        CGFloat width;
+        NSTextAlignment alignment;
+    };
+    const Column columns[] = {
+        {nameColumn, @"App", 420, NSTextAlignmentLeft},
+        {memoryColumn, @"Memory", 110, NSTextAlignmentRight},
+        {cpuColumn, @"CPU", 90, NSTextAlignmentRight},
+        {processesColumn, @"Processes", 90, NSTextAlignmentRight},
+        {quitColumn, @"", 40, NSTextAlignmentCenter},
+    };
+    for (const Column& c : columns) {
+        NSTableColumn* column = [[NSTableColumn alloc] initWithIdentifier:c.identifier];
+        column.title = c.title;
+        column.width = c.width;
+        column.minWidth = c.identifier == nameColumn ? 160 : c.width;
+        column.headerCell.alignment = c.alignment;
+        if (c.identifier == quitColumn) column.headerToolTip = @"Quit";
+        [_table addTableColumn:column];
+    }
+    _table.dataSource = self;
+    _table.delegate = self;
+
+    NSScrollView* scroll = [[NSScrollView alloc] init];
+    scroll.documentView = _table;
+    scroll.hasVerticalScroller = YES;
+    scroll.borderType = NSBezelBorder;
+    scroll.autohidesScrollers = YES;
+    return scroll;
+}
+
+// ---- Appearing and refreshing
+
+- (void)viewWillAppear {
+    [super viewWillAppear];
+    __weak KBDashboardViewController* weakSelf = self;
+    _observation = _application->monitor().observe([weakSelf] { [weakSelf refresh]; });
+    [self refresh];
+}
+
+- (void)viewDidDisappear {
+    [super viewDidDisappear];
+    _observation.cancel();  // nothing to redraw while nobody can see it
+}
+
+- (void)refresh {
+    brimlet::MonitorStore& store = _application->monitor();
+    const auto& snapshot = store.snapshot();
+    if (store.hasUndeliveredAlert()) {
+        _status.stringValue = ns(brimlet::DashboardFigures::undeliveredAlertNote);
+        _status.textColor = NSColor.systemOrangeColor;
+    } else {
+        _status.stringValue = ns(snapshot ? brimlet::DashboardFigures::cadenceNote
+                                          : brimlet::DashboardFigures::waitingNote);
+        _status.textColor = NSColor.secondaryLabelColor;
+    }
+    _dismissAlertHint.hidden = !store.hasUndeliveredAlert();
+    if (!snapshot) return;
+
+    const auto figures = brimlet::DashboardFigures::figures(*snapshot);
+    for (std::size_t i = 0; i < _cards.size() && i < figures.size(); ++i) fill(_cards[i], figures[i]);
+
+    [self refreshChartsFrom:store.history() memoryTotal:snapshot->system.memoryTotal];
+
+    NSString* selectedID = nil;
+    if (const NSInteger row = [self selectedRow]; row >= 0) selectedID = ns(_rows[static_cast<std::size_t>(row)].id);
+    _rows = brimlet::AppTable::rows(*snapshot);
+    _bundlePaths.clear();
+    for (const brimlet::AppGroup& group : snapshot->apps) _bundlePaths.push_back(group.bundlePath);
+    [_table reloadData];
+    if (selectedID) {
+        for (std::size_t i = 0; i < _rows.size(); ++i) {
+            if ([ns(_rows[i].id) isEqualToString:selectedID]) {
+                [_table selectRowIndexes:[NSIndexSet indexSetWithIndex:i] byExtendingSelection:NO];
+                break;
+            }
+        }
+    }
+    _hiddenNote.stringValue = ns(brimlet::DashboardFigures::hiddenProcessNote(snapshot->hiddenProcessCount));
+    [self updateQuitButton];
+}
+
+- (void)refreshChartsFrom:(const brimlet::MetricsHistory&)history memoryTotal:(std::uint64_t)memoryTotal {
+    using brimlet::ChartLine;
+    using brimlet::DashboardCharts::ceiling;
+    using brimlet::DashboardCharts::series;
+    using brimlet::DashboardCharts::summary;
+    const auto latest = [](const brimlet::ChartSeries& s) -> std::string {
+        for (auto it = s.values.rbegin(); it != s.values.rend(); ++it)
+            if (*it) return s.line.text(**it);
+        return "\u2014";
+    };
+
+    const std::vector<brimlet::ChartSeries> memory{series(history, ChartLine::memory)};
+    [_memoryChart setSeries:memory ceiling:ceiling(memory, memoryTotal) summary:ns(summary(memory[0]))];
+    _memoryNow.stringValue = ns(latest(memory[0]));
+
+    const std::vector<brimlet::ChartSeries> cpu{series(history, ChartLine::cpu)};
+    [_cpuChart setSeries:cpu ceiling:ceiling(cpu, memoryTotal) summary:ns(summary(cpu[0]))];
+    _cpuNow.stringValue = ns(latest(cpu[0]));
+
+    const std::vector<brimlet::ChartSeries> disk{series(history, ChartLine::diskRead),
+                                                 series(history, ChartLine::diskWrite)};
+    [_diskChart setSeries:disk
+                  ceiling:ceiling(disk, memoryTotal)
+                  summary:ns(summary(disk[0]) + ". " + summary(disk[1]))];
+    _diskNow.stringValue = ns(latest(disk[0]) + " \u2191 " + latest(disk[1]) + " \u2193");
+    _diskNow.accessibilityLabel = ns("Reads " + latest(disk[0]) + ", writes " + latest(disk[1]));
+}
+
+// ---- Table
+
+- (NSInteger)selectedRow {
+    const NSInteger row = _table.selectedRow;
+    return row >= 0 && static_cast<std::size_t>(row) < _rows.size() ? row : -1;
+}
+
+- (void)updateQuitButton {
+    const NSInteger row = [self selectedRow];
+    const bool canQuit = row >= 0 && _rows[static_cast<std::size_t>(row)].canQuit;
+    _quitSelected.enabled = canQuit;
+    _quitSelected.toolTip = row >= 0 ? ns(_rows[static_cast<std::size_t>(row)].quitHelp) : nil;
+}
+
+- (void)tableViewSelectionDidChange:(NSNotification*)notification {
+    (void)notification;
+    [self updateQuitButton];
+}
+
+- (NSInteger)numberOfRowsInTableView:(NSTableView*)tableView {
+    (void)tableView;
+    return static_cast<NSInteger>(_rows.size());
+}
+
+- (NSImage*)iconForRow:(const brimlet::AppRow&)row bundlePath:(const std::optional<std::string>&)bundlePath {
+    if (!bundlePath) return [NSImage imageWithSystemSymbolName:@"terminal" accessibilityDescription:nil];
+    NSString* key = ns(row.id);
+    NSImage* icon = [_icons objectForKey:key];
+    if (!icon) {
+        icon = [[NSWorkspace sharedWorkspace] iconForFile:ns(*bundlePath)];
+        [_icons setObject:icon forKey:key];
+    }
+    return icon;
+}
+
+- (NSView*)tableView:(NSTableView*)tableView viewForTableColumn:(NSTableColumn*)column row:(NSInteger)index {
+    if (index < 0 || static_cast<std::size_t>(index) >= _rows.size()) return nil;
+    const brimlet::AppRow& row = _rows[static_cast<std::size_t>(index)];
+    NSString* identifier = column.identifier;
+
+    if ([identifier isEqualToString:quitColumn]) {
+        NSButton* button = [tableView makeViewWithIdentifier:quitColumn owner:self];
+        if (!button) {
+            button = [NSButton buttonWithImage:[NSImage imageWithSystemSymbolName:@"xmark.circle"
+                                                         accessibilityDescription:@"Quit"]
+                                        target:nil
+                                        action:nil];
+            button.bordered = NO;
+            button.identifier = quitColumn;
+        }
+        button.tag = index;
+        button.enabled = row.canQuit;
+        button.toolTip = ns(row.quitHelp);
+        button.accessibilityLabel = ns(row.canQuit ? row.quitHelp : row.name + ": " + row.quitHelp);
+        __weak KBDashboardViewController* weakSelf = self;
+        brimlet::mac::onAction(button, ^(id sender) {
+            [weakSelf confirmQuitOfRow:[static_cast<NSButton*>(sender) tag]];
+        });
+        return button;
+    }
+
+    NSTableCellView* cell = [tableView makeViewWithIdentifier:identifier owner:self];
+    if (!cell) {
+        cell = [[NSTableCellView alloc] init];
+        cell.identifier = identifier;
+        NSTextField* text = [NSTextField labelWithString:@""];
+        text.lineBreakMode = NSLineBreakByTruncatingTail;
+        text.translatesAutoresizingMaskIntoConstraints = NO;
+        [cell addSubview:text];
+        cell.textField = text;
+        NSLayoutXAxisAnchor* leading = cell.leadingAnchor;
+        CGFloat inset = 4;
+        if ([identifier isEqualToString:nameColumn]) {
+            NSImageView* image = [[NSImageView alloc] init];
+            image.translatesAutoresizingMaskIntoConstraints = NO;
+            [cell addSubview:image];
+            cell.imageView = image;
+            [NSLayoutConstraint activateConstraints:@[
+                [image.leadingAnchor constraintEqualToAnchor:cell.leadingAnchor constant:4],
+                [image.centerYAnchor constraintEqualToAnchor:cell.centerYAnchor],
+                [image.widthAnchor constraintEqualToConstant:16],
+                [image.heightAnchor constraintEqualToConstant:16],
+            ]];
+            leading = image.trailingAnchor;
+            inset = 6;
+        } else {
+            text.alignment = NSTextAlignmentRight;
+            text.font = [NSFont monospacedDigitSystemFontOfSize:NSFont.systemFontSize weight:NSFontWeightRegular];
+        }
+        [NSLayoutConstraint activateConstraints:@[
+            [text.leadingAnchor constraintEqualToAnchor:leading constant:inset],
+            [text.trailingAnchor constraintEqualToAnchor:cell.trailingAnchor constant:-4],
+            [text.centerYAnchor constraintEqualToAnchor:cell.centerYAnchor],
+        ]];
+    }
+    if ([identifier isEqualToString:nameColumn]) {
+        cell.textField.stringValue = ns(row.name);
+        cell.imageView.image = [self iconForRow:row bundlePath:_bundlePaths[static_cast<std::size_t>(index)]];
+    } else if ([identifier isEqualToString:memoryColumn]) {
+        cell.textField.stringValue = ns(row.memory);
+    } else if ([identifier isEqualToString:cpuColumn]) {
+        cell.textField.stringValue = ns(row.cpu);
+    } else {
+        cell.textField.stringValue = ns(row.processes);
+    }
+    return cell;
+}
+
+// ---- Quitting
+
+- (void)confirmQuitOfRow:(NSInteger)index {
+    if (index < 0 || static_cast<std::size_t>(index) >= _rows.size() || !self.view.window) return;
+    const auto& snapshot = _application->monitor().snapshot();
+    if (!snapshot) return;
+    // The row's group as the latest snapshot has it: the figures in the question are current.
+    const std::string& id = _rows[static_cast<std::size_t>(index)].id;
+    std::optional<brimlet::AppGroup> found;
+    for (const brimlet::AppGroup& group : snapshot->apps)
+        if (group.id == id) found = group;
+    if (!found || !brimlet::AppQuitter::canQuit(*found)) return;
+    const brimlet::AppGroup group = *found;
+
+    NSAlert* alert = [[NSAlert alloc] init];
+    alert.messageText = ns(brimlet::AppTable::quitQuestion(group.name));
+    alert.informativeText = ns(brimlet::AppQuitter::confirmation(group));
+    [alert addButtonWithTitle:ns(brimlet::AppTable::quitButtonTitle)];
+    [alert addButtonWithTitle:ns(brimlet::AppTable::cancelButtonTitle)];
+    [alert beginSheetModalForWindow:self.view.window
+                  completionHandler:^(NSModalResponse response) {
+                      if (response == NSAlertFirstButtonReturn) brimlet::mac::quitApplication(group);
+                  }];
+}
+
+@end
+
+namespace brimlet::mac {
+
+void quitApplication(const AppGroup& group) {
+    NSArray<NSRunningApplication*>* applications = NSWorkspace.sharedWorkspace.runningApplications;
+    std::vector<RunningApplication> running;
+    running.reserve(applications.count);
+    for (NSRunningApplication* application in applications) {
+        NSURL* bundle = application.bundleURL;
+        running.push_back({application.processIdentifier,
+                           bundle.path ? std::optional<std::string>(utf8(bundle.path)) : std::nullopt});
+    }
+    AppQuitter::quit(group, running, NSProcessInfo.processInfo.processIdentifier,
+                     [applications](const RunningApplication& target) {
+                         for (NSRunningApplication* application in applications) {
+                             if (application.processIdentifier == target.processIdentifier) {
+                                 // The polite request of its Quit command; whether it agrees is its own business.
+                                 [application terminate];
+                                 return;
+                             }
+                         }
+                     });
+}
+
+NSViewController* makeDashboardViewController(BrimletApplication& application) {
+    return [[KBDashboardViewController alloc] initWithApplication:application];
+}
+
+}  // namespace brimlet::mac
