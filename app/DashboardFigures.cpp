@@ -5,38 +5,18 @@
 #include <cstdio>
 
 #include "AppQuitter.hpp"
+#include "MonitorReadout.hpp"
 #include "core/common/ByteFormat.hpp"
 
 namespace brimlet {
 
 namespace {
 
-constexpr std::string_view unknown = "\u2014";
-
-std::string format(const char* pattern, double value) {
+// The table has room for a tenth of a percent, which tells a busy app from an idle one.
+std::string tenthsPercent(double value) {
     char buffer[64];
-    const int n = std::snprintf(buffer, sizeof buffer, pattern, value);
+    const int n = std::snprintf(buffer, sizeof buffer, "%.1f%%", value);
     return std::string(buffer, static_cast<std::size_t>(std::max(n, 0)));
-}
-
-std::string pressureWord(MemoryPressure pressure) {
-    switch (pressure.value) {
-        case MemoryPressure::normal: return "Normal";
-        case MemoryPressure::warning: return "Warning";
-        case MemoryPressure::critical: return "Critical";
-    }
-    return "Normal";
-}
-
-// The question the figure answers is "Is the Mac throttling?", so the value is the answer.
-std::string throttlingAnswer(ThermalLevel level) {
-    switch (level.value) {
-        case ThermalLevel::nominal: return "No";
-        case ThermalLevel::fair: return "Slightly";
-        case ThermalLevel::serious: return "Yes";
-        case ThermalLevel::critical: return "Heavily";
-    }
-    return "No";
 }
 
 }  // namespace
@@ -61,7 +41,7 @@ std::string_view ChartLine::title() const {
 std::string ChartLine::text(double v) const {
     switch (value) {
         case memory: return ByteFormat::memory(v <= 0 ? 0 : static_cast<std::uint64_t>(v));
-        case cpu: return DashboardFigures::percent(v);
+        case cpu: return MonitorReadout::processPercent(v);
         case diskRead:
         case diskWrite: return ByteFormat::rate(std::max(v, 0.0));
     }
@@ -69,11 +49,6 @@ std::string ChartLine::text(double v) const {
 }
 
 namespace DashboardFigures {
-
-std::string percent(std::optional<double> value) {
-    if (!value || !std::isfinite(*value)) return std::string(unknown);
-    return format("%.0f%%", std::max(*value, 0.0));
-}
 
 std::vector<DashboardFigure> figures(const MonitorSnapshot& snapshot) {
     const SystemStats& s = snapshot.system;
@@ -83,18 +58,18 @@ std::vector<DashboardFigure> figures(const MonitorSnapshot& snapshot) {
                    "of " + ByteFormat::memory(s.memoryTotal) + " \u00B7 " + ByteFormat::memory(s.memoryCompressed) +
                        " compressed \u00B7 " + ByteFormat::memory(s.memoryWired) + " wired",
                    health.memory});
-    out.push_back({"pressure", "Memory pressure", pressureWord(s.pressure), "How hard macOS works to free memory",
+    out.push_back({"pressure", "Memory pressure", std::string(MonitorReadout::pressureWord(s.pressure)), "How hard macOS works to free memory",
                    std::nullopt});
     out.push_back({"swap", "Memory spilled to disk", ByteFormat::memory(s.swapUsed), "Swap in use", std::nullopt});
-    out.push_back({"cpu", "CPU", percent(s.cpuLoad), s.cpuLoad ? "All cores" : "Measured from the second sample",
+    out.push_back({"cpu", "CPU", MonitorReadout::processPercent(s.cpuLoad), s.cpuLoad ? "All cores" : "Measured from the second sample",
                    health.cpu});
-    out.push_back({"gpu", "GPU", percent(s.gpuUtilization),
+    out.push_back({"gpu", "GPU", MonitorReadout::processPercent(s.gpuUtilization),
                    s.gpuUtilization ? "Busiest graphics processor" : "Not reported by this Mac", std::nullopt});
     out.push_back({"diskRead", "Disk reads", ByteFormat::rate(s.diskReadPerSecond), "All disks", std::nullopt});
     out.push_back({"diskWrite", "Disk writes", ByteFormat::rate(s.diskWritePerSecond), "All disks", std::nullopt});
     out.push_back({"diskFree", "Free space", ByteFormat::string(s.diskFree),
                    "of " + ByteFormat::string(s.diskTotal) + " on the data volume", health.disk});
-    out.push_back({"thermal", "Is the Mac throttling?", throttlingAnswer(s.thermal),
+    out.push_back({"thermal", std::string(MonitorReadout::thermalCaption), std::string(MonitorReadout::throttlingAnswer(s.thermal)),
                    "Thermal state " + std::string(s.thermal.rawValue()), health.thermal});
     return out;
 }
@@ -169,8 +144,8 @@ std::vector<AppRow> rows(const MonitorSnapshot& snapshot) {
         row.name = group.name;
         row.memory = ByteFormat::memory(group.footprint);
         row.cpu = group.cpuPercent && std::isfinite(*group.cpuPercent)
-                      ? format("%.1f%%", std::max(*group.cpuPercent, 0.0))
-                      : std::string(unknown);
+                      ? tenthsPercent(std::max(*group.cpuPercent, 0.0))
+                      : std::string(MonitorReadout::unknown);
         row.processes = std::to_string(group.pids.size());
         row.canQuit = AppQuitter::canQuit(group);
         row.quitHelp = row.canQuit ? quitHelp(group.name) : std::string(AppQuitter::unavailableHelp);
@@ -179,7 +154,6 @@ std::vector<AppRow> rows(const MonitorSnapshot& snapshot) {
     return out;
 }
 
-std::string quitQuestion(std::string_view name) { return "Quit " + std::string(name) + "?"; }
 
 std::string quitHelp(std::string_view name) { return "Ask " + std::string(name) + " to quit"; }
 

@@ -60,8 +60,6 @@ inline constexpr std::string_view undeliveredAlertNote =
 // Memory, pressure, swap, CPU, GPU, disk reads and writes, free space and thermal state, in that order.
 std::vector<DashboardFigure> figures(const MonitorSnapshot& snapshot);
 
-// A percentage rounded to a whole number ("12%"), or "—" when unknown.
-std::string percent(std::optional<double> value);
 
 // "" when every process could be read; otherwise why some are missing from the table.
 std::string hiddenProcessNote(std::int64_t hiddenProcessCount);
@@ -104,8 +102,6 @@ inline constexpr std::string_view quitButtonTitle = "Quit";
 inline constexpr std::string_view cancelButtonTitle = "Cancel";
 
 std::vector<AppRow> rows(const MonitorSnapshot& snapshot);
-// The question of the confirmation: "Quit Safari?".
-std::string quitQuestion(std::string_view name);
 // The help of an available quit control: "Ask Safari to quit".
 std::string quitHelp(std::string_view name);
 

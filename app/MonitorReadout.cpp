@@ -50,8 +50,8 @@ std::string_view throttlingAnswer(ThermalLevel level) {
     switch (level.value) {
         case ThermalLevel::nominal: return "No";
         case ThermalLevel::fair: return "Not yet";
-        case ThermalLevel::serious:
-        case ThermalLevel::critical: return "Yes";
+        case ThermalLevel::serious: return "Yes";
+        case ThermalLevel::critical: return "Heavily";
     }
     return "No";
 }

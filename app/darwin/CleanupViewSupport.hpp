@@ -8,16 +8,13 @@
 #include <string>
 #include <string_view>
 
+#include "base/darwin/StringBridge.hpp"
 #include "app/CleanupStore.hpp"
 
 namespace brimlet::mac::cleanup {
 
-inline NSString* text(std::string_view value) {
-    NSString* made = [[NSString alloc] initWithBytes:value.data() length:value.size() encoding:NSUTF8StringEncoding];
-    return made != nil ? made : @"";
-}
-
-inline std::string utf8(NSString* value) { return value.UTF8String ? std::string(value.UTF8String) : std::string(); }
+inline NSString* text(std::string_view value) { return kestrow::mac::toNSString(value); }
+using kestrow::mac::utf8;
 
 inline CGFloat bodySize() { return NSFont.systemFontSize; }
 inline CGFloat smallSize() { return NSFont.smallSystemFontSize; }

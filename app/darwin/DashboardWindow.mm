@@ -10,6 +10,7 @@
 #include "WindowKit.hpp"
 #include "app/AppQuitter.hpp"
 #include "app/DashboardFigures.hpp"
+#include "app/MonitorReadout.hpp"
 
 using brimlet::mac::ns;
 
@@ -497,7 +498,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     const brimlet::AppGroup group = *found;
 
     NSAlert* alert = [[NSAlert alloc] init];
-    alert.messageText = ns(brimlet::AppTable::quitQuestion(group.name));
+    alert.messageText = ns(brimlet::MonitorReadout::quitTitle(group.name));
     alert.informativeText = ns(brimlet::AppQuitter::confirmation(group));
     [alert addButtonWithTitle:ns(brimlet::AppTable::quitButtonTitle)];
     [alert addButtonWithTitle:ns(brimlet::AppTable::cancelButtonTitle)];

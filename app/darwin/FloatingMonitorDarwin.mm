@@ -27,20 +27,7 @@ constexpr kestrow::suite::Size barSize{232, 34};
 constexpr kestrow::suite::Size expandedSize{280, 176};
 constexpr CGFloat cornerRadius = 10;
 
-// A stretchable rounded mask, so the blur behind the panel has the panel's corners.
-NSImage* roundedMask() {
-    const CGFloat side = cornerRadius * 2 + 1;
-    NSImage* mask = [NSImage imageWithSize:NSMakeSize(side, side)
-                                   flipped:NO
-                            drawingHandler:^BOOL(NSRect rect) {
-                                [NSColor.blackColor setFill];
-                                [[NSBezierPath bezierPathWithRoundedRect:rect xRadius:cornerRadius yRadius:cornerRadius] fill];
-                                return YES;
-                            }];
-    mask.capInsets = NSEdgeInsetsMake(cornerRadius, cornerRadius, cornerRadius, cornerRadius);
-    mask.resizingMode = NSImageResizingModeStretch;
-    return mask;
-}
+NSImage* roundedMask() { return kestrow::suite::mac::roundedMask(cornerRadius); }
 
 NSAppearance* appearanceFor(brimlet::FloatingTheme theme) {
     switch (theme.value) {

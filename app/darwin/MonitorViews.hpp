@@ -8,11 +8,12 @@
 #include <optional>
 #include <string_view>
 
+#include "base/darwin/StringBridge.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
 namespace brimlet::mac {
 
-NSString* toNSString(std::string_view text);
+using kestrow::mac::toNSString;
 // A template SF Symbol; its description is what VoiceOver reads when the image stands alone.
 NSImage* symbolImage(NSString* name, NSString* description);
 // A symbol in the secondary label colour, as the rows and bars show them before a figure.

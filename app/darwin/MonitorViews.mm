@@ -2,11 +2,6 @@
 
 namespace brimlet::mac {
 
-NSString* toNSString(std::string_view text) {
-    NSString* string = [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
-    return string != nil ? string : @"";
-}
-
 NSImage* symbolImage(NSString* name, NSString* description) {
     NSImage* image = [NSImage imageWithSystemSymbolName:name accessibilityDescription:description];
     [image setTemplate:YES];

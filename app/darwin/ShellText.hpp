@@ -8,12 +8,11 @@
 #include <string>
 #include <string_view>
 
+#include "base/darwin/StringBridge.hpp"
+
 namespace brimlet::mac {
 
-inline NSString* toNSString(std::string_view text) {
-    NSString* string = [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
-    return string != nil ? string : @"";  // bytes that are not UTF-8 read as nothing rather than nil
-}
+using kestrow::mac::toNSString;
 
 inline std::optional<std::string> toStdString(NSString* text) {
     const char* utf8 = text.UTF8String;

@@ -9,19 +9,13 @@
 #include <string>
 #include <string_view>
 
+#include "base/darwin/StringBridge.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
 namespace brimlet::mac {
 
-inline NSString* ns(std::string_view text) {
-    NSString* string = [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
-    return string ? string : @"";
-}
-
-inline std::string utf8(NSString* text) {
-    const char* bytes = text.UTF8String;
-    return bytes ? std::string(bytes) : std::string();
-}
+inline NSString* ns(std::string_view text) { return kestrow::mac::toNSString(text); }
+using kestrow::mac::utf8;
 
 // A one-line label that cannot be edited or selected, in a text style of the system.
 NSTextField* makeLabel(NSString* text, NSFontTextStyle style, NSColor* color);

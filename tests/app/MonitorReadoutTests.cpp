@@ -81,7 +81,7 @@ TEST(MonitorReadout, WordsOfEveryState) {
         {ThermalLevel::nominal, "Nominal", "No"},
         {ThermalLevel::fair, "Fair", "Not yet"},
         {ThermalLevel::serious, "Serious", "Yes"},
-        {ThermalLevel::critical, "Critical", "Yes"},
+        {ThermalLevel::critical, "Critical", "Heavily"},
     };
     for (const Case& c : thermal) {
         EXPECT_EQ(R::thermalWord(c.thermal), c.word);

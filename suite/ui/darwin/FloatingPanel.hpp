@@ -12,6 +12,10 @@
 
 namespace kestrow::suite::mac {
 
+// A stretchable rounded rectangle to mask a panel's material with: the blur behind the panel and
+// the window's shadow then follow the panel's rounded corners.
+NSImage* roundedMask(CGFloat cornerRadius);
+
 class FloatingPanel {
 public:
     // `content` becomes the panel's content view; the panel itself is made on the first `show`, at

@@ -163,4 +163,18 @@ void FloatingPanel::tearDown() {
     state_->delegate = nil;
 }
 
+NSImage* roundedMask(CGFloat cornerRadius) {
+    const CGFloat side = cornerRadius * 2 + 1;
+    NSImage* mask = [NSImage imageWithSize:NSMakeSize(side, side)
+                                   flipped:NO
+                            drawingHandler:^BOOL(NSRect rect) {
+                                [NSColor.blackColor setFill];
+                                [[NSBezierPath bezierPathWithRoundedRect:rect xRadius:cornerRadius yRadius:cornerRadius] fill];
+                                return YES;
+                            }];
+    mask.capInsets = NSEdgeInsetsMake(cornerRadius, cornerRadius, cornerRadius, cornerRadius);
+    mask.resizingMode = NSImageResizingModeStretch;
+    return mask;
+}
+
 }  // namespace kestrow::suite::mac

@@ -17,20 +17,7 @@ constexpr CGFloat minimumWidth = 200;
 // Dim enough to read what is behind it, clear enough to read at a glance.
 constexpr double idleAlpha = 0.85;
 
-// A stretchable rounded rectangle: the material is cut by it and the window's shadow follows it.
-NSImage* roundedMask() {
-    const CGFloat side = cornerRadius * 2 + 1;
-    NSImage* mask = [NSImage imageWithSize:NSMakeSize(side, side)
-                                   flipped:NO
-                            drawingHandler:^BOOL(NSRect rect) {
-                                [NSColor.blackColor setFill];
-                                [[NSBezierPath bezierPathWithRoundedRect:rect xRadius:cornerRadius yRadius:cornerRadius] fill];
-                                return YES;
-                            }];
-    mask.capInsets = NSEdgeInsetsMake(cornerRadius, cornerRadius, cornerRadius, cornerRadius);
-    mask.resizingMode = NSImageResizingModeStretch;
-    return mask;
-}
+NSImage* roundedMask() { return kestrow::suite::mac::roundedMask(cornerRadius); }
 
 NSButton* makeIconButton(std::string_view symbol, std::string_view label, KestrowSuiteActionTarget* target) {
     using namespace kestrow::suite;

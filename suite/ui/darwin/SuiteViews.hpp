@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/darwin/StringBridge.hpp"
 #include "suite/ui/GlobalHotKey.hpp"
 #include "suite/ui/SuiteFormat.hpp"
 #include "suite/ui/SuiteHost.hpp"
@@ -40,7 +41,7 @@
 
 namespace kestrow::suite::mac {
 
-NSString* toNSString(std::string_view text);
+using kestrow::mac::toNSString;
 
 // The separators of the user's current locale, followed as the user changes it.
 NumberLocale currentNumberLocale();

@@ -170,11 +170,6 @@
 
 namespace kestrow::suite::mac {
 
-NSString* toNSString(std::string_view text) {
-    NSString* string = [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
-    return string ? string : @"";
-}
-
 namespace {
 
 std::string toStdString(NSString* text) {
