@@ -14,6 +14,7 @@
 
 #include "DockAccessibility.hpp"
 #include "base/Log.hpp"
+#include "base/darwin/StringBridge.hpp"
 #include "core/desktop/DockLayout.hpp"
 
 namespace {
@@ -95,10 +96,7 @@ DockBadgeMetric metricFor(DockBadgeMode mode) {
 Rect rectOf(NSRect frame) { return Rect{NSMinX(frame), NSMinY(frame), NSWidth(frame), NSHeight(frame)}; }
 
 // Texts from the core are UTF-8; one that is not (a process name can be anything) reads as empty.
-NSString* stringOf(const std::string& text) {
-    NSString* string = [NSString stringWithUTF8String:text.c_str()];
-    return string != nil ? string : @"";
-}
+NSString* stringOf(const std::string& text) { return kestrow::mac::toNSString(text); }
 
 class DarwinDockBadges final : public DockBadgeController {
 public:
