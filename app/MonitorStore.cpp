@@ -45,6 +45,7 @@ MonitorStore::MonitorStore(kestrow::MainLoop& loop, kestrow::UserDefaults& defau
       notifier_(notifier),
       arguments_(std::move(arguments)),
       setAppearance_(std::move(options.setAppearance)),
+      hasMenuBar_(options.hasMenuBar),
       alertSettings_(readAlertSettings(defaults)),
       engine_(options.engine ? std::move(options.engine) : std::make_unique<MonitorEngine>()),
       relay_(loop, "monitor-relay") {

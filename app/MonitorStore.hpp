@@ -27,6 +27,18 @@
 
 namespace brimlet {
 
+// The appearance a launch argument may force on the application.
+enum class MonitorAppearance { light, dark };
+
+// What the platform hands the monitor store beside its loop, defaults and notifier.
+struct MonitorStoreOptions {
+    std::unique_ptr<MonitorEngine> engine;           // empty: the live engine of this machine
+    std::function<void(MonitorAppearance)> setAppearance;  // empty: the platform has none to force
+    // False where the application has no menu bar item of its own (headless Linux): the menu
+    // bar display then shows nothing, and only a floating monitor would need the glance.
+    bool hasMenuBar = true;
+};
+
 class MonitorStore {
 public:
     static constexpr double liveInterval = 2;
@@ -38,12 +50,9 @@ public:
 
     // Opens the window with this identifier and brings the application forward.
     using OpenWindow = std::function<void(std::string_view windowIdentifier)>;
-    enum class Appearance { light, dark };
+    using Appearance = MonitorAppearance;
 
-    struct Options {
-        std::unique_ptr<MonitorEngine> engine;           // empty: the live engine of this machine
-        std::function<void(Appearance)> setAppearance;  // empty: the platform has none to force
-    };
+    using Options = MonitorStoreOptions;
 
     // `arguments` as the process got them, the program path first. Starts sampling at once.
     MonitorStore(kestrow::MainLoop& loop, kestrow::UserDefaults& defaults, Notifier& notifier,
@@ -85,7 +94,9 @@ public:
     // ---- Derived.
     bool alertsActive() const;
     bool dockBadgesActive() const { return dockBadges_ != DockBadgeMode::off; }
-    bool glanceIsShown() const { return menuBarDisplay_ != MenuBarDisplay::iconOnly || floatingVisible_; }
+    bool glanceIsShown() const {
+        return (hasMenuBar_ && menuBarDisplay_ != MenuBarDisplay::iconOnly) || floatingVisible_;
+    }
     // The faint looks fade the monitor while it waits; under the pointer it reads as glass.
     FloatingLook effectiveFloatingLook() const;
     bool persistsSettings() const { return persistsSettings_; }
@@ -134,6 +145,7 @@ private:
     Notifier& notifier_;
     std::vector<std::string> arguments_;
     std::function<void(Appearance)> setAppearance_;
+    bool hasMenuBar_ = true;
     Observers observers_;
 
     std::optional<MonitorSnapshot> snapshot_;

@@ -59,7 +59,7 @@ namespace {
 constexpr std::string_view temporarySuffix = ".XXXXXX";
 }  // namespace
 
-Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
+Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode, Durability durability) {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -81,7 +81,7 @@ Status writeAtomically(const std::string& path, std::string_view bytes, unsigned
         }
         rest.remove_prefix(static_cast<std::size_t>(n));
     }
-    if (::fsync(fd) != 0) return fail("cannot flush");
+    if (durability == Durability::flushed && ::fsync(fd) != 0) return fail("cannot flush");
     if (::close(fd) != 0) {
         ::unlink(temporary.c_str());
         return Status::failure("cannot close (errno " + std::to_string(errno) + ")");

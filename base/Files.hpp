@@ -35,10 +35,16 @@ struct SafeRead {
 // requires a regular file owned by our real user, and reads at most `limit` bytes.
 [[nodiscard]] SafeRead safeRead(const std::string& path, std::size_t limit);
 
+// How far a write goes before the rename. `flushed` waits until the bytes are on the disk, so even
+// a power cut leaves the old or the new file; `transient` skips that wait, for files rewritten
+// every few seconds whose loss in a crash costs nothing (the next write mends them).
+enum class Durability { flushed, transient };
+
 // Writes to a temporary file beside the target, flushes it, then renames it over the target, so a
 // reader sees the old or the new bytes and never a mix. The temporary file is named "." + the
 // target's name + "." + six letters or digits; a writer killed in between leaves it behind.
-Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode = 0600);
+Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode = 0600,
+                       Durability durability = Durability::flushed);
 
 // Whether a file name is that of writeAtomically's temporary file for a target named `target`.
 [[nodiscard]] bool isAtomicWriteTemporary(std::string_view fileName, std::string_view target);

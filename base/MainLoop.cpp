@@ -62,13 +62,13 @@ MainLoop::Token ManualMainLoop::repeat(double interval, double tolerance, Task t
     return tokenFor(id, timerKind);
 }
 
-MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChange) {
+MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChange, NameFilter ignored) {
     struct stat st{};
     if (::stat(path.c_str(), &st) != 0)
         return {Token(), Status::failure("cannot watch " + path + " (errno " + std::to_string(errno) + ")")};
     if (!S_ISDIR(st.st_mode)) return {Token(), Status::failure("cannot watch " + path + " (not a folder)")};
     const std::uint64_t id = nextId_++;
-    watchers_[id] = Watcher{standardizePath(path), std::make_shared<Task>(std::move(onChange))};
+    watchers_[id] = Watcher{standardizePath(path), std::make_shared<Task>(std::move(onChange)), std::move(ignored)};
     return {tokenFor(id, watcherKind), Status::success()};
 }
 
@@ -181,11 +181,18 @@ void ManualMainLoop::sleep(double seconds) {
     }
 }
 
-void ManualMainLoop::folderChanged(const std::string& path) {
+void ManualMainLoop::folderChanged(const std::string& path, const std::vector<std::string>& names) {
     const std::string key = standardizePath(path);
     std::vector<std::shared_ptr<Task>> tasks;
-    for (const auto& [id, watcher] : watchers_)
-        if (watcher.path == key) tasks.push_back(watcher.task);
+    for (const auto& entry : watchers_) {
+        const Watcher& watcher = entry.second;
+        if (watcher.path != key) continue;
+        const bool allIgnored = !names.empty() && watcher.ignored &&
+                                std::all_of(names.begin(), names.end(), [&](const std::string& name) {
+                                    return watcher.ignored(name);
+                                });
+        if (!allIgnored) tasks.push_back(watcher.task);
+    }
     for (const auto& task : tasks) (*task)();
     runPending();
 }

@@ -15,6 +15,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -71,9 +72,12 @@ public:
     virtual Token after(double seconds, Task task) = 0;
     // Fires every `interval` seconds; the loop may move a firing by up to `tolerance` to save power.
     virtual Token repeat(double interval, double tolerance, Task task) = 0;
+    // Which entries' changes the watcher does not need to hear of (its own writes, say).
+    using NameFilter = std::function<bool(std::string_view name)>;
     // Fires after entries of the folder were added, removed, renamed or rewritten; bursts may be
-    // coalesced into one call.
-    virtual Watch watchFolder(const std::string& path, Task onChange) = 0;
+    // coalesced into one call. Where the platform names the entries, a burst that touched only
+    // entries `ignored` accepts is not reported; elsewhere every burst is.
+    virtual Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}) = 0;
     // Fires once the machine woke from sleep.
     virtual Token onWake(Task task) = 0;
 
@@ -112,7 +116,7 @@ public:
     void post(Task task) override;
     Token after(double seconds, Task task) override;
     Token repeat(double interval, double tolerance, Task task) override;
-    Watch watchFolder(const std::string& path, Task onChange) override;
+    Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}) override;
     Token onWake(Task task) override;
     double now() const override { return now_; }
     double wallClock() const override { return wallStart_ + now_; }
@@ -130,8 +134,9 @@ public:
     // Runs posted tasks, waiting for other threads' posts, until `done` holds (checked at least every
     // 10 ms) or `realSeconds` of real time passed; returns whether `done` held.
     bool runUntil(const std::function<bool()>& done, double realSeconds);
-    // Reports a change in a watched folder, as the system would after a write.
-    void folderChanged(const std::string& path);
+    // Reports a change in a watched folder, as the system would after a write; with `names`, as a
+    // system that names the entries it saw change.
+    void folderChanged(const std::string& path, const std::vector<std::string>& names = {});
 
     // What tests inspect: the interval and tolerance of live repeating timers.
     struct TimerInfo {
@@ -152,6 +157,7 @@ private:
     struct Watcher {
         std::string path;
         std::shared_ptr<Task> task;
+        NameFilter ignored;
     };
 
     bool runOne();

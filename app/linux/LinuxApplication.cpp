@@ -100,7 +100,9 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
         .hotKeys = nullptr,
         .observeSystem = true,
         .intents = {},
-        .monitorOptions = {},
+        // No menu bar here: the glance loop runs only for a floating monitor, which headless
+        // Linux has none of either; each full sample still publishes the suite readout.
+        .monitorOptions = {.engine = nullptr, .setAppearance = {}, .hasMenuBar = false},
     });
     kestrow::log::info(logCategory, "running headless with the suite folder " + folderNames);
 

@@ -60,7 +60,8 @@ public:
         return addTimer(interval, interval, tolerance, std::move(task));
     }
 
-    Watch watchFolder(const std::string& path, Task onChange) override {
+    // A vnode source says that the folder changed, not which entries: every change is reported.
+    Watch watchFolder(const std::string& path, Task onChange, NameFilter) override {
         const int fd = ::open(path.c_str(), O_EVTONLY | O_CLOEXEC);
         if (fd < 0)
             return {Token(), Status::failure("cannot watch " + path + " (errno " + std::to_string(errno) + ")")};

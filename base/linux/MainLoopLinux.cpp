@@ -101,7 +101,7 @@ public:
         return addTimer(std::max(interval, 0.001), std::max(interval, 0.001), std::move(task));
     }
 
-    Watch watchFolder(const std::string& path, Task onChange) override {
+    Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored) override {
         if (inotify_ < 0) {
             inotify_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
             if (inotify_ < 0) return {Token(), Status::failure(errnoText(("cannot watch " + path).c_str(), errno))};
@@ -113,6 +113,7 @@ public:
         Source source;
         source.wd = wd;
         source.task = std::make_shared<Task>(std::move(onChange));
+        source.ignored = std::move(ignored);
         sources_.emplace(key, std::move(source));
         watchers_[wd].insert(key);
         return {tokenFor(key), Status::success()};
@@ -156,6 +157,7 @@ private:
         int wd = -1;  // inotify watch
         bool wake = false;
         std::shared_ptr<Task> task;
+        NameFilter ignored;  // of an inotify watch
     };
 
     void add(int fd, std::uint64_t key) {
@@ -264,7 +266,14 @@ private:
                 if (event->mask & IN_Q_OVERFLOW) {
                     for (const auto& [wd, keys] : watchers_) touched.insert(keys.begin(), keys.end());
                 } else if (auto it = watchers_.find(event->wd); it != watchers_.end()) {
-                    touched.insert(it->second.begin(), it->second.end());
+                    // An event about the folder itself (deleted, moved) has no name and always counts.
+                    const std::string_view name = event->len > 0 ? std::string_view(event->name) : std::string_view();
+                    for (const std::uint64_t key : it->second) {
+                        auto source = sources_.find(key);
+                        if (source == sources_.end()) continue;
+                        if (!name.empty() && source->second.ignored && source->second.ignored(name)) continue;
+                        touched.insert(key);
+                    }
                 }
                 offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
             }

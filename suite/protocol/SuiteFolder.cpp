@@ -84,7 +84,9 @@ void SuiteFolder::removeStaleTemporaryFiles() const {
 kestrow::Status GlanceStore::write(const GlanceRecord& record) const {
     auto encoded = GlanceCodec::encode(record);
     if (auto* error = std::get_if<GlanceValidationError>(&encoded)) return kestrow::Status::failure(error->reason);
-    return writeAtomically(folder.glanceURL(record.app), std::get<std::string>(encoded));
+    // A record lives for seconds and is rewritten at half its life at the latest: waiting for the
+    // disk on every write would cost far more than a record lost to a power cut.
+    return writeAtomically(folder.glanceURL(record.app), std::get<std::string>(encoded), 0600, Durability::transient);
 }
 
 std::optional<GlanceReadResult> GlanceStore::read(SuiteApp app) const {

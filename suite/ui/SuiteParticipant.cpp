@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/Files.hpp"
 #include "base/Log.hpp"
 
 namespace kestrow::suite {
@@ -40,7 +41,16 @@ SuiteParticipant::SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folder
     if (!folders_.empty()) settings_ = SuiteSettings::read(folders_.front());
 
     for (const SuiteFolder& folder : folders_) {
-        MainLoop::Watch watch = loop_.watchFolder(folder.glancesURL(), [this] { evaluate(); });
+        // Our own record and its temporary files change with every write we make; what we wrote
+        // is known already (and kept in records_), so only the others' changes need a reading.
+        const std::string ownFile = app_.glanceFileName();
+        MainLoop::Watch watch = loop_.watchFolder(
+            folder.glancesURL(),
+            [this] {
+                recordsCurrent_ = false;
+                evaluate();
+            },
+            [ownFile](std::string_view name) { return name == ownFile || isAtomicWriteTemporary(name, ownFile); });
         if (watch.status.failed())
             logOnce("watch:" + folder.url, "suite folder not watched: " + watch.status.message());
         else
@@ -145,12 +155,17 @@ void SuiteParticipant::writeIfDue(double margin) {
             logOnce("write:" + written.message(), "glance record not written: " + written.message());
         }
     }
+    // Our own record is now what we wrote, without reading it back.
+    if (allWritten) records_[app_] = record;
+    else recordsCurrent_ = false;
     // A folder that refused stays due, so the next tick tries again.
     if (allWritten) schedule_.didWrite(record);
     lastWriteFailed_ = !allWritten;
 }
 
-std::map<SuiteApp, GlanceRecord> SuiteParticipant::readRecords() const {
+const std::map<SuiteApp, GlanceRecord>& SuiteParticipant::readRecords() {
+    // Without a watch on every folder nothing says when a record changed: read each time.
+    if (recordsCurrent_ && watchers_.size() == folders_.size()) return records_;
     std::map<SuiteApp, GlanceRecord> records;
     for (const SuiteFolder& folder : folders_) {
         for (const auto& [app, result] : GlanceStore{folder}.readAll()) {
@@ -161,13 +176,15 @@ std::map<SuiteApp, GlanceRecord> SuiteParticipant::readRecords() const {
             if (!inserted && record->at > it->second.at) it->second = *record;
         }
     }
-    return records;
+    records_ = std::move(records);
+    recordsCurrent_ = true;
+    return records_;
 }
 
 void SuiteParticipant::evaluate() {
     if (didShutdown_) return;
     const double now = clock_();
-    std::map<SuiteApp, GlanceRecord> records = readRecords();
+    std::map<SuiteApp, GlanceRecord> records = readRecords();  // a copy: ours may be added below
     if (app_.participates() && !publishingSuspended_) {
         auto own = records.find(app_);
         // Count ourselves at once, before our first record is on disk (or while an old one is stale).
@@ -263,6 +280,7 @@ void SuiteParticipant::suspendPublishing() {
 
 void SuiteParticipant::didWake() {
     if (didShutdown_) return;
+    recordsCurrent_ = false;  // a sleeping machine may have missed what others wrote
     machine_.didWake(clock_());
     evaluate();
     realignStatusItem();

@@ -116,7 +116,9 @@ private:
     void saveSettings();
     void setIsHost(bool value);
     void report(Property property);
-    std::map<SuiteApp, GlanceRecord> readRecords() const;
+    // The records on disk. Between two changes the watch reports, the last reading stands: most
+    // evaluations come from the timer and from publishing, when nothing in the folders moved.
+    const std::map<SuiteApp, GlanceRecord>& readRecords();
     void checkStaleness(std::int64_t ttl);
 
     // Inputs.
@@ -154,6 +156,8 @@ private:
     std::unique_ptr<HostLock> lock_;
     std::unique_ptr<SuiteHost> host_;
     std::vector<MainLoop::Token> watchers_;
+    std::map<SuiteApp, GlanceRecord> records_;
+    bool recordsCurrent_ = false;  // records_ holds what the folders held since the last change
     MainLoop::Token timer_;
     std::int64_t timerTTL_ = 0;
     MainLoop::Token wakeObserver_;

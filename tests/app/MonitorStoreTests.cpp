@@ -189,15 +189,22 @@ TEST(MonitorStoreSettings, ALaunchArgumentKeepsTheRunsChangesFromTheNextStart) {
 TEST(MonitorStoreSettings, GlanceIsHiddenOnlyForTheIconAloneWithoutFloating) {
     for (const MenuBarDisplay& display : MenuBarDisplay::allCases()) {
         for (bool floating : {false, true}) {
-            StoreRig rig;
-            InMemoryUserDefaults defaults;
-            (void)defaults.set("menuBarDisplay", JsonValue(display.rawValue()));
-            (void)defaults.set("floating.visible", JsonValue(floating));
-            auto store = rig.makeStore(defaults);
-            const bool shown = !(display == MenuBarDisplay::iconOnly) || floating;
-            EXPECT_EQ(store->glanceIsShown(), shown) << display.rawValue() << " " << floating;
-            // The glance loop runs exactly while the glance is shown.
-            EXPECT_EQ(rig.loop.repeatingTimers().size(), shown ? 1u : 0u) << display.rawValue() << " " << floating;
+            for (bool hasMenuBar : {true, false}) {
+                StoreRig rig;
+                InMemoryUserDefaults defaults;
+                (void)defaults.set("menuBarDisplay", JsonValue(display.rawValue()));
+                (void)defaults.set("floating.visible", JsonValue(floating));
+                MonitorStore::Options options;
+                options.hasMenuBar = hasMenuBar;
+                auto store = rig.makeStore(defaults, {}, std::move(options));
+                // Without a menu bar item of its own only the floating monitor shows the glance.
+                const bool shown = (hasMenuBar && !(display == MenuBarDisplay::iconOnly)) || floating;
+                const std::string trace =
+                    std::string(display.rawValue()) + (floating ? " floating" : "") + (hasMenuBar ? "" : " headless");
+                EXPECT_EQ(store->glanceIsShown(), shown) << trace;
+                // The glance loop runs exactly while the glance is shown.
+                EXPECT_EQ(rig.loop.repeatingTimers().size(), shown ? 1u : 0u) << trace;
+            }
         }
     }
 }
