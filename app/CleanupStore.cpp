@@ -121,12 +121,21 @@ bool CleanupStore::start() {
     selection_.clear();
     progress_ = Progress{};
     setPhase(CleanupPhase::measuring);
-    whenCurrent(session_->measure(), generation, [this, generation](MeasureResult result) {
-        for (const CleanupItem& item : result.regenerable)
-            if (item.isSelectable()) selection_.insert(item.id);
-        measured_ = std::move(result);
-        scan(generation);
-    });
+    auto onMeasured = [&loop = loop_, alive = std::weak_ptr<bool>(alive_), this, generation](std::size_t measured,
+                                                                                           std::size_t total) {
+        loop.post([alive, this, generation, measured, total] {
+            if (!alive.lock() || generation != generation_ || !(phase_ == CleanupPhase::measuring)) return;
+            progress_ = Progress{measured, total, {}};
+            observers_.notify();
+        });
+    };
+    whenCurrent(session_->measure([flag = cancelFlag_] { return flag->load(); }, std::move(onMeasured)), generation,
+                [this, generation](MeasureResult result) {
+                    for (const CleanupItem& item : result.regenerable)
+                        if (item.isSelectable()) selection_.insert(item.id);
+                    measured_ = std::move(result);
+                    scan(generation);
+                });
     return true;
 }
 

@@ -26,8 +26,9 @@ namespace brimlet {
 
 class CleanupStore {
 public:
-    // Where a run is: `completed` of `total` items done, `current` the item in hand. A total of 0
-    // means the step cannot tell how far it got (measuring and scanning).
+    // Where a run is: `completed` of `total` items done, `current` the item in hand (cleaning). A
+    // total of 0 means the step cannot tell how far it got (scanning, and measuring until the
+    // first cache is measured).
     struct Progress {
         std::size_t completed = 0;
         std::size_t total = 0;

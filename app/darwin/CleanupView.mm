@@ -290,7 +290,9 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     const brimlet::CleanupStore::Progress& progress = _store->progress();
     NSString* what = nil;
     if (phase == brimlet::CleanupPhase::measuring) {
-        what = @"Measuring developer caches…";
+        what = progress.total == 0 ? @"Measuring developer caches…"
+                                   : [NSString stringWithFormat:@"Measuring developer caches — %zu of %zu",
+                                                                progress.completed, progress.total];
     } else if (phase == brimlet::CleanupPhase::scanning) {
         what = @"Looking for personal items you may want to clean…";
     } else if (_stopRequested) {

@@ -26,8 +26,8 @@ CleanupSession::CleanupSession(const std::string& home, FileOperations& fileOper
       cleaner_(home, fileOperations),
       identity_(CleanupApproval::Token::random()) {}
 
-std::future<MeasureResult> CleanupSession::measure() {
-    return executor_.submit([this] {
+std::future<MeasureResult> CleanupSession::measure(CancelTest isCancelled, SizeMeasurer::Measured onMeasured) {
+    return executor_.submit([this, isCancelled = std::move(isCancelled), onMeasured = std::move(onMeasured)] {
         MeasureResult result;
         result.regenerable = catalog_.regenerableItems();
         // Measured concurrently; the simulator item keeps its absent size, only the tool knows it.
@@ -38,7 +38,7 @@ std::future<MeasureResult> CleanupSession::measure() {
             measured.push_back(i);
             paths.push_back(result.regenerable[i].url);
         }
-        const std::vector<MeasuredSize> sizes = SizeMeasurer::measureAll(paths, CancelTest());
+        const std::vector<MeasuredSize> sizes = SizeMeasurer::measureAll(paths, isCancelled, onMeasured);
         for (std::size_t k = 0; k < measured.size(); ++k) result.regenerable[measured[k]].size = sizes[k].bytes;
         // The caches live in the home folder, so its file system is the one whose space they take.
         auto volume = DiskSpace::volume(home_);

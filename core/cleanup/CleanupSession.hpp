@@ -43,7 +43,9 @@ public:
     // fileOperations must outlive the session.
     CleanupSession(const std::string& home, FileOperations& fileOperations);
 
-    std::future<MeasureResult> measure();
+    // Measures the regenerable items. `onMeasured` hears, from the measuring threads, how many of
+    // how many are measured; a cancelled measure stops early and leaves sizes unknown or short.
+    std::future<MeasureResult> measure(CancelTest isCancelled = {}, SizeMeasurer::Measured onMeasured = {});
     std::future<std::vector<FolderUsage>> homeUsage(CancelTest isCancelled);
     std::future<std::vector<CleanupItem>> scanPersonal(CancelTest isCancelled);
     std::future<CleanupApproval> approve(std::vector<std::string> ids);

@@ -123,9 +123,14 @@ void SizeMeasurer::concurrently(std::size_t count, const std::function<void(std:
 }
 
 std::vector<MeasuredSize> SizeMeasurer::measureAll(const std::vector<std::string>& paths,
-                                                   const CancelTest& isCancelled) {
+                                                   const CancelTest& isCancelled, const Measured& onMeasured) {
     std::vector<MeasuredSize> sizes(paths.size());
-    concurrently(paths.size(), [&](std::size_t i) { sizes[i] = allocatedSize(paths[i], isCancelled); });
+    std::atomic<std::size_t> measured{0};
+    concurrently(paths.size(), [&](std::size_t i) {
+        sizes[i] = allocatedSize(paths[i], isCancelled);
+        const std::size_t done = ++measured;
+        if (onMeasured) onMeasured(done, paths.size());
+    });
     return sizes;
 }
 

@@ -65,8 +65,11 @@ struct SizeMeasurer {
     // The home folder's direct child folders (links excluded), measured concurrently, largest first.
     static std::vector<FolderUsage> homeUsage(const std::string& home, const CancelTest& isCancelled);
 
+    // Called once a path's size is known, with how many are known so far; from any of the threads.
+    using Measured = std::function<void(std::size_t measured, std::size_t total)>;
     // Each path measured, on at most maxThreads threads, results in the order given.
-    static std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelTest& isCancelled);
+    static std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelTest& isCancelled,
+                                                const Measured& onMeasured = {});
 
     // Runs task(0) ... task(count − 1) on at most maxThreads threads (the caller's included) and
     // returns when all have run.

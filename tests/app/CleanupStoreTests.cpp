@@ -88,11 +88,21 @@ TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
     auto recording = record(store);
     EXPECT_EQ(store.phase(), CleanupPhase::idle);
     EXPECT_FALSE(store.clean(DeleteMode::trash));  // nothing measured yet
+    // Measuring counts the regenerable items as each one's size comes in.
+    std::vector<std::pair<std::size_t, std::size_t>> measuring;
+    auto counting = store.observe([&] {
+        if (store.phase() == CleanupPhase::measuring && store.progress().total > 0)
+            measuring.emplace_back(store.progress().completed, store.progress().total);
+    });
     ASSERT_TRUE(store.start());
     EXPECT_TRUE(store.isBusy());
     EXPECT_FALSE(store.start());  // one run at a time
     ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
     EXPECT_EQ(phases, (std::vector<std::string>{"measuring", "scanning", "ready"}));
+    ASSERT_FALSE(measuring.empty());
+    EXPECT_EQ(measuring.back().first, measuring.back().second);  // all of them before scanning
+    for (std::size_t i = 1; i < measuring.size(); ++i) EXPECT_EQ(measuring[i].first, measuring[i - 1].first + 1);
+    EXPECT_EQ(store.progress(), CleanupStore::Progress{});  // no figures once the run stands still
 
     ASSERT_TRUE(store.measured());
     EXPECT_EQ(store.selection(), std::set<std::string>{"npm-cache"});  // personal items are never preselected
@@ -158,7 +168,8 @@ TEST_F(CleanupStoreRig, CancelledMeasuringReturnsToIdleAndItsLateResultIsDropped
     ASSERT_TRUE(store.start());
     auto recording = record(store);
     ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
-    EXPECT_EQ(phases, (std::vector<std::string>{"scanning", "ready"}));
+    // Recording began while measuring: its progress is the first change heard.
+    EXPECT_EQ(phases, (std::vector<std::string>{"measuring", "scanning", "ready"}));
     // Results come back in the order they were asked for, so the cancelled run's measurement
     // arrived (and was dropped) before these; it never went on to scan.
     EXPECT_EQ(store.personalItems().size(), 2u);
