@@ -1,5 +1,6 @@
 // The table of the "ready" step: one row per measured cache and scanned personal item, in the order
 // the store presents them (and cleans them).
+#include "base/darwin/ViewLayout.hpp"
 #include "CleanupViewSupport.hpp"
 
 #include <vector>
@@ -168,14 +169,8 @@ NSString* noteText(const brimlet::CleanupItem& item) {
                                         NSColor.secondaryLabelColor);
             detail.lineBreakMode = NSLineBreakByTruncatingTail;
             NSStackView* lines = stack(@[ name, detail ], NSUserInterfaceLayoutOrientationVertical, 1);
-            lines.translatesAutoresizingMaskIntoConstraints = NO;
             [cell addSubview:lines];
-            [NSLayoutConstraint activateConstraints:@[
-                [lines.leadingAnchor constraintEqualToAnchor:cell.leadingAnchor constant:2],
-                [lines.trailingAnchor constraintEqualToAnchor:cell.trailingAnchor constant:-2],
-                [lines.topAnchor constraintEqualToAnchor:cell.topAnchor constant:4],
-                [lines.bottomAnchor constraintEqualToAnchor:cell.bottomAnchor constant:-4],
-            ]];
+            kestrow::mac::pinEdges(lines, cell, NSEdgeInsetsMake(4, 2, 4, 2));
             cell.textField = name;
         }
         NSStackView* lines = cell.subviews.firstObject;

@@ -1,6 +1,7 @@
 // The cleanup window's content: one view controller that follows the cleanup store through its
 // phases and shows one step at a time. Every decision (what is chosen, what needs approval, what a
 // mode does, what the run did) is the store's or the core's; this file only shows and asks.
+#include "base/darwin/ViewLayout.hpp"
 #include "CleanupView.hpp"
 
 #include "CleanupReportPane.hpp"
@@ -106,13 +107,9 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
 
     NSStackView* column = stack(@[ header, _fullDiskAccessBanner, _content ], NSUserInterfaceLayoutOrientationVertical, 16);
     column.edgeInsets = NSEdgeInsetsMake(20, 24, 20, 24);
-    column.translatesAutoresizingMaskIntoConstraints = NO;
     [root addSubview:column];
+    kestrow::mac::pinEdges(column, root);
     [NSLayoutConstraint activateConstraints:@[
-        [column.leadingAnchor constraintEqualToAnchor:root.leadingAnchor],
-        [column.trailingAnchor constraintEqualToAnchor:root.trailingAnchor],
-        [column.topAnchor constraintEqualToAnchor:root.topAnchor],
-        [column.bottomAnchor constraintEqualToAnchor:root.bottomAnchor],
         [_fullDiskAccessBanner.widthAnchor constraintEqualToAnchor:column.widthAnchor constant:-48],
         [_content.widthAnchor constraintEqualToAnchor:column.widthAnchor constant:-48],
     ]];

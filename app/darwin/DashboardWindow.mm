@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "base/darwin/ViewLayout.hpp"
 #include "MetricChartView.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
@@ -73,12 +74,7 @@ FigureCard makeFigureCard() {
 
     card.box = [[KBCardView alloc] init];
     [card.box addSubview:column];
-    [NSLayoutConstraint activateConstraints:@[
-        [column.leadingAnchor constraintEqualToAnchor:card.box.leadingAnchor],
-        [column.trailingAnchor constraintEqualToAnchor:card.box.trailingAnchor],
-        [column.topAnchor constraintEqualToAnchor:card.box.topAnchor],
-        [column.bottomAnchor constraintEqualToAnchor:card.box.bottomAnchor],
-    ]];
+    kestrow::mac::pinEdges(column, card.box);
     // VoiceOver reads the card as one element: "CPU, 12%, All cores, Great".
     card.box.accessibilityElement = YES;
     card.box.accessibilityRole = NSAccessibilityGroupRole;
@@ -208,14 +204,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     stack.edgeInsets = NSEdgeInsetsMake(16, 20, 16, 20);
     [stack setCustomSpacing:6 afterView:stack.arrangedSubviews[2]];
     [stack setCustomSpacing:6 afterView:stack.arrangedSubviews[4]];
-    stack.translatesAutoresizingMaskIntoConstraints = NO;
     [root addSubview:stack];
-    [NSLayoutConstraint activateConstraints:@[
-        [stack.leadingAnchor constraintEqualToAnchor:root.leadingAnchor],
-        [stack.trailingAnchor constraintEqualToAnchor:root.trailingAnchor],
-        [stack.topAnchor constraintEqualToAnchor:root.topAnchor],
-        [stack.bottomAnchor constraintEqualToAnchor:root.bottomAnchor],
-    ]];
+    kestrow::mac::pinEdges(stack, root);
     for (NSView* view in @[ header, figures, charts, tableScroll, footer ])
         [view.widthAnchor constraintEqualToAnchor:stack.widthAnchor constant:-40].active = YES;
     [tableScroll setContentHuggingPriority:1 forOrientation:NSLayoutConstraintOrientationVertical];

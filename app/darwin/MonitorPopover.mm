@@ -1,3 +1,4 @@
+#include "base/darwin/ViewLayout.hpp"
 #include "MonitorPopover.hpp"
 
 #include <unistd.h>
@@ -236,15 +237,10 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     _stack.alignment = NSLayoutAttributeLeading;
     _stack.spacing = 10;
     _stack.edgeInsets = NSEdgeInsetsMake(inset, inset, inset, inset);
-    _stack.translatesAutoresizingMaskIntoConstraints = NO;
     [root addSubview:_stack];
-    NSMutableArray<NSLayoutConstraint*>* constraints = [NSMutableArray arrayWithArray:@[
-        [root.widthAnchor constraintEqualToConstant:popoverWidth],
-        [_stack.leadingAnchor constraintEqualToAnchor:root.leadingAnchor],
-        [_stack.trailingAnchor constraintEqualToAnchor:root.trailingAnchor],
-        [_stack.topAnchor constraintEqualToAnchor:root.topAnchor],
-        [_stack.bottomAnchor constraintEqualToAnchor:root.bottomAnchor],
-    ]];
+    kestrow::mac::pinEdges(_stack, root);
+    NSMutableArray<NSLayoutConstraint*>* constraints =
+        [NSMutableArray arrayWithArray:@[ [root.widthAnchor constraintEqualToConstant:popoverWidth] ]];
     for (NSView* view in @[ note, _metrics, appsHeader, _apps, footer ])
         [constraints addObject:[view.widthAnchor constraintEqualToAnchor:_stack.widthAnchor constant:-2 * inset]];
     for (NSView* view in _stack.arrangedSubviews)

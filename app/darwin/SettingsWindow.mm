@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/darwin/ViewLayout.hpp"
 #include "LoginItem.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
@@ -214,15 +215,9 @@ struct Shown {
     _loginProblemRow = row(nil, _loginProblem);
     _loginProblemRow.hidden = YES;
 
-    grid.translatesAutoresizingMaskIntoConstraints = NO;
     NSView* root = [[NSView alloc] init];
     [root addSubview:grid];
-    [NSLayoutConstraint activateConstraints:@[
-        [grid.leadingAnchor constraintEqualToAnchor:root.leadingAnchor constant:24],
-        [grid.trailingAnchor constraintEqualToAnchor:root.trailingAnchor constant:-24],
-        [grid.topAnchor constraintEqualToAnchor:root.topAnchor constant:20],
-        [grid.bottomAnchor constraintEqualToAnchor:root.bottomAnchor constant:-20],
-    ]];
+    kestrow::mac::pinEdges(grid, root, NSEdgeInsetsMake(20, 24, 20, 24));
     self.view = root;
     [self syncFromStore];
     [self syncLoginItem];
