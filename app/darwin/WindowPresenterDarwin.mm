@@ -39,7 +39,7 @@ namespace brimlet::mac {
 
 namespace {
 
-struct WindowSpec {
+struct WindowKind {
     std::string_view identifier;
     std::string_view title;
     NSSize size;        // zero: the content's fitting size
@@ -47,15 +47,15 @@ struct WindowSpec {
     bool showsLiveFigures;
 };
 
-constexpr WindowSpec specs[] = {
+constexpr WindowKind kinds[] = {
     {BrimletWindows::dashboard, "Kestrow Brimlet", {1040, 820}, {820, 620}, true},
     {BrimletWindows::cleanup, "Cleanup", {760, 720}, {600, 520}, false},
     {BrimletWindows::settings, "Settings", {0, 0}, {0, 0}, false},
 };
 
-const WindowSpec* specFor(std::string_view identifier) {
-    for (const WindowSpec& spec : specs)
-        if (spec.identifier == identifier) return &spec;
+const WindowKind* kindFor(std::string_view identifier) {
+    for (const WindowKind& kind : kinds)
+        if (kind.identifier == identifier) return &kind;
     return nullptr;
 }
 
@@ -85,12 +85,12 @@ public:
     }
 
     void open(std::string_view identifier) override {
-        const WindowSpec* spec = specFor(identifier);
-        if (!spec) {
+        const WindowKind* kind = kindFor(identifier);
+        if (!kind) {
             kestrow::log::error("windows", "no window named " + std::string(identifier));
             return;
         }
-        Entry& entry = entryFor(*spec);
+        Entry& entry = entryFor(*kind);
         NSWindow* window = entry.window;
         if (window.isMiniaturized) [window deminiaturize:nil];
         [NSApp activateIgnoringOtherApps:YES];
@@ -118,17 +118,17 @@ private:
         std::unique_ptr<LiveSurface> surface;  // only for windows that show live figures
     };
 
-    NSViewController* contentFor(const WindowSpec& spec) {
-        if (spec.identifier == BrimletWindows::dashboard) return makeDashboardViewController(application_);
-        if (spec.identifier == BrimletWindows::cleanup) return makeCleanupViewController(application_);
+    NSViewController* contentFor(const WindowKind& kind) {
+        if (kind.identifier == BrimletWindows::dashboard) return makeDashboardViewController(application_);
+        if (kind.identifier == BrimletWindows::cleanup) return makeCleanupViewController(application_);
         return makeSettingsViewController(application_);
     }
 
-    Entry& entryFor(const WindowSpec& spec) {
-        const std::string key(spec.identifier);
+    Entry& entryFor(const WindowKind& kind) {
+        const std::string key(kind.identifier);
         if (auto found = entries_.find(key); found != entries_.end()) return found->second;
 
-        const bool resizable = spec.minimum.width > 0;
+        const bool resizable = kind.minimum.width > 0;
         NSWindowStyleMask mask = NSWindowStyleMaskTitled | NSWindowStyleMaskClosable | NSWindowStyleMaskMiniaturizable;
         if (resizable) mask |= NSWindowStyleMaskResizable;
         NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 480, 360)
@@ -136,18 +136,18 @@ private:
                                                          backing:NSBackingStoreBuffered
                                                            defer:YES];
         window.releasedWhenClosed = NO;  // kept, so it reopens as the user left it
-        window.identifier = ns(spec.identifier);
-        window.title = ns(spec.title);
+        window.identifier = ns(kind.identifier);
+        window.title = ns(kind.title);
         window.tabbingMode = NSWindowTabbingModeDisallowed;
         // Open on the Space the user is on, not the one the window was last seen on.
         window.collectionBehavior = window.collectionBehavior | NSWindowCollectionBehaviorMoveToActiveSpace;
         window.autorecalculatesKeyViewLoop = YES;  // Tab follows the layout, top to bottom
-        window.contentViewController = contentFor(spec);
+        window.contentViewController = contentFor(kind);
 
-        NSString* autosaveName = [@"KestrowBrimlet." stringByAppendingString:ns(spec.identifier)];
+        NSString* autosaveName = [@"KestrowBrimlet." stringByAppendingString:ns(kind.identifier)];
         if (resizable) {
-            window.contentMinSize = spec.minimum;
-            [window setContentSize:spec.size];
+            window.contentMinSize = kind.minimum;
+            [window setContentSize:kind.size];
             if (![window setFrameUsingName:autosaveName]) [window center];
         } else {
             [window setContentSize:window.contentViewController.view.fittingSize];
@@ -158,7 +158,7 @@ private:
         Entry entry;
         entry.window = window;
         entry.watcher = [[KBWindowWatcher alloc] init];
-        if (spec.showsLiveFigures) {
+        if (kind.showsLiveFigures) {
             MonitorStore* monitor = &application_.monitor();
             entry.surface = std::make_unique<LiveSurface>([monitor] { monitor->surfaceAppeared(); },
                                                           [monitor] { monitor->surfaceDisappeared(); });
