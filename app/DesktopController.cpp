@@ -66,6 +66,9 @@ void DesktopController::syncDesktop() {
 
 void DesktopController::applySuite(bool sync) {
     const bool active = suite_.isActive();
+    // The participant reports every change of its own (rows, levels, hosting, once a second while
+    // the suite is busy); only the suite turning on or off concerns the monitor's own surfaces.
+    if (sync && floating_->isSuppressed() == active) return;
     floating_->setSuppressed(active);
     if (active) {
         if (hotKey_) {

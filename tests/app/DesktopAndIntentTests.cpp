@@ -125,6 +125,12 @@ TEST_F(DesktopRig, TheHotKeyExistsExactlyWhileTheSuiteIsInactive) {
     EXPECT_TRUE(floating->suppressed);
     EXPECT_EQ(floating->syncs, syncsBefore + 2);  // once for all that changed together
 
+    // The suite's later news (a renewed record, the lock won or not) leaves the monitor alone.
+    writeMember(folder, rig.loop, GlanceState::running);
+    folderChanged();
+    EXPECT_TRUE(participant->isActive());
+    EXPECT_EQ(floating->syncs, syncsBefore + 2);
+
     // The member stops; once the suite has been below two members for its delay, ours come back.
     writeMember(folder, rig.loop, GlanceState::stopped);
     folderChanged();
