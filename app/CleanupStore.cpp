@@ -23,6 +23,7 @@ CleanupStore::CleanupStore(kestrow::MainLoop& loop, std::string home, std::uniqu
 CleanupStore::~CleanupStore() {
     // The relay waits for the work under way: ask it to stop at its next item first.
     cancelFlag_->store(true);
+    homeCancelFlag_->store(true);
     alive_.reset();
 }
 
@@ -112,6 +113,8 @@ bool CleanupStore::start() {
     if (isBusy()) return false;
     const std::uint64_t generation = ++generation_;
     cancelFlag_ = std::make_shared<std::atomic<bool>>(false);
+    stopMeasuringHome();
+    homeUsage_.reset();
     // Every run gets its own session (and its thread only while there is one): approvals of an
     // earlier run are void in this one.
     session_ = makeSession();
@@ -142,10 +145,30 @@ bool CleanupStore::start() {
 void CleanupStore::scan(std::uint64_t generation) {
     setPhase(CleanupPhase::scanning);
     whenCurrent(session_->scanPersonal([flag = cancelFlag_] { return flag->load(); }), generation,
-                [this](std::vector<CleanupItem> items) {
+                [this, generation](std::vector<CleanupItem> items) {
                     personal_ = std::move(items);
                     setPhase(CleanupPhase::ready);
+                    measureHome(generation);
                 });
+}
+
+void CleanupStore::measureHome(std::uint64_t generation) {
+    homeCancelFlag_ = std::make_shared<std::atomic<bool>>(false);
+    measuringHome_ = true;
+    observers_.notify();
+    CancelFlag flag = homeCancelFlag_;
+    whenCurrent(session_->homeUsage([flag] { return flag->load(); }), generation,
+                [this, flag](std::vector<FolderUsage> folders) {
+                    measuringHome_ = false;
+                    // A walk given up half way would show folders smaller than they are.
+                    if (!flag->load()) homeUsage_ = std::move(folders);
+                    observers_.notify();
+                });
+}
+
+void CleanupStore::stopMeasuringHome() {
+    homeCancelFlag_->store(true);
+    measuringHome_ = false;
 }
 
 std::vector<std::string> CleanupStore::selectedInOrder() const {
@@ -165,6 +188,8 @@ bool CleanupStore::clean(DeleteMode mode) {
     if (ids.empty()) return false;
     const std::uint64_t generation = generation_;
     progress_ = Progress{0, ids.size(), {}};
+    // The session does one thing at a time: the home folder's walk would hold up the clean.
+    stopMeasuringHome();
     setPhase(CleanupPhase::cleaning);
     whenCurrent(session_->approve(ids), generation, [this, generation, ids, mode](CleanupApproval approval) {
         auto onProgress = [&loop = loop_, alive = std::weak_ptr<bool>(alive_), this, generation,
@@ -191,6 +216,7 @@ void CleanupStore::cancel() {
     cancelFlag_->store(true);
     if (phase_ == CleanupPhase::cleaning) return;  // its report comes, marked cancelled
     ++generation_;
+    homeUsage_.reset();
     measured_.reset();
     personal_.clear();
     selection_.clear();
@@ -199,6 +225,8 @@ void CleanupStore::cancel() {
 
 void CleanupStore::resetToIdle() {
     cancelFlag_->store(true);
+    stopMeasuringHome();
+    homeUsage_.reset();
     ++generation_;
     session_.reset();  // work under way keeps its session until its result is in, then drops it
     measured_.reset();

@@ -74,6 +74,12 @@ public:
     bool approvePersonal(const std::string& id);
     SelectionSummary selectionSummary() const;
 
+    // The home folder's own folders, largest first, measured once a run is ready so the user sees
+    // where the rest of the space goes. None until that measurement is in; it is given up (and stays
+    // none) when the run goes on to clean, is cancelled or reset, so it never holds up a clean.
+    const std::optional<std::vector<FolderUsage>>& homeUsage() const { return homeUsage_; }
+    bool isMeasuringHome() const { return measuringHome_; }
+
     // Whether the application can read the folders the system protects: none when it cannot tell.
     // Read again at every start and on `refreshFullDiskAccess` (the user may have just granted it).
     const std::optional<bool>& fullDiskAccess() const { return fullDiskAccess_; }
@@ -105,6 +111,8 @@ private:
 
     void setPhase(CleanupPhase phase);
     void scan(std::uint64_t generation);
+    void measureHome(std::uint64_t generation);
+    void stopMeasuringHome();
     std::vector<std::string> selectedInOrder() const;
     bool choose(const std::string& id, bool selected);
     bool readFullDiskAccess();  // true when the answer changed
@@ -125,9 +133,12 @@ private:
     std::set<std::string> selection_;
     std::optional<CleanupReport> lastReport_;
     std::optional<bool> fullDiskAccess_;
+    std::optional<std::vector<FolderUsage>> homeUsage_;
+    bool measuringHome_ = false;
 
     std::uint64_t generation_ = 0;  // bumped by every reset and cancel: late results are dropped
     CancelFlag cancelFlag_ = std::make_shared<std::atomic<bool>>(false);
+    CancelFlag homeCancelFlag_ = std::make_shared<std::atomic<bool>>(false);  // the home folder's alone
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
     // The current run's session, none before the first run and after a reset. Shared with the
     // closures of the work under way, so a reset never waits for that work.

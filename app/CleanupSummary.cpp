@@ -39,4 +39,17 @@ Text describe(const CleanupReport& report) {
     return text;
 }
 
+std::string largestFolders(const std::vector<FolderUsage>& folders, std::size_t limit) {
+    std::string line;
+    std::size_t shown = 0;
+    for (const FolderUsage& folder : folders) {
+        if (shown == limit) break;
+        if (folder.bytes == 0) continue;
+        if (shown++ != 0) line += " \u00b7 ";
+        line += folder.name + " " + ByteFormat::string(folder.bytes);
+        if (folder.unreadable != 0) line += " or more";
+    }
+    return line;
+}
+
 }  // namespace brimlet::CleanupSummary

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/cleanup/CleanupReport.hpp"
+#include "core/cleanup/SizeMeasurer.hpp"
 
 namespace brimlet::CleanupSummary {
 
@@ -26,5 +27,10 @@ bool isError(const CleanupReport::Skipped& skipped);
 
 // "1 item", "3 items".
 std::string count(std::size_t n, std::string_view singular, std::string_view plural);
+
+// Where the space of the home folder goes, from its measured folders (largest first): the `limit`
+// largest that hold anything, as "Library 45.2 GB · Documents 1.2 GB". A folder partly unreadable
+// gets "or more", since what could not be read was not counted. Empty when no folder holds anything.
+std::string largestFolders(const std::vector<FolderUsage>& folders, std::size_t limit);
 
 }  // namespace brimlet::CleanupSummary

@@ -67,6 +67,7 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     // The ready step.
     KBCleanupItemsTable* _items;
     NSTextField* _spaceLabel;
+    NSTextField* _homeLabel;
     NSButton* _trashChoice;
     NSButton* _permanentChoice;
     NSTextField* _modeNote;
@@ -321,6 +322,7 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
 
 - (NSView*)readyPane {
     _spaceLabel = label(@"", systemFont(bodySize()), NSColor.secondaryLabelColor);
+    _homeLabel = paragraph(@"", NSColor.secondaryLabelColor);
     __weak KBCleanupViewController* weakSelf = self;
     _items = [[KBCleanupItemsTable alloc] initWithStore:_store
                                                onToggle:[weakSelf](const std::string& id, bool wanted) {
@@ -352,8 +354,8 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
         stack(@[ _totalLabel, spacer, again, _cleanButton ], NSUserInterfaceLayoutOrientationHorizontal, 8);
 
     NSStackView* pane =
-        stack(@[ _spaceLabel, list, modes, _modeNote, bottom ], NSUserInterfaceLayoutOrientationVertical, 10);
-    for (NSView* view in @[ list, _modeNote, bottom ]) fillWidth(view, pane);
+        stack(@[ _spaceLabel, _homeLabel, list, modes, _modeNote, bottom ], NSUserInterfaceLayoutOrientationVertical, 10);
+    for (NSView* view in @[ _homeLabel, list, _modeNote, bottom ]) fillWidth(view, pane);
     return pane;
 }
 
@@ -362,6 +364,15 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
         _spaceLabel.stringValue = [NSString stringWithFormat:@"%@ free of %@ on this Mac",
                                                              text(brimlet::ByteFormat::string(measured->freeBytes)),
                                                              text(brimlet::ByteFormat::string(measured->totalBytes))];
+    NSString* home = nil;
+    if (_store->isMeasuringHome()) {
+        home = @"Measuring the folders of your home folder…";
+    } else if (const auto& usage = _store->homeUsage()) {
+        const std::string largest = brimlet::CleanupSummary::largestFolders(*usage, 5);
+        if (!largest.empty()) home = [@"Largest in your home folder: " stringByAppendingString:text(largest)];
+    }
+    _homeLabel.stringValue = home != nil ? home : @"";
+    _homeLabel.hidden = home == nil;
     [_items refreshChoices];
 
     const brimlet::CleanupStore::SelectionSummary chosen = _store->selectionSummary();

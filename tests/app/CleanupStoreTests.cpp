@@ -2,6 +2,7 @@
 // busy phase, a reset, and the report's export.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <functional>
 #include <filesystem>
@@ -104,6 +105,18 @@ TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
     for (std::size_t i = 1; i < measuring.size(); ++i) EXPECT_EQ(measuring[i].first, measuring[i - 1].first + 1);
     EXPECT_EQ(store.progress(), CleanupStore::Progress{});  // no figures once the run stands still
 
+    // Then the home folder's own folders, largest first.
+    EXPECT_TRUE(store.isMeasuringHome());
+    ASSERT_TRUE(loop.runUntil([&] { return store.homeUsage().has_value(); }, 10.0));
+    EXPECT_FALSE(store.isMeasuringHome());
+    EXPECT_EQ(phases.back(), "ready");
+    std::vector<std::string> folders;
+    for (const FolderUsage& folder : *store.homeUsage()) folders.push_back(folder.name);
+    ASSERT_GE(folders.size(), 2u);
+    EXPECT_EQ(folders[0], ".npm");
+    EXPECT_NE(std::find(folders.begin(), folders.end(), "code"), folders.end());
+    EXPECT_GE(store.homeUsage()->front().bytes, 30000u);
+
     ASSERT_TRUE(store.measured());
     EXPECT_EQ(store.selection(), std::set<std::string>{"npm-cache"});  // personal items are never preselected
     ASSERT_EQ(store.personalItems().size(), 2u);
@@ -148,8 +161,10 @@ TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
     EXPECT_EQ(*kestrow::writeJson(toJson(decoded)), *kestrow::writeJson(toJson(report)));
 
     // A reset starts over; the report stays for export until a newer one replaces it.
+    EXPECT_TRUE(store.homeUsage());  // what the home folder held before this clean, until then
     store.resetToIdle();
     EXPECT_EQ(store.phase(), CleanupPhase::idle);
+    EXPECT_FALSE(store.homeUsage());
     EXPECT_FALSE(store.measured());
     EXPECT_TRUE(store.selection().empty());
     EXPECT_TRUE(store.lastReport());
@@ -183,7 +198,9 @@ TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) 
     ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
     for (const CleanupItem& item : store.personalItems()) ASSERT_TRUE(store.approvePersonal(item.id));
     store.setSelected("npm-cache", false);
+    EXPECT_TRUE(store.isMeasuringHome());  // its result cannot have come back: the loop has not turned
     ASSERT_TRUE(store.clean(DeleteMode::trash));
+    EXPECT_FALSE(store.isMeasuringHome());  // given up, so the clean is not kept waiting behind it
     const std::string first = store.personalItems()[0].title;
     // The approval comes back to the loop, the cleaning starts and reports its first item, then
     // holds at the gate.
@@ -197,6 +214,7 @@ TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) 
     ASSERT_TRUE(waitFor(store, CleanupPhase::finished));
     const CleanupReport& report = *store.lastReport();
     EXPECT_TRUE(report.cancelled);
+    EXPECT_FALSE(store.homeUsage());  // a walk given up half way is never shown
     EXPECT_EQ(report.deleted.size(), 1u);
     EXPECT_TRUE(fs::exists(home + "/code/site/node_modules") != fs::exists(home + "/code/app/node_modules"));
     EXPECT_EQ(store.progress(), CleanupStore::Progress{});

@@ -62,5 +62,33 @@ TEST(CleanupSummary, DescribesEachKindOfRun) {
     }
 }
 
+TEST(CleanupSummary, LargestFoldersOfTheHome) {
+    const FolderUsage library{"Library", "/h/Library", 45'200'000'000, 0};
+    const FolderUsage documents{"Documents", "/h/Documents", 1'200'000'000, 3};
+    const FolderUsage music{"Music", "/h/Music", 800'000, 0};
+    const FolderUsage empty{"Public", "/h/Public", 0, 0};
+    struct Case {
+        const char* what;
+        std::vector<FolderUsage> folders;
+        std::size_t limit;
+        std::string expected;
+    };
+    const std::vector<Case> cases = {
+        {"nothing measured", {}, 3, ""},
+        {"only empty folders", {empty}, 3, ""},
+        {"in the order given, an unreadable part marked",
+         {library, documents, music},
+         3,
+         "Library 45.2 GB \u00b7 Documents 1.2 GB or more \u00b7 Music 800 KB"},
+        {"the limit counts shown folders, not empty ones", {library, empty, music, documents}, 2,
+         "Library 45.2 GB \u00b7 Music 800 KB"},
+        {"a limit of none shows nothing", {library}, 0, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(CleanupSummary::largestFolders(c.folders, c.limit), c.expected);
+    }
+}
+
 }  // namespace
 }  // namespace brimlet
