@@ -73,7 +73,11 @@ public:
         : loop_(std::move(loop)),
           standard_(std::move(standard)),
           qaDefaults_(std::move(qaDefaults)),
-          notifier_(mac::makeUserNotificationNotifier(*loop_)),
+          // A click on an alert opens the dashboard, once the application is there to open it.
+          notifier_(mac::makeUserNotificationNotifier(*loop_,
+                                                      [this] {
+                                                          if (application_) application_->monitor().openDashboard();
+                                                      })),
           hotKeys_(kestrow::suite::mac::systemHotKeyCenter(*loop_)) {
         MonitorStore::Options monitorOptions;
         monitorOptions.setAppearance = forceAppearance;

@@ -3,6 +3,7 @@
 // tested stores; no rule is decided in the views.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -42,7 +43,7 @@ std::unique_ptr<FloatingMonitorController> makeFloatingMonitor(MonitorStore& sto
 std::unique_ptr<DockBadgeController> makeDockBadges(MonitorStore& store);
 
 // Alerts as user notifications of the notification centre.
-std::unique_ptr<Notifier> makeUserNotificationNotifier(kestrow::MainLoop& loop);
+std::unique_ptr<Notifier> makeUserNotificationNotifier(kestrow::MainLoop& loop, std::function<void()> onOpen);
 
 // Hands the running application to the App Intents (built only where a Swift compiler exists);
 // harmless without them. Called once the application exists, and with null at the end.

@@ -9,6 +9,7 @@
 #import <Foundation/Foundation.h>
 #import <UserNotifications/UserNotifications.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -18,11 +19,33 @@
 #include "base/Log.hpp"
 
 // Lets an alert show as a banner even while one of the app's windows is in front; without a
-// delegate the centre keeps a foreground app's notifications silent.
+// delegate the centre keeps a foreground app's notifications silent. A click on an alert opens
+// what it is about: the dashboard with the live figures.
 @interface BrimletNotificationPresenter : NSObject <UNUserNotificationCenterDelegate>
+- (instancetype)initWithLoop:(kestrow::MainLoop*)loop onOpen:(std::function<void()>)onOpen;
 @end
 
-@implementation BrimletNotificationPresenter
+@implementation BrimletNotificationPresenter {
+    kestrow::MainLoop* _loop;
+    std::function<void()> _onOpen;
+}
+
+- (instancetype)initWithLoop:(kestrow::MainLoop*)loop onOpen:(std::function<void()>)onOpen {
+    if (!(self = [super init])) return nil;
+    _loop = loop;
+    _onOpen = std::move(onOpen);
+    return self;
+}
+
+- (void)userNotificationCenter:(UNUserNotificationCenter*)center
+    didReceiveNotificationResponse:(UNNotificationResponse*)response
+             withCompletionHandler:(void (^)(void))completionHandler {
+    (void)center;
+    // Only the click on the alert itself; a dismissal is not a wish to see anything.
+    if (_onOpen && [response.actionIdentifier isEqualToString:UNNotificationDefaultActionIdentifier])
+        _loop->post(_onOpen);  // the centre may answer on a queue of its own
+    completionHandler();
+}
 
 - (void)userNotificationCenter:(UNUserNotificationCenter*)center
        willPresentNotification:(UNNotification*)notification
@@ -49,7 +72,7 @@ std::string describe(NSError* error) {
 
 class UserNotificationNotifier final : public Notifier {
 public:
-    explicit UserNotificationNotifier(kestrow::MainLoop& loop) : loop_(loop) {
+    UserNotificationNotifier(kestrow::MainLoop& loop, std::function<void()> onOpen) : loop_(loop) {
         // The centre exists only for a process inside an app bundle; asking for it elsewhere (the
         // bare executable of a build folder) raises an Objective-C exception.
         if (NSBundle.mainBundle.bundleIdentifier == nil) {
@@ -57,7 +80,7 @@ public:
             return;
         }
         center_ = [UNUserNotificationCenter currentNotificationCenter];
-        presenter_ = [[BrimletNotificationPresenter alloc] init];
+        presenter_ = [[BrimletNotificationPresenter alloc] initWithLoop:&loop_ onOpen:std::move(onOpen)];
         center_.delegate = presenter_;  // a weak reference: this object keeps the presenter alive
     }
 
@@ -158,8 +181,8 @@ private:
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
-std::unique_ptr<Notifier> makeUserNotificationNotifier(kestrow::MainLoop& loop) {
-    return std::make_unique<UserNotificationNotifier>(loop);
+std::unique_ptr<Notifier> makeUserNotificationNotifier(kestrow::MainLoop& loop, std::function<void()> onOpen) {
+    return std::make_unique<UserNotificationNotifier>(loop, std::move(onOpen));
 }
 
 }  // namespace brimlet::mac
