@@ -23,8 +23,8 @@ NSString* categoryText(const brimlet::CleanupItem& item) {
 
 NSString* sizeText(const brimlet::CleanupItem& item) {
     if (item.size) return text(brimlet::ByteFormat::string(*item.size));
-    // The simulators' size comes from the tool's own run; personal items are measured as they go.
-    return item.kind == brimlet::CleanupKind::personal ? @"Measured when cleaned" : @"—";
+    // Only the simulators' tool knows what it will free; anything else unmeasured was cut short.
+    return @"—";
 }
 
 // Why the row is safe to clean, or why it cannot be chosen: the held-back reason comes first.

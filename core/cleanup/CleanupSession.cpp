@@ -60,6 +60,13 @@ std::future<std::vector<FolderUsage>> CleanupSession::homeUsage(CancelTest isCan
 std::future<std::vector<CleanupItem>> CleanupSession::scanPersonal(CancelTest isCancelled) {
     return executor_.submit([this, isCancelled = std::move(isCancelled)] {
         std::vector<CleanupItem> items = scanner_.scan(isCancelled);
+        // What each item takes, so the user weighs it before approving it. A cancelled pass keeps
+        // no figure at all: a partial walk would show the item smaller than it is.
+        std::vector<std::string> paths;
+        for (const CleanupItem& item : items) paths.push_back(item.url);
+        const std::vector<MeasuredSize> sizes = SizeMeasurer::measureAll(paths, isCancelled);
+        if (!isCancelled())
+            for (std::size_t i = 0; i < items.size(); ++i) items[i].size = sizes[i].bytes;
         for (const CleanupItem& item : items) {
             if (known_.insert_or_assign(item.id, item).second) knownOrder_.push_back(item.id);
         }

@@ -67,6 +67,15 @@ TEST(CleanupSession, MeasureScanApproveCleanIntoTheTrash) {
                                                          "duplicate:Desktop/Tool copy.dmg"}));
     EXPECT_EQ(personal[0].isActive, true);
     EXPECT_EQ(personal[1].requiresExisting, home + "/Downloads/Tool.dmg");
+    // Measured before approval, in allocated bytes: at least what the files hold.
+    ASSERT_TRUE(personal[0].size && personal[1].size);
+    EXPECT_GT(*personal[0].size, 0u);
+    EXPECT_GE(*personal[1].size, installer.size());
+    // A pass cancelled early still names what it found (the walk polls only now and then) but
+    // keeps no figure for any of it.
+    const auto cancelled = session.scanPersonal([] { return true; }).get();
+    ASSERT_FALSE(cancelled.empty());
+    for (const CleanupItem& item : cancelled) EXPECT_FALSE(item.size) << item.id;
 
     const std::vector<std::string> ids = {"npm-cache", personal[0].id, personal[1].id, "never-seen"};
     const CleanupApproval approval = session.approve(ids).get();
