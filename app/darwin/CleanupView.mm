@@ -427,6 +427,8 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     alert.icon = symbol(@"person.crop.circle.badge.exclamationmark", nil);
     alert.messageText = [NSString stringWithFormat:@"Include “%@”?", text(item->title)];
     NSMutableArray<NSString*>* lines = [NSMutableArray arrayWithObjects:text(item->detail), text(item->url), nil];
+    if (item->size)
+        [lines addObject:[NSString stringWithFormat:@"It takes %@ on disk.", text(brimlet::ByteFormat::string(*item->size))]];
     if (item->note) [lines addObject:text(*item->note)];
     if (item->requiresExisting)
         [lines addObject:[NSString stringWithFormat:@"The copy at %@ is kept.", text(*item->requiresExisting)]];
