@@ -216,7 +216,6 @@ void CleanupStore::cancel() {
     cancelFlag_->store(true);
     if (phase_ == CleanupPhase::cleaning) return;  // its report comes, marked cancelled
     ++generation_;
-    homeUsage_.reset();
     measured_.reset();
     personal_.clear();
     selection_.clear();
