@@ -122,7 +122,11 @@ bool ManualMainLoop::runUntil(const std::function<bool()>& done, double realSeco
                           std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                               std::chrono::duration<double>(realSeconds));
     for (;;) {
-        runPending();
+        // Stop at the first task after which the condition holds, so later posts (a worker's
+        // result that raced in) are still waiting when the caller looks.
+        while (runOne()) {
+            if (done()) return true;
+        }
         if (done()) return true;
         if (std::chrono::steady_clock::now() >= deadline) return false;
         // `done` may turn true on another thread without a post: look again every 10 ms.

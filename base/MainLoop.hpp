@@ -131,8 +131,9 @@ public:
     void sleep(double seconds);
     // Runs the tasks posted so far (and those they post).
     void runPending();
-    // Runs posted tasks, waiting for other threads' posts, until `done` holds (checked at least every
-    // 10 ms) or `realSeconds` of real time passed; returns whether `done` held.
+    // Runs posted tasks, waiting for other threads' posts, until `done` holds (checked after every
+    // task, and at least every 10 ms) or `realSeconds` of real time passed; returns whether `done`
+    // held. Tasks still queued when it holds stay queued.
     bool runUntil(const std::function<bool()>& done, double realSeconds);
     // Reports a change in a watched folder, as the system would after a write; with `names`, as a
     // system that names the entries it saw change.

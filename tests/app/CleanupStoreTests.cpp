@@ -198,7 +198,8 @@ TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) 
     ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
     for (const CleanupItem& item : store.personalItems()) ASSERT_TRUE(store.approvePersonal(item.id));
     store.setSelected("npm-cache", false);
-    EXPECT_TRUE(store.isMeasuringHome());  // its result cannot have come back: the loop has not turned
+    // Its result cannot have been run: waiting stopped at the task that made the run ready.
+    EXPECT_TRUE(store.isMeasuringHome());
     ASSERT_TRUE(store.clean(DeleteMode::trash));
     EXPECT_FALSE(store.isMeasuringHome());  // given up, so the clean is not kept waiting behind it
     const std::string first = store.personalItems()[0].title;
