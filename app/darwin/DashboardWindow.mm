@@ -171,9 +171,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     _cpuNow = [self nowLabel];
     _diskNow = [self nowLabel];
     NSStackView* charts = [NSStackView stackViewWithViews:@[
-        [self chartPanel:ns(brimlet::ChartLine(brimlet::ChartLine::memory).title()) now:_memoryNow chart:_memoryChart legend:nil],
-        [self chartPanel:ns(brimlet::ChartLine(brimlet::ChartLine::cpu).title()) now:_cpuNow chart:_cpuChart legend:nil],
-        [self chartPanel:ns(brimlet::MonitorReadout::diskTitle)
+        [self chartPanel:ns(_screen.chartTitles.at(0)) now:_memoryNow chart:_memoryChart legend:nil],
+        [self chartPanel:ns(_screen.chartTitles.at(1)) now:_cpuNow chart:_cpuChart legend:nil],
+        [self chartPanel:ns(_screen.chartTitles.at(2))
                      now:_diskNow
                    chart:_diskChart
                   legend:[self legendWithReads:readColor writes:writeColor]],
@@ -224,10 +224,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 
 - (NSView*)legendWithReads:(NSColor*)reads writes:(NSColor*)writes {
     // The disk chart's two lines, in the presenter's order: reads, then writes.
-    const brimlet::DashboardScreen screen = brimlet::MonitorScreens::dashboard(_application->monitor());
-    const std::vector<std::string> legend = screen.charts.size() > 2 ? screen.charts[2].legend : std::vector<std::string>();
-    NSTextField* r = brimlet::mac::makeLabel(ns(legend.size() > 0 ? legend[0] : std::string()), NSFontTextStyleCaption1, reads);
-    NSTextField* w = brimlet::mac::makeLabel(ns(legend.size() > 1 ? legend[1] : std::string()), NSFontTextStyleCaption1, writes);
+    const std::vector<std::string>& names = _screen.diskLegend;
+    NSTextField* r = brimlet::mac::makeLabel(ns(names.size() > 0 ? names[0] : std::string()), NSFontTextStyleCaption1, reads);
+    NSTextField* w = brimlet::mac::makeLabel(ns(names.size() > 1 ? names[1] : std::string()), NSFontTextStyleCaption1, writes);
     NSStackView* legend = [NSStackView stackViewWithViews:@[ r, w ]];
     legend.spacing = 10;
     legend.accessibilityElement = NO;  // the chart's own label names both lines

@@ -184,6 +184,8 @@ DashboardScreen dashboard(const MonitorStore& store, const std::string& selected
     s.dismissAlertNote = control("Dismiss", "", MonitorCommand::dismissAlertNote);
     s.dismissAlertNote.accessibilityLabel = "Dismiss the note about an undelivered alert";
     s.chartsHeading = "Last 5 minutes";
+    s.chartTitles = {"Memory", "CPU", "Disk"};
+    s.diskLegend = {"\u25CF Reads", "\u25CF Writes"};
     s.tableHeading = "Apps by memory";
     s.columns = {"App", "Memory", "CPU", "Processes", R::quitButton.data()};
     s.quitSelected = control("Quit App\u2026", "", MonitorCommand::quitApp);
@@ -209,15 +211,15 @@ DashboardScreen dashboard(const MonitorStore& store, const std::string& selected
         }
         return made;
     };
-    DashboardChart memory = chart("Memory", {ChartLine::memory});
+    DashboardChart memory = chart(s.chartTitles[0], {ChartLine::memory});
     memory.now = latest(memory.lines[0]);
-    DashboardChart cpu = chart("CPU", {ChartLine::cpu});
+    DashboardChart cpu = chart(s.chartTitles[1], {ChartLine::cpu});
     cpu.now = latest(cpu.lines[0]);
-    DashboardChart disk = chart("Disk", {ChartLine::diskRead, ChartLine::diskWrite});
+    DashboardChart disk = chart(s.chartTitles[2], {ChartLine::diskRead, ChartLine::diskWrite});
     const std::string reads = latest(disk.lines[0]), writes = latest(disk.lines[1]);
     disk.now = reads + " \u2191 " + writes + " \u2193";
     disk.nowAccessibilityLabel = "Reads " + reads + ", writes " + writes;
-    disk.legend = {"\u25CF Reads", "\u25CF Writes"};
+    disk.legend = s.diskLegend;
     s.charts = {memory, cpu, disk};
 
     // The table has room for a tenth of a percent, which tells a busy app from an idle one.

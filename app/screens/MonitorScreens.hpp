@@ -110,6 +110,8 @@ struct DashboardScreen {
     bool showsDismiss = false;
     std::vector<DashboardFigure> figures;
     std::string chartsHeading;
+    std::vector<std::string> chartTitles;  // memory, CPU, disk: there before the first sample too
+    std::vector<std::string> diskLegend;   // reads, then writes
     std::vector<DashboardChart> charts;
     std::string tableHeading;
     std::vector<std::string> columns;  // app, memory, CPU, processes, quit
