@@ -49,6 +49,13 @@ void BrimletApplication::handleReopen() {
     pendingReopens_[id] = loop_.after(delay, [alive = std::weak_ptr<bool>(alive_), this, id, arrivedAt] {
         if (!alive.lock()) return;
         const double checkedAt = router_.uptime();
+        // A deliberate reopen first brings back an own icon the user dragged out of the menu bar:
+        // with no Dock icon and no main menu it is the only way back to Settings and Quit.
+        const bool deliberate = router_.lastRequest().reopenOpensDashboard(arrivedAt, checkedAt);
+        if (deliberate && participant_->handleReopen()) {
+            pendingReopens_.erase(id);
+            return;
+        }
         if (ReopenRule::opensDashboard(router_.lastRequest(), arrivedAt, checkedAt, participant_->showsOwnIcon()))
             monitor_->openDashboard();
         pendingReopens_.erase(id);  // last: destroys this very callback's token

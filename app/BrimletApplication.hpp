@@ -56,8 +56,9 @@ public:
     IntentRouter& router() { return router_; }
     DesktopController& desktop() { return *desktop_; }
 
-    // The handler the platform calls on a reopen: after a short wait, opens the dashboard unless the
-    // reopen is the side effect of an intent or this application shows its own menu bar icon.
+    // The handler the platform calls on a reopen: after a short wait, unless the reopen is the side
+    // effect of an intent, brings back an own icon the user removed, or else opens the dashboard
+    // when this application shows no menu bar icon of its own.
     void handleReopen();
     // At the end of the run: the suite learns this application stopped and the host lock is freed.
     void shutdown();

@@ -42,6 +42,7 @@ void CleanupStore::whenCurrent(std::future<T> future, std::uint64_t generation, 
 }
 
 void CleanupStore::setPhase(CleanupPhase phase) {
+    if (!(phase == phase_)) stopping_ = false;
     phase_ = phase;
     if (!phase.isBusy()) progress_ = Progress{};
     observers_.notify();
@@ -98,6 +99,14 @@ CleanupStore::SelectionSummary CleanupStore::selectionSummary() const {
     return summary;
 }
 
+void CleanupStore::chooseDeleteMode(DeleteMode mode) {
+    if (chosenMode_ == mode) return;
+    chosenMode_ = mode;
+    observers_.notify();
+}
+
+DeleteMode CleanupStore::deleteMode() const { return deleteModeApplies() ? chosenMode_ : DeleteMode(DeleteMode::trash); }
+
 bool CleanupStore::readFullDiskAccess() {
     std::optional<bool> granted = fullDiskAccessProbe ? fullDiskAccessProbe() : std::nullopt;
     if (granted == fullDiskAccess_) return false;
@@ -122,6 +131,7 @@ bool CleanupStore::start() {
     measured_.reset();
     personal_.clear();
     selection_.clear();
+    chosenMode_ = DeleteMode::trash;
     progress_ = Progress{};
     setPhase(CleanupPhase::measuring);
     auto onMeasured = [&loop = loop_, alive = std::weak_ptr<bool>(alive_), this, generation](std::size_t measured,
@@ -182,8 +192,9 @@ std::vector<std::string> CleanupStore::selectedInOrder() const {
     return ids;
 }
 
-bool CleanupStore::clean(DeleteMode mode) {
+bool CleanupStore::clean() {
     if (!(phase_ == CleanupPhase::ready)) return false;
+    const DeleteMode mode = deleteMode();
     std::vector<std::string> ids = selectedInOrder();
     if (ids.empty()) return false;
     const std::uint64_t generation = generation_;
@@ -214,7 +225,13 @@ bool CleanupStore::clean(DeleteMode mode) {
 void CleanupStore::cancel() {
     if (!isBusy()) return;
     cancelFlag_->store(true);
-    if (phase_ == CleanupPhase::cleaning) return;  // its report comes, marked cancelled
+    if (phase_ == CleanupPhase::cleaning) {  // its report comes, marked cancelled
+        if (!stopping_) {
+            stopping_ = true;
+            observers_.notify();
+        }
+        return;
+    }
     ++generation_;
     measured_.reset();
     personal_.clear();

@@ -88,11 +88,22 @@ public:
     std::function<std::optional<bool>()> fullDiskAccessProbe;
     const std::optional<CleanupReport>& lastReport() const { return lastReport_; }
 
+    // How the chosen items go: the user's choice, Move to Trash at the start of every run. The
+    // choice matters only while something chosen could go for good (`selectionSummary().permanentApplies`);
+    // otherwise everything goes to the Trash and the choice is not offered.
+    DeleteMode chosenDeleteMode() const { return chosenMode_; }
+    void chooseDeleteMode(DeleteMode mode);
+    bool deleteModeApplies() const { return selectionSummary().permanentApplies; }
+    // The mode a clean started now would run in.
+    DeleteMode deleteMode() const;
+
     // From idle, ready or finished: measure the caches, then look for personal items. False while busy.
     bool start();
-    // Cleans the selection, in the order the items were presented, under a fresh approval of exactly
-    // those items. False unless ready with something selected.
-    bool clean(DeleteMode mode);
+    // Cleans the selection in `deleteMode()`, in the order the items were presented, under a fresh
+    // approval of exactly those items. False unless ready with something selected.
+    bool clean();
+    // A cancel of a clean was asked for: the run stops after the item in hand.
+    bool isStopping() const { return stopping_; }
     // Measuring and scanning stop and return to idle at once; cleaning stops before its next item
     // and still finishes with a report of what it did.
     void cancel();
@@ -135,6 +146,8 @@ private:
     std::optional<bool> fullDiskAccess_;
     std::optional<std::vector<FolderUsage>> homeUsage_;
     bool measuringHome_ = false;
+    DeleteMode chosenMode_ = DeleteMode::trash;
+    bool stopping_ = false;
 
     std::uint64_t generation_ = 0;  // bumped by every reset and cancel: late results are dropped
     CancelFlag cancelFlag_ = std::make_shared<std::atomic<bool>>(false);

@@ -10,10 +10,7 @@ std::string count(std::size_t n, std::string_view singular, std::string_view plu
     return std::to_string(n) + " " + std::string(n == 1 ? singular : plural);
 }
 
-bool isError(const CleanupReport::Skipped& skipped) {
-    // The cleaner's two failure texts; every other reason is a refusal given before anything ran.
-    return skipped.reason.starts_with("Error: ") || skipped.reason.starts_with("simctl failed: ");
-}
+bool isError(const CleanupReport::Skipped& skipped) { return skipped.cause == CleanupReport::SkipCause::failed; }
 
 Text describe(const CleanupReport& report) {
     Text text;

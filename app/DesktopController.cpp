@@ -8,6 +8,7 @@ using kestrow::suite::GlanceMetric;
 ParticipantLink::ParticipantLink(kestrow::suite::SuiteParticipant& participant, kestrow::MainLoop& loop)
     : participant_(participant), loop_(loop) {
     participant_.onChange([this](kestrow::suite::SuiteParticipant::Property) {
+        if (now_) now_();
         if (notifyPending_) return;
         notifyPending_ = true;
         loop_.post([alive = std::weak_ptr<bool>(alive_), this] {
@@ -43,6 +44,9 @@ DesktopController::DesktopController(kestrow::MainLoop& loop, MonitorStore& moni
         if (alive.lock()) publish(glance);
     };
     applySuite(false);
+    suite_.onChangeNow([alive, this] {
+        if (alive.lock()) handOverHotKey();
+    });
     suiteObservation_ = suite_.observe([alive, this] {
         if (alive.lock()) applySuite(true);
     });
@@ -53,6 +57,7 @@ DesktopController::DesktopController(kestrow::MainLoop& loop, MonitorStore& moni
 
 DesktopController::~DesktopController() {
     alive_.reset();
+    suite_.onChangeNow(nullptr);
     monitor_.onDesktopChange = nullptr;
     monitor_.onTick = nullptr;
     monitor_.onGlance = nullptr;
@@ -70,19 +75,28 @@ void DesktopController::applySuite(bool sync) {
     // the suite is busy); only the suite turning on or off concerns the monitor's own surfaces.
     if (sync && floating_->isSuppressed() == active) return;
     floating_->setSuppressed(active);
-    if (active) {
+    handOverHotKey();
+    if (sync) syncDesktop();
+}
+
+void DesktopController::handOverHotKey() {
+    using kestrow::suite::GlobalHotKey;
+    // One shortcut, two owners in turn: the monitor's own while the suite is inactive, the suite
+    // host's while it is active. The keys can be registered once per process, so ours go before a
+    // host is made and come back only once this process hosts no more.
+    if (suite_.isActive()) {
         if (hotKey_) {
             hotKey_->invalidate();
             hotKey_.reset();
         }
-    } else if (!hotKey_ && hotKeys_) {
+    } else if (!hotKey_ && hotKeys_ && !suite_.hostsHere()) {
         // Through the store's setter, so the choice is saved and the monitor follows.
-        hotKey_ = std::make_unique<kestrow::suite::GlobalHotKey>(
-            *hotKeys_, hotKeyCode, hotKeyModifiers, [alive = std::weak_ptr<bool>(alive_), this] {
+        hotKey_ = std::make_unique<GlobalHotKey>(
+            *hotKeys_, GlobalHotKey::keyCodeM, GlobalHotKey::controlKey | GlobalHotKey::optionKey,
+            [alive = std::weak_ptr<bool>(alive_), this] {
                 if (alive.lock()) monitor_.setFloatingVisible(!monitor_.floatingVisible());
             });
     }
-    if (sync) syncDesktop();
 }
 
 GlanceLevel DesktopController::recordLevel(SuiteGlance::Level level) {

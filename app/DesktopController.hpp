@@ -64,6 +64,12 @@ public:
                          std::int64_t ttl) = 0;
     // Called after anything the participant reports changed.
     virtual kestrow::MainLoop::Token observe(std::function<void()> onChange) = 0;
+    // Whether this process hosts the suite (and so holds the suite's shortcut).
+    virtual bool hostsHere() const = 0;
+    // Called at once, within the participant's evaluation, on every change it reports: the one
+    // shortcut changes hands there, before the host that takes it is made and after the host that
+    // held it is gone. Empty: none.
+    virtual void onChangeNow(std::function<void()> handler) = 0;
 };
 
 // The real participant behind the link. It takes the participant's one change callback and passes
@@ -83,9 +89,12 @@ public:
     kestrow::MainLoop::Token observe(std::function<void()> onChange) override {
         return observers_.subscribe(std::move(onChange));
     }
+    bool hostsHere() const override { return participant_.isHost(); }
+    void onChangeNow(std::function<void()> handler) override { now_ = std::move(handler); }
 
 private:
     kestrow::suite::SuiteParticipant& participant_;
+    std::function<void()> now_;
     kestrow::MainLoop& loop_;
     Observers observers_;
     bool notifyPending_ = false;
@@ -94,8 +103,6 @@ private:
 
 class DesktopController {
 public:
-    static constexpr std::uint32_t hotKeyCode = 46;         // M
-    static constexpr std::uint32_t hotKeyModifiers = 6144;  // Control and Option
     static constexpr std::int64_t glanceTTL = 10;
 
     // `hotKeys` null: the platform has no global shortcuts.
@@ -107,6 +114,7 @@ public:
     DesktopController& operator=(const DesktopController&) = delete;
 
     void applySuite(bool sync);
+    void handOverHotKey();
     const kestrow::suite::GlobalHotKey* hotKey() const { return hotKey_.get(); }
     FloatingMonitorController& floating() { return *floating_; }
     DockBadgeController& dock() { return *dock_; }

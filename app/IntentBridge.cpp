@@ -30,6 +30,16 @@ constexpr std::string_view logCategory = "intents";
 constexpr std::size_t topAppsLimit = 3;
 
 BrimletApplication* installedApplication = nullptr;  // main thread only
+// A cleanup open that came while no application was installed (starting or quitting): handed to the
+// next application installed, not lost.
+bool cleanupOpenDeferred = false;  // main thread only
+
+// The questions' router while no application is installed: no store to read, so a new engine
+// answers each question. It lives for the process.
+IntentRouter& standaloneRouter() {
+    static IntentRouter* router = new IntentRouter();
+    return *router;
+}
 
 // The C side frees what it gets with free(), so everything it gets comes from malloc. Running out
 // of memory here is as fatal as anywhere else in the process.
@@ -87,13 +97,19 @@ std::optional<T> awaitReading(std::future<T>& reading, double timeoutSeconds) {
 
 BrimletIntentQuestion* ask(auto makeReading) {
     auto* question = new BrimletIntentQuestion;
-    if (installedApplication) question->reading = makeReading(installedApplication->router());
+    question->reading = makeReading(installedApplication ? installedApplication->router() : standaloneRouter());
     return question;
 }
 
 }  // namespace
 
-void IntentBridge::install(BrimletApplication* application) { installedApplication = application; }
+void IntentBridge::install(BrimletApplication* application) {
+    installedApplication = application;
+    if (application && cleanupOpenDeferred) {
+        cleanupOpenDeferred = false;
+        application->router().openCleanup();
+    }
+}
 
 }  // namespace brimlet
 
@@ -140,8 +156,9 @@ void brimlet_intent_free_answer(BrimletIntentAnswer* answer) {
 
 BrimletIntentStatus brimlet_intent_open_cleanup(void) {
     if (!brimlet::installedApplication) {
-        kestrow::log::error(brimlet::logCategory, "The cleanup intent arrived with no application to open it");
-        return BrimletIntentStatusUnavailable;
+        kestrow::log::info(brimlet::logCategory, "The cleanup intent arrived before the application: it opens once there is one");
+        brimlet::cleanupOpenDeferred = true;
+        return BrimletIntentStatusAnswered;
     }
     brimlet::installedApplication->router().openCleanup();
     return BrimletIntentStatusAnswered;

@@ -12,8 +12,9 @@ class BrimletApplication;
 
 namespace IntentBridge {
 
-// Main thread. The application the intents answer from from now on; null when it goes away, after
-// which every question answers "unavailable".
+// Main thread. The application the intents answer from from now on; null when it goes away. With
+// none installed the questions take a reading of their own, and a cleanup open waits for the next
+// application installed.
 void install(BrimletApplication* application);
 
 // The explanations shown when a question cannot be answered.

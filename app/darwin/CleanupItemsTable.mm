@@ -1,38 +1,26 @@
 // The table of the "ready" step: one row per measured cache and scanned personal item, in the order
-// the store presents them (and cleans them).
+// the store presents them (and cleans them), drawn from the presenter's rows.
 #include "base/darwin/ViewLayout.hpp"
 #include "CleanupViewSupport.hpp"
 
 #include <vector>
 
-#include "core/common/ByteFormat.hpp"
-
 using namespace brimlet::mac::cleanup;
 
 namespace {
 
+// Column identifiers: the checkbox, then one per heading the presenter gives.
 NSUserInterfaceItemIdentifier const chooseColumn = @"choose";
 NSUserInterfaceItemIdentifier const nameColumn = @"name";
 NSUserInterfaceItemIdentifier const categoryColumn = @"category";
 NSUserInterfaceItemIdentifier const sizeColumn = @"size";
 NSUserInterfaceItemIdentifier const noteColumn = @"note";
 
-NSString* categoryText(const brimlet::CleanupItem& item) {
-    return item.kind == brimlet::CleanupKind::personal ? @"Personal — needs your approval" : @"Rebuilds itself";
-}
-
-NSString* sizeText(const brimlet::CleanupItem& item) {
-    if (item.size) return text(brimlet::ByteFormat::string(*item.size));
-    // Only the simulators' tool knows what it will free; anything else unmeasured was cut short.
-    return @"—";
-}
-
-// Why the row is safe to clean, or why it cannot be chosen: the held-back reason comes first.
-NSString* noteText(const brimlet::CleanupItem& item) {
-    if (item.blockedReason) return text(*item.blockedReason);
-    if (item.note) return text(*item.note);
-    return item.kind == brimlet::CleanupKind::personal ? @"Moved to the Trash, never deleted permanently"
-                                                       : @"Its tool downloads or rebuilds it when needed";
+bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<brimlet::CleanupItemRow>& b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        if (a[i].id != b[i].id || a[i].size != b[i].size || a[i].note != b[i].note) return false;
+    return true;
 }
 
 }  // namespace
@@ -53,17 +41,16 @@ NSString* noteText(const brimlet::CleanupItem& item) {
 @end
 
 @implementation KBCleanupItemsTable {
-    brimlet::CleanupStore* _store;
-    std::function<void(const std::string&, bool)> _onToggle;
-    std::vector<brimlet::CleanupItem> _items;
+    std::function<void(const brimlet::CleanupControl&)> _onToggle;
+    std::vector<brimlet::CleanupItemRow> _rows;
     KBCleanupTableView* _table;
     NSScrollView* _scroll;
 }
 
-- (instancetype)initWithStore:(brimlet::CleanupStore*)store
-                     onToggle:(std::function<void(const std::string&, bool)>)onToggle {
+- (instancetype)initWithLabel:(const std::string&)label
+                      columns:(const std::vector<std::string>&)columns
+                     onToggle:(std::function<void(const brimlet::CleanupControl&)>)onToggle {
     if (!(self = [super init])) return nil;
-    _store = store;
     _onToggle = std::move(onToggle);
 
     _table = [[KBCleanupTableView alloc] initWithFrame:NSZeroRect];
@@ -72,20 +59,20 @@ NSString* noteText(const brimlet::CleanupItem& item) {
     _table.usesAutomaticRowHeights = YES;
     _table.allowsColumnReordering = NO;
     _table.columnAutoresizingStyle = NSTableViewUniformColumnAutoresizingStyle;
-    [_table setAccessibilityLabel:@"Items to clean"];
+    [_table setAccessibilityLabel:text(label)];
     struct Column {
         NSUserInterfaceItemIdentifier identifier;
-        NSString* title;
         CGFloat width;
     };
-    for (const Column& column : {Column{chooseColumn, @"", 24}, Column{nameColumn, @"Item", 250},
-                                 Column{categoryColumn, @"Category", 120}, Column{sizeColumn, @"Size", 90},
-                                 Column{noteColumn, @"Note", 200}}) {
-        NSTableColumn* made = [[NSTableColumn alloc] initWithIdentifier:column.identifier];
-        made.title = column.title;
-        made.width = column.width;
-        if (column.identifier == chooseColumn) {
-            made.minWidth = made.maxWidth = column.width;
+    const Column layout[] = {{chooseColumn, 24}, {nameColumn, 250}, {categoryColumn, 120}, {sizeColumn, 90},
+                             {noteColumn, 200}};
+    for (std::size_t i = 0; i < std::size(layout); ++i) {
+        NSTableColumn* made = [[NSTableColumn alloc] initWithIdentifier:layout[i].identifier];
+        // The checkbox column has no heading; the others take the presenter's, in order.
+        made.title = i == 0 || i > columns.size() ? [NSString string] : text(columns[i - 1]);
+        made.width = layout[i].width;
+        if (i == 0) {
+            made.minWidth = made.maxWidth = layout[i].width;
             made.resizingMask = NSTableColumnNoResizing;
         }
         [_table addTableColumn:made];
@@ -109,28 +96,26 @@ NSString* noteText(const brimlet::CleanupItem& item) {
     return _scroll;
 }
 
-- (void)reloadItems {
-    _items.clear();
-    if (const auto& measured = _store->measured()) _items = measured->regenerable;
-    const auto& personal = _store->personalItems();
-    _items.insert(_items.end(), personal.begin(), personal.end());
-    [_table reloadData];
-}
-
-- (void)refreshChoices {
-    if (_items.empty()) return;
-    [_table reloadDataForRowIndexes:[NSIndexSet indexSetWithIndexesInRange:NSMakeRange(0, _items.size())]
+- (void)showRows:(const std::vector<brimlet::CleanupItemRow>&)rows {
+    const bool sameList = sameItems(rows, _rows);
+    _rows = rows;
+    if (!sameList) {
+        [_table reloadData];
+        return;
+    }
+    if (_rows.empty()) return;
+    [_table reloadDataForRowIndexes:[NSIndexSet indexSetWithIndexesInRange:NSMakeRange(0, _rows.size())]
                       columnIndexes:[NSIndexSet indexSetWithIndex:0]];
 }
 
 - (void)toggleRow:(NSInteger)row {
-    if (row < 0 || static_cast<std::size_t>(row) >= _items.size()) return;
-    const brimlet::CleanupItem& item = _items[static_cast<std::size_t>(row)];
-    if (!item.isSelectable()) {
+    if (row < 0 || static_cast<std::size_t>(row) >= _rows.size()) return;
+    const brimlet::CleanupControl& include = _rows[static_cast<std::size_t>(row)].include;
+    if (!include.enabled) {
         NSBeep();
         return;
     }
-    _onToggle(item.id, !_store->selection().count(item.id));
+    _onToggle(include);
 }
 
 - (void)checkboxClicked:(NSButton*)sender {
@@ -142,21 +127,21 @@ NSString* noteText(const brimlet::CleanupItem& item) {
 
 - (NSInteger)numberOfRowsInTableView:(NSTableView*)tableView {
     (void)tableView;
-    return static_cast<NSInteger>(_items.size());
+    return static_cast<NSInteger>(_rows.size());
 }
 
 - (NSView*)tableView:(NSTableView*)tableView viewForTableColumn:(NSTableColumn*)column row:(NSInteger)row {
-    const brimlet::CleanupItem& item = _items[static_cast<std::size_t>(row)];
-    NSString* title = text(item.title);
+    const brimlet::CleanupItemRow& item = _rows[static_cast<std::size_t>(row)];
     if (column.identifier == chooseColumn) {
         NSButton* box = [tableView makeViewWithIdentifier:chooseColumn owner:self];
         if (!box) {
-            box = [NSButton checkboxWithTitle:@"" target:self action:@selector(checkboxClicked:)];
+            box = [NSButton checkboxWithTitle:[NSString string] target:self action:@selector(checkboxClicked:)];
             box.identifier = chooseColumn;
         }
-        box.state = _store->selection().count(item.id) ? NSControlStateValueOn : NSControlStateValueOff;
-        box.enabled = item.isSelectable();
-        [box setAccessibilityLabel:[NSString stringWithFormat:@"Include %@", title]];
+        box.state = item.chosen ? NSControlStateValueOn : NSControlStateValueOff;
+        box.enabled = item.include.enabled;
+        [box setAccessibilityLabel:text(item.include.spokenLabel())];
+        box.toolTip = item.include.help.empty() ? nil : text(item.include.help);
         return box;
     }
     if (column.identifier == nameColumn) {
@@ -164,9 +149,8 @@ NSString* noteText(const brimlet::CleanupItem& item) {
         if (!cell) {
             cell = [[NSTableCellView alloc] initWithFrame:NSZeroRect];
             cell.identifier = nameColumn;
-            NSTextField* name = label(@"", systemFont(bodySize(), NSFontWeightMedium));
-            NSTextField* detail = label(@"", systemFont(smallSize()),
-                                        NSColor.secondaryLabelColor);
+            NSTextField* name = label([NSString string], systemFont(bodySize(), NSFontWeightMedium));
+            NSTextField* detail = label([NSString string], systemFont(smallSize()), NSColor.secondaryLabelColor);
             detail.lineBreakMode = NSLineBreakByTruncatingTail;
             NSStackView* lines = stack(@[ name, detail ], NSUserInterfaceLayoutOrientationVertical, 1);
             [cell addSubview:lines];
@@ -175,30 +159,30 @@ NSString* noteText(const brimlet::CleanupItem& item) {
         }
         NSStackView* lines = cell.subviews.firstObject;
         auto* detail = static_cast<NSTextField*>(lines.arrangedSubviews.lastObject);
-        cell.textField.stringValue = title;
+        cell.textField.stringValue = text(item.title);
         detail.stringValue = text(item.detail);
         // The full path where the user can read it: what exactly will be touched.
-        cell.toolTip = text(item.url);
-        [cell setAccessibilityLabel:[NSString stringWithFormat:@"%@, %@", title, text(item.detail)]];
+        cell.toolTip = text(item.path);
+        [cell setAccessibilityLabel:text(item.accessibilityLabel)];
         return cell;
     }
     NSTextField* field = [tableView makeViewWithIdentifier:column.identifier owner:self];
     if (!field) {
-        field = label(@"");
+        field = label([NSString string]);
         field.identifier = column.identifier;
     }
     if (column.identifier == categoryColumn) {
-        field.stringValue = categoryText(item);
+        field.stringValue = text(item.category);
         field.textColor = NSColor.secondaryLabelColor;
     } else if (column.identifier == sizeColumn) {
-        field.stringValue = sizeText(item);
+        field.stringValue = text(item.size);
         field.font = digitsFont(bodySize(), NSFontWeightRegular);
         field.alignment = NSTextAlignmentRight;
     } else {
-        field.stringValue = noteText(item);
+        field.stringValue = text(item.note);
         field.lineBreakMode = NSLineBreakByWordWrapping;
         field.maximumNumberOfLines = 2;
-        field.textColor = item.blockedReason ? NSColor.systemOrangeColor : NSColor.secondaryLabelColor;
+        field.textColor = toneColour(item.noteTone);
     }
     return field;
 }

@@ -1,14 +1,12 @@
-// The "finished" step: what the run did at a glance, every item left behind with its reason, and
-// the report's two exports.
+// The "finished" step: what the run did at a glance, every entry with its path, and the report's
+// two exports. Every word comes from the presenter.
 #include "CleanupReportPane.hpp"
 
 #include <vector>
 
 #include "CleanupViewSupport.hpp"
-#include "app/CleanupSummary.hpp"
 #include "base/Files.hpp"
 #include "base/Log.hpp"
-#include "core/common/ByteFormat.hpp"
 
 using namespace brimlet::mac::cleanup;
 
@@ -16,9 +14,8 @@ namespace {
 
 constexpr std::string_view logCategory = "cleanup";
 
-// The run's entries as readable text, what was removed and how, then what was left and why,
-// styled line by line through the text view (fonts and colours by range).
-void showEntries(NSTextView* view, const brimlet::CleanupReport& report) {
+// The sections as readable text, styled line by line through the text view (fonts and colours by range).
+void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Section>& sections) {
     NSMutableString* all = [NSMutableString string];
     struct Span {
         NSRange range;
@@ -26,31 +23,22 @@ void showEntries(NSTextView* view, const brimlet::CleanupReport& report) {
         NSColor* colour;
     };
     std::vector<Span> spans;
-    auto append = [&](NSString* value, NSFont* font, NSColor* colour) {
-        spans.push_back({NSMakeRange(all.length, value.length), font, colour});
-        [all appendString:value];
+    auto line = [&](const std::string& value, NSFont* font, NSColor* colour) {
+        NSString* piece = text(value + "\n");
+        spans.push_back({NSMakeRange(all.length, piece.length), font, colour});
+        [all appendString:piece];
     };
     NSFont* body = systemFont(bodySize());
     NSFont* heading = systemFont(bodySize(), NSFontWeightSemibold);
     NSFont* small = systemFont(smallSize());
-    auto section = [&](NSString* title, std::size_t count) {
-        if (all.length != 0) append(@"\n", body, NSColor.labelColor);
-        append([NSString stringWithFormat:@"%@ (%zu)\n", title, count], heading, NSColor.labelColor);
-        if (count == 0) append(@"Nothing.\n", body, NSColor.secondaryLabelColor);
-    };
-    section(@"Removed", report.deleted.size());
-    for (const auto& entry : report.deleted) {
-        std::string line = entry.title + " — " + brimlet::ByteFormat::string(entry.bytes) + " — " +
-                           std::string(entry.mode.title());
-        if (entry.downgraded) line += " (personal data is never deleted permanently)";
-        append([text(line) stringByAppendingString:@"\n"], body, NSColor.labelColor);
-        append([text(entry.path) stringByAppendingString:@"\n"], small, NSColor.secondaryLabelColor);
-    }
-    section(@"Skipped", report.skipped.size());
-    for (const auto& entry : report.skipped) {
-        NSColor* colour = brimlet::CleanupSummary::isError(entry) ? NSColor.systemRedColor : NSColor.labelColor;
-        append([text(entry.title + " — " + entry.reason) stringByAppendingString:@"\n"], body, colour);
-        append([text(entry.path) stringByAppendingString:@"\n"], small, NSColor.secondaryLabelColor);
+    for (const brimlet::CleanupScreen::Section& section : sections) {
+        if (all.length != 0) line("", body, NSColor.labelColor);
+        line(section.title, heading, NSColor.labelColor);
+        if (section.entries.empty()) line(section.empty, body, NSColor.secondaryLabelColor);
+        for (const brimlet::CleanupScreen::Entry& entry : section.entries) {
+            line(entry.text, body, toneColour(entry.tone));
+            line(entry.path, small, NSColor.secondaryLabelColor);
+        }
     }
     view.string = all;
     for (const Span& span : spans) {
@@ -62,23 +50,28 @@ void showEntries(NSTextView* view, const brimlet::CleanupReport& report) {
 }  // namespace
 
 @implementation KBCleanupReportPane {
-    brimlet::CleanupStore* _store;
-    void (^_startOver)(void);
+    brimlet::CleanupPresenter* _presenter;
+    std::function<void(const brimlet::CleanupControl&)> _perform;
+    brimlet::CleanupScreen::Finished _shown;
     NSStackView* _view;
     NSImageView* _icon;
     NSTextField* _headline;
     NSStackView* _lines;
     NSTextView* _entries;
+    NSButton* _markdown;
+    NSButton* _json;
+    NSButton* _again;
 }
 
-- (instancetype)initWithStore:(brimlet::CleanupStore*)store startOver:(void (^)(void))startOver {
+- (instancetype)initWithPresenter:(brimlet::CleanupPresenter*)presenter
+                          perform:(std::function<void(const brimlet::CleanupControl&)>)perform {
     if (!(self = [super init])) return nil;
-    _store = store;
-    _startOver = startOver;
+    _presenter = presenter;
+    _perform = std::move(perform);
 
-    _icon = [NSImageView imageViewWithImage:symbol(@"checkmark.circle.fill", nil)];
+    _icon = [[NSImageView alloc] initWithFrame:NSZeroRect];
     _icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:28 weight:NSFontWeightRegular];
-    _headline = label(@"", systemFont(20, NSFontWeightSemibold));
+    _headline = label([NSString string], systemFont(20, NSFontWeightSemibold));
     [_headline setAccessibilityRole:NSAccessibilityStaticTextRole];
     NSStackView* top = stack(@[ _icon, _headline ], NSUserInterfaceLayoutOrientationHorizontal, 10);
     _lines = stack(@[], NSUserInterfaceLayoutOrientationVertical, 4);
@@ -92,7 +85,6 @@ void showEntries(NSTextView* view, const brimlet::CleanupReport& report) {
     _entries.horizontallyResizable = NO;
     _entries.autoresizingMask = NSViewWidthSizable;
     _entries.textContainer.widthTracksTextView = YES;
-    [_entries setAccessibilityLabel:@"Items removed and skipped"];
     NSScrollView* scroll = [[NSScrollView alloc] initWithFrame:NSZeroRect];
     scroll.documentView = _entries;
     scroll.hasVerticalScroller = YES;
@@ -100,13 +92,12 @@ void showEntries(NSTextView* view, const brimlet::CleanupReport& report) {
     scroll.borderType = NSBezelBorder;
     [scroll setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationVertical];
 
-    NSButton* markdown = button(@"Export Markdown…", @"doc.text", self, @selector(exportMarkdown:));
-    NSButton* json = button(@"Export JSON…", @"curlybraces", self, @selector(exportJSON:));
-    NSButton* again = button(@"Start Over", @"arrow.counterclockwise", self, @selector(startOver:));
-    again.keyEquivalent = @"\r";
+    _markdown = [NSButton buttonWithTitle:[NSString string] target:self action:@selector(export:)];
+    _json = [NSButton buttonWithTitle:[NSString string] target:self action:@selector(export:)];
+    _again = [NSButton buttonWithTitle:[NSString string] target:self action:@selector(startOver:)];
     NSView* spacer = [[NSView alloc] initWithFrame:NSZeroRect];
     [spacer setContentHuggingPriority:1 forOrientation:NSLayoutConstraintOrientationHorizontal];
-    NSStackView* buttons = stack(@[ markdown, json, spacer, again ], NSUserInterfaceLayoutOrientationHorizontal, 8);
+    NSStackView* buttons = stack(@[ _markdown, _json, spacer, _again ], NSUserInterfaceLayoutOrientationHorizontal, 8);
 
     _view = stack(@[ top, _lines, scroll, buttons ], NSUserInterfaceLayoutOrientationVertical, 12);
     fillWidth(scroll, _view);
@@ -118,58 +109,50 @@ void showEntries(NSTextView* view, const brimlet::CleanupReport& report) {
     return _view;
 }
 
-- (void)refresh {
-    const auto& report = _store->lastReport();
-    if (!report) return;
-    const brimlet::CleanupSummary::Text summary = brimlet::CleanupSummary::describe(*report);
-    _headline.stringValue = text(summary.headline);
-    const bool troubled = report->refusal || report->cancelled;
-    _icon.image = symbol(troubled ? @"exclamationmark.triangle.fill" : @"checkmark.circle.fill", nil);
-    _icon.contentTintColor = troubled ? NSColor.systemOrangeColor : NSColor.systemGreenColor;
+- (void)show:(const brimlet::CleanupScreen::Finished&)finished {
+    if (finished == _shown) return;
+    _shown = finished;
+    _headline.stringValue = text(finished.headline);
+    _icon.image = symbol(text(finished.symbol), nil);
+    _icon.contentTintColor = toneColour(finished.tone);
     for (NSView* old in _lines.arrangedSubviews) [old removeFromSuperview];
-    for (const std::string& line : summary.lines) [_lines addArrangedSubview:paragraph(text(line), NSColor.labelColor)];
-    showEntries(_entries, *report);
+    for (const std::string& line : finished.lines) [_lines addArrangedSubview:paragraph(text(line), NSColor.labelColor)];
+    [_entries setAccessibilityLabel:text(finished.entriesLabel)];
+    showEntries(_entries, finished.sections);
+    for (auto [made, control] : {std::pair{_markdown, &finished.exportMarkdown}, std::pair{_json, &finished.exportJSON},
+                                 std::pair{_again, &finished.startOver}}) {
+        apply(made, *control);
+        made.image = symbol(text(control->symbol), nil);
+        made.imagePosition = NSImageLeading;
+    }
 }
 
-- (void)startOver:(id)sender {
+- (void)startOver:(NSButton*)sender {
+    if (_perform) _perform(_shown.startOver);
     (void)sender;
-    if (_startOver) _startOver();
 }
 
-- (void)exportMarkdown:(id)sender {
-    (void)sender;
-    [self exportText:_store->reportMarkdown() extension:@"md"];
-}
-
-- (void)exportJSON:(id)sender {
-    (void)sender;
-    [self exportText:_store->reportJSON() extension:@"json"];
-}
-
-- (void)exportText:(const std::optional<std::string>&)content extension:(NSString*)extension {
-    const auto& report = _store->lastReport();
+- (void)export:(NSButton*)sender {
+    const auto format = static_cast<brimlet::CleanupCommand>(sender.tag);
+    const std::optional<brimlet::CleanupExport> file = _presenter->exportFile(format);
     NSWindow* window = _view.window;
-    if (!content || !report || !window) {
+    if (!file || !window) {
         NSBeep();
         return;
     }
     NSSavePanel* panel = [NSSavePanel savePanel];
-    panel.nameFieldStringValue =
-        [text(brimlet::CleanupStore::reportBaseName(*report)) stringByAppendingPathExtension:extension];
+    panel.nameFieldStringValue = text(file->suggestedName);
     panel.canCreateDirectories = YES;
     panel.extensionHidden = NO;
-    const std::string bytes = *content;
+    const std::string bytes = file->contents;
     [panel beginSheetModalForWindow:window
                   completionHandler:^(NSModalResponse response) {
                     if (response != NSModalResponseOK || !panel.URL.fileURL) return;
                     const kestrow::Status written = kestrow::writeAtomically(utf8(panel.URL.path), bytes, 0644);
                     if (written.ok()) return;
                     kestrow::log::error(logCategory, "cannot export the cleanup report: " + written.message());
-                    NSAlert* alert = [[NSAlert alloc] init];
-                    alert.alertStyle = NSAlertStyleWarning;
-                    alert.messageText = @"The report could not be saved.";
-                    alert.informativeText = text(written.message());
-                    [alert beginSheetModalForWindow:window completionHandler:nil];
+                    askDialog(brimlet::CleanupPresenter::exportFailed(written), window,
+                              [](const brimlet::CleanupControl&) {});
                   }];
 }
 

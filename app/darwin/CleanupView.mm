@@ -1,48 +1,14 @@
 // The cleanup window's content: one view controller that follows the cleanup store through its
-// phases and shows one step at a time. Every decision (what is chosen, what needs approval, what a
-// mode does, what the run did) is the store's or the core's; this file only shows and asks.
+// phases and shows one step at a time. What each step says, what its controls do and which
+// questions it asks are the presenter's (app/screens/CleanupScreen); this file lays them out and
+// hands the user's actions back.
 #include "base/darwin/ViewLayout.hpp"
 #include "CleanupView.hpp"
 
 #include "CleanupReportPane.hpp"
 #include "CleanupViewSupport.hpp"
-#include "app/CleanupSummary.hpp"
-#include "core/cleanup/ApprovalScanner.hpp"
-#include "core/cleanup/CleanupItem.hpp"
-#include "core/cleanup/SizeMeasurer.hpp"
-#include "core/common/ByteFormat.hpp"
 
 using namespace brimlet::mac::cleanup;
-
-namespace {
-
-NSString* const tagline = @"Measure first. Auto-clean only what rebuilds itself. You approve anything personal.";
-
-// What a measuring pass looks at, listed from the core's own tables.
-NSString* cachesLookedAt() {
-    NSMutableArray<NSString*>* titles = [NSMutableArray array];
-    for (const auto& entry : brimlet::CleanupCatalog::entries()) [titles addObject:text(entry.title)];
-    [titles addObject:@"unavailable simulators"];
-    return [titles componentsJoinedByString:@", "];
-}
-
-NSString* personalLookedAt() {
-    NSMutableArray<NSString*>* titles = [NSMutableArray arrayWithObject:@"node_modules folders of your projects"];
-    for (const auto& machine : brimlet::ApprovalScanner::virtualMachines()) [titles addObject:text(machine.title)];
-    [titles addObject:@"installers kept twice in Downloads or on the Desktop"];
-    return [titles componentsJoinedByString:@", "];
-}
-
-NSString* keptPaths() {
-    NSMutableArray<NSString*>* paths = [NSMutableArray array];
-    for (const std::string& relative : brimlet::CleanupCatalog::keptRelativePaths())
-        [paths addObject:[@"~/" stringByAppendingString:text(relative)]];
-    return [paths componentsJoinedByString:@", "];
-}
-
-NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(n, "item", "items")); }
-
-}  // namespace
 
 @interface KBCleanupViewController : NSViewController
 - (instancetype)initWithStore:(brimlet::CleanupStore*)store;
@@ -50,10 +16,10 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
 
 @implementation KBCleanupViewController {
     brimlet::CleanupStore* _store;
+    std::unique_ptr<brimlet::CleanupPresenter> _presenter;
+    brimlet::CleanupScreen _screen;
     kestrow::MainLoop::Token _observation;
     int _shownPhase;
-    bool _stopRequested;
-    brimlet::DeleteMode _mode;
 
     NSView* _fullDiskAccessBanner;
     NSView* _content;
@@ -68,10 +34,10 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     KBCleanupItemsTable* _items;
     NSTextField* _spaceLabel;
     NSTextField* _homeLabel;
-    NSButton* _trashChoice;
-    NSButton* _permanentChoice;
+    NSMutableArray<NSButton*>* _modeChoices;
     NSTextField* _modeNote;
     NSTextField* _totalLabel;
+    NSButton* _measureAgain;
     NSButton* _cleanButton;
 
     KBCleanupReportPane* _report;
@@ -81,9 +47,8 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
 - (instancetype)initWithStore:(brimlet::CleanupStore*)store {
     if (!(self = [super initWithNibName:nil bundle:nil])) return nil;
     _store = store;
+    _presenter = std::make_unique<brimlet::CleanupPresenter>(*store);
     _shownPhase = -1;
-    _stopRequested = false;
-    _mode = brimlet::DeleteMode::trash;
     return self;
 }
 
@@ -92,18 +57,19 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
 }
 
 - (void)loadView {
+    _screen = _presenter->screen();
     NSView* root = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, 760, 720)];
 
-    NSImageView* icon = [NSImageView imageViewWithImage:symbol(@"internaldrive", nil)];
+    NSImageView* icon = [NSImageView imageViewWithImage:symbol(text(_screen.symbol), nil)];
     icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:30 weight:NSFontWeightRegular];
     icon.contentTintColor = NSColor.controlAccentColor;
-    NSTextField* title = label(@"Free up disk space", systemFont(22, NSFontWeightSemibold));
+    NSTextField* title = label(text(_screen.title), systemFont(22, NSFontWeightSemibold));
     [title setAccessibilityRole:NSAccessibilityStaticTextRole];
-    NSTextField* subtitle = label(tagline, systemFont(bodySize()), NSColor.secondaryLabelColor);
+    NSTextField* subtitle = label(text(_screen.tagline), systemFont(bodySize()), NSColor.secondaryLabelColor);
     NSStackView* titles = stack(@[ title, subtitle ], NSUserInterfaceLayoutOrientationVertical, 2);
     NSStackView* header = stack(@[ icon, titles ], NSUserInterfaceLayoutOrientationHorizontal, 12);
 
-    _fullDiskAccessBanner = [self makeFullDiskAccessBanner];
+    _fullDiskAccessBanner = [self makeFullDiskAccessBanner:_screen.fullDiskAccess];
     _content = [[NSView alloc] initWithFrame:NSZeroRect];
 
     NSStackView* column = stack(@[ header, _fullDiskAccessBanner, _content ], NSUserInterfaceLayoutOrientationVertical, 16);
@@ -145,13 +111,11 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     _store->refreshFullDiskAccess();
 }
 
-- (NSView*)makeFullDiskAccessBanner {
-    NSImageView* icon = [NSImageView imageViewWithImage:symbol(@"lock.shield", @"Full Disk Access")];
+- (NSView*)makeFullDiskAccessBanner:(const brimlet::CleanupScreen::Banner&)banner {
+    NSImageView* icon = [NSImageView imageViewWithImage:symbol(text(banner.symbol), text(banner.accessibilityLabel))];
     icon.contentTintColor = NSColor.systemOrangeColor;
-    NSTextField* note = paragraph(@"Full Disk Access is off, so some protected folders cannot be read: sizes may "
-                                  @"be lower than they are and some items may be missing.",
-                                  NSColor.labelColor);
-    NSButton* open = button(@"Open Privacy & Security…", @"gearshape", self, @selector(openFullDiskAccess:));
+    NSTextField* note = paragraph(text(banner.text), NSColor.labelColor);
+    NSButton* open = button(banner.openSettings, self, @selector(controlFired:));
     NSStackView* row = stack(@[ icon, note, open ], NSUserInterfaceLayoutOrientationHorizontal, 10);
     row.edgeInsets = NSEdgeInsetsMake(8, 10, 8, 10);
 
@@ -163,35 +127,65 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
     box.contentView = row;
     [box setAccessibilityElement:YES];
     [box setAccessibilityRole:NSAccessibilityGroupRole];
-    [box setAccessibilityLabel:@"Full Disk Access is off"];
-    box.hidden = YES;
+    [box setAccessibilityLabel:text(banner.accessibilityLabel)];
+    box.hidden = !banner.visible;
     return box;
 }
 
-- (void)openFullDiskAccess:(id)sender {
-    (void)sender;
-    if (NSURL* url = [NSURL URLWithString:text(brimlet::FullDiskAccess::settingsURL)])
-        [NSWorkspace.sharedWorkspace openURL:url];
+// Hands a control's action to the presenter and follows its answer: a refusal beeps, a question
+// is asked as a sheet, and some actions need the window system (a URL, a save panel).
+- (void)perform:(const brimlet::CleanupControl&)control {
+    if (control.action == brimlet::CleanupCommand::openFullDiskAccess) {
+        if (NSURL* url = [NSURL URLWithString:text(_screen.fullDiskAccess.settingsURL)])
+            [NSWorkspace.sharedWorkspace openURL:url];
+        return;
+    }
+    brimlet::CleanupPresenter::Outcome outcome = _presenter->perform(control.action, control.target);
+    if (!outcome.accepted) {
+        NSBeep();
+        return;
+    }
+    NSWindow* window = self.view.window;
+    if (!outcome.dialog || !window) return;
+    __weak KBCleanupViewController* weakSelf = self;
+    askDialog(*outcome.dialog, window, [weakSelf](const brimlet::CleanupControl& answer) {
+        // The store may have moved on (a new run) while the sheet was up: the presenter checks.
+        [weakSelf perform:answer];
+    });
+}
+
+// The controls built from the screen carry their action in the tag; rows carry their target.
+- (void)controlFired:(NSButton*)sender {
+    const auto action = static_cast<brimlet::CleanupCommand>(sender.tag);
+    for (const brimlet::CleanupControl* control :
+         {&_screen.fullDiskAccess.openSettings, &_screen.idle.measure, &_screen.busy.cancel, &_screen.ready.measureAgain,
+          &_screen.ready.clean}) {
+        if (control->action == action) {
+            [self perform:*control];
+            return;
+        }
+    }
+    for (const brimlet::CleanupScreen::ModeOption& option : _screen.ready.modes)
+        if (option.choose.action == action) [self perform:option.choose];
 }
 
 // Shows what the store holds now: the step for its phase, then that step's figures.
 - (void)render {
     if (!self.viewLoaded) return;
-    const auto& granted = _store->fullDiskAccess();
-    _fullDiskAccessBanner.hidden = !(granted && !*granted);
+    _screen = _presenter->screen();
+    _fullDiskAccessBanner.hidden = !_screen.fullDiskAccess.visible;
 
-    const brimlet::CleanupPhase phase = _store->phase();
+    const brimlet::CleanupPhase phase = _screen.step;
     if (phase.value != _shownPhase) {
         _shownPhase = phase.value;
-        _stopRequested = false;
         [self showPane:[self paneForPhase:phase]];
     }
     switch (phase.value) {
         case brimlet::CleanupPhase::measuring:
         case brimlet::CleanupPhase::scanning:
-        case brimlet::CleanupPhase::cleaning: [self updateBusy:phase]; break;
+        case brimlet::CleanupPhase::cleaning: [self updateBusy]; break;
         case brimlet::CleanupPhase::ready: [self updateReady]; break;
-        case brimlet::CleanupPhase::finished: [_report refresh]; break;
+        case brimlet::CleanupPhase::finished: [_report show:_screen.finished]; break;
         case brimlet::CleanupPhase::idle: break;
     }
 }
@@ -218,140 +212,112 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
         case brimlet::CleanupPhase::idle: return [self idlePane];
         case brimlet::CleanupPhase::measuring:
         case brimlet::CleanupPhase::scanning:
-        case brimlet::CleanupPhase::cleaning: return [self busyPane:phase];
+        case brimlet::CleanupPhase::cleaning: return [self busyPane];
         case brimlet::CleanupPhase::ready: return [self readyPane];
         case brimlet::CleanupPhase::finished: break;
     }
     __weak KBCleanupViewController* weakSelf = self;
-    _report = [[KBCleanupReportPane alloc] initWithStore:_store
-                                               startOver:^{
-                                                 [weakSelf startOver];
-                                               }];
+    _report = [[KBCleanupReportPane alloc] initWithPresenter:_presenter.get()
+                                                     perform:[weakSelf](const brimlet::CleanupControl& control) {
+                                                       [weakSelf perform:control];
+                                                     }];
     return _report.view;
 }
 
 // MARK: idle
 
 - (NSView*)idlePane {
-    NSTextField* heading = label(@"What will be looked at", systemFont(15, NSFontWeightSemibold));
-    auto group = [](NSString* symbolName, NSString* title, NSString* body) {
-        NSImageView* icon = [NSImageView imageViewWithImage:symbol(symbolName, nil)];
+    const brimlet::CleanupScreen::Idle& idle = _screen.idle;
+    NSMutableArray<NSView*>* views = [NSMutableArray array];
+    [views addObject:label(text(idle.heading), systemFont(15, NSFontWeightSemibold))];
+    NSMutableArray<NSView*>* wide = [NSMutableArray array];
+    for (const brimlet::CleanupScreen::Group& group : idle.groups) {
+        NSImageView* icon = [NSImageView imageViewWithImage:symbol(text(group.symbol), nil)];
         icon.contentTintColor = NSColor.secondaryLabelColor;
-        NSTextField* name = label(title, systemFont(bodySize(), NSFontWeightMedium));
-        NSStackView* lines = stack(@[ name, paragraph(body) ], NSUserInterfaceLayoutOrientationVertical, 2);
+        NSTextField* name = label(text(group.title), systemFont(bodySize(), NSFontWeightMedium));
+        NSStackView* lines = stack(@[ name, paragraph(text(group.body)) ], NSUserInterfaceLayoutOrientationVertical, 2);
         NSStackView* row = stack(@[ icon, lines ], NSUserInterfaceLayoutOrientationHorizontal, 10);
         row.alignment = NSLayoutAttributeTop;
-        return row;
-    };
-    NSStackView* caches = group(@"arrow.triangle.2.circlepath", @"Caches that rebuild themselves — chosen for you",
-                                cachesLookedAt());
-    NSStackView* personal = group(@"person.crop.circle.badge.checkmark",
-                                  @"Personal items — only what you approve, moved to the Trash", personalLookedAt());
-    NSStackView* kept = group(@"lock", @"Always kept", keptPaths());
-    NSTextField* note = paragraph(@"Nothing is deleted while measuring. Every path is checked again right before it "
-                                  @"is removed, and protected folders are never touched.");
-    NSButton* measure = button(@"Measure", @"magnifyingglass", self, @selector(measure:));
-    measure.keyEquivalent = @"\r";
-    [measure setAccessibilityLabel:@"Measure what can be cleaned"];
+        [views addObject:row];
+        [wide addObject:row];
+    }
+    NSTextField* note = paragraph(text(idle.note));
+    [views addObject:note];
+    [wide addObject:note];
+    [views addObject:button(idle.measure, self, @selector(controlFired:))];
 
-    NSStackView* pane =
-        stack(@[ heading, caches, personal, kept, note, measure ], NSUserInterfaceLayoutOrientationVertical, 14);
-    for (NSView* view in @[ caches, personal, kept, note ]) fillWidth(view, pane);
+    NSStackView* pane = stack(views, NSUserInterfaceLayoutOrientationVertical, 14);
+    for (NSView* view in wide) fillWidth(view, pane);
     return pane;
-}
-
-- (void)measure:(id)sender {
-    (void)sender;
-    if (!_store->start()) NSBeep();
 }
 
 // MARK: measuring, scanning, cleaning
 
-- (NSView*)busyPane:(brimlet::CleanupPhase)phase {
+- (NSView*)busyPane {
+    const brimlet::CleanupScreen::Busy& busy = _screen.busy;
     _progress = [[NSProgressIndicator alloc] initWithFrame:NSZeroRect];
     _progress.style = NSProgressIndicatorStyleBar;
-    _progress.indeterminate = phase != brimlet::CleanupPhase::cleaning;
+    _progress.indeterminate = busy.total == 0;
     _progress.minValue = 0;
     [_progress startAnimation:nil];
-    [_progress setAccessibilityLabel:phase == brimlet::CleanupPhase::cleaning ? @"Cleaning progress"
-                                                                               : @"Measuring progress"];
-    _progressLabel = label(@"", systemFont(bodySize()));
-    _cancelButton = button(@"Cancel", @"xmark.circle", self, @selector(cancel:));
-    _cancelButton.keyEquivalent = @"\x1b";  // Escape
+    [_progress setAccessibilityLabel:text(busy.progressLabel)];
+    _progressLabel = label([NSString string], systemFont(bodySize()));
+    _cancelButton = button(busy.cancel, self, @selector(controlFired:));
     NSStackView* pane =
         stack(@[ _progressLabel, _progress, _cancelButton ], NSUserInterfaceLayoutOrientationVertical, 12);
     fillWidth(_progress, pane);
     return pane;
 }
 
-- (void)updateBusy:(brimlet::CleanupPhase)phase {
-    const brimlet::CleanupStore::Progress& progress = _store->progress();
-    NSString* what = nil;
-    if (phase == brimlet::CleanupPhase::measuring) {
-        what = progress.total == 0 ? @"Measuring developer caches…"
-                                   : [NSString stringWithFormat:@"Measuring developer caches — %zu of %zu",
-                                                                progress.completed, progress.total];
-    } else if (phase == brimlet::CleanupPhase::scanning) {
-        what = @"Looking for personal items you may want to clean…";
-    } else if (_stopRequested) {
-        what = @"Stopping after the current item…";
-    } else if (progress.current.empty()) {
-        what = @"Starting…";
-    } else {
-        what = [NSString stringWithFormat:@"Cleaning “%@” — %zu of %zu", text(progress.current),
-                                          progress.completed + 1, progress.total];
-    }
-    _progressLabel.stringValue = what;
-    if (progress.total != 0) {
+- (void)updateBusy {
+    const brimlet::CleanupScreen::Busy& busy = _screen.busy;
+    NSString* line = text(busy.line);
+    _progressLabel.stringValue = line;
+    if (busy.total != 0) {
         _progress.indeterminate = NO;
-        _progress.maxValue = static_cast<double>(progress.total);
-        _progress.doubleValue = static_cast<double>(progress.completed);
+        _progress.maxValue = static_cast<double>(busy.total);
+        _progress.doubleValue = static_cast<double>(busy.completed);
     }
-    [_progress setAccessibilityValueDescription:what];
-    _cancelButton.enabled = !_stopRequested;
-}
-
-- (void)cancel:(id)sender {
-    (void)sender;
-    _stopRequested = _store->phase() == brimlet::CleanupPhase::cleaning;
-    _store->cancel();
-    [self render];
+    [_progress setAccessibilityValueDescription:line];
+    apply(_cancelButton, busy.cancel);
 }
 
 // MARK: ready
 
 - (NSView*)readyPane {
-    _spaceLabel = label(@"", systemFont(bodySize()), NSColor.secondaryLabelColor);
-    _homeLabel = paragraph(@"", NSColor.secondaryLabelColor);
+    const brimlet::CleanupScreen::Ready& ready = _screen.ready;
+    _spaceLabel = label([NSString string], systemFont(bodySize()), NSColor.secondaryLabelColor);
+    _homeLabel = paragraph([NSString string], NSColor.secondaryLabelColor);
     __weak KBCleanupViewController* weakSelf = self;
-    _items = [[KBCleanupItemsTable alloc] initWithStore:_store
-                                               onToggle:[weakSelf](const std::string& id, bool wanted) {
-                                                 [weakSelf toggle:id wanted:wanted];
+    _items = [[KBCleanupItemsTable alloc] initWithLabel:ready.itemsLabel
+                                                columns:ready.columns
+                                               onToggle:[weakSelf](const brimlet::CleanupControl& include) {
+                                                 [weakSelf perform:include];
                                                }];
-    [_items reloadItems];
     NSScrollView* list = _items.view;
     [list setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationVertical];
     [list.heightAnchor constraintGreaterThanOrEqualToConstant:200].active = YES;
 
-    _trashChoice = [NSButton radioButtonWithTitle:text(brimlet::DeleteMode(brimlet::DeleteMode::trash).title())
-                                           target:self
-                                           action:@selector(chooseMode:)];
-    _permanentChoice = [NSButton radioButtonWithTitle:text(brimlet::DeleteMode(brimlet::DeleteMode::permanent).title())
-                                               target:self
-                                               action:@selector(chooseMode:)];
-    NSTextField* modeTitle = label(@"Remove by:", systemFont(bodySize()));
-    NSStackView* modes =
-        stack(@[ modeTitle, _trashChoice, _permanentChoice ], NSUserInterfaceLayoutOrientationHorizontal, 12);
-    _modeNote = paragraph(@"");
+    NSMutableArray<NSView*>* modeRow = [NSMutableArray arrayWithObject:label(text(ready.modeTitle), systemFont(bodySize()))];
+    _modeChoices = [NSMutableArray array];
+    for (const brimlet::CleanupScreen::ModeOption& option : ready.modes) {
+        NSButton* radio = [NSButton radioButtonWithTitle:text(option.choose.title)
+                                                  target:self
+                                                  action:@selector(controlFired:)];
+        radio.tag = static_cast<NSInteger>(option.choose.action);
+        [_modeChoices addObject:radio];
+        [modeRow addObject:radio];
+    }
+    NSStackView* modes = stack(modeRow, NSUserInterfaceLayoutOrientationHorizontal, 12);
+    _modeNote = paragraph([NSString string]);
 
-    _totalLabel = label(@"", digitsFont(15, NSFontWeightSemibold));
-    NSButton* again = button(@"Measure Again", @"arrow.clockwise", self, @selector(measure:));
-    _cleanButton = button(@"Clean…", @"trash", self, @selector(clean:));
-    _cleanButton.keyEquivalent = @"\r";
+    _totalLabel = label([NSString string], digitsFont(15, NSFontWeightSemibold));
+    _measureAgain = button(ready.measureAgain, self, @selector(controlFired:));
+    _cleanButton = button(ready.clean, self, @selector(controlFired:));
     NSView* spacer = [[NSView alloc] initWithFrame:NSZeroRect];
     [spacer setContentHuggingPriority:1 forOrientation:NSLayoutConstraintOrientationHorizontal];
     NSStackView* bottom =
-        stack(@[ _totalLabel, spacer, again, _cleanButton ], NSUserInterfaceLayoutOrientationHorizontal, 8);
+        stack(@[ _totalLabel, spacer, _measureAgain, _cleanButton ], NSUserInterfaceLayoutOrientationHorizontal, 8);
 
     NSStackView* pane =
         stack(@[ _spaceLabel, _homeLabel, list, modes, _modeNote, bottom ], NSUserInterfaceLayoutOrientationVertical, 10);
@@ -360,127 +326,20 @@ NSString* itemCount(std::size_t n) { return text(brimlet::CleanupSummary::count(
 }
 
 - (void)updateReady {
-    if (const auto& measured = _store->measured())
-        _spaceLabel.stringValue = [NSString stringWithFormat:@"%@ free of %@ on this Mac",
-                                                             text(brimlet::ByteFormat::string(measured->freeBytes)),
-                                                             text(brimlet::ByteFormat::string(measured->totalBytes))];
-    NSString* home = nil;
-    if (_store->isMeasuringHome()) {
-        home = @"Measuring the folders of your home folder…";
-    } else if (const auto& usage = _store->homeUsage()) {
-        const std::string largest = brimlet::CleanupSummary::largestFolders(*usage, 5);
-        if (!largest.empty()) home = [@"Largest in your home folder: " stringByAppendingString:text(largest)];
+    const brimlet::CleanupScreen::Ready& ready = _screen.ready;
+    _spaceLabel.stringValue = text(ready.space);
+    _homeLabel.stringValue = text(ready.home);
+    _homeLabel.hidden = ready.home.empty();
+    [_items showRows:ready.rows];
+    for (std::size_t i = 0; i < ready.modes.size() && i < _modeChoices.count; ++i) {
+        NSButton* radio = _modeChoices[i];
+        radio.state = ready.modes[i].chosen ? NSControlStateValueOn : NSControlStateValueOff;
+        radio.enabled = ready.modes[i].choose.enabled;
     }
-    _homeLabel.stringValue = home != nil ? home : @"";
-    _homeLabel.hidden = home == nil;
-    [_items refreshChoices];
-
-    const brimlet::CleanupStore::SelectionSummary chosen = _store->selectionSummary();
-    // The choice only matters while something chosen could go for good; otherwise all goes to the Trash.
-    const bool choosable = chosen.permanentApplies;
-    const brimlet::DeleteMode shown = choosable ? _mode : brimlet::DeleteMode(brimlet::DeleteMode::trash);
-    _trashChoice.state = shown == brimlet::DeleteMode::trash ? NSControlStateValueOn : NSControlStateValueOff;
-    _permanentChoice.state = shown == brimlet::DeleteMode::permanent ? NSControlStateValueOn : NSControlStateValueOff;
-    _trashChoice.enabled = _permanentChoice.enabled = choosable;
-
-    NSMutableArray<NSString*>* notes = [NSMutableArray array];
-    if (shown == brimlet::DeleteMode::trash && chosen.count != 0)
-        [notes addObject:text(brimlet::CleanupReport::trashNote)];
-    if (shown == brimlet::DeleteMode::permanent)
-        [notes addObject:@"Caches are removed for good; they rebuild themselves when needed."];
-    if (shown == brimlet::DeleteMode::permanent && chosen.personal != 0)
-        [notes addObject:@"Personal items still go to the Trash: they are never deleted permanently."];
-    if (shown == brimlet::DeleteMode::trash && chosen.needsPermanent)
-        [notes addObject:@"Unavailable simulators can only be deleted permanently; with Move to Trash they are "
-                         @"skipped."];
-    _modeNote.stringValue = [notes componentsJoinedByString:@" "];
-
-    if (chosen.count == 0) {
-        _totalLabel.stringValue = @"Nothing chosen";
-    } else {
-        NSString* total = [NSString stringWithFormat:@"%@ to be freed from %@",
-                                                     text(brimlet::ByteFormat::string(chosen.bytes)),
-                                                     itemCount(chosen.count)];
-        if (chosen.unmeasured != 0)
-            total = [total stringByAppendingFormat:@", plus %@ measured when cleaned", itemCount(chosen.unmeasured)];
-        _totalLabel.stringValue = total;
-    }
-    _cleanButton.enabled = chosen.count != 0;
-}
-
-- (void)chooseMode:(NSButton*)sender {
-    _mode = sender == _permanentChoice ? brimlet::DeleteMode::permanent : brimlet::DeleteMode::trash;
-    [self updateReady];
-}
-
-- (void)toggle:(const std::string&)identifier wanted:(bool)wanted {
-    if (!wanted || !_store->needsApproval(identifier)) {
-        if (!_store->setSelected(identifier, wanted)) NSBeep();
-        return;
-    }
-    const brimlet::CleanupItem* item = _store->item(identifier);
-    NSWindow* window = self.view.window;
-    if (!item || !window) return;
-    // One explicit confirmation per personal item; the clean then binds exactly the approved items.
-    NSAlert* alert = [[NSAlert alloc] init];
-    alert.alertStyle = NSAlertStyleWarning;
-    alert.icon = symbol(@"person.crop.circle.badge.exclamationmark", nil);
-    alert.messageText = [NSString stringWithFormat:@"Include “%@”?", text(item->title)];
-    NSMutableArray<NSString*>* lines = [NSMutableArray arrayWithObjects:text(item->detail), text(item->url), nil];
-    if (item->size)
-        [lines addObject:[NSString stringWithFormat:@"It takes %@ on disk.", text(brimlet::ByteFormat::string(*item->size))]];
-    if (item->note) [lines addObject:text(*item->note)];
-    if (item->requiresExisting)
-        [lines addObject:[NSString stringWithFormat:@"The copy at %@ is kept.", text(*item->requiresExisting)]];
-    [lines addObject:@"This is your own data. It will be moved to the Trash, never deleted permanently, and you can "
-                     @"put it back from there until you empty the Trash."];
-    alert.informativeText = [lines componentsJoinedByString:@"\n\n"];
-    [alert addButtonWithTitle:@"Approve"];
-    [alert addButtonWithTitle:@"Cancel"];
-    const std::string id = identifier;
-    brimlet::CleanupStore* store = _store;
-    __weak KBCleanupViewController* weakSelf = self;
-    [alert beginSheetModalForWindow:window
-                  completionHandler:^(NSModalResponse response) {
-                    // The store may have moved on (a new run) while the sheet was up: it checks the id.
-                    if (response == NSAlertFirstButtonReturn && weakSelf && !store->approvePersonal(id)) NSBeep();
-                  }];
-}
-
-- (void)clean:(id)sender {
-    (void)sender;
-    const brimlet::CleanupStore::SelectionSummary chosen = _store->selectionSummary();
-    NSWindow* window = self.view.window;
-    if (chosen.count == 0 || !window) return;
-    const brimlet::DeleteMode mode = chosen.permanentApplies ? _mode : brimlet::DeleteMode(brimlet::DeleteMode::trash);
-    const bool permanent = mode == brimlet::DeleteMode::permanent;
-
-    NSAlert* alert = [[NSAlert alloc] init];
-    alert.alertStyle = permanent ? NSAlertStyleCritical : NSAlertStyleWarning;
-    alert.messageText = [NSString stringWithFormat:@"Clean %@?", itemCount(chosen.count)];
-    NSString* amount = text(brimlet::ByteFormat::string(chosen.bytes));
-    alert.informativeText =
-        permanent ? [NSString stringWithFormat:@"About %@ will be deleted permanently; personal items go to the "
-                                               @"Trash. Each path is checked again right before it is removed.",
-                                               amount]
-                  : [NSString stringWithFormat:@"About %@ will be moved to the Trash. %@ Each path is checked again "
-                                               @"right before it is removed.",
-                                               amount, text(brimlet::CleanupReport::trashNote)];
-    NSButton* confirm = [alert addButtonWithTitle:permanent ? @"Delete Permanently" : @"Move to Trash"];
-    confirm.hasDestructiveAction = permanent;
-    [alert addButtonWithTitle:@"Cancel"];
-    brimlet::CleanupStore* store = _store;
-    __weak KBCleanupViewController* weakSelf = self;
-    [alert beginSheetModalForWindow:window
-                  completionHandler:^(NSModalResponse response) {
-                    if (response == NSAlertFirstButtonReturn && weakSelf && !store->clean(mode)) NSBeep();
-                  }];
-}
-
-// MARK: finished
-
-- (void)startOver {
-    _store->resetToIdle();
+    _modeNote.stringValue = text(ready.modeNote);
+    _totalLabel.stringValue = text(ready.total);
+    apply(_measureAgain, ready.measureAgain);
+    apply(_cleanButton, ready.clean);
 }
 
 @end

@@ -7,9 +7,11 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/darwin/StringBridge.hpp"
 #include "app/CleanupStore.hpp"
+#include "app/screens/CleanupScreen.hpp"
 
 namespace brimlet::mac::cleanup {
 
@@ -62,6 +64,65 @@ inline NSButton* button(NSString* title, NSString* symbolName, id target, SEL ac
     return made;
 }
 
+// A control as the presenter describes it: title, symbol, spoken label, help, state and keys. The
+// action goes in the tag, for the one selector that hands it back.
+inline void apply(NSButton* made, const brimlet::CleanupControl& control) {
+    made.title = text(control.title);
+    made.enabled = control.enabled;
+    made.tag = static_cast<NSInteger>(control.action);
+    [made setAccessibilityLabel:text(control.spokenLabel())];
+    made.toolTip = control.help.empty() ? nil : text(control.help);
+    if (control.isDefault) made.keyEquivalent = @"\r";
+    else if (control.isCancel) made.keyEquivalent = @"\x1b";  // Escape
+    made.hasDestructiveAction = control.isDestructive;
+}
+
+inline NSButton* button(const brimlet::CleanupControl& control, id target, SEL action) {
+    NSButton* made = control.symbol.empty() ? [NSButton buttonWithTitle:text(control.title) target:target action:action]
+                                            : button(text(control.title), text(control.symbol), target, action);
+    apply(made, control);
+    return made;
+}
+
+inline NSColor* toneColour(brimlet::screens::Tone tone) {
+    switch (tone) {
+        case brimlet::screens::Tone::plain: return NSColor.labelColor;
+        case brimlet::screens::Tone::secondary: return NSColor.secondaryLabelColor;
+        case brimlet::screens::Tone::success: return NSColor.systemGreenColor;
+        case brimlet::screens::Tone::warning: return NSColor.systemOrangeColor;
+        case brimlet::screens::Tone::failure: return NSColor.systemRedColor;
+    }
+    return NSColor.labelColor;
+}
+
+// Asks `dialog` as a sheet of `window`; `answered` gets the button the user chose (the last one when
+// the sheet ends any other way).
+inline void askDialog(const brimlet::CleanupDialog& dialog, NSWindow* window,
+                      std::function<void(const brimlet::CleanupControl&)> answered) {
+    NSAlert* alert = [[NSAlert alloc] init];
+    switch (dialog.style) {
+        case brimlet::screens::DialogStyle::informational: alert.alertStyle = NSAlertStyleInformational; break;
+        case brimlet::screens::DialogStyle::warning: alert.alertStyle = NSAlertStyleWarning; break;
+        case brimlet::screens::DialogStyle::critical: alert.alertStyle = NSAlertStyleCritical; break;
+    }
+    if (!dialog.symbol.empty())
+        if (NSImage* icon = symbol(text(dialog.symbol), nil)) alert.icon = icon;
+    alert.messageText = text(dialog.title);
+    alert.informativeText = text(dialog.message);
+    for (const brimlet::CleanupControl& control : dialog.buttons) {
+        NSButton* made = [alert addButtonWithTitle:text(control.title)];
+        made.hasDestructiveAction = control.isDestructive;
+    }
+    const std::vector<brimlet::CleanupControl> buttons = dialog.buttons;
+    [alert beginSheetModalForWindow:window
+                  completionHandler:^(NSModalResponse response) {
+                    if (buttons.empty()) return;
+                    const NSInteger index = response - NSAlertFirstButtonReturn;
+                    const bool known = index >= 0 && static_cast<std::size_t>(index) < buttons.size();
+                    answered(known ? buttons[static_cast<std::size_t>(index)] : buttons.back());
+                  }];
+}
+
 inline NSStackView* stack(NSArray<NSView*>* views, NSUserInterfaceLayoutOrientation orientation, CGFloat spacing) {
     NSStackView* made = [NSStackView stackViewWithViews:views];
     made.orientation = orientation;
@@ -84,10 +145,10 @@ inline void fillWidth(NSView* view, NSStackView* within) {
 // goes to `onToggle`, which asks the store (and, for a personal item, the user) first.
 @interface KBCleanupItemsTable : NSObject <NSTableViewDataSource, NSTableViewDelegate>
 @property(nonatomic, readonly) NSScrollView* view;
-- (instancetype)initWithStore:(brimlet::CleanupStore*)store
-                     onToggle:(std::function<void(const std::string& id, bool wanted)>)onToggle;
-// Reads the items again after a measuring pass.
-- (void)reloadItems;
-// Shows the store's current choice without reading the items again.
-- (void)refreshChoices;
+// `onToggle` gets the checkbox control of the row the user clicked or pressed Space on.
+- (instancetype)initWithLabel:(const std::string&)label
+                      columns:(const std::vector<std::string>&)columns
+                     onToggle:(std::function<void(const brimlet::CleanupControl& include)>)onToggle;
+// Shows these rows: all of them when the ids changed, else only the checkboxes.
+- (void)showRows:(const std::vector<brimlet::CleanupItemRow>&)rows;
 @end

@@ -1,6 +1,6 @@
 // The dashboard: the machine's live figures with their grades, 5-minute charts and the application
-// table with its quit control. Every text and scale comes from DashboardFigures; this file lays
-// them out and hands the quit request to AppQuitter.
+// table with its quit control. Every text, row and scale comes from the dashboard's presenter
+// (app/screens/MonitorScreens); this file lays them out and hands the quit request to AppQuitter.
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +12,7 @@
 #include "app/AppQuitter.hpp"
 #include "app/DashboardFigures.hpp"
 #include "app/MonitorReadout.hpp"
+#include "app/screens/MonitorScreens.hpp"
 
 using brimlet::mac::ns;
 
@@ -52,7 +53,7 @@ struct FigureCard {
 FigureCard makeFigureCard() {
     FigureCard card;
     card.title = brimlet::mac::makeLabel(@"", NSFontTextStyleSubheadline, NSColor.secondaryLabelColor);
-    card.value = [NSTextField labelWithString:@"\u2014"];
+    card.value = [NSTextField labelWithString:ns(brimlet::MonitorReadout::unknown)];
     card.value.font = [NSFont monospacedDigitSystemFontOfSize:22 weight:NSFontWeightSemibold];
     card.value.textColor = NSColor.labelColor;
     card.detail = brimlet::mac::makeLabel(@"", NSFontTextStyleFootnote, NSColor.tertiaryLabelColor);
@@ -85,7 +86,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     card.title.stringValue = ns(figure.title);
     card.value.stringValue = ns(figure.value);
     card.detail.stringValue = ns(figure.detail);
-    card.grade.stringValue = figure.rating ? ns(figure.rating->rawValue()) : @"";
+    card.grade.stringValue = ns(figure.rating ? figure.rating->rawValue() : std::string_view());
     card.grade.textColor = brimlet::mac::ratingColor(figure.rating);
     card.box.accessibilityLabel = ns(figure.accessibilityLabel());
 }
@@ -100,8 +101,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     brimlet::BrimletApplication* _application;
     kestrow::MainLoop::Token _observation;
     std::vector<FigureCard> _cards;
-    std::vector<brimlet::AppRow> _rows;
-    std::vector<std::optional<std::string>> _bundlePaths;  // beside _rows: where each row's icon comes from
+    brimlet::DashboardScreen _screen;
+    std::vector<brimlet::AppListRow> _rows;
     NSTextField* _status;
     NSButton* _dismissAlertHint;
     KBMetricChartView* _memoryChart;
@@ -128,13 +129,13 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 
 - (void)loadView {
     NSView* root = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, 1040, 820)];
+    _screen = brimlet::MonitorScreens::dashboard(_application->monitor());
 
-    _status = brimlet::mac::makeLabel(ns(brimlet::DashboardFigures::waitingNote), NSFontTextStyleSubheadline,
-                                      NSColor.secondaryLabelColor);
-    _dismissAlertHint = [NSButton buttonWithTitle:@"Dismiss" target:nil action:nil];
+    _status = brimlet::mac::makeLabel(ns(_screen.status), NSFontTextStyleSubheadline, NSColor.secondaryLabelColor);
+    _dismissAlertHint = [NSButton buttonWithTitle:ns(_screen.dismissAlertNote.title) target:nil action:nil];
     _dismissAlertHint.controlSize = NSControlSizeSmall;
     _dismissAlertHint.hidden = YES;
-    _dismissAlertHint.accessibilityLabel = @"Dismiss the note about an undelivered alert";
+    _dismissAlertHint.accessibilityLabel = ns(_screen.dismissAlertNote.spokenLabel());
     brimlet::BrimletApplication* application = _application;
     brimlet::mac::onAction(_dismissAlertHint, ^(id) {
         application->monitor().setHasUndeliveredAlert(false);
@@ -170,9 +171,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     _cpuNow = [self nowLabel];
     _diskNow = [self nowLabel];
     NSStackView* charts = [NSStackView stackViewWithViews:@[
-        [self chartPanel:@"Memory" now:_memoryNow chart:_memoryChart legend:nil],
-        [self chartPanel:@"CPU" now:_cpuNow chart:_cpuChart legend:nil],
-        [self chartPanel:@"Disk"
+        [self chartPanel:ns(_screen.chartTitles.at(0)) now:_memoryNow chart:_memoryChart legend:nil],
+        [self chartPanel:ns(_screen.chartTitles.at(1)) now:_cpuNow chart:_cpuChart legend:nil],
+        [self chartPanel:ns(_screen.chartTitles.at(2))
                      now:_diskNow
                    chart:_diskChart
                   legend:[self legendWithReads:readColor writes:writeColor]],
@@ -181,10 +182,10 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     charts.spacing = 16;
 
     NSScrollView* tableScroll = [self makeTable];
-    _hiddenNote = brimlet::mac::makeLabel(@"", NSFontTextStyleFootnote, NSColor.secondaryLabelColor);
-    _quitSelected = [NSButton buttonWithTitle:@"Quit App\u2026" target:nil action:nil];
+    _hiddenNote = brimlet::mac::makeLabel([NSString string], NSFontTextStyleFootnote, NSColor.secondaryLabelColor);
+    _quitSelected = [NSButton buttonWithTitle:ns(_screen.quitSelected.title) target:nil action:nil];
     _quitSelected.enabled = NO;
-    _quitSelected.accessibilityLabel = @"Quit the selected app";
+    _quitSelected.accessibilityLabel = ns(_screen.quitSelected.spokenLabel());
     __weak KBDashboardViewController* weakSelf = self;
     brimlet::mac::onAction(_quitSelected, ^(id) {
         [weakSelf confirmQuitOfRow:weakSelf ? [weakSelf selectedRow] : -1];
@@ -194,8 +195,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     NSStackView* footer = [NSStackView stackViewWithViews:@[ _hiddenNote, spacer, _quitSelected ]];
 
     NSStackView* stack = [NSStackView stackViewWithViews:@[
-        header, figures, brimlet::mac::makeHeading(@"Last 5 minutes"), charts,
-        brimlet::mac::makeHeading(@"Apps by memory"), tableScroll, footer
+        header, figures, brimlet::mac::makeHeading(ns(_screen.chartsHeading)), charts,
+        brimlet::mac::makeHeading(ns(_screen.tableHeading)), tableScroll, footer
     ]];
     stack.orientation = NSUserInterfaceLayoutOrientationVertical;
     stack.alignment = NSLayoutAttributeLeading;
@@ -214,7 +215,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 }
 
 - (NSTextField*)nowLabel {
-    NSTextField* label = [NSTextField labelWithString:@""];
+    NSTextField* label = [NSTextField labelWithString:[NSString string]];
     label.font = [NSFont monospacedDigitSystemFontOfSize:NSFont.smallSystemFontSize weight:NSFontWeightRegular];
     label.textColor = NSColor.secondaryLabelColor;
     label.alignment = NSTextAlignmentRight;
@@ -222,8 +223,10 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 }
 
 - (NSView*)legendWithReads:(NSColor*)reads writes:(NSColor*)writes {
-    NSTextField* r = brimlet::mac::makeLabel(@"\u25CF Reads", NSFontTextStyleCaption1, reads);
-    NSTextField* w = brimlet::mac::makeLabel(@"\u25CF Writes", NSFontTextStyleCaption1, writes);
+    // The disk chart's two lines, in the presenter's order: reads, then writes.
+    const std::vector<std::string>& names = _screen.diskLegend;
+    NSTextField* r = brimlet::mac::makeLabel(ns(names.size() > 0 ? names[0] : std::string()), NSFontTextStyleCaption1, reads);
+    NSTextField* w = brimlet::mac::makeLabel(ns(names.size() > 1 ? names[1] : std::string()), NSFontTextStyleCaption1, writes);
     NSStackView* legend = [NSStackView stackViewWithViews:@[ r, w ]];
     legend.spacing = 10;
     legend.accessibilityElement = NO;  // the chart's own label names both lines
@@ -252,19 +255,22 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     _table.allowsMultipleSelection = NO;
     _table.allowsEmptySelection = YES;
     _table.columnAutoresizingStyle = NSTableViewFirstColumnOnlyAutoresizingStyle;
-    _table.accessibilityLabel = @"Apps by memory";
+    _table.accessibilityLabel = ns(_screen.tableHeading);
     struct Column {
         NSString* identifier;
         NSString* title;
         CGFloat width;
         NSTextAlignment alignment;
     };
+    // The presenter's headings, in this order; the quit column's heading is its tooltip.
+    const std::vector<std::string>& headings = _screen.columns;
+    auto heading = [&](std::size_t i) { return ns(i < headings.size() ? headings[i] : std::string()); };
     const Column columns[] = {
-        {nameColumn, @"App", 420, NSTextAlignmentLeft},
-        {memoryColumn, @"Memory", 110, NSTextAlignmentRight},
-        {cpuColumn, @"CPU", 90, NSTextAlignmentRight},
-        {processesColumn, @"Processes", 90, NSTextAlignmentRight},
-        {quitColumn, @"", 40, NSTextAlignmentCenter},
+        {nameColumn, heading(0), 420, NSTextAlignmentLeft},
+        {memoryColumn, heading(1), 110, NSTextAlignmentRight},
+        {cpuColumn, heading(2), 90, NSTextAlignmentRight},
+        {processesColumn, heading(3), 90, NSTextAlignmentRight},
+        {quitColumn, [NSString string], 40, NSTextAlignmentCenter},
     };
     for (const Column& c : columns) {
         NSTableColumn* column = [[NSTableColumn alloc] initWithIdentifier:c.identifier];
@@ -272,7 +278,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
         column.width = c.width;
         column.minWidth = c.identifier == nameColumn ? 160 : c.width;
         column.headerCell.alignment = c.alignment;
-        if (c.identifier == quitColumn) column.headerToolTip = @"Quit";
+        if (c.identifier == quitColumn) column.headerToolTip = heading(4);
         [_table addTableColumn:column];
     }
     _table.dataSource = self;
@@ -302,28 +308,17 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 
 - (void)refresh {
     brimlet::MonitorStore& store = _application->monitor();
-    const auto& snapshot = store.snapshot();
-    if (store.hasUndeliveredAlert()) {
-        _status.stringValue = ns(brimlet::DashboardFigures::undeliveredAlertNote);
-        _status.textColor = NSColor.systemOrangeColor;
-    } else {
-        _status.stringValue = ns(snapshot ? brimlet::DashboardFigures::cadenceNote
-                                          : brimlet::DashboardFigures::waitingNote);
-        _status.textColor = NSColor.secondaryLabelColor;
-    }
-    _dismissAlertHint.hidden = !store.hasUndeliveredAlert();
-    if (!snapshot) return;
-
-    const auto figures = brimlet::DashboardFigures::figures(*snapshot);
-    for (std::size_t i = 0; i < _cards.size() && i < figures.size(); ++i) fill(_cards[i], figures[i]);
-
-    [self refreshChartsFrom:store.history() memoryTotal:snapshot->system.memoryTotal];
-
     NSString* selectedID = nil;
     if (const NSInteger row = [self selectedRow]; row >= 0) selectedID = ns(_rows[static_cast<std::size_t>(row)].id);
-    _rows = brimlet::AppTable::rows(*snapshot);
-    _bundlePaths.clear();
-    for (const brimlet::AppGroup& group : snapshot->apps) _bundlePaths.push_back(group.bundlePath);
+    _screen = brimlet::MonitorScreens::dashboard(store, selectedID ? brimlet::mac::utf8(selectedID) : std::string());
+    _status.stringValue = ns(_screen.status);
+    _status.textColor = _screen.statusTone == brimlet::screens::Tone::warning ? NSColor.systemOrangeColor
+                                                                              : NSColor.secondaryLabelColor;
+    _dismissAlertHint.hidden = !_screen.showsDismiss;
+    if (_screen.figures.empty()) return;
+    for (std::size_t i = 0; i < _cards.size() && i < _screen.figures.size(); ++i) fill(_cards[i], _screen.figures[i]);
+    [self showCharts];
+    _rows = _screen.rows;
     [_table reloadData];
     if (selectedID) {
         for (std::size_t i = 0; i < _rows.size(); ++i) {
@@ -333,36 +328,19 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
             }
         }
     }
-    _hiddenNote.stringValue = ns(brimlet::DashboardFigures::hiddenProcessNote(snapshot->hiddenProcessCount));
+    _hiddenNote.stringValue = ns(_screen.hiddenNote);
     [self updateQuitButton];
 }
 
-- (void)refreshChartsFrom:(const brimlet::MetricsHistory&)history memoryTotal:(std::uint64_t)memoryTotal {
-    using brimlet::ChartLine;
-    using brimlet::DashboardCharts::ceiling;
-    using brimlet::DashboardCharts::series;
-    using brimlet::DashboardCharts::summary;
-    const auto latest = [](const brimlet::ChartSeries& s) -> std::string {
-        for (auto it = s.values.rbegin(); it != s.values.rend(); ++it)
-            if (*it) return s.line.text(**it);
-        return "\u2014";
-    };
-
-    const std::vector<brimlet::ChartSeries> memory{series(history, ChartLine::memory)};
-    [_memoryChart setSeries:memory ceiling:ceiling(memory, memoryTotal) summary:ns(summary(memory[0]))];
-    _memoryNow.stringValue = ns(latest(memory[0]));
-
-    const std::vector<brimlet::ChartSeries> cpu{series(history, ChartLine::cpu)};
-    [_cpuChart setSeries:cpu ceiling:ceiling(cpu, memoryTotal) summary:ns(summary(cpu[0]))];
-    _cpuNow.stringValue = ns(latest(cpu[0]));
-
-    const std::vector<brimlet::ChartSeries> disk{series(history, ChartLine::diskRead),
-                                                 series(history, ChartLine::diskWrite)};
-    [_diskChart setSeries:disk
-                  ceiling:ceiling(disk, memoryTotal)
-                  summary:ns(summary(disk[0]) + ". " + summary(disk[1]))];
-    _diskNow.stringValue = ns(latest(disk[0]) + " \u2191 " + latest(disk[1]) + " \u2193");
-    _diskNow.accessibilityLabel = ns("Reads " + latest(disk[0]) + ", writes " + latest(disk[1]));
+- (void)showCharts {
+    KBMetricChartView* views[] = {_memoryChart, _cpuChart, _diskChart};
+    NSTextField* nows[] = {_memoryNow, _cpuNow, _diskNow};
+    for (std::size_t i = 0; i < 3 && i < _screen.charts.size(); ++i) {
+        const brimlet::DashboardChart& chart = _screen.charts[i];
+        [views[i] setSeries:chart.lines ceiling:chart.ceiling summary:ns(chart.summary)];
+        nows[i].stringValue = ns(chart.now);
+        if (!chart.nowAccessibilityLabel.empty()) nows[i].accessibilityLabel = ns(chart.nowAccessibilityLabel);
+    }
 }
 
 // ---- Table
@@ -374,9 +352,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 
 - (void)updateQuitButton {
     const NSInteger row = [self selectedRow];
-    const bool canQuit = row >= 0 && _rows[static_cast<std::size_t>(row)].canQuit;
+    const bool canQuit = row >= 0 && _rows[static_cast<std::size_t>(row)].quit.enabled;
     _quitSelected.enabled = canQuit;
-    _quitSelected.toolTip = row >= 0 ? ns(_rows[static_cast<std::size_t>(row)].quitHelp) : nil;
+    _quitSelected.toolTip = row >= 0 ? ns(_rows[static_cast<std::size_t>(row)].quit.help) : nil;
 }
 
 - (void)tableViewSelectionDidChange:(NSNotification*)notification {
@@ -389,12 +367,12 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     return static_cast<NSInteger>(_rows.size());
 }
 
-- (NSImage*)iconForRow:(const brimlet::AppRow&)row bundlePath:(const std::optional<std::string>&)bundlePath {
-    if (!bundlePath) return [NSImage imageWithSystemSymbolName:@"terminal" accessibilityDescription:nil];
+- (NSImage*)iconForRow:(const brimlet::AppListRow&)row {
+    if (!row.bundlePath) return [NSImage imageWithSystemSymbolName:ns(row.fallbackSymbol) accessibilityDescription:nil];
     NSString* key = ns(row.id);
     NSImage* icon = [_icons objectForKey:key];
     if (!icon) {
-        icon = [[NSWorkspace sharedWorkspace] iconForFile:ns(*bundlePath)];
+        icon = [[NSWorkspace sharedWorkspace] iconForFile:ns(*row.bundlePath)];
         [_icons setObject:icon forKey:key];
     }
     return icon;
@@ -402,23 +380,23 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 
 - (NSView*)tableView:(NSTableView*)tableView viewForTableColumn:(NSTableColumn*)column row:(NSInteger)index {
     if (index < 0 || static_cast<std::size_t>(index) >= _rows.size()) return nil;
-    const brimlet::AppRow& row = _rows[static_cast<std::size_t>(index)];
+    const brimlet::AppListRow& row = _rows[static_cast<std::size_t>(index)];
     NSString* identifier = column.identifier;
 
     if ([identifier isEqualToString:quitColumn]) {
         NSButton* button = [tableView makeViewWithIdentifier:quitColumn owner:self];
         if (!button) {
-            button = [NSButton buttonWithImage:[NSImage imageWithSystemSymbolName:@"xmark.circle"
-                                                         accessibilityDescription:@"Quit"]
+            button = [NSButton buttonWithImage:[NSImage imageWithSystemSymbolName:ns(row.quit.symbol)
+                                                         accessibilityDescription:ns(row.quit.title)]
                                         target:nil
                                         action:nil];
             button.bordered = NO;
             button.identifier = quitColumn;
         }
         button.tag = index;
-        button.enabled = row.canQuit;
-        button.toolTip = ns(row.quitHelp);
-        button.accessibilityLabel = ns(row.canQuit ? row.quitHelp : row.name + ": " + row.quitHelp);
+        button.enabled = row.quit.enabled;
+        button.toolTip = ns(row.quit.help);
+        button.accessibilityLabel = ns(row.quit.enabled ? row.quit.help : row.name + ": " + row.quit.help);
         __weak KBDashboardViewController* weakSelf = self;
         brimlet::mac::onAction(button, ^(id sender) {
             [weakSelf confirmQuitOfRow:[static_cast<NSButton*>(sender) tag]];
@@ -430,7 +408,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     if (!cell) {
         cell = [[NSTableCellView alloc] init];
         cell.identifier = identifier;
-        NSTextField* text = [NSTextField labelWithString:@""];
+        NSTextField* text = [NSTextField labelWithString:[NSString string]];
         text.lineBreakMode = NSLineBreakByTruncatingTail;
         text.translatesAutoresizingMaskIntoConstraints = NO;
         [cell addSubview:text];
@@ -462,7 +440,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     }
     if ([identifier isEqualToString:nameColumn]) {
         cell.textField.stringValue = ns(row.name);
-        cell.imageView.image = [self iconForRow:row bundlePath:_bundlePaths[static_cast<std::size_t>(index)]];
+        cell.imageView.image = [self iconForRow:row];
     } else if ([identifier isEqualToString:memoryColumn]) {
         cell.textField.stringValue = ns(row.memory);
     } else if ([identifier isEqualToString:cpuColumn]) {
@@ -480,18 +458,16 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     const auto& snapshot = _application->monitor().snapshot();
     if (!snapshot) return;
     // The row's group as the latest snapshot has it: the figures in the question are current.
-    const std::string& id = _rows[static_cast<std::size_t>(index)].id;
-    std::optional<brimlet::AppGroup> found;
-    for (const brimlet::AppGroup& group : snapshot->apps)
-        if (group.id == id) found = group;
-    if (!found || !brimlet::AppQuitter::canQuit(*found)) return;
+    const std::optional<brimlet::AppGroup> found =
+        brimlet::MonitorScreens::group(_application->monitor(), _rows[static_cast<std::size_t>(index)].id);
+    if (!found) return;
+    const std::optional<brimlet::MonitorDialog> question = brimlet::MonitorScreens::quitDialog(*found);
+    if (!question) return;
     const brimlet::AppGroup group = *found;
-
     NSAlert* alert = [[NSAlert alloc] init];
-    alert.messageText = ns(brimlet::MonitorReadout::quitTitle(group.name));
-    alert.informativeText = ns(brimlet::AppQuitter::confirmation(group));
-    [alert addButtonWithTitle:ns(brimlet::AppTable::quitButtonTitle)];
-    [alert addButtonWithTitle:ns(brimlet::AppTable::cancelButtonTitle)];
+    alert.messageText = ns(question->title);
+    alert.informativeText = ns(question->message);
+    for (const brimlet::MonitorControl& button : question->buttons) [alert addButtonWithTitle:ns(button.title)];
     [alert beginSheetModalForWindow:self.view.window
                   completionHandler:^(NSModalResponse response) {
                       if (response == NSAlertFirstButtonReturn) brimlet::mac::quitApplication(group);

@@ -248,6 +248,9 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
         }
         if (progress) progress(index, item);
         auto skip = [&](std::string reason) { report.skipped.push_back({item.title, item.url, std::move(reason)}); };
+        auto fail = [&](std::string reason) {
+            report.skipped.push_back({item.title, item.url, std::move(reason), CleanupReport::SkipCause::failed});
+        };
 
         if (item.blockedReason) {
             skip(*item.blockedReason);
@@ -286,7 +289,7 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
             const std::uint64_t sizeBefore = census(item.url).bytes;
             const auto [status, message] = deleteUnavailableSimulators();
             if (status != 0) {
-                skip("simctl failed: " + message);
+                fail("simctl failed: " + message);
                 continue;
             }
             const std::uint64_t sizeAfter = census(item.url).bytes;
@@ -309,7 +312,7 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
         });
         if (outcome.failed()) {
             if (!permanent) {
-                skip("Error: " + outcome.message());
+                fail("Error: " + outcome.message());
                 continue;
             }
             // A removal that stopped part way has still removed something: the report says so and
@@ -318,10 +321,10 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
             if (!after.exists) {
                 report.deleted.push_back({item.title, item.url, bytes, DeleteMode::permanent, false});
             } else if (after.bytes < before.bytes || after.entries < before.entries) {
-                skip("Error: " + outcome.message() + partlyRemoved +
+                fail("Error: " + outcome.message() + partlyRemoved +
                      ByteFormat::string(before.bytes > after.bytes ? before.bytes - after.bytes : 0) + ")");
             } else {
-                skip("Error: " + outcome.message());
+                fail("Error: " + outcome.message());
             }
             continue;
         }

@@ -84,6 +84,13 @@ std::string jsonText(const std::string& raw) { return kestrow::isValidUtf8(raw) 
 
 }  // namespace
 
+std::string CleanupReport::entryText(const Deleted& entry) {
+    return entry.title + " \u2014 " + ByteFormat::string(entry.bytes) + " \u2014 " + std::string(entry.mode.title()) +
+           (entry.downgraded ? " (personal data is never deleted permanently)" : "");
+}
+
+std::string CleanupReport::entryText(const Skipped& entry) { return entry.title + " \u2014 " + entry.reason; }
+
 std::string CleanupReport::markdown() const {
     using ByteFormat::string;
     std::vector<std::string> lines;
@@ -106,16 +113,14 @@ std::string CleanupReport::markdown() const {
     if (deleted.empty()) lines.push_back("_Nothing._");
     for (const Deleted& d : deleted) {
         // Two trailing blanks make a Markdown line break: the path shows indented under its entry.
-        lines.push_back("- " + markdownText(d.title) + " \u2014 " + string(d.bytes) + " \u2014 " +
-                        std::string(d.mode.title()) + (d.downgraded ? " (personal data is never deleted permanently)" : "") +
-                        "  \n  " + codeSpan(d.path));
+        lines.push_back("- " + markdownText(entryText(d)) + "  \n  " + codeSpan(d.path));
     }
     lines.push_back("");
     lines.push_back("## Skipped (" + std::to_string(skipped.size()) + ")");
     lines.push_back("");
     if (skipped.empty()) lines.push_back("_Nothing._");
     for (const Skipped& s : skipped)
-        lines.push_back("- " + markdownText(s.title) + " \u2014 " + markdownText(s.reason) + "  \n  " + codeSpan(s.path));
+        lines.push_back("- " + markdownText(entryText(s)) + "  \n  " + codeSpan(s.path));
 
     std::string text;
     for (std::size_t i = 0; i < lines.size(); ++i) {

@@ -22,10 +22,15 @@ struct CleanupReport {
         bool downgraded = false;  // asked for permanent, went to the Trash: personal data never goes for good
         bool operator==(const Deleted&) const = default;
     };
+    // Why an item was left: kept back on purpose before anything ran (a safety rule, the user's
+    // situation), or failed while running (the file operation or the simulator tool). The cause is
+    // the program's own; the exported forms carry the reason's text alone.
+    enum class SkipCause { keptBack, failed };
     struct Skipped {
         std::string title;
         std::string path;
         std::string reason;
+        SkipCause cause = SkipCause::keptBack;
         bool operator==(const Skipped&) const = default;
     };
 
@@ -42,6 +47,11 @@ struct CleanupReport {
     std::uint64_t bytesDeleted() const;
     std::uint64_t bytesInTrash() const;
     std::int64_t freedNow() const;
+
+    // One entry as a line of text, without its path: "npm cache — 1.2 GB — Move to Trash" and
+    // "npm cache — <reason>". The Markdown form and the screens show the same words.
+    static std::string entryText(const Deleted& entry);
+    static std::string entryText(const Skipped& entry);
 
     std::string markdown() const;
     // Pretty JSON with sorted keys; none only if a value cannot be encoded.

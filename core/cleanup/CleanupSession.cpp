@@ -80,26 +80,26 @@ std::future<CleanupApproval> CleanupSession::approve(std::vector<std::string> id
     });
 }
 
-std::optional<std::string> CleanupSession::consume(const CleanupApproval& approval,
-                                                   const std::vector<std::string>& ids) {
-    if (!(approval.session == identity_)) return "The approval came from another cleanup session.";
-    if (usedApprovals_.count(approval.nonce)) return "The approval was already used.";
+kestrow::Status CleanupSession::consume(const CleanupApproval& approval, const std::vector<std::string>& ids) {
+    using kestrow::Status;
+    if (!(approval.session == identity_)) return Status::failure("The approval came from another cleanup session.");
+    if (usedApprovals_.count(approval.nonce)) return Status::failure("The approval was already used.");
     // Spent before the items are compared: an approval shown with the wrong items cannot be retried.
     usedApprovals_.insert(approval.nonce);
-    if (approval.ids != ids) return "The items differ from the ones approved.";
-    return std::nullopt;
+    if (approval.ids != ids) return Status::failure("The items differ from the ones approved.");
+    return Status::success();
 }
 
 std::future<CleanupReport> CleanupSession::clean(std::vector<std::string> ids, CleanupApproval approval,
                                                  DeleteMode mode, Progress progress, CancelTest isCancelled) {
     return executor_.submit([this, ids = std::move(ids), approval = std::move(approval), mode,
                              progress = std::move(progress), isCancelled = std::move(isCancelled)] {
-        if (auto refusal = consume(approval, ids)) {
+        if (const kestrow::Status accepted = consume(approval, ids); accepted.failed()) {
             CleanupReport report;
             report.startedAt = report.finishedAt = kestrow::currentDate();
             report.requestedMode = mode;
             report.freeBefore = report.freeAfter = cleaner_.freeSpace({home_});
-            report.refusal = std::move(*refusal);
+            report.refusal = accepted.message();
             return report;
         }
         std::vector<CleanupItem> items;

@@ -18,6 +18,7 @@
 #include "CleanupReport.hpp"
 #include "SizeMeasurer.hpp"
 #include "base/SerialExecutor.hpp"
+#include "base/Status.hpp"
 
 namespace brimlet {
 
@@ -59,7 +60,7 @@ public:
     Cleaner& cleaner() { return cleaner_; }
 
 private:
-    std::optional<std::string> consume(const CleanupApproval& approval, const std::vector<std::string>& ids);
+    kestrow::Status consume(const CleanupApproval& approval, const std::vector<std::string>& ids);
 
     std::string home_;
     CleanupCatalog catalog_;

@@ -307,6 +307,8 @@ bool SuiteParticipant::ownIconWanted() const {
 Status SuiteParticipant::setOwnIconWanted(bool wanted) {
     const bool showed = showsOwnIcon();
     Status status = defaults_.set(std::string(showOwnIconKey), JsonValue(wanted));
+    // Asking for the icon is the user's explicit choice: it overrides an earlier drag out of the menu bar.
+    if (wanted) removedByUser_ = false;
     if (showsOwnIcon() != showed) report(Property::showsOwnIcon);
     return status;
 }

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "app/CleanupStore.hpp"
+#include "tests/app/GatedFileOperations.hpp"
 #include "tests/cleanup/CleanupTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"
 
@@ -23,41 +24,7 @@ using kestrow::testing::writeFile;
 
 using brimlet::testing::Children;
 using brimlet::testing::ScopedDataHome;
-
-// The real Trash, held shut at the first item until the test opens the gate.
-class GatedFileOperations final : public FileOperations {
-public:
-    kestrow::Status moveToTrash(const std::string& path) override {
-        wait();
-        return live_.moveToTrash(path);
-    }
-    kestrow::Status removePermanently(const std::string& path) override {
-        wait();
-        return live_.removePermanently(path);
-    }
-    // Waits in real time for the cleaner to arrive at the gate.
-    bool awaitReached(double seconds) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return reached_; });
-    }
-    void open() {
-        std::lock_guard lock(mutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
-
-private:
-    void wait() {
-        std::unique_lock lock(mutex_);
-        reached_ = true;
-        changed_.notify_all();
-        changed_.wait(lock, [&] { return open_; });
-    }
-    LiveFileOperations live_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool reached_ = false, open_ = false;
-};
+using brimlet::testing::GatedFileOperations;
 
 struct CleanupStoreRig : ::testing::Test {
     TempFolder temp;
@@ -88,7 +55,7 @@ TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
     CleanupStore store(loop, home);
     auto recording = record(store);
     EXPECT_EQ(store.phase(), CleanupPhase::idle);
-    EXPECT_FALSE(store.clean(DeleteMode::trash));  // nothing measured yet
+    EXPECT_FALSE(store.clean());  // nothing measured yet
     // Measuring counts the regenerable items as each one's size comes in.
     std::vector<std::pair<std::size_t, std::size_t>> measuring;
     auto counting = store.observe([&] {
@@ -125,8 +92,12 @@ TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
     EXPECT_TRUE(store.selection().count(appModules) == 0);
     ASSERT_TRUE(store.approvePersonal(appModules));
 
+    // Asked to delete for good: the cache goes for good, the personal item still to the Trash.
+    EXPECT_EQ(store.deleteMode(), DeleteMode::trash);  // every run starts with the Trash
+    store.chooseDeleteMode(DeleteMode::permanent);
+    EXPECT_EQ(store.deleteMode(), DeleteMode::permanent);
     phases.clear();
-    ASSERT_TRUE(store.clean(DeleteMode::permanent));
+    ASSERT_TRUE(store.clean());
     EXPECT_TRUE(store.isBusy());
     ASSERT_TRUE(waitFor(store, CleanupPhase::finished));
     EXPECT_EQ(phases, (std::vector<std::string>{"cleaning", "finished"}));
@@ -200,7 +171,11 @@ TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) 
     store.setSelected("npm-cache", false);
     // Its result cannot have been run: waiting stopped at the task that made the run ready.
     EXPECT_TRUE(store.isMeasuringHome());
-    ASSERT_TRUE(store.clean(DeleteMode::trash));
+    // Only personal items chosen: nothing could go for good, whatever was chosen before.
+    store.chooseDeleteMode(DeleteMode::permanent);
+    EXPECT_FALSE(store.deleteModeApplies());
+    EXPECT_EQ(store.deleteMode(), DeleteMode::trash);
+    ASSERT_TRUE(store.clean());
     EXPECT_FALSE(store.isMeasuringHome());  // given up, so the clean is not kept waiting behind it
     const std::string first = store.personalItems()[0].title;
     // The approval comes back to the loop, the cleaning starts and reports its first item, then
@@ -209,12 +184,16 @@ TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) 
     ASSERT_TRUE(gate.awaitReached(10.0));
     EXPECT_EQ(store.progress(), (CleanupStore::Progress{0, 2, first}));
 
+    EXPECT_FALSE(store.isStopping());
     store.cancel();
     EXPECT_EQ(store.phase(), CleanupPhase::cleaning);  // what was started is finished and reported
+    EXPECT_TRUE(store.isStopping());
     gate.open();
     ASSERT_TRUE(waitFor(store, CleanupPhase::finished));
+    EXPECT_FALSE(store.isStopping());
     const CleanupReport& report = *store.lastReport();
     EXPECT_TRUE(report.cancelled);
+    EXPECT_EQ(report.requestedMode, DeleteMode::trash);
     EXPECT_FALSE(store.homeUsage());  // a walk given up half way is never shown
     EXPECT_EQ(report.deleted.size(), 1u);
     EXPECT_TRUE(fs::exists(home + "/code/site/node_modules") != fs::exists(home + "/code/app/node_modules"));

@@ -25,8 +25,11 @@ TEST(CleanupSummary, DescribesEachKindOfRun) {
     const Deleted cache{"npm cache", "/h/.npm/_cacache", 2'000'000'000, DeleteMode::permanent, false};
     const Deleted modules{"node_modules in app", "/h/code/app/node_modules", 300'000'000, DeleteMode::trash, true};
     const Skipped inUse{"Yarn cache", "/h/Library/Caches/Yarn", "In use by node (pid 7)"};
-    const Skipped failed{"pip cache", "/h/Library/Caches/pip", "Error: Permission denied"};
-    const Skipped simulators{"Unavailable simulators", "/h/Devices", "simctl failed: no devices"};
+    const Skipped failed{"pip cache", "/h/Library/Caches/pip", "Error: Permission denied", CleanupReport::SkipCause::failed};
+    const Skipped simulators{"Unavailable simulators", "/h/Devices", "simctl failed: no devices",
+                             CleanupReport::SkipCause::failed};
+    // A title is the user's own text: one that reads like a failure is still an item kept back.
+    const Skipped lookalike{"Error: logs VM", "/h/.colima", "Error: logs VM is running \u2014 quit it first"};
     CleanupReport refused = run(10, 10, {});
     refused.refusal = "The approval was already used.";
 
@@ -50,6 +53,8 @@ TEST(CleanupSummary, DescribesEachKindOfRun) {
         {"refusals and failures are told apart", run(5, 5, {}, {inUse, failed, simulators}),
          {"Nothing was removed",
           {"Freed now: 0 B", "Skipped 1 item; the reasons are listed below", "2 items could not be removed"}}},
+        {"the cause decides, not the words", run(5, 5, {}, {lookalike}),
+         {"Nothing was removed", {"Freed now: 0 B", "Skipped 1 item; the reasons are listed below"}}},
         {"a cancelled run tells what it did before the stop", run(0, 300'000'000, {modules}, {inUse}, true),
          {"Stopped before all items ran",
           {"Freed now: 300 MB", "Removed 1 item (300 MB)",

@@ -142,6 +142,46 @@ TEST_F(DesktopRig, TheHotKeyExistsExactlyWhileTheSuiteIsInactive) {
     EXPECT_FALSE(floating->suppressed);
 }
 
+// The suite shortcut changes hands inside the one evaluation that turns the suite on or off: ours
+// goes before the host that takes it is made, and comes back once that host is gone.
+TEST_F(DesktopRig, TheShortcutPassesToTheHostAndBackWithinOneTurn) {
+    desktop.reset();
+    link.reset();
+    participant.reset();
+    kestrow::suite::SuiteStatusItemFactory factory;
+    factory.hotKeys = &center;
+    SuiteParticipant::Options options;
+    options.observeSystem = false;
+    participant = std::make_unique<SuiteParticipant>(SuiteApp::brimlet, std::vector<SuiteFolder>{folder},
+                                                     suiteDefaults, factory, rig.loop, options);
+    link = std::make_unique<ParticipantLink>(*participant, rig.loop);
+    desktop = std::make_unique<DesktopController>(rig.loop, *store, *link, std::make_unique<RecordingFloating>(),
+                                                  std::make_unique<RecordingDock>(), &center);
+    // Alone, with the host lock already won: the monitor holds the keys.
+    ASSERT_TRUE(rig.loop.runUntil([&] { return participant->lock() && participant->lock()->isHeld(); }, 5));
+    ASSERT_TRUE(desktop->hotKey() && desktop->hotKey()->isRegistered());
+
+    // A second member: the suite turns active and this process hosts in the same evaluation.
+    writeMember(folder, rig.loop, GlanceState::running);
+    rig.loop.folderChanged(folder.glancesURL());
+    rig.loop.runPending();
+    ASSERT_TRUE(participant->isHost());
+    ASSERT_NE(participant->host(), nullptr);
+    EXPECT_TRUE(participant->host()->hotKeyRegistered());
+    EXPECT_FALSE(desktop->hotKey());
+    EXPECT_EQ(keys.held, (std::set<std::pair<std::uint32_t, std::uint32_t>>{{46, 6144}}));
+
+    // The member stops: the host goes with the suite and the monitor takes the keys back.
+    writeMember(folder, rig.loop, GlanceState::stopped);
+    rig.loop.folderChanged(folder.glancesURL());
+    rig.loop.advance(kestrow::suite::SuiteStateMachine::offDelay + 5);
+    EXPECT_FALSE(participant->isActive());
+    EXPECT_EQ(participant->host(), nullptr);
+    ASSERT_TRUE(desktop->hotKey());
+    EXPECT_TRUE(desktop->hotKey()->isRegistered());
+    EXPECT_EQ(keys.held.size(), 1u);
+}
+
 TEST_F(DesktopRig, EachNewGlanceIsPublishedAsTheSuiteRecord) {
     ASSERT_TRUE(rig.settle([&] { return ticks == 1; }));
     EXPECT_GE(dock->refreshes, 1);
@@ -274,6 +314,15 @@ TEST(BrimletApplication, ReopensHostingAndAStoppedRecordAtTheEnd) {
     // Alone, the app shows its own icon: a reopen leaves the dashboard closed.
     app.handleReopen();
     rig.loop.advance(0.5);
+    EXPECT_TRUE(opened.empty());
+
+    // The user dragged the icon out of the menu bar: a reopen brings it back (the way to Settings
+    // and Quit) instead of opening a window.
+    app.participant().setShowsOwnIcon(false);
+    EXPECT_FALSE(app.participant().showsOwnIcon());
+    app.handleReopen();
+    rig.loop.advance(0.5);
+    EXPECT_TRUE(app.participant().showsOwnIcon());
     EXPECT_TRUE(opened.empty());
 
     // The menu bar item follows the participant through the application's link.

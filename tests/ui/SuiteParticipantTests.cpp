@@ -468,6 +468,15 @@ TEST_F(Participant, OwnIconFollowsTheUsersWishTheRulesAndARemoval) {
     EXPECT_TRUE(p->handleReopen());
     EXPECT_TRUE(p->showsOwnIcon());
 
+    // Removed again, then asked for in the settings: the explicit choice brings it back.
+    p->setShowsOwnIcon(false);
+    EXPECT_FALSE(p->showsOwnIcon());
+    changes.clear();
+    ASSERT_TRUE(p->setOwnIconWanted(true).ok());
+    EXPECT_TRUE(p->showsOwnIcon());
+    EXPECT_EQ(changes.back(), Property::showsOwnIcon);
+    EXPECT_FALSE(p->handleReopen()) << "nothing left to bring back";
+
     ASSERT_TRUE(defaults.set("KestrowSuite.showOwnIcon", JsonValue("yes")).ok());
     EXPECT_FALSE(p->showsOwnIcon()) << "an unreadable value reads as the default";
 }
