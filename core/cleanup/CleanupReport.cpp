@@ -106,7 +106,8 @@ std::string CleanupReport::markdown() const {
     if (deleted.empty()) lines.push_back("_Nothing._");
     for (const Deleted& d : deleted) {
         // Two trailing blanks make a Markdown line break: the path shows indented under its entry.
-        lines.push_back("- " + markdownText(d.title) + " \u2014 " + string(d.bytes) + " \u2014 " +
+        lines.push_back("- " + markdownText(d.title) + " \u2014 " + string(d.bytes) +
+                        (d.sizeIncomplete.value_or(false) ? sizeIncompleteNote : "") + " \u2014 " +
                         std::string(d.mode.title()) + (d.downgraded ? " (personal data is never deleted permanently)" : "") +
                         "  \n  " + codeSpan(d.path));
     }
@@ -144,6 +145,7 @@ constexpr auto deletedFields = std::tuple{
     field("bytes", &Deleted::bytes),
     field("mode", &Deleted::mode),
     field("downgraded", &Deleted::downgraded),
+    field("sizeIncomplete", &Deleted::sizeIncomplete),
 };
 
 constexpr auto skippedFields = std::tuple{

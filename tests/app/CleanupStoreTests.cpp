@@ -27,13 +27,13 @@ using brimlet::testing::ScopedDataHome;
 // The real Trash, held shut at the first item until the test opens the gate.
 class GatedFileOperations final : public FileOperations {
 public:
-    kestrow::Status moveToTrash(const std::string& path) override {
+    kestrow::Status moveToTrash(const PinnedItem& item) override {
         wait();
-        return live_.moveToTrash(path);
+        return live_.moveToTrash(item);
     }
-    kestrow::Status removePermanently(const std::string& path) override {
+    kestrow::Status removePermanently(const PinnedItem& item) override {
         wait();
-        return live_.removePermanently(path);
+        return live_.removePermanently(item);
     }
     // Waits in real time for the cleaner to arrive at the gate.
     bool awaitReached(double seconds) {
