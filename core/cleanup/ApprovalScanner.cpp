@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 
+#include "Pinning.hpp"
 #include "SafetyPolicy.hpp"
 #include "base/IsoDate.hpp"
 #include "core/monitoring/ProcessReader.hpp"
@@ -197,12 +198,21 @@ std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const CancelTe
         std::string name;
         std::string folder;
         time_t modified = 0;
+        FileIdentity identity;  // two names of one file (a hard link, a bind mount) are no duplicate
     };
     std::map<off_t, std::vector<Candidate>> bySize;
     for (const char* folderName : {"Downloads", "Desktop"}) {
         const std::string folder = home_ + "/" + folderName;
-        DIR* dir = ::opendir(folder.c_str());
-        if (!dir) continue;
+        // A linked folder is not read at all: its files are listed where they really are, or not
+        // offered; read twice, one file would look like its own duplicate.
+        const Descriptor pinned(openFolderNoLinks(folder, Resolution::fastest));
+        if (!pinned.valid()) continue;
+        const int listing = ::openat(pinned.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        DIR* dir = listing >= 0 ? ::fdopendir(listing) : nullptr;
+        if (!dir) {
+            if (listing >= 0) ::close(listing);
+            continue;
+        }
         while (const dirent* entry = ::readdir(dir)) {
             const std::string name = entry->d_name;
             const std::string lower = lowercase(name);
@@ -218,7 +228,8 @@ std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const CancelTe
                 continue;
             const std::string path = folder + "/" + name;
             if (underProtectedRoot(path)) continue;
-            bySize[st.st_size].push_back({path, name, folderName, st.st_mtime});
+            bySize[st.st_size].push_back({path, name, folderName, st.st_mtime,
+                                          {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)}});
         }
         ::closedir(dir);
     }
@@ -235,7 +246,9 @@ std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const CancelTe
         for (std::size_t keep = 0; keep < candidates.size(); ++keep) {
             if (claimed[keep]) continue;
             for (std::size_t other = keep + 1; other < candidates.size(); ++other) {
-                if (claimed[other] || !sameBytes(candidates[keep].path, candidates[other].path, isCancelled)) continue;
+                if (claimed[other] || candidates[other].identity == candidates[keep].identity ||
+                    !sameBytes(candidates[keep].path, candidates[other].path, isCancelled))
+                    continue;
                 claimed[other] = true;
                 const Candidate& copy = candidates[other];
                 CleanupItem item;

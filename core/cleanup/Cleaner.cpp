@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <exception>
 
 #include "ApprovalScanner.hpp"
@@ -185,8 +187,9 @@ Cleaner::Cleaner(const std::string& home, FileOperations& operations)
               if (item.blockedReason) ids.insert(item.id);
           return ids;
       }),
-      census([](const std::string& path) { return SizeMeasurer::census(path, CancelTest()); }),
-      removalCheck([](const std::string& realPath) { return RemovalCheck::wholeTree(realPath); }),
+      census([](const PinnedItem& item) { return SizeMeasurer::census(item, CancelTest()); }),
+      removalCheck([](const PinnedItem& item) { return RemovalCheck::wholeTree(item); }),
+      mountPoints(currentMountPoints),
       home_(home) {}
 
 std::string Cleaner::inUseReason(const std::vector<ProcessUse>& users) {
@@ -224,6 +227,35 @@ kestrow::Status guarded(F&& operation) {
 
 CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vector<std::string>& allowedRoots,
                            DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const {
+    std::vector<AllowedRoot> roots;
+    for (const std::string& root : allowedRoots) roots.push_back({root, std::nullopt});
+    return run(items, roots, mode, progress, isCancelled);
+}
+
+namespace {
+
+// Whether the roots that allow the real path are still the files they were when measured. A root
+// measured as one folder that now resolves to another (a link or a mount put in its place) allows
+// nothing; a root without a recorded identity is taken as it stands.
+bool rootsUnchanged(const std::string& realPath, const std::vector<AllowedRoot>& roots) {
+    bool anyChanged = false;
+    for (const AllowedRoot& root : roots) {
+        const auto resolved = resolveRealPath(root.path);
+        if (!resolved || !(*resolved == realPath || isInside(realPath, *resolved))) continue;
+        if (!root.identity) return true;
+        struct stat st{};
+        if (::lstat(resolved->c_str(), &st) == 0 &&
+            FileIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)} == *root.identity)
+            return true;
+        anyChanged = true;
+    }
+    return !anyChanged;
+}
+
+}  // namespace
+
+CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vector<AllowedRoot>& allowedRoots,
+                           DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const {
     CleanupReport report;
     report.startedAt = report.finishedAt = kestrow::currentDate();
     report.requestedMode = mode;
@@ -233,6 +265,8 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
     for (const CleanupItem& item : items) volumes.push_back(item.url);
     if (volumes.empty()) volumes.push_back(home_);
     report.freeBefore = freeSpace(volumes);
+    std::vector<std::string> rootPaths;
+    for (const AllowedRoot& root : allowedRoots) rootPaths.push_back(root.path);
 
     std::set<std::string> runningMachines;
     const bool anyMachine = std::any_of(items.begin(), items.end(), [](const CleanupItem& item) {
@@ -265,6 +299,7 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
             skip("Simulators can only be deleted permanently \u2014 choose Delete permanently to include them");
             continue;
         }
+        std::optional<FileIdentity> keptIdentity;
         if (item.requiresExisting) {
             // Followed through links: a kept copy replaced by a link to nothing is gone.
             struct stat st{};
@@ -272,43 +307,86 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
                 skip("The copy that was going to be kept (" + lastComponent(*item.requiresExisting) + ") is gone");
                 continue;
             }
+            keptIdentity = FileIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
         }
-        const TreeCensus before = simulators ? TreeCensus{} : census(item.url);
-        const std::uint64_t bytes = before.bytes;
-        const SafetyDecision decision = policy.check(item.url, allowedRoots);
+        const SafetyDecision decision = policy.check(item.url, rootPaths);
         if (const std::string* refusal = decision.refusal()) {
             skip(*refusal);
             continue;
         }
         const std::string& realPath = *decision.allowedPath();
-        if (const auto users = processesUsing(realPath); !users.empty()) {
-            skip(inUseReason(users));
-            continue;
-        }
         if (simulators) {
-            const std::uint64_t sizeBefore = census(item.url).bytes;
+            if (const auto users = processesUsing(realPath); !users.empty()) {
+                skip(inUseReason(users));
+                continue;
+            }
+            // Only the tool deletes here; the folder is measured (by path) to tell what it took.
+            const std::uint64_t sizeBefore = SizeMeasurer::census(item.url, CancelTest()).bytes;
             const auto [status, message] = deleteUnavailableSimulators();
             if (status != 0) {
                 fail("simctl failed: " + message);
                 continue;
             }
-            const std::uint64_t sizeAfter = census(item.url).bytes;
+            const std::uint64_t sizeAfter = SizeMeasurer::census(item.url, CancelTest()).bytes;
             report.deleted.push_back({item.title, item.url, sizeBefore > sizeAfter ? sizeBefore - sizeAfter : 0,
-                                      DeleteMode::permanent, false});
+                                      DeleteMode::permanent, false, std::nullopt});
+            continue;
+        }
+
+        // From here on the item is reached only through the folder that holds it, pinned without
+        // following a link anywhere, and only while it is the file that was judged and measured.
+        // An item whose place in the home folder runs through a link is not pinned at all: the
+        // judged real path must be the item's own path with nothing on the way resolved away.
+        const bool measured = item.measuredIdentity.has_value();
+        if (Pinning::expectedRealPath(item.url, home_, policy.homePath()) != realPath) {
+            skip(measured ? Pinning::changedSinceMeasured : Pinning::linkOnPath);
+            continue;
+        }
+        int pinError = 0;
+        const auto pinned = Pinning::pin(realPath, pinError, resolution);
+        if (!pinned) {
+            if (pinError == ENOENT) skip("Already gone");
+            else if (pinError == ELOOP || pinError == ENOTDIR) skip(measured ? Pinning::changedSinceMeasured : Pinning::linkOnPath);
+            else skip("Error: " + std::string(std::strerror(pinError)));
+            continue;
+        }
+        if (pinned->status.isLink()) {
+            skip("Is a symbolic link; links are never followed for deletion");
+            continue;
+        }
+        if ((measured && !(*item.measuredIdentity == pinned->identity())) || !rootsUnchanged(realPath, allowedRoots)) {
+            skip(Pinning::changedSinceMeasured);
+            continue;
+        }
+        if (keptIdentity && *keptIdentity == pinned->identity()) {
+            skip("The copy that was going to be kept (" + lastComponent(*item.requiresExisting) + ") is this same file");
+            continue;
+        }
+        const TreeCensus before = census(*pinned);
+        if (!before.exists) {
+            skip(Pinning::unchanged(*pinned) ? "Error: " + std::string(std::strerror(EIO)) : Pinning::changedSinceMeasured);
+            continue;
+        }
+        const std::uint64_t bytes = before.bytes;
+        if (const auto users = processesUsing(realPath); !users.empty()) {
+            skip(inUseReason(users));
             continue;
         }
         // Personal data is never deleted permanently, whatever the user chose: it goes to the Trash.
         const bool permanent = mode == DeleteMode::permanent && item.kind == CleanupKind::regenerable;
-        // Removal for good is tried only on a tree that can go whole. A move to the Trash needs no
-        // such look: it renames the item in one step, mounts inside it and all, and erases nothing.
-        if (permanent) {
-            if (const kestrow::Status removable = removalCheck(realPath); removable.failed()) {
-                skip(removable.message());
-                continue;
-            }
+        // Removal for good is tried only on a tree that can go whole. A move to the Trash takes the
+        // item whole in one rename, unreadable parts and all, but never a mount: what lies on another
+        // file system would be erased with the Trash.
+        const kestrow::Status checked =
+            permanent ? removalCheck(*pinned)
+                      : RemovalCheck::noMountInside(*pinned, before.mountInside, before.unreadable > 0,
+                                                    before.unreadable > 0 ? mountPoints() : std::vector<std::string>{});
+        if (checked.failed()) {
+            skip(checked.message());
+            continue;
         }
         const kestrow::Status outcome = guarded([&] {
-            return permanent ? fileOperations->removePermanently(realPath) : fileOperations->moveToTrash(realPath);
+            return permanent ? fileOperations->removePermanently(*pinned) : fileOperations->moveToTrash(*pinned);
         });
         if (outcome.failed()) {
             if (!permanent) {
@@ -317,9 +395,9 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
             }
             // A removal that stopped part way has still removed something: the report says so and
             // how much, instead of listing the item as if it were untouched.
-            const TreeCensus after = census(item.url);
+            const TreeCensus after = census(*pinned);
             if (!after.exists) {
-                report.deleted.push_back({item.title, item.url, bytes, DeleteMode::permanent, false});
+                report.deleted.push_back({item.title, item.url, bytes, DeleteMode::permanent, false, std::nullopt});
             } else if (after.bytes < before.bytes || after.entries < before.entries) {
                 fail("Error: " + outcome.message() + partlyRemoved +
                      ByteFormat::string(before.bytes > after.bytes ? before.bytes - after.bytes : 0) + ")");
@@ -328,8 +406,10 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
             }
             continue;
         }
+        // A tree moved whole with parts that could not be read took more than was counted: said so.
+        const std::optional<bool> incomplete = before.unreadable > 0 ? std::optional<bool>(true) : std::nullopt;
         report.deleted.push_back({item.title, item.url, bytes, permanent ? DeleteMode::permanent : DeleteMode::trash,
-                                  !permanent && mode == DeleteMode::permanent});
+                                  !permanent && mode == DeleteMode::permanent, incomplete});
     }
     report.freeAfter = freeSpace(volumes);
     report.finishedAt = kestrow::currentDate();

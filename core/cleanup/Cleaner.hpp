@@ -14,18 +14,22 @@
 #include "CleanupItem.hpp"
 #include "CleanupReport.hpp"
 #include "OpenFiles.hpp"
+#include "Pinning.hpp"
 #include "SizeMeasurer.hpp"
 #include "SafetyPolicy.hpp"
 #include "core/monitoring/ProcessReader.hpp"
 
 namespace brimlet {
 
-// The two operations that change the disk. Each returns a failure with the platform's description; an implementation may also throw, and the cleaner turns that into the same kind of text.
+// The two operations that change the disk, each on an item pinned by the folder that holds it:
+// they act through that folder's descriptor, never by the path again. Each returns a failure with
+// the platform's description; an implementation may also throw, and the cleaner turns that into
+// the same kind of text.
 class FileOperations {
 public:
     virtual ~FileOperations() = default;
-    virtual kestrow::Status moveToTrash(const std::string& path) = 0;
-    virtual kestrow::Status removePermanently(const std::string& path) = 0;
+    virtual kestrow::Status moveToTrash(const PinnedItem& item) = 0;
+    virtual kestrow::Status removePermanently(const PinnedItem& item) = 0;
 };
 
 // The user's Trash on this platform (the freedesktop.org Trash on Linux), and removal that never
@@ -33,8 +37,14 @@ public:
 // the entry it stopped at.
 class LiveFileOperations final : public FileOperations {
 public:
-    kestrow::Status moveToTrash(const std::string& path) override;
-    kestrow::Status removePermanently(const std::string& path) override;
+    kestrow::Status moveToTrash(const PinnedItem& item) override;
+    kestrow::Status removePermanently(const PinnedItem& item) override;
+};
+
+// A folder under which deletion is allowed, and which file it was when it was measured.
+struct AllowedRoot {
+    std::string path;
+    std::optional<FileIdentity> identity;
 };
 
 struct ProcessUse {
@@ -83,14 +93,22 @@ struct Cleaner {
     std::function<std::uint64_t(const std::vector<std::string>& paths)> freeSpace;
     std::function<std::pair<std::int32_t, std::string>()> deleteUnavailableSimulators;
     std::function<std::set<std::string>(const std::string& home)> runningVirtualMachineIDs;
-    std::function<TreeCensus(const std::string&)> census;
+    // Measures a pinned item: what is measured is what the removal will act on.
+    std::function<TreeCensus(const PinnedItem&)> census;
     // Looks at a whole tree before it is removed for good (RemovalCheck::wholeTree).
-    std::function<kestrow::Status(const std::string& realPath)> removalCheck;
+    std::function<kestrow::Status(const PinnedItem&)> removalCheck;
+    // The system's mount points, asked when a tree going to the Trash could not be read whole.
+    std::function<std::vector<std::string>()> mountPoints;
+    Resolution resolution = Resolution::fastest;
 
     // The live collaborators for a home folder.
     Cleaner(const std::string& home, FileOperations& operations);
 
     CleanupReport run(const std::vector<CleanupItem>& items, const std::vector<std::string>& allowedRoots,
+                      DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const;
+    // The same with the identity each root had when it was measured: a root that is no longer
+    // that file allows nothing.
+    CleanupReport run(const std::vector<CleanupItem>& items, const std::vector<AllowedRoot>& allowedRoots,
                       DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const;
 
     // Appended to the error of a removal that stopped part way, before the size of what went.

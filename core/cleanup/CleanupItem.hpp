@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Pinning.hpp"
 #include "base/Json.hpp"
 #include "base/RawValueEnum.hpp"
 
@@ -53,6 +54,9 @@ struct CleanupItem {
     std::optional<std::string> note;
     std::optional<bool> isActive;
     std::optional<std::string> requiresExisting;
+    // Device and inode of the item when it was measured; the cleaner acts only on that same file.
+    // Not part of the item's encoded form.
+    std::optional<FileIdentity> measuredIdentity;
 
     // Presence, not content, of a blocked reason decides.
     bool isSelectable() const { return !blockedReason.has_value(); }

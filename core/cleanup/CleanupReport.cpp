@@ -85,7 +85,8 @@ std::string jsonText(const std::string& raw) { return kestrow::isValidUtf8(raw) 
 }  // namespace
 
 std::string CleanupReport::entryText(const Deleted& entry) {
-    return entry.title + " \u2014 " + ByteFormat::string(entry.bytes) + " \u2014 " + std::string(entry.mode.title()) +
+    return entry.title + " \u2014 " + ByteFormat::string(entry.bytes) +
+           (entry.sizeIncomplete.value_or(false) ? sizeIncompleteNote : "") + " \u2014 " + std::string(entry.mode.title()) +
            (entry.downgraded ? " (personal data is never deleted permanently)" : "");
 }
 
@@ -149,6 +150,7 @@ constexpr auto deletedFields = std::tuple{
     field("bytes", &Deleted::bytes),
     field("mode", &Deleted::mode),
     field("downgraded", &Deleted::downgraded),
+    field("sizeIncomplete", &Deleted::sizeIncomplete),
 };
 
 constexpr auto skippedFields = std::tuple{

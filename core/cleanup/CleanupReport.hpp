@@ -13,6 +13,8 @@ namespace brimlet {
 
 struct CleanupReport {
     static constexpr const char* trashNote = "Space is freed when you empty the Trash.";
+    // After the size of an item that was moved whole although part of it could not be measured.
+    static constexpr const char* sizeIncompleteNote = " or more (part of it could not be read)";
 
     struct Deleted {
         std::string title;
@@ -20,6 +22,8 @@ struct CleanupReport {
         std::uint64_t bytes = 0;
         DeleteMode mode;
         bool downgraded = false;  // asked for permanent, went to the Trash: personal data never goes for good
+        // Set (true) when part of the item could not be read to measure it: more than `bytes` went.
+        std::optional<bool> sizeIncomplete;
         bool operator==(const Deleted&) const = default;
     };
     // Why an item was left: kept back on purpose before anything ran (a safety rule, the user's

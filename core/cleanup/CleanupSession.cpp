@@ -38,8 +38,12 @@ std::future<MeasureResult> CleanupSession::measure(CancelTest isCancelled, SizeM
             measured.push_back(i);
             paths.push_back(result.regenerable[i].url);
         }
-        const std::vector<MeasuredSize> sizes = SizeMeasurer::measureAll(paths, isCancelled, onMeasured);
-        for (std::size_t k = 0; k < measured.size(); ++k) result.regenerable[measured[k]].size = sizes[k].bytes;
+        const std::vector<TreeCensus> sizes = SizeMeasurer::censusAll(paths, isCancelled, onMeasured);
+        for (std::size_t k = 0; k < measured.size(); ++k) {
+            result.regenerable[measured[k]].size = sizes[k].bytes;
+            // The clean acts only on the file measured here.
+            result.regenerable[measured[k]].measuredIdentity = sizes[k].identity;
+        }
         // The caches live in the home folder, so its file system is the one whose space they take.
         auto volume = DiskSpace::volume(home_);
         if (!volume) volume = DiskSpace::dataVolume();
@@ -64,9 +68,11 @@ std::future<std::vector<CleanupItem>> CleanupSession::scanPersonal(CancelTest is
         // no figure at all: a partial walk would show the item smaller than it is.
         std::vector<std::string> paths;
         for (const CleanupItem& item : items) paths.push_back(item.url);
-        const std::vector<MeasuredSize> sizes = SizeMeasurer::measureAll(paths, isCancelled);
-        if (!isCancelled())
-            for (std::size_t i = 0; i < items.size(); ++i) items[i].size = sizes[i].bytes;
+        const std::vector<TreeCensus> sizes = SizeMeasurer::censusAll(paths, isCancelled);
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            if (!isCancelled()) items[i].size = sizes[i].bytes;
+            items[i].measuredIdentity = sizes[i].identity;
+        }
         for (const CleanupItem& item : items) {
             if (known_.insert_or_assign(item.id, item).second) knownOrder_.push_back(item.id);
         }
@@ -105,8 +111,11 @@ std::future<CleanupReport> CleanupSession::clean(std::vector<std::string> ids, C
         std::vector<CleanupItem> items;
         for (const std::string& id : ids)
             if (auto it = known_.find(id); it != known_.end()) items.push_back(it->second);
-        std::vector<std::string> allowedRoots;
-        for (const std::string& id : knownOrder_) allowedRoots.push_back(known_.at(id).url);
+        std::vector<AllowedRoot> allowedRoots;
+        for (const std::string& id : knownOrder_) {
+            const CleanupItem& known = known_.at(id);
+            allowedRoots.push_back({known.url, known.measuredIdentity});
+        }
         return cleaner_.run(items, allowedRoots, mode, progress, isCancelled);
     });
 }

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <thread>
 
+#include "TreeWalk.hpp"
 #include "base/Checked.hpp"
 
 namespace brimlet {
@@ -23,78 +24,64 @@ std::uint64_t MeasureResult::regenerableBytes() const {
 
 namespace {
 
-// A depth-first walk over open folder descriptors: each entry costs one status read, no path strings.
-class Walk {
-public:
-    Walk(const CancelTest& isCancelled, const EntryReader& reader, std::uint64_t device)
-        : isCancelled_(isCancelled), reader_(reader), device_(device) {}
-
-    // Walks the folder behind fd (taking ownership of it).
-    void folder(int fd) {
-        DIR* dir = ::fdopendir(fd);
-        if (!dir) {
-            ::close(fd);
-            ++census.unreadable;
-            return;
+// Measures the folder behind `dir` (taken over): each entry costs one status read; mounts inside
+// are noted, neither entered nor counted.
+void measureFolder(DIR* dir, const EntryStatus& status, const std::string& path, const CancelTest& isCancelled,
+                   const EntryReader& reader, TreeCensus& census) {
+    TreeWalk walk;
+    walk.reader = reader;
+    std::uint64_t listed = 0;
+    walk.entry = [&](int, const char* name, const EntryStatus* entry, int) {
+        if (++listed % SizeMeasurer::cancelInterval == 0 && isCancelled()) return TreeWalk::Next::stop;
+        if (!entry) return TreeWalk::Next::skip;  // vanished: skip
+        if (crossesFileSystem(*entry, status.device)) {
+            if (!census.mountInside) census.mountInside = walk.pathOf(name);
+            return TreeWalk::Next::skip;
         }
-        while (!stopped_) {
-            errno = 0;
-            const dirent* entry = ::readdir(dir);
-            if (!entry) {
-                if (errno != 0) ++census.unreadable;  // the listing broke off part way
-                break;
-            }
-            const char* name = entry->d_name;
-            if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
-            if (++listed_ % SizeMeasurer::cancelInterval == 0 && isCancelled_()) {
-                stopped_ = true;
-                break;
-            }
-            const auto status = reader_(::dirfd(dir), name);
-            if (!status) continue;                               // vanished: skip
-            if (crossesFileSystem(*status, device_)) continue;  // a mount inside: not ours to count
-            ++census.entries;
-            if (status->isDirectory()) {
-                descend(::dirfd(dir), name);
-                continue;
-            }
-            census.bytes = kestrow::checkedAdd(census.bytes, status->allocatedBytes, "measured size overflow");
-        }
-        ::closedir(dir);
-    }
+        ++census.entries;
+        if (entry->isDirectory()) return TreeWalk::Next::descend;
+        census.bytes = kestrow::checkedAdd(census.bytes, entry->allocatedBytes, "measured size overflow");
+        return TreeWalk::Next::skip;
+    };
+    // A folder that cannot be entered or listed (or that changed on the way) is not summed.
+    walk.trouble = [&](const char*, TreeWalk::Trouble) {
+        ++census.unreadable;
+        return true;
+    };
+    walk.run(dir, status, path);
+}
 
+TreeCensus censusOf(const EntryStatus& status, DIR* dir, const std::string& path, const CancelTest& isCancelled,
+                    const EntryReader& reader) {
     TreeCensus census;
-
-private:
-    void descend(int parent, const char* name) {
-        // O_NOFOLLOW: a folder swapped for a link mid-walk is not followed out of the tree.
-        const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        if (fd < 0) {
-            ++census.unreadable;
-            return;
-        }
-        folder(fd);
+    census.exists = true;
+    census.identity = FileIdentity::of(status);
+    if (!status.isDirectory()) {
+        census.bytes = status.allocatedBytes;
+        return census;
     }
-
-    const CancelTest& isCancelled_;
-    const EntryReader& reader_;
-    std::uint64_t device_;
-    std::uint64_t listed_ = 0;
-    bool stopped_ = false;
-};
+    if (!dir) {
+        census.unreadable = 1;
+        return census;
+    }
+    measureFolder(dir, status, path, isCancelled, reader, census);
+    return census;
+}
 
 }  // namespace
 
 TreeCensus SizeMeasurer::census(const std::string& path, const CancelTest& isCancelled, const EntryReader& reader) {
     const auto status = reader(AT_FDCWD, path.c_str());
-    if (!status) return {0, 1, 0, false};
-    if (!status->isDirectory()) return {status->allocatedBytes, 0, 0, true};
-    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return {0, 1, 0, true};
-    Walk walk(isCancelled, reader, status->device);
-    walk.folder(fd);
-    walk.census.exists = true;
-    return walk.census;
+    if (!status) return {0, 1, 0, false, std::nullopt, std::nullopt};
+    DIR* dir = status->isDirectory() ? openListedFolder(AT_FDCWD, path.c_str(), *status) : nullptr;
+    return censusOf(*status, dir, path, isCancelled, reader);
+}
+
+TreeCensus SizeMeasurer::census(const PinnedItem& item, const CancelTest& isCancelled, const EntryReader& reader) {
+    const auto status = reader(item.parent.get(), item.name.c_str());
+    if (!status || !(FileIdentity::of(*status) == item.identity())) return {0, 1, 0, false, std::nullopt, std::nullopt};
+    DIR* dir = status->isDirectory() ? openListedFolder(item.parent.get(), item.name.c_str(), *status) : nullptr;
+    return censusOf(*status, dir, item.path, isCancelled, reader);
 }
 
 MeasuredSize SizeMeasurer::allocatedSize(const std::string& path, const CancelTest& isCancelled,
@@ -122,15 +109,23 @@ void SizeMeasurer::concurrently(std::size_t count, const std::function<void(std:
     for (std::thread& thread : threads) thread.join();
 }
 
-std::vector<MeasuredSize> SizeMeasurer::measureAll(const std::vector<std::string>& paths,
-                                                   const CancelTest& isCancelled, const Measured& onMeasured) {
-    std::vector<MeasuredSize> sizes(paths.size());
+std::vector<TreeCensus> SizeMeasurer::censusAll(const std::vector<std::string>& paths, const CancelTest& isCancelled,
+                                                const Measured& onMeasured) {
+    std::vector<TreeCensus> results(paths.size());
     std::atomic<std::size_t> measured{0};
     concurrently(paths.size(), [&](std::size_t i) {
-        sizes[i] = allocatedSize(paths[i], isCancelled);
+        results[i] = census(paths[i], isCancelled);
         const std::size_t done = ++measured;
         if (onMeasured) onMeasured(done, paths.size());
     });
+    return results;
+}
+
+std::vector<MeasuredSize> SizeMeasurer::measureAll(const std::vector<std::string>& paths,
+                                                   const CancelTest& isCancelled, const Measured& onMeasured) {
+    std::vector<MeasuredSize> sizes;
+    for (const TreeCensus& counted : censusAll(paths, isCancelled, onMeasured))
+        sizes.push_back({counted.bytes, counted.unreadable});
     return sizes;
 }
 

@@ -11,6 +11,7 @@
 #include "CancelTest.hpp"
 #include "CleanupItem.hpp"
 #include "EntryStatus.hpp"
+#include "Pinning.hpp"
 
 namespace brimlet {
 
@@ -44,6 +45,8 @@ struct TreeCensus {
     std::int64_t unreadable = 0;
     std::uint64_t entries = 0;  // entries below the path on its own file system
     bool exists = false;        // the path itself could be read
+    std::optional<FileIdentity> identity;    // of the path itself, when it could be read
+    std::optional<std::string> mountInside;  // the first entry found on another file system
     bool operator==(const TreeCensus&) const = default;
 };
 
@@ -61,6 +64,9 @@ struct SizeMeasurer {
                                       const EntryReader& reader = readEntryStatus);
     static TreeCensus census(const std::string& path, const CancelTest& isCancelled,
                              const EntryReader& reader = readEntryStatus);
+    // The same through a pinned item: what is measured is what would be removed.
+    static TreeCensus census(const PinnedItem& item, const CancelTest& isCancelled,
+                             const EntryReader& reader = readEntryStatus);
 
     // The home folder's direct child folders (links excluded), measured concurrently, largest first.
     static std::vector<FolderUsage> homeUsage(const std::string& home, const CancelTest& isCancelled);
@@ -70,6 +76,9 @@ struct SizeMeasurer {
     // Each path measured, on at most maxThreads threads, results in the order given.
     static std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelTest& isCancelled,
                                                 const Measured& onMeasured = {});
+    // The same, each path's census in full (its identity included).
+    static std::vector<TreeCensus> censusAll(const std::vector<std::string>& paths, const CancelTest& isCancelled,
+                                             const Measured& onMeasured = {});
 
     // Runs task(0) ... task(count − 1) on at most maxThreads threads (the caller's included) and
     // returns when all have run.

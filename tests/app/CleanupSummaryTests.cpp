@@ -22,8 +22,8 @@ CleanupReport run(std::uint64_t before, std::uint64_t after, std::vector<Deleted
 }
 
 TEST(CleanupSummary, DescribesEachKindOfRun) {
-    const Deleted cache{"npm cache", "/h/.npm/_cacache", 2'000'000'000, DeleteMode::permanent, false};
-    const Deleted modules{"node_modules in app", "/h/code/app/node_modules", 300'000'000, DeleteMode::trash, true};
+    const Deleted cache{"npm cache", "/h/.npm/_cacache", 2'000'000'000, DeleteMode::permanent, false, std::nullopt};
+    const Deleted modules{"node_modules in app", "/h/code/app/node_modules", 300'000'000, DeleteMode::trash, true, std::nullopt};
     const Skipped inUse{"Yarn cache", "/h/Library/Caches/Yarn", "In use by node (pid 7)"};
     const Skipped failed{"pip cache", "/h/Library/Caches/pip", "Error: Permission denied", CleanupReport::SkipCause::failed};
     const Skipped simulators{"Unavailable simulators", "/h/Devices", "simctl failed: no devices",

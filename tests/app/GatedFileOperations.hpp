@@ -14,13 +14,13 @@ namespace brimlet::testing {
 // The real Trash, held shut at the first item until the test opens the gate.
 class GatedFileOperations final : public FileOperations {
 public:
-    kestrow::Status moveToTrash(const std::string& path) override {
+    kestrow::Status moveToTrash(const PinnedItem& item) override {
         wait();
-        return live_.moveToTrash(path);
+        return live_.moveToTrash(item);
     }
-    kestrow::Status removePermanently(const std::string& path) override {
+    kestrow::Status removePermanently(const PinnedItem& item) override {
         wait();
-        return live_.removePermanently(path);
+        return live_.removePermanently(item);
     }
     // Waits in real time for the cleaner to arrive at the gate.
     bool awaitReached(double seconds) {
@@ -49,8 +49,8 @@ private:
 // The Trash and removal refusing every item, as a volume gone read-only would.
 class FailingFileOperations final : public FileOperations {
 public:
-    kestrow::Status moveToTrash(const std::string&) override { return kestrow::Status::failure("Read-only file system"); }
-    kestrow::Status removePermanently(const std::string&) override {
+    kestrow::Status moveToTrash(const PinnedItem&) override { return kestrow::Status::failure("Read-only file system"); }
+    kestrow::Status removePermanently(const PinnedItem&) override {
         return kestrow::Status::failure("Read-only file system");
     }
 };

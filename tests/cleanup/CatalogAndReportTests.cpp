@@ -99,13 +99,13 @@ TEST(CleanupReport, MarkdownLineByLine) {
     CleanupReport empty = report();
     CleanupReport mixed = report();
     mixed.requestedMode = DeleteMode::permanent;
-    mixed.deleted = {{"npm cache", "/Users/a/.npm/_cacache", 1'500'000'000, DeleteMode::permanent, false},
-                     {"node_modules in app", "/Users/a/app/node_modules", 2'000'000, DeleteMode::trash, true}};
+    mixed.deleted = {{"npm cache", "/Users/a/.npm/_cacache", 1'500'000'000, DeleteMode::permanent, false, std::nullopt},
+                     {"node_modules in app", "/Users/a/app/node_modules", 2'000'000, DeleteMode::trash, true, std::nullopt}};
     mixed.skipped = {{"pip cache", "/Users/a/Library/Caches/pip", "Is a symbolic link; links are never followed for deletion"}};
     CleanupReport dropped = report();
     dropped.freeAfter = 9'000'000'000;
     dropped.cancelled = true;
-    dropped.deleted = {{"Bun cache", "/h/.bun/install/cache", 0, DeleteMode::trash, false}};
+    dropped.deleted = {{"Bun cache", "/h/.bun/install/cache", 0, DeleteMode::trash, false, std::nullopt}};
     CleanupReport refused = report();
     refused.freeAfter = refused.freeBefore;
     refused.refusal = "The approval was already used.";
@@ -142,7 +142,7 @@ TEST(CleanupReport, MarkdownLineByLine) {
 
 TEST(CleanupReport, JsonRoundTripWithSortedKeys) {
     CleanupReport r = report();
-    r.deleted = {{"a", "/h/a", 5, DeleteMode::trash, true}};
+    r.deleted = {{"a", "/h/a", 5, DeleteMode::trash, true, std::nullopt}};
     r.skipped = {{"b", "/h/b", "Already gone"}};
     const std::string text = *r.json();
     EXPECT_EQ(text.find("refusal"), std::string::npos);
@@ -158,7 +158,7 @@ TEST(CleanupReport, JsonRoundTripWithSortedKeys) {
 
 TEST(CleanupReport, OddNamesCannotForgeLinesOrBreakTheJson) {
     CleanupReport r = report();
-    r.deleted = {{"cache\n## Deleted (99)", "/h/.cache/a\nb\tc\x1B[31m", 5, DeleteMode::trash, false}};
+    r.deleted = {{"cache\n## Deleted (99)", "/h/.cache/a\nb\tc\x1B[31m", 5, DeleteMode::trash, false, std::nullopt}};
     r.skipped = {{"bad \xFF\xFE bytes \xC2\x85", "/h/`odd``name`", "Error: Permission denied: /h/x\ry"}};
     r.refusal = "forged\n- Refused";
     const std::vector<std::string> text = lines(r.markdown());

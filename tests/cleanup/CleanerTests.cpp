@@ -21,13 +21,13 @@ class RecordingOperations : public FileOperations {
 public:
     std::vector<std::string> calls;
     bool throwOnTrash = false;
-    kestrow::Status moveToTrash(const std::string& path) override {
-        calls.push_back("trash " + path);
+    kestrow::Status moveToTrash(const PinnedItem& item) override {
+        calls.push_back("trash " + item.path);
         if (throwOnTrash) throw std::runtime_error("The volume is read-only.");
         return kestrow::Status::success();
     }
-    kestrow::Status removePermanently(const std::string& path) override {
-        calls.push_back("remove " + path);
+    kestrow::Status removePermanently(const PinnedItem& item) override {
+        calls.push_back("remove " + item.path);
         return kestrow::Status::success();
     }
 };
@@ -49,8 +49,8 @@ struct CleanerFixture : ::testing::Test {
         };
         cleaner.deleteUnavailableSimulators = [] { return std::make_pair(72, std::string("No devices are booted.")); };
         cleaner.runningVirtualMachineIDs = [](const std::string&) { return std::set<std::string>{"docker-vm"}; };
-        cleaner.census = [](const std::string&) { return TreeCensus{4096, 0, 1, true}; };
-        cleaner.removalCheck = [](const std::string&) { return kestrow::Status::success(); };
+        cleaner.census = [](const PinnedItem&) { return TreeCensus{4096, 0, 1, true, std::nullopt, std::nullopt}; };
+        cleaner.removalCheck = [](const PinnedItem&) { return kestrow::Status::success(); };
     }
 
     CleanupItem item(const std::string& id, const std::string& relative, CleanupKind kind = CleanupKind::regenerable) {
@@ -109,9 +109,9 @@ TEST_F(CleanerFixture, ModesDowngradeAndErrors) {
     const CleanupReport permanent =
         cleaner.run({cache, personal}, roots, DeleteMode::permanent, nullptr, [] { return false; });
     ASSERT_EQ(permanent.deleted.size(), 2u);
-    EXPECT_EQ(permanent.deleted[0], (CleanupReport::Deleted{"npm-cache title", cache.url, 4096, DeleteMode::permanent, false}));
+    EXPECT_EQ(permanent.deleted[0], (CleanupReport::Deleted{"npm-cache title", cache.url, 4096, DeleteMode::permanent, false, std::nullopt}));
     EXPECT_EQ(permanent.deleted[1], (CleanupReport::Deleted{"node-modules:p/node_modules title", personal.url, 4096,
-                                                            DeleteMode::trash, true}));
+                                                            DeleteMode::trash, true, std::nullopt}));
     EXPECT_EQ(operations.calls, (std::vector<std::string>{"remove " + cache.url, "trash " + personal.url}));
 
     const CleanupReport trash = cleaner.run({cache, personal}, roots, DeleteMode::trash, nullptr, [] { return false; });
@@ -163,8 +163,8 @@ TEST_F(CleanerFixture, ATreeThatCannotGoWholeIsLeftUntouched) {
     const CleanupItem cache = item("uv-cache", ".cache/uv");
     std::vector<std::string> checked;
     const std::string refusal = "It holds a folder you cannot remove \u2014 nothing was removed: " + cache.url + "/x";
-    cleaner.removalCheck = [&](const std::string& path) {
-        checked.push_back(path);
+    cleaner.removalCheck = [&](const PinnedItem& pinned) {
+        checked.push_back(pinned.path);
         return kestrow::Status::failure(refusal);
     };
     const CleanupReport permanent = cleaner.run({cache}, roots, DeleteMode::permanent, nullptr, nullptr);
@@ -182,8 +182,9 @@ class PartialRemoval : public FileOperations {
 public:
     static constexpr std::size_t everyFile = SIZE_MAX;
     explicit PartialRemoval(std::size_t count) : count_(count) {}
-    kestrow::Status moveToTrash(const std::string&) override { return kestrow::Status::failure("must not run"); }
-    kestrow::Status removePermanently(const std::string& path) override {
+    kestrow::Status moveToTrash(const PinnedItem&) override { return kestrow::Status::failure("must not run"); }
+    kestrow::Status removePermanently(const PinnedItem& item) override {
+        const std::string& path = item.path;
         if (count_ == everyFile) {
             fs::remove_all(path);
             return kestrow::Status::failure("Directory not empty: " + path);

@@ -22,8 +22,8 @@ using testing::waitUntil;
 
 class NoOperations : public FileOperations {
 public:
-    kestrow::Status moveToTrash(const std::string&) override { return kestrow::Status::failure("must not run"); }
-    kestrow::Status removePermanently(const std::string&) override { return kestrow::Status::failure("must not run"); }
+    kestrow::Status moveToTrash(const PinnedItem&) override { return kestrow::Status::failure("must not run"); }
+    kestrow::Status removePermanently(const PinnedItem&) override { return kestrow::Status::failure("must not run"); }
 };
 
 CleanupItem personalItem(const std::string& home, const std::string& relative) {

@@ -5,12 +5,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <sys/random.h>
+
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 
 #include "../Cleaner.hpp"
+#include "../SafetyPolicy.hpp"
+#include "../TrashNaming.hpp"
 #include "base/Files.hpp"
 
 namespace brimlet {
@@ -59,10 +64,19 @@ bool endsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-// Writes the whole text to a fresh temporary file in the folder; its name, or the error.
-std::optional<std::string> writePending(const std::string& folder, const std::string& text, int& error) {
-    std::string name = folder + "/" + FreedesktopTrash::pendingPrefix + "XXXXXX";
-    const int fd = ::mkostemp(name.data(), O_CLOEXEC);
+// Writes the whole text to a fresh temporary file in the info folder; its name, or the error.
+std::optional<std::string> writePending(int infoFolder, const std::string& text, int& error) {
+    std::string name;
+    int fd = -1;
+    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+        std::uint64_t random = 0;
+        if (::getentropy(&random, sizeof random) != 0) random = static_cast<std::uint64_t>(::getpid()) * 7919 + attempt;
+        char suffix[17];
+        std::snprintf(suffix, sizeof suffix, "%016llx", static_cast<unsigned long long>(random));
+        name = std::string(FreedesktopTrash::pendingPrefix) + suffix;
+        fd = ::openat(infoFolder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0 && errno != EEXIST) break;
+    }
     if (fd < 0) {
         error = errno;
         return std::nullopt;
@@ -74,31 +88,39 @@ std::optional<std::string> writePending(const std::string& folder, const std::st
         if (n <= 0) {
             error = n < 0 ? errno : ENOSPC;
             ::close(fd);
-            ::unlink(name.c_str());
+            ::unlinkat(infoFolder, name.c_str(), 0);
             return std::nullopt;
         }
         written += static_cast<std::size_t>(n);
     }
     if (::close(fd) != 0) {
         error = errno;
-        ::unlink(name.c_str());
+        ::unlinkat(infoFolder, name.c_str(), 0);
         return std::nullopt;
     }
     return name;
 }
 
-// Claims infoPath for the text: a hard link to the finished temporary file where the file system
+// Claims infoName for the text: a hard link to the finished temporary file where the file system
 // has them; where it has none (FAT drives), an exclusive create and a write. 0, or the error.
-int claimInfo(const std::string& pending, const std::string& infoPath, const std::string& text) {
-    if (::link(pending.c_str(), infoPath.c_str()) == 0) return 0;
+int claimInfo(int infoFolder, const std::string& pending, const std::string& infoName, const std::string& text) {
+    if (::linkat(infoFolder, pending.c_str(), infoFolder, infoName.c_str(), 0) == 0) return 0;
     if (errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return errno;
-    const int fd = ::open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    const int fd = ::openat(infoFolder, infoName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) return errno;
     const ssize_t n = ::write(fd, text.data(), text.size());
     const int error = n < 0 ? errno : ENOSPC;
     if (::close(fd) == 0 && n == static_cast<ssize_t>(text.size())) return 0;
-    ::unlink(infoPath.c_str());
+    ::unlinkat(infoFolder, infoName.c_str(), 0);
     return error;
+}
+
+// A folder of the trash, opened without following a link. The trash's own place is resolved once
+// (a linked ~/.local is common); from there on nothing on the path may be a link.
+Descriptor openTrashFolder(const std::string& path) {
+    const auto real = resolveRealPath(path);
+    if (!real) return Descriptor();
+    return Descriptor(openFolderNoLinks(*real, Resolution::fastest));
 }
 
 }  // namespace
@@ -157,6 +179,11 @@ std::string FreedesktopTrash::trashInfo(std::string_view path, kestrow::Date del
 TrashLocation FreedesktopTrash::trashFor(const std::string& path) const {
     const auto itemDevice = device(path);
     if (!itemDevice) return {"", errnoText("cannot find " + path, errno)};
+    return trashFor(path, *itemDevice);
+}
+
+TrashLocation FreedesktopTrash::trashFor(const std::string& path, dev_t itemDeviceValue) const {
+    const std::optional<dev_t> itemDevice = itemDeviceValue;
     int lastError = 0;
     const std::string homeParent = parentOf(homeTrash_);
     if (makeFolders(homeParent)) {
@@ -221,48 +248,65 @@ void FreedesktopTrash::removeOrphans(const std::string& trashFolder) const {
     ::closedir(dir);
 }
 
-kestrow::Status FreedesktopTrash::trash(const std::string& path) const {
-    const TrashLocation location = trashFor(path);
+kestrow::Status FreedesktopTrash::trash(const PinnedItem& item) const {
+    // The device lookup may be replaced (tests stand a mount in); the item's own device otherwise.
+    const dev_t itemDevice = deviceOf ? deviceOf(item.path).value_or(static_cast<dev_t>(item.status.device))
+                                      : static_cast<dev_t>(item.status.device);
+    const TrashLocation location = trashFor(item.path, itemDevice);
     if (!location.found()) return kestrow::Status::failure(location.failure);
-    const std::string files = location.folder + "/files", info = location.folder + "/info";
-    if (!makeFolders(files) || !makeFolders(info)) return kestrow::Status::failure(errnoText("cannot create the Trash", errno));
+    const std::string filesPath = location.folder + "/files", infoPath = location.folder + "/info";
+    if (!makeFolders(filesPath) || !makeFolders(infoPath))
+        return kestrow::Status::failure(errnoText("cannot create the Trash", errno));
     removeOrphans(location.folder);
+    const Descriptor files = openTrashFolder(filesPath), info = openTrashFolder(infoPath);
+    if (!files.valid() || !info.valid()) return kestrow::Status::failure(errnoText("cannot open the Trash", errno));
+    struct stat filesStatus{};
+    if (::fstat(files.get(), &filesStatus) != 0) return kestrow::Status::failure(errnoText("cannot open the Trash", errno));
+    if (static_cast<std::uint64_t>(filesStatus.st_dev) != item.status.device)
+        return kestrow::Status::failure(errnoText("cannot move to the Trash", EXDEV));
 
     // The info text is written whole to a temporary file and then linked under its final name,
     // which claims the name atomically (two programs trashing at once never share one) and means
     // an info file of ours is never seen empty or half written, even after a kill.
     int error = 0;
-    const std::string text = trashInfo(path, kestrow::currentDate());
-    const auto pending = writePending(info, text, error);
+    const std::string text = trashInfo(item.path, kestrow::currentDate());
+    const auto pending = writePending(info.get(), text, error);
     if (!pending) return kestrow::Status::failure(errnoText("cannot write to the Trash", error));
-    const std::string name = path.substr(path.rfind('/') + 1);
     kestrow::Status outcome = kestrow::Status::failure("no free name in the Trash");
     for (int attempt = 1; attempt < 10000; ++attempt) {
-        const std::string candidate = attempt == 1 ? name : name + "." + std::to_string(attempt);
-        const std::string infoPath = info + "/" + candidate + ".trashinfo";
-        const std::string target = files + "/" + candidate;
+        // A name too long for the info file is shortened; the info file keeps the whole path.
+        const std::string candidate = TrashNaming::trashName(item.name, attempt);
+        const std::string infoName = candidate + ".trashinfo";
         struct stat st{};
-        if (::lstat(target.c_str(), &st) == 0) continue;  // an orphan without info: never overwrite it
-        if (const int claimError = claimInfo(*pending, infoPath, text); claimError != 0) {
+        if (::fstatat(files.get(), candidate.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) continue;  // never overwrite
+        if (const int claimError = claimInfo(info.get(), *pending, infoName, text); claimError != 0) {
             if (claimError == EEXIST) continue;
             outcome = kestrow::Status::failure(errnoText("cannot write to the Trash", claimError));
             break;
         }
-        if (::rename(path.c_str(), target.c_str()) != 0) {
-            const int renameError = errno;
-            ::unlink(infoPath.c_str());
-            outcome = kestrow::Status::failure(errnoText("cannot move to the Trash", renameError));
+        // Moved only while the name still holds the pinned item.
+        const bool same = Pinning::unchanged(item);
+        if (!same || ::renameat(item.parent.get(), item.name.c_str(), files.get(), candidate.c_str()) != 0) {
+            const int renameError = same ? errno : ESTALE;
+            ::unlinkat(info.get(), infoName.c_str(), 0);
+            outcome = same ? kestrow::Status::failure(errnoText("cannot move to the Trash", renameError))
+                           : kestrow::Status::failure("cannot move to the Trash: it changed since it was checked");
             break;
         }
         outcome = kestrow::Status::success();
         break;
     }
-    ::unlink(pending->c_str());
+    ::unlinkat(info.get(), pending->c_str(), 0);
     return outcome;
 }
 
-kestrow::Status LiveFileOperations::moveToTrash(const std::string& path) {
-    return FreedesktopTrash().trash(path);
+kestrow::Status FreedesktopTrash::trash(const std::string& path) const {
+    int error = 0;
+    const auto item = Pinning::pin(path, error);
+    if (!item) return kestrow::Status::failure(errnoText("cannot find " + path, error));
+    return trash(*item);
 }
+
+kestrow::Status LiveFileOperations::moveToTrash(const PinnedItem& item) { return FreedesktopTrash().trash(item); }
 
 }  // namespace brimlet

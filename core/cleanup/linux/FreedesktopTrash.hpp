@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "../Pinning.hpp"
 #include "base/IsoDate.hpp"
 #include "base/Status.hpp"
 
@@ -39,12 +40,17 @@ public:
 
     explicit FreedesktopTrash(std::string homeTrash = homeTrashPath()) : homeTrash_(std::move(homeTrash)) {}
 
-    // Moves the item into the trash of its own file system; an error text when it cannot.
+    // Moves the pinned item, through the folder that holds it, into the trash of its own file
+    // system, whose files/ and info/ folders are opened without following a link; an error text
+    // when it cannot.
+    kestrow::Status trash(const PinnedItem& item) const;
+    // The same for a path, pinned first (no link anywhere on it).
     kestrow::Status trash(const std::string& path) const;
 
     // The trash that takes items from this mount: the home trash when the item lives on the same
     // device, else $topdir/.Trash/$uid (only below a real, sticky .Trash) or $topdir/.Trash-$uid.
     TrashLocation trashFor(const std::string& path) const;
+    TrashLocation trashFor(const std::string& path, dev_t itemDevice) const;
 
     // Removes, from a trash folder, info files this program wrote whose item never arrived in
     // files/ (the program was stopped between the two steps) and its own stale temporary files,
