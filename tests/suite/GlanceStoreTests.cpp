@@ -257,6 +257,11 @@ TEST(PublishSchedule, ChangedAtOnceUnchangedAtHalfLife) {
     EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 1001, 51), 1001));  // a metric changed
     schedule.forceNext();
     EXPECT_TRUE(schedule.isDue(first, 1000));
+
+    // The clock set back: the last record's `at` lies ahead, and an unchanged readout is due at once.
+    schedule.didWrite(first);
+    EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 999.9), 999.9));
+    EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 1000 - 3600), 1000 - 3600));
 }
 
 }  // namespace

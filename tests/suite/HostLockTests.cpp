@@ -28,7 +28,7 @@ using kestrow::testing::TempFolder;
 using namespace std::chrono_literals;
 
 // Short enough that hand-overs and replacement checks happen many times within a test.
-constexpr HostLock::Timing fast{10ms, 40ms};
+const HostLock::Timing fast{10ms, 40ms, {}};
 
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds limit = 5s) {
