@@ -105,6 +105,7 @@ void SuiteParticipant::recordsChanged() {
     if (pendingRead_.active()) return;  // a reading is coming, and will see this change too
     const double wait = lastEventRead_ + options_.rereadInterval - loop_.now();
     auto read = [this] {
+        pendingRead_.cancel();  // a fired delay's token still counts as active
         lastEventRead_ = loop_.now();
         evaluate();
     };
@@ -171,7 +172,11 @@ void SuiteParticipant::repairFolders() {
         schedule_.forceNext();
         if (lockHop_) startLock();
     }
-    if (waiting) repairTimer_ = loop_.after(repairInterval, [this] { repairFolders(); });
+    if (waiting)
+        repairTimer_ = loop_.after(repairInterval, [this] {
+            repairTimer_.cancel();  // a fired delay's token still counts as active
+            repairFolders();
+        });
     if (repaired) {
         if (settingsUnreadable_) reloadSettings();
         evaluate();

@@ -801,3 +801,38 @@ TEST_F(Participant, AMemberWithAClockAnHourOffCountsWhileItWritesAndNotLonger) {
 
 }  // namespace
 }  // namespace kestrow::suite
+
+namespace kestrow::suite {
+namespace {
+
+// Another process rewriting its record as fast as it can: the first event is read at once, the rest
+// of the storm at most once per rereadInterval, and the last write is always read.
+TEST_F(Participant, AStormOfWritesIsReadAtMostOnceEveryTenthOfASecond) {
+    auto p = make(SuiteApp::corvane, SuiteParticipant::Options{});
+    p->publish(GlanceLevel::ok, {}, 10);
+    auto write = [&](double value) {
+        const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running, loop.wallClock(), 10,
+                                  GlanceLevel::ok, {GlanceMetric{"load", "Load", value, "%", {}}});
+        ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
+        loop.folderChanged(folder.glancesURL(), {"fennick.json"});
+    };
+    auto shown = [&] { return p->menuBarValues().empty() ? -1.0 : std::get<double>(p->menuBarValues()[0].second.value); };
+    changes.clear();
+    write(1);
+    EXPECT_EQ(shown(), 1) << "a quiet folder's first event is read at once";
+    for (int i = 2; i <= 1000; ++i) write(i);
+    EXPECT_EQ(shown(), 1);
+    loop.advance(SuiteParticipant::defaultRereadInterval / 2);
+    EXPECT_EQ(shown(), 1);
+    loop.advance(SuiteParticipant::defaultRereadInterval / 2);
+    EXPECT_EQ(shown(), 1000) << "the storm's last write is read";
+    for (int round = 0; round < 10; ++round) {
+        for (int i = 0; i < 100; ++i) write(2000 + round * 100 + i);
+        loop.advance(SuiteParticipant::defaultRereadInterval);
+    }
+    EXPECT_EQ(shown(), 2999);
+    EXPECT_LE(std::count(changes.begin(), changes.end(), Property::menuBarValues), 12);
+}
+
+}  // namespace
+}  // namespace kestrow::suite
