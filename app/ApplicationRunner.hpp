@@ -15,7 +15,4 @@ namespace brimlet {
 int runApplication(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
                    const SuiteLaunch::DefaultsDomain& suiteDefaults);
 
-// What running the application without "--snapshot-json" does on this platform, for "--help".
-const char* applicationHelp();
-
 }  // namespace brimlet

@@ -50,6 +50,7 @@ MonitorStore::MonitorStore(kestrow::MainLoop& loop, kestrow::UserDefaults& defau
       engine_(options.engine ? std::move(options.engine) : std::make_unique<MonitorEngine>()),
       relay_(loop, "monitor-relay") {
     launchedAt_ = loop_.now();
+    evaluator_.wording = AlertWording::forThisPlatform();
     menuBarDisplay_ = readEnum<MenuBarDisplay>(defaults_, Keys::menuBarDisplay);
     floatingVisible_ = readBool(defaults_, Keys::floatingVisible, false);
     floatingTheme_ = readEnum<FloatingTheme>(defaults_, Keys::floatingTheme);

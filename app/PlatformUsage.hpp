@@ -1,8 +1,12 @@
-// What this build of the program offers, as printed when it is started without a command it knows.
+// What this build of the program is on its platform: which options of the launch table apply, and
+// what running it without a one-shot option does, for "--help".
 #pragma once
+
+#include "LaunchOptions.hpp"
 
 namespace brimlet {
 
-const char* platformUsageText();
+LaunchPlatform currentLaunchPlatform();
+const char* platformDescription();
 
 }  // namespace brimlet

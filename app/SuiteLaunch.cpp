@@ -20,7 +20,7 @@ bool hasSuiteFolderSwitch(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
-std::string SuiteLaunch::realSuiteFolder(const std::string& realHome) { return SuiteFolder::plain(realHome).url; }
+std::string SuiteLaunch::realSuiteFolder(const std::string& realHome) { return SuiteFolder::standard(realHome).url; }
 
 std::variant<std::vector<SuiteFolder>, SuiteLaunch::Exit> SuiteLaunch::folders(
     const std::vector<std::string>& arguments, const std::string& temporaryDirectory, const std::string& realHome) {

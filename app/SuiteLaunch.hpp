@@ -33,7 +33,7 @@ struct SuiteLaunch {
 
     static constexpr std::string_view messagePrefix = "KestrowBrimlet: ";
 
-    // The suite folder under the user's real home.
+    // The user's own suite folder on this platform, under the real home.
     static std::string realSuiteFolder(const std::string& realHome);
 
     // "--suite-folder" resolved against the temporary folder and the real suite folder: one folder

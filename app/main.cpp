@@ -1,6 +1,8 @@
-// The process entry. "--snapshot-json" is handled before anything else is set up; then the suite
-// launch values are settled (either may end the process with status 2); then the application runs.
+// The process entry. "--snapshot-json" is handled before anything else is set up, then "--help" and
+// "--version"; then the suite launch values are settled and the other options checked (any of them
+// may end the process with status 2); then the application runs.
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <string>
 #include <variant>
@@ -26,15 +28,23 @@ int exitWith(const brimlet::SuiteLaunch::Exit& exit) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Output is a courtesy: a reader that went away ("| head -1") must not kill the app before it
+    // has published or written its stopped record. Writes to a closed pipe then just fail.
+    std::signal(SIGPIPE, SIG_IGN);
     const std::vector<std::string> arguments(argv, argv + argc);
     // Nothing else is examined in this mode, not even an invalid "--suite-folder".
     if (has(arguments, "--snapshot-json")) {
         brimlet::SnapshotCommand::run();
         return 0;
     }
+    const brimlet::LaunchPlatform platform = brimlet::currentLaunchPlatform();
     if (has(arguments, "--help") || has(arguments, "-h")) {
-        std::fputs(brimlet::platformUsageText(), stdout);
-        std::fputs(brimlet::applicationHelp(), stdout);
+        std::fputs(brimlet::LaunchOptions::help(platform, brimlet::platformDescription()).c_str(), stdout);
+        return 0;
+    }
+    if (has(arguments, "--version")) {
+        std::printf("KestrowBrimlet %.*s\n", static_cast<int>(brimlet::LaunchOptions::version().size()),
+                    brimlet::LaunchOptions::version().data());
         return 0;
     }
 
@@ -45,6 +55,9 @@ int main(int argc, char** argv) {
             return kestrow::UserDefaults::named(*domain.suiteName) != nullptr;
         });
     if (const auto* exit = std::get_if<brimlet::SuiteLaunch::Exit>(&defaults)) return exitWith(*exit);
+    // The suite folder's own problems come first, as above; then every other option is checked, so
+    // a mistyped one never quietly starts a long-running process.
+    if (const auto exit = brimlet::LaunchOptions::validate(arguments, platform)) return exitWith(*exit);
 
     return brimlet::runApplication(arguments, std::move(std::get<0>(folders)),
                                    std::get<brimlet::SuiteLaunch::DefaultsDomain>(defaults));

@@ -92,7 +92,7 @@ public:
     virtual void stop() = 0;
 };
 
-// The platform's loop: epoll on Linux (SIGINT and SIGTERM stop it when `handleSignals`), the main
+// The platform's loop: epoll on Linux (SIGINT, SIGTERM and SIGHUP stop it when `handleSignals`), the main
 // dispatch queue on macOS. Create it on the main thread before any other thread is started.
 std::unique_ptr<MainLoop> makeSystemMainLoop(bool handleSignals = true);
 

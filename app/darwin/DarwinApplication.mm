@@ -144,26 +144,10 @@ private:
 
 }  // namespace
 
-const char* applicationHelp() {
-    return "Without --snapshot-json it runs the menu-bar app (normally opened as\n"
-           "\"Kestrow Brimlet.app\"): the monitor in the menu bar, the dashboard, cleanup and\n"
-           "settings windows, alerts as notifications, and its place in the Kestrow suite.\n"
-           "  --suite-folder PATH   use a suite folder inside the temporary folder and the\n"
-           "                        separate com.kestrow.brimlet.qa settings\n"
-           "  --floating, --floating-expanded, --dock-badges\n"
-           "                        turn these on for this run only; nothing the run\n"
-           "                        changes is saved\n"
-           "  --appearance dark|light\n"
-           "                        force the windows' appearance\n"
-           "  --open dashboard|cleanup|settings\n"
-           "                        open that window at launch\n"
-           "  Ctrl-C or SIGTERM quits it as the Quit command does.\n";
-}
-
 int runApplication(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
                    const SuiteLaunch::DefaultsDomain& suiteDomain) {
-    // Unknown arguments are not refused here, unlike on Linux: the system and Xcode pass their own
-    // ("-NSDocumentRevisionsDebugMode YES", "-AppleLanguages (…)") to a Mac app.
+    // The arguments were checked against the launch table before; the system's own
+    // ("-NSDocumentRevisionsDebugMode YES", "-AppleLanguages (…)") were let through there.
     NSApplication* application = [NSApplication sharedApplication];
     AppDelegate* delegate = [[AppDelegate alloc] init];
     application.delegate = delegate;  // a weak reference: `delegate` keeps it for the run

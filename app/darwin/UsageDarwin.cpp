@@ -2,14 +2,14 @@
 
 namespace brimlet {
 
-const char* platformUsageText() {
-    return "usage: KestrowBrimlet [--snapshot-json | options below | --help]\n"
-           "\n"
-           "Kestrow Brimlet watches this Mac's memory, CPU, GPU, disk and processes.\n"
-           "  --snapshot-json   sample the Mac twice, one second apart, and print the\n"
-           "                    second snapshot as JSON (memory, pressure, swap, CPU load,\n"
-           "                    GPU, disk rates and space, thermal state, every process\n"
-           "                    grouped into applications)\n";
+LaunchPlatform currentLaunchPlatform() { return LaunchPlatform::mac; }
+
+const char* platformDescription() {
+    return "Kestrow Brimlet watches this Mac's memory, CPU, GPU, disk and processes.\n"
+           "Without --snapshot-json it runs the menu-bar app (normally opened as\n"
+           "\"Kestrow Brimlet.app\"): the monitor in the menu bar, the dashboard, cleanup and\n"
+           "settings windows, alerts as notifications, and its place in the Kestrow suite.\n"
+           "Ctrl-C or SIGTERM quits it as the Quit command does.\n";
 }
 
 }  // namespace brimlet

@@ -21,46 +21,10 @@ namespace {
 
 constexpr std::string_view logCategory = "launch";
 
-// The options this runner knows, and those that take the next argument as their value.
-bool knownOption(const std::string& argument, bool& takesValue) {
-    static const std::vector<std::string> flags = {"--floating", "--floating-expanded", "--dock-badges"};
-    static const std::vector<std::string> valued = {"--suite-folder", "--appearance", "--open"};
-    takesValue = std::find(valued.begin(), valued.end(), argument) != valued.end();
-    return takesValue || std::find(flags.begin(), flags.end(), argument) != flags.end();
-}
-
-// A mistyped option should not quietly start a long-running process.
-std::optional<std::string> unknownArgument(const std::vector<std::string>& arguments) {
-    for (std::size_t i = 1; i < arguments.size(); ++i) {
-        bool takesValue = false;
-        if (!knownOption(arguments[i], takesValue)) return arguments[i];
-        if (takesValue) ++i;
-    }
-    return std::nullopt;
-}
-
 }  // namespace
-
-const char* applicationHelp() {
-    return "Without --snapshot-json it runs headless until SIGINT or SIGTERM:\n"
-           "  samples the machine every 10 s (every 2 s while alerts are on, as they are\n"
-           "  by default), publishes its glance to the Kestrow suite folder and competes\n"
-           "  to host the suite, and posts alerts (critical memory pressure, low disk,\n"
-           "  one app using a lot of memory) as desktop notifications on the session bus.\n"
-           "  --suite-folder PATH   use a suite folder inside the temporary folder and the\n"
-           "                        separate com.kestrow.brimlet.qa settings\n"
-           "  --floating, --floating-expanded, --dock-badges\n"
-           "                        turn these on for this run only; nothing the run\n"
-           "                        changes is saved\n"
-           "  Settings live in $XDG_CONFIG_HOME/kestrow/com.kestrow.brimlet.json.\n";
-}
 
 int runApplication(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
                    const SuiteLaunch::DefaultsDomain& suiteDomain) {
-    if (auto unknown = unknownArgument(arguments)) {
-        std::fputs(("KestrowBrimlet: unknown argument " + *unknown + " (see --help)\n").c_str(), stderr);
-        return 2;
-    }
     // First, before any thread starts: the loop takes SIGINT and SIGTERM for itself.
     std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(true);
 

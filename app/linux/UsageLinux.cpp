@@ -2,15 +2,17 @@
 
 namespace brimlet {
 
-const char* platformUsageText() {
-    return "usage: KestrowBrimlet [--snapshot-json | --suite-folder PATH | --help]\n"
-           "\n"
-           "Kestrow Brimlet watches this machine's memory, CPU, disk and processes.\n"
-           "On this platform it offers:\n"
-           "  --snapshot-json   sample the machine twice, one second apart, and print the\n"
-           "                    second snapshot as JSON (memory, pressure, swap, CPU load,\n"
-           "                    GPU, disk rates and space, thermal state, every process\n"
-           "                    grouped into applications)\n";
+LaunchPlatform currentLaunchPlatform() { return LaunchPlatform::linux; }
+
+const char* platformDescription() {
+    return "Kestrow Brimlet watches this computer's memory, CPU, GPU, disk and processes.\n"
+           "Without --snapshot-json it runs headless until SIGINT, SIGTERM or SIGHUP:\n"
+           "it samples the machine every 10 s (every 2 s while alerts are on, as they are\n"
+           "by default), publishes its glance to the Kestrow suite folder and competes to\n"
+           "host the suite, and posts alerts (critical memory pressure, low disk, one app\n"
+           "using a lot of memory) as desktop notifications.\n"
+           "Settings live in $XDG_CONFIG_HOME/kestrow/com.kestrow.brimlet.json, the suite\n"
+           "folder in $XDG_DATA_HOME/kestrow/suite.\n";
 }
 
 }  // namespace brimlet

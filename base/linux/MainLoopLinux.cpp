@@ -1,6 +1,6 @@
 // The Linux main loop: one epoll set over an eventfd (posted tasks), one timerfd per timer on
 // CLOCK_BOOTTIME (so waits count time asleep), one inotify descriptor for every watched folder and a
-// signalfd that turns SIGINT and SIGTERM into a clean stop.
+// signalfd that turns SIGINT, SIGTERM and SIGHUP into a clean stop.
 #include "../MainLoop.hpp"
 
 #include <fcntl.h>
@@ -66,6 +66,7 @@ public:
             sigemptyset(&set);
             sigaddset(&set, SIGINT);
             sigaddset(&set, SIGTERM);
+            sigaddset(&set, SIGHUP);  // the terminal it ran in was closed
             if (::pthread_sigmask(SIG_BLOCK, &set, &previousMask_) == 0) {
                 maskChanged_ = true;
                 signals_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);

@@ -42,7 +42,7 @@ std::vector<Alert> AlertEvaluator::evaluate(const MonitorSnapshot& snapshot, con
             if (!snapshot.apps.empty())
                 top = snapshot.apps.front().name + ", " + ByteFormat::memory(snapshot.apps.front().footprint);
             candidates.push_back({AlertKind::memoryPressure, "Memory pressure is critical",
-                                  "Your Mac is short on memory. Top app: " + top + "."});
+                                  wording.shortOnMemory + " Top app: " + top + "."});
         }
     } else {
         criticalSince.reset();
@@ -50,8 +50,7 @@ std::vector<Alert> AlertEvaluator::evaluate(const MonitorSnapshot& snapshot, con
 
     if (snapshot.system.diskTotal != 0 && snapshot.system.diskFree < settings.lowDiskThreshold) {
         candidates.push_back({AlertKind::lowDisk, "Disk space is low",
-                              ByteFormat::string(snapshot.system.diskFree) +
-                                  " free. Open Cleanup to reclaim space safely."});
+                              ByteFormat::string(snapshot.system.diskFree) + " free. " + wording.reclaimSpace});
     }
 
     for (const AppGroup& group : snapshot.apps) {

@@ -49,12 +49,24 @@ struct Alert {
     bool operator==(const Alert&) const = default;
 };
 
+// The words an alert uses for the computer and for what to do about low space. The Mac's are the
+// defaults; a platform that is not a Mac names the computer neutrally and points at what it offers.
+struct AlertWording {
+    std::string shortOnMemory = "Your Mac is short on memory.";
+    std::string reclaimSpace = "Open Cleanup to reclaim space safely.";
+
+    // This build's platform (defined beside the platform's readers).
+    static AlertWording forThisPlatform();
+    bool operator==(const AlertWording&) const = default;
+};
+
 struct AlertEvaluator {
     static constexpr std::chrono::seconds criticalDuration{30};
     static constexpr std::chrono::seconds cooldown{1800};
 
     std::optional<Date> criticalSince;  // start of the current unbroken run of critical samples
     std::map<AlertKind, Date> lastFired;
+    AlertWording wording;
 
     // The alerts to post now, at most one of each kind, in the order pressure, disk, application.
     std::vector<Alert> evaluate(const MonitorSnapshot& snapshot, const AlertSettings& settings, Date now);

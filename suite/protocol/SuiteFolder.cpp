@@ -39,7 +39,7 @@ bool SuiteFolder::isSandboxed() { return std::getenv("APP_SANDBOX_CONTAINER_ID")
 
 std::vector<SuiteFolder> SuiteFolder::reachable(const std::optional<std::string>& groupIdentifier) {
     std::vector<SuiteFolder> folders;
-    if (!isSandboxed()) folders.push_back(plain(realHome()));
+    if (!isSandboxed()) folders.push_back(standard(realHome()));
     if (groupIdentifier) {
         if (auto shared = group(*groupIdentifier)) folders.push_back(*shared);
     }

@@ -26,6 +26,10 @@ struct SuiteFolder {
     // The real home, even inside a sandbox whose environment points HOME into its container.
     [[nodiscard]] static std::string realHome();
     [[nodiscard]] static SuiteFolder plain(const std::string& home);
+    // The user's own suite folder where this platform keeps application data: `plain` on the Mac;
+    // on Linux "kestrow/suite" in the XDG data folder ($XDG_DATA_HOME when it is an absolute path,
+    // else ~/.local/share). Defined beside the platform's group-container lookup.
+    [[nodiscard]] static SuiteFolder standard(const std::string& home);
     // The group's container, when usableGroupFolder accepts it.
     [[nodiscard]] static std::optional<SuiteFolder> group(const std::string& identifier);
     [[nodiscard]] static bool isSandboxed();

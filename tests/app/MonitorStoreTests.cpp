@@ -231,7 +231,8 @@ TEST(MonitorStoreTick, HistoryGlanceAlertsAndTheHooks) {
     EXPECT_EQ(published[0].memoryTotal, 16ULL << 30);
     ASSERT_EQ(rig.notifier.posted.size(), 1u);
     EXPECT_EQ(rig.notifier.posted[0].kind, AlertKind::lowDisk);
-    EXPECT_EQ(rig.notifier.posted[0].body, "2.0 GB free. Open Cleanup to reclaim space safely.");
+    // In this platform's words: a Linux user has no cleanup window to open.
+    EXPECT_EQ(rig.notifier.posted[0].body, "2.0 GB free. " + AlertWording::forThisPlatform().reclaimSpace);
     EXPECT_GE(observed, 2);  // the snapshot, then the undelivered alert
 
     // Same figures: no new glance and, within the cool-down, no second alert.

@@ -95,7 +95,8 @@ TEST(LaunchRole, OnlyABackgroundOnlyLaunchTakesTheMenuBarRole) {
 TEST(SuiteLaunch, FoldersFromTheArgumentWithExactFailureTexts) {
     kestrow::testing::TempFolder temporary;
     const std::string home = temporary / "home";
-    const std::string realSuite = home + "/Library/Application Support/Kestrow/Suite";
+    ::unsetenv("XDG_DATA_HOME");
+    const std::string realSuite = SuiteFolder::standard(home).url;
     std::filesystem::create_directories(realSuite);
     const std::string canonicalTemporary = kestrow::canonicalizePath(temporary.path()).value();
     EXPECT_EQ(SuiteLaunch::realSuiteFolder(home + "/"), realSuite);

@@ -106,6 +106,29 @@ TEST(AlertEvaluator, TextsDiskBoundaryAndHeavyApplication) {
               "Your Mac is short on memory. Top app: unknown.");
 }
 
+// Off the Mac an alert names the computer neutrally and points at what that platform offers.
+TEST(AlertEvaluator, TheWordsComeFromThePlatform) {
+    const AlertWording platform = AlertWording::forThisPlatform();
+    if (platform == AlertWording{}) GTEST_SKIP() << "the Mac's own words are the defaults, checked above";
+    AlertEvaluator evaluator;
+    evaluator.wording = platform;
+    AlertSettings settings;
+    MonitorSnapshot s = snapshot(MemoryPressure::critical, settings.lowDiskThreshold - 1);
+    s.apps = {app("Firefox", 9'000'000'000ULL)};
+    evaluator.evaluate(s, settings, at(0));
+    std::vector<Alert> alerts = evaluator.evaluate(s, settings, at(30));
+    AlertEvaluator fresh;
+    fresh.wording = platform;
+    for (Alert& alert : fresh.evaluate(s, settings, at(0))) alerts.push_back(alert);
+    ASSERT_EQ(kinds(alerts), "memoryPressure;lowDisk;heavyApp;");
+    EXPECT_EQ(alerts[0].body, platform.shortOnMemory + " Top app: Firefox, 8.38 GB.");
+    EXPECT_EQ(alerts[1].body, "10.0 GB free. " + platform.reclaimSpace);
+    for (const Alert& alert : alerts) {
+        EXPECT_EQ((alert.title + alert.body).find("Mac"), std::string::npos) << alert.body;
+        EXPECT_EQ(alert.body.find("Open Cleanup"), std::string::npos) << alert.body;
+    }
+}
+
 TEST(AlertEvaluator, CooldownStartsOnlyWhenAnAlertIsReturned) {
     AlertEvaluator evaluator;
     AlertSettings settings;

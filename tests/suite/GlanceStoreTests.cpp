@@ -285,10 +285,35 @@ TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {
     ::unsetenv("APP_SANDBOX_CONTAINER_ID");
     const auto plain = SuiteFolder::reachable(std::nullopt);
     ASSERT_EQ(plain.size(), 1u);
-    EXPECT_EQ(plain[0].url, SuiteFolder::realHome() + "/Library/Application Support/Kestrow/Suite");
+    EXPECT_EQ(plain[0].url, SuiteFolder::standard(SuiteFolder::realHome()).url);
     ::setenv("APP_SANDBOX_CONTAINER_ID", "", 1);  // present is enough, whatever its value
     EXPECT_TRUE(SuiteFolder::reachable(std::string("group.kestrow.suite")).empty());  // no group containers here
     ::unsetenv("APP_SANDBOX_CONTAINER_ID");
+}
+
+// Off the Mac the suite folder follows the XDG base directories; on the Mac it is `plain`.
+TEST(SuiteFolder, TheStandardFolderFollowsThePlatformsDataFolder) {
+    if (SuiteFolder::standard("/h").url == SuiteFolder::plain("/h").url) GTEST_SKIP() << "the Mac keeps plain()";
+    const char* saved = std::getenv("XDG_DATA_HOME");
+    const std::optional<std::string> previous = saved ? std::optional<std::string>(saved) : std::nullopt;
+    struct Case {
+        std::optional<std::string> xdgDataHome;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {std::nullopt, "/home/ann/.local/share/kestrow/suite"},
+        {"/data/ann", "/data/ann/kestrow/suite"},
+        {"/data/ann/", "/data/ann/kestrow/suite"},
+        {"relative/data", "/home/ann/.local/share/kestrow/suite"},  // invalid: ignored
+        {"", "/home/ann/.local/share/kestrow/suite"},
+    };
+    for (const Case& c : cases) {
+        if (c.xdgDataHome) ::setenv("XDG_DATA_HOME", c.xdgDataHome->c_str(), 1);
+        else ::unsetenv("XDG_DATA_HOME");
+        EXPECT_EQ(SuiteFolder::standard("/home/ann").url, c.expected) << c.xdgDataHome.value_or("(unset)");
+    }
+    if (previous) ::setenv("XDG_DATA_HOME", previous->c_str(), 1);
+    else ::unsetenv("XDG_DATA_HOME");
 }
 
 // A group container is used when sandboxed (the entitlement makes it real) or when it exists already;

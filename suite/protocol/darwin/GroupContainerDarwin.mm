@@ -18,4 +18,6 @@ std::optional<std::string> applicationGroupContainer(const std::string& identifi
     }
 }
 
+SuiteFolder SuiteFolder::standard(const std::string& home) { return plain(home); }
+
 }  // namespace kestrow::suite

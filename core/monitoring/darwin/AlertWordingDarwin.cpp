@@ -1,0 +1,7 @@
+#include "../Alerts.hpp"
+
+namespace brimlet {
+
+AlertWording AlertWording::forThisPlatform() { return AlertWording{}; }
+
+}  // namespace brimlet
