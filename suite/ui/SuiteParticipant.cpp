@@ -77,26 +77,31 @@ bool SuiteParticipant::watchedEverywhere() const {
 }
 
 void SuiteParticipant::armWatches(std::size_t index) {
+    armRecordWatch(index);
     FolderLink& link = links_[index];
     const std::string url = link.folder.url;
-    auto gone = [this, index] { loseFolder(index, "deleted or moved away"); };
-    // Our own record and its temporary files change with every write we make; what we wrote is
-    // known already (and kept in records_), so only the others' changes need a reading.
-    const std::string ownFile = app_.glanceFileName();
-    MainLoop::Watch records = loop_.watchFolder(
-        link.folder.glancesURL(), [this] { recordsChanged(); },
-        [ownFile](std::string_view name) { return name == ownFile || isAtomicWriteTemporary(name, ownFile); }, gone);
-    if (records.status.failed())
-        logOnce("watch:" + link.folder.glancesURL(), "suite folder not watched: " + records.status.message());
-    link.glancesWatch = std::move(records.token);
     // In the folder itself only three names matter: the lock file (replaced under a holder, two
     // members could host), the shared settings and "glances" (swapped for another folder).
     MainLoop::Watch entries = loop_.watchFolder(
         url, [this] { suiteFolderChanged(); },
         [](std::string_view name) { return name != "host.lock" && name != "settings.json" && name != "glances"; },
-        gone);
+        [this, index] { loseFolder(index, "deleted or moved away"); });
     if (entries.status.failed()) logOnce("watch:" + url, "suite folder not watched: " + entries.status.message());
     link.folderWatch = std::move(entries.token);
+}
+
+void SuiteParticipant::armRecordWatch(std::size_t index) {
+    FolderLink& link = links_[index];
+    // Our own record and its temporary files change with every write we make; what we wrote is
+    // known already (and kept in records_), so only the others' changes need a reading.
+    const std::string ownFile = app_.glanceFileName();
+    MainLoop::Watch records = loop_.watchFolder(
+        link.folder.glancesURL(), [this] { recordsChanged(); },
+        [ownFile](std::string_view name) { return name == ownFile || isAtomicWriteTemporary(name, ownFile); },
+        [this, index] { loseFolder(index, "deleted or moved away"); });
+    if (records.status.failed())
+        logOnce("watch:" + link.folder.glancesURL(), "suite folder not watched: " + records.status.message());
+    link.glancesWatch = std::move(records.token);
 }
 
 void SuiteParticipant::recordsChanged() {
@@ -104,13 +109,21 @@ void SuiteParticipant::recordsChanged() {
     recordsCurrent_ = false;
     if (pendingRead_.active()) return;  // a reading is coming, and will see this change too
     const double wait = lastEventRead_ + options_.rereadInterval - loop_.now();
-    auto read = [this] {
+    if (wait <= 0) {
+        lastEventRead_ = loop_.now();
+        return evaluate();
+    }
+    // Events come faster than they are read: stop hearing them until the reading, which sees every
+    // change made meanwhile. A writer in a loop then wakes us ten times a second, not a thousand.
+    for (FolderLink& link : links_) link.glancesWatch.cancel();
+    pendingRead_ = loop_.after(wait, [this] {
         pendingRead_.cancel();  // a fired delay's token still counts as active
+        // Listening again before reading, so nothing written after the reading goes unheard.
+        for (std::size_t i = 0; i < links_.size(); ++i)
+            if (links_[i].open && !links_[i].glancesWatch.active()) armRecordWatch(i);
         lastEventRead_ = loop_.now();
         evaluate();
-    };
-    if (wait <= 0) return read();
-    pendingRead_ = loop_.after(wait, read);
+    });
 }
 
 void SuiteParticipant::suiteFolderChanged() {

@@ -139,6 +139,7 @@ private:
     // The suite folders' lifecycle: watched while open; deleted or replaced, they are prepared again
     // at once and then every repairInterval until that works, and the lock is competed for anew.
     void armWatches(std::size_t index);
+    void armRecordWatch(std::size_t index);
     void recordsChanged();
     void suiteFolderChanged();
     void checkFolders();
