@@ -157,7 +157,9 @@ int HostLock::waitFor(State& state, const std::string& path, const Timing& timin
             if (state.cancelled) return -1;
             requests = state.checkRequests;
         }
-        const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+        // Read-only is enough for an advisory lock, and closing a descriptor opened for writing would
+        // tell every member's folder watch that the lock file changed, a few times a second per waiter.
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) {
             const int error = errno;
             logOnce(loggedOpen, "open", error);
@@ -176,7 +178,8 @@ int HostLock::waitFor(State& state, const std::string& path, const Timing& timin
             ::close(fd);
             failedTry();
             if (error == EWOULDBLOCK) {
-                if (!pause(state, timing.poll, requests)) return -1;
+                // Another process holds it: a request to check does not hurry this poll.
+                if (!pause(state, timing.poll, std::nullopt)) return -1;
                 continue;
             }
             logOnce(loggedLock, "lock", error);
@@ -192,9 +195,10 @@ int HostLock::waitFor(State& state, const std::string& path, const Timing& timin
     }
 }
 
-bool HostLock::pause(State& state, std::chrono::milliseconds interval, std::uint64_t requests) {
+bool HostLock::pause(State& state, std::chrono::milliseconds interval, std::optional<std::uint64_t> requests) {
     std::unique_lock lock(state.mutex);
-    state.wake.wait_for(lock, interval, [&] { return state.cancelled || state.checkRequests != requests; });
+    state.wake.wait_for(lock, interval,
+                        [&] { return state.cancelled || (requests && state.checkRequests != *requests); });
     return !state.cancelled;
 }
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -60,7 +61,8 @@ public:
                std::function<void(int error)> onCannotOpen);
     // Something may have happened to a lock file's name (the folder watch saw it change): a holder
     // checks at once that every path still names the file it holds, and a waiter that is pausing
-    // after a failure tries again at once. From any thread.
+    // after a failure tries again at once (one waiting behind another holder keeps its pace). From
+    // any thread.
     void checkNow();
     // Gives up hosting or stops waiting; from any thread, any number of times. A released lock stays
     // released: to compete again, make a new one.
@@ -90,9 +92,9 @@ private:
                            const Callbacks& callbacks);
     static bool holdWhileSame(State& state, const std::vector<std::string>& urls, const Timing& timing);
     static int waitFor(State& state, const std::string& path, const Timing& timing, const Callbacks& callbacks);
-    // Sleeps for the interval, or until released or asked to check again since `requests` was read;
-    // false when released.
-    static bool pause(State& state, std::chrono::milliseconds interval, std::uint64_t requests);
+    // Sleeps for the interval, or until released or (with `requests`) asked to check again since
+    // `requests` was read; false when released.
+    static bool pause(State& state, std::chrono::milliseconds interval, std::optional<std::uint64_t> requests);
 
     std::vector<std::string> urls_;
     Timing timing_;
