@@ -206,7 +206,7 @@ void SuiteParticipant::startLock() {
         if (link.open) lockURLs.push_back(link.folder.lockURL());
     if (lockURLs.empty()) return;
     lock_ = std::make_unique<HostLock>(lockURLs, options_.lockTiming);
-    auto hop = [hop = lockHop_, alive = std::weak_ptr<bool>(alive_), this](std::function<void()> work) {
+    auto hop = [hop = lockHop_, alive = std::weak_ptr<bool>(alive_)](std::function<void()> work) {
         std::lock_guard guard(hop->mutex);
         if (!hop->loop) return;
         hop->loop->post([alive, work = std::move(work)] {
