@@ -28,7 +28,18 @@ std::variant<std::vector<SuiteFolder>, SuiteLaunch::Exit> SuiteLaunch::folders(
     if (const auto* problem = std::get_if<SuiteFolderArgument::Problem>(&resolved))
         return Exit{std::string(messagePrefix) + problem->description() + "\n", 2};
     const auto& folder = std::get<std::optional<std::string>>(resolved);
-    if (folder) return std::vector<SuiteFolder>{SuiteFolder(*folder)};
+    if (folder) {
+        // In a shared temporary folder another user may have made the path first, with "glances" a
+        // link into our files: only a folder that is really ours is used.
+        auto prepared = kestrow::suite::OpenSuiteFolder::prepare(SuiteFolder(*folder));
+        const auto* fault = std::get_if<kestrow::suite::SuiteFolderFault>(&prepared);
+        if (fault && fault->kind == kestrow::suite::SuiteFolderFault::Kind::notPrivate) {
+            const SuiteFolderArgument::Problem problem{SuiteFolderArgument::Problem::Kind::outsideTemporaryFolder,
+                                                       *folder};
+            return Exit{std::string(messagePrefix) + problem.description() + "\n", 2};
+        }
+        return std::vector<SuiteFolder>{SuiteFolder(*folder)};
+    }
     return SuiteFolder::reachable(std::nullopt);
 }
 

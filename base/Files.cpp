@@ -9,13 +9,16 @@
 #include <cerrno>
 #include <climits>
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <random>
 #include <vector>
 
 namespace kestrow {
 
-SafeRead safeRead(const std::string& path, std::size_t limit) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+namespace {
+
+SafeRead safeReadOpened(int fd, std::size_t limit) {
     if (fd < 0) {
         const int error = errno;
         // Only a missing entry is missing: a plain file where a folder should be (ENOTDIR) is a fault
@@ -52,6 +55,18 @@ SafeRead safeRead(const std::string& path, std::size_t limit) {
     }
     ::close(fd);
     return {SafeRead::Data{std::move(bytes)}};
+}
+
+constexpr int safeReadFlags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
+
+}  // namespace
+
+SafeRead safeRead(const std::string& path, std::size_t limit) {
+    return safeReadOpened(::open(path.c_str(), safeReadFlags), limit);
+}
+
+SafeRead safeReadAt(int folderFd, const std::string& name, std::size_t limit) {
+    return safeReadOpened(::openat(folderFd, name.c_str(), safeReadFlags), limit);
 }
 
 namespace {
@@ -94,6 +109,50 @@ Status writeAtomically(const std::string& path, std::string_view bytes, unsigned
     return Status::success();
 }
 
+Status writeAtomicallyAt(int folderFd, const std::string& name, std::string_view bytes, unsigned mode,
+                         Durability durability) {
+    static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    thread_local std::mt19937_64 random{std::random_device{}()};
+    std::string temporary;
+    int fd = -1;
+    // The same names as mkstemp's, which has no folder-relative form; a clash just draws again.
+    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+        temporary = "." + name + ".";
+        std::uint64_t bits = random();
+        for (int i = 0; i < 6; ++i, bits /= 62) temporary += alphabet[bits % 62];
+        fd = ::openat(folderFd, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0 && errno != EEXIST) break;
+    }
+    if (fd < 0) return Status::failure("cannot create a temporary file (errno " + std::to_string(errno) + ")");
+    auto fail = [&](const char* what) {
+        const int error = errno;
+        ::close(fd);
+        ::unlinkat(folderFd, temporary.c_str(), 0);
+        return Status::failure(std::string(what) + " (errno " + std::to_string(error) + ")");
+    };
+    if (::fchmod(fd, static_cast<mode_t>(mode)) != 0) return fail("cannot set permissions");
+    for (std::string_view rest = bytes; !rest.empty();) {
+        const ssize_t n = ::write(fd, rest.data(), rest.size());
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return fail("cannot write");
+        }
+        rest.remove_prefix(static_cast<std::size_t>(n));
+    }
+    if (durability == Durability::flushed && ::fsync(fd) != 0) return fail("cannot flush");
+    if (::close(fd) != 0) {
+        const int error = errno;
+        ::unlinkat(folderFd, temporary.c_str(), 0);
+        return Status::failure("cannot close (errno " + std::to_string(error) + ")");
+    }
+    if (::renameat(folderFd, temporary.c_str(), folderFd, name.c_str()) != 0) {
+        const int error = errno;
+        ::unlinkat(folderFd, temporary.c_str(), 0);
+        return Status::failure("cannot replace (errno " + std::to_string(error) + ")");
+    }
+    return Status::success();
+}
+
 bool isAtomicWriteTemporary(std::string_view fileName, std::string_view target) {
     const std::size_t randomLength = temporarySuffix.size() - 1;
     if (target.empty() || fileName.size() != 1 + target.size() + 1 + randomLength) return false;
@@ -109,6 +168,16 @@ bool isAtomicWriteTemporary(std::string_view fileName, std::string_view target) 
 std::size_t removeStaleAtomicWriteTemporaries(const std::string& folder, const std::vector<std::string>& targets,
                                               std::chrono::seconds olderThan) {
     const int folderFd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (folderFd < 0) return 0;
+    const std::size_t removed = removeStaleAtomicWriteTemporariesAt(folderFd, targets, olderThan);
+    ::close(folderFd);
+    return removed;
+}
+
+std::size_t removeStaleAtomicWriteTemporariesAt(int heldFd, const std::vector<std::string>& targets,
+                                                std::chrono::seconds olderThan) {
+    // A listing of its own: the held descriptor's position stays where it was.
+    const int folderFd = ::openat(heldFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folderFd < 0) return 0;
     DIR* listing = ::fdopendir(folderFd);
     if (!listing) {

@@ -34,6 +34,9 @@ struct SafeRead {
 // Opens without following a final link, non-blocking (a FIFO cannot stall us), close-on-exec; then
 // requires a regular file owned by our real user, and reads at most `limit` bytes.
 [[nodiscard]] SafeRead safeRead(const std::string& path, std::size_t limit);
+// The same for the entry `name` of a folder held open as `folderFd`: the entry is looked up in that
+// folder, whatever its path names by now, and a link in its place is refused.
+[[nodiscard]] SafeRead safeReadAt(int folderFd, const std::string& name, std::size_t limit);
 
 // How far a write goes before the rename. `flushed` waits until the bytes are on the disk, so even
 // a power cut leaves the old or the new file; `transient` skips that wait, for files rewritten
@@ -46,6 +49,12 @@ enum class Durability { flushed, transient };
 Status writeAtomically(const std::string& path, std::string_view bytes, unsigned mode = 0600,
                        Durability durability = Durability::flushed);
 
+// The same inside a folder held open as `folderFd`: the temporary file is made, and renamed over
+// `name`, in that folder only, so a folder swapped for a link since it was opened and checked never
+// receives the bytes.
+Status writeAtomicallyAt(int folderFd, const std::string& name, std::string_view bytes, unsigned mode = 0600,
+                         Durability durability = Durability::flushed);
+
 // Whether a file name is that of writeAtomically's temporary file for a target named `target`.
 [[nodiscard]] bool isAtomicWriteTemporary(std::string_view fileName, std::string_view target);
 
@@ -55,6 +64,9 @@ Status writeAtomically(const std::string& path, std::string_view bytes, unsigned
 // users' files stay. Gives how many files were removed.
 std::size_t removeStaleAtomicWriteTemporaries(const std::string& folder, const std::vector<std::string>& targets,
                                               std::chrono::seconds olderThan);
+// The same in a folder held open as `folderFd`.
+std::size_t removeStaleAtomicWriteTemporariesAt(int folderFd, const std::vector<std::string>& targets,
+                                                std::chrono::seconds olderThan);
 
 // "/a/./b//c/../d/" → "/a/b/d": lexical only, no file system access.
 [[nodiscard]] std::string standardizePath(std::string_view path);

@@ -62,13 +62,15 @@ MainLoop::Token ManualMainLoop::repeat(double interval, double tolerance, Task t
     return tokenFor(id, timerKind);
 }
 
-MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChange, NameFilter ignored) {
+MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChange, NameFilter ignored,
+                                            Task onGone) {
     struct stat st{};
     if (::stat(path.c_str(), &st) != 0)
         return {Token(), Status::failure("cannot watch " + path + " (errno " + std::to_string(errno) + ")")};
     if (!S_ISDIR(st.st_mode)) return {Token(), Status::failure("cannot watch " + path + " (not a folder)")};
     const std::uint64_t id = nextId_++;
-    watchers_[id] = Watcher{standardizePath(path), std::make_shared<Task>(std::move(onChange)), std::move(ignored)};
+    watchers_[id] = Watcher{standardizePath(path), std::make_shared<Task>(std::move(onChange)), std::move(ignored),
+                            onGone ? std::make_shared<Task>(std::move(onGone)) : nullptr};
     return {tokenFor(id, watcherKind), Status::success()};
 }
 
@@ -196,6 +198,21 @@ void ManualMainLoop::folderChanged(const std::string& path, const std::vector<st
                                     return watcher.ignored(name);
                                 });
         if (!allIgnored) tasks.push_back(watcher.task);
+    }
+    for (const auto& task : tasks) (*task)();
+    runPending();
+}
+
+void ManualMainLoop::folderGone(const std::string& path) {
+    const std::string key = standardizePath(path);
+    std::vector<std::shared_ptr<Task>> tasks;
+    for (auto it = watchers_.begin(); it != watchers_.end();) {
+        if (it->second.path != key) {
+            ++it;
+            continue;
+        }
+        tasks.push_back(it->second.gone ? it->second.gone : it->second.task);
+        it = watchers_.erase(it);
     }
     for (const auto& task : tasks) (*task)();
     runPending();

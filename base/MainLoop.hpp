@@ -77,7 +77,10 @@ public:
     // Fires after entries of the folder were added, removed, renamed or rewritten; bursts may be
     // coalesced into one call. Where the platform names the entries, a burst that touched only
     // entries `ignored` accepts is not reported; elsewhere every burst is.
-    virtual Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}) = 0;
+    // `onGone` fires once when the folder itself was deleted, moved away or unmounted: the watch is
+    // dead from then on (its token may still be cancelled) and the path must be watched afresh.
+    // Without `onGone` that event is reported through `onChange`.
+    virtual Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}, Task onGone = {}) = 0;
     // Fires once the machine woke from sleep.
     virtual Token onWake(Task task) = 0;
 
@@ -116,7 +119,7 @@ public:
     void post(Task task) override;
     Token after(double seconds, Task task) override;
     Token repeat(double interval, double tolerance, Task task) override;
-    Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}) override;
+    Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}, Task onGone = {}) override;
     Token onWake(Task task) override;
     double now() const override { return now_; }
     double wallClock() const override { return wallStart_ + now_; }
@@ -138,6 +141,8 @@ public:
     // Reports a change in a watched folder, as the system would after a write; with `names`, as a
     // system that names the entries it saw change.
     void folderChanged(const std::string& path, const std::vector<std::string>& names = {});
+    // Reports that a watched folder was deleted or moved away: its watches end, as the system's do.
+    void folderGone(const std::string& path);
 
     // What tests inspect: the interval and tolerance of live repeating timers.
     struct TimerInfo {
@@ -159,6 +164,7 @@ private:
         std::string path;
         std::shared_ptr<Task> task;
         NameFilter ignored;
+        std::shared_ptr<Task> gone;
     };
 
     bool runOne();

@@ -61,19 +61,28 @@ public:
     }
 
     // A vnode source says that the folder changed, not which entries: every change is reported.
-    Watch watchFolder(const std::string& path, Task onChange, NameFilter) override {
+    Watch watchFolder(const std::string& path, Task onChange, NameFilter, Task onGone) override {
         const int fd = ::open(path.c_str(), O_EVTONLY | O_CLOEXEC);
         if (fd < 0)
             return {Token(), Status::failure("cannot watch " + path + " (errno " + std::to_string(errno) + ")")};
+        const unsigned long goneFlags = DISPATCH_VNODE_DELETE | DISPATCH_VNODE_RENAME | DISPATCH_VNODE_REVOKE;
         dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_VNODE, static_cast<uintptr_t>(fd),
-                                                          DISPATCH_VNODE_WRITE, dispatch_get_main_queue());
+                                                          DISPATCH_VNODE_WRITE | goneFlags, dispatch_get_main_queue());
         if (!source) {
             ::close(fd);
             return {Token(), Status::failure("cannot watch " + path)};
         }
-        auto shared = std::make_shared<Task>(std::move(onChange));
+        auto changed = std::make_shared<Task>(std::move(onChange));
+        auto gone = onGone ? std::make_shared<Task>(std::move(onGone)) : changed;
+        // The handler names its own source; cancelling releases the handler, and the cycle with it.
         dispatch_source_set_event_handler(source, ^{
-          (*shared)();
+          if (dispatch_source_get_data(source) & goneFlags) {
+              // Deleted, renamed or its volume gone: the descriptor no longer stands for the path.
+              dispatch_source_cancel(source);
+              (*gone)();
+              return;
+          }
+          (*changed)();
         });
         dispatch_source_set_cancel_handler(source, ^{
           ::close(fd);

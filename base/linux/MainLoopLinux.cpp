@@ -50,6 +50,9 @@ std::string errnoText(const char* what, int error) {
 constexpr std::uint32_t watchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE |
                                     IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
+// What ends a watch: the folder deleted or moved away, its file system unmounted, the watch removed.
+constexpr std::uint32_t goneMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
+
 constexpr std::uint64_t postedKey = 0, inotifyKey = 1, signalKey = 2, firstSourceKey = 16;
 
 class EpollMainLoop final : public MainLoop {
@@ -102,7 +105,7 @@ public:
         return addTimer(std::max(interval, 0.001), std::max(interval, 0.001), std::move(task));
     }
 
-    Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored) override {
+    Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored, Task onGone) override {
         if (inotify_ < 0) {
             inotify_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
             if (inotify_ < 0) return {Token(), Status::failure(errnoText(("cannot watch " + path).c_str(), errno))};
@@ -115,6 +118,7 @@ public:
         source.wd = wd;
         source.task = std::make_shared<Task>(std::move(onChange));
         source.ignored = std::move(ignored);
+        if (onGone) source.gone = std::make_shared<Task>(std::move(onGone));
         sources_.emplace(key, std::move(source));
         watchers_[wd].insert(key);
         return {tokenFor(key), Status::success()};
@@ -159,6 +163,7 @@ private:
         bool wake = false;
         std::shared_ptr<Task> task;
         NameFilter ignored;  // of an inotify watch
+        std::shared_ptr<Task> gone;  // of an inotify watch: the folder itself went away
     };
 
     void add(int fd, std::uint64_t key) {
@@ -258,32 +263,51 @@ private:
 
     void readFolderEvents() {
         alignas(inotify_event) char buffer[16384];
-        std::set<std::uint64_t> touched;
+        std::set<std::uint64_t> touched, gone;
         for (;;) {
             const ssize_t n = ::read(inotify_, buffer, sizeof buffer);
             if (n <= 0) break;
             for (ssize_t offset = 0; offset < n;) {
                 const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
+                offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
                 if (event->mask & IN_Q_OVERFLOW) {
                     for (const auto& [wd, keys] : watchers_) touched.insert(keys.begin(), keys.end());
-                } else if (auto it = watchers_.find(event->wd); it != watchers_.end()) {
-                    // An event about the folder itself (deleted, moved) has no name and always counts.
-                    const std::string_view name = event->len > 0 ? std::string_view(event->name) : std::string_view();
-                    for (const std::uint64_t key : it->second) {
-                        auto source = sources_.find(key);
-                        if (source == sources_.end()) continue;
-                        if (!name.empty() && source->second.ignored && source->second.ignored(name)) continue;
-                        touched.insert(key);
-                    }
+                    continue;
                 }
-                offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+                auto it = watchers_.find(event->wd);
+                if (it == watchers_.end()) continue;
+                if (event->mask & goneMask) {
+                    // The folder was deleted, moved away or unmounted: this watch is over. A moved
+                    // folder would go on reporting from its new place, so the watch is removed here;
+                    // the kernel has removed it already when it says IN_IGNORED.
+                    gone.insert(it->second.begin(), it->second.end());
+                    for (const std::uint64_t key : it->second)
+                        if (auto source = sources_.find(key); source != sources_.end()) source->second.wd = -1;
+                    if (!(event->mask & IN_IGNORED)) ::inotify_rm_watch(inotify_, event->wd);
+                    watchers_.erase(it);
+                    continue;
+                }
+                const std::string_view name = event->len > 0 ? std::string_view(event->name) : std::string_view();
+                for (const std::uint64_t key : it->second) {
+                    auto source = sources_.find(key);
+                    if (source == sources_.end()) continue;
+                    if (!name.empty() && source->second.ignored && source->second.ignored(name)) continue;
+                    touched.insert(key);
+                }
             }
         }
         // One call per watcher for the whole burst: an atomic write alone is a create and a rename.
         for (const std::uint64_t key : touched) {
+            if (gone.count(key)) continue;
             auto it = sources_.find(key);
             if (it == sources_.end()) continue;
             std::shared_ptr<Task> task = it->second.task;
+            (*task)();
+        }
+        for (const std::uint64_t key : gone) {
+            auto it = sources_.find(key);
+            if (it == sources_.end()) continue;
+            std::shared_ptr<Task> task = it->second.gone ? it->second.gone : it->second.task;
             (*task)();
         }
     }

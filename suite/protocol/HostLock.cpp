@@ -54,20 +54,26 @@ std::uint64_t HostLock::failedTries() const {
 void HostLock::start(std::function<void()> onAcquire) { start(std::move(onAcquire), nullptr); }
 
 void HostLock::start(std::function<void()> onAcquire, std::function<void()> onLose) {
+    start(std::move(onAcquire), std::move(onLose), nullptr);
+}
+
+void HostLock::start(std::function<void()> onAcquire, std::function<void()> onLose,
+                     std::function<void(int)> onCannotOpen) {
     {
         std::lock_guard lock(state_->mutex);
         if (state_->started) return;
         state_->started = true;
     }
     if (urls_.empty()) return;
-    thread_ = std::thread(run, state_, urls_, timing_, Callbacks{std::move(onAcquire), std::move(onLose)});
+    thread_ = std::thread(run, state_, urls_, timing_,
+                          Callbacks{std::move(onAcquire), std::move(onLose), std::move(onCannotOpen)});
 }
 
 void HostLock::run(std::shared_ptr<State> state, std::vector<std::string> urls, Timing timing, Callbacks callbacks) {
     thread::nameCurrent("KestrowSuite.HostLock");
     thread::markCurrentAsUtility();
     for (;;) {
-        if (!acquireAll(*state, urls, timing)) return;
+        if (!acquireAll(*state, urls, timing, callbacks)) return;
         if (callbacks.onAcquire) callbacks.onAcquire();
         if (!holdWhileSame(*state, urls, timing)) return;
         if (callbacks.onLose) callbacks.onLose();
@@ -75,9 +81,10 @@ void HostLock::run(std::shared_ptr<State> state, std::vector<std::string> urls, 
 }
 
 // Takes every lock in order; false when released meanwhile (whatever was obtained is closed then).
-bool HostLock::acquireAll(State& state, const std::vector<std::string>& urls, Timing timing) {
+bool HostLock::acquireAll(State& state, const std::vector<std::string>& urls, const Timing& timing,
+                          const Callbacks& callbacks) {
     for (const std::string& url : urls) {
-        const int fd = waitFor(state, url, timing);
+        const int fd = waitFor(state, url, timing, callbacks);
         if (fd < 0) return false;
         std::lock_guard lock(state.mutex);
         if (state.cancelled) {
@@ -92,18 +99,26 @@ bool HostLock::acquireAll(State& state, const std::vector<std::string>& urls, Ti
     return true;
 }
 
-// While held, checks on the retry cadence that every path still names the file whose lock we hold.
-// If one was deleted or replaced, a newcomer can lock the new file and host too, so we let go of
-// everything and compete again. Returns false when released, true when the locks were let go.
-bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls, Timing timing) {
+// While held, checks on the retry cadence, and at once when asked to, that every path still names the
+// file whose lock we hold. If one was deleted or replaced, a newcomer can lock the new file and host
+// too, so we let go of everything and compete again. Returns false when released, true when the
+// locks were let go.
+bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls, const Timing& timing) {
+    std::uint64_t requests = 0;
+    {
+        std::lock_guard lock(state.mutex);
+        requests = state.checkRequests;
+    }
     for (;;) {
-        if (!pause(state, timing.retry)) return false;
+        if (!pause(state, timing.retry, requests)) return false;
         std::vector<int> dropped;
         std::string replaced;
         {
             // Under the mutex the descriptors cannot be closed by release(), so their numbers are ours.
             std::lock_guard lock(state.mutex);
             if (state.cancelled) return false;
+            // A request that comes in while we look is answered by the next look, not lost.
+            requests = state.checkRequests;
             for (std::size_t k = 0; k < state.fds.size() && k < urls.size(); ++k) {
                 if (!isSameFile(state.fds[k], urls[k])) {
                     replaced = urls[k];
@@ -122,7 +137,7 @@ bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls,
 
 // Waits for one lock: a non-blocking try, then an interruptible pause, so release() ends the wait at
 // once and no thread is ever stuck in the kernel behind another process.
-int HostLock::waitFor(State& state, const std::string& path, Timing timing) {
+int HostLock::waitFor(State& state, const std::string& path, const Timing& timing, const Callbacks& callbacks) {
     // One line per wait and kind of failure: a folder that stays unwritable must not flood the log.
     bool loggedOpen = false, loggedLock = false;
     auto logOnce = [&path](bool& logged, const char* what, int error) {
@@ -136,17 +151,24 @@ int HostLock::waitFor(State& state, const std::string& path, Timing timing) {
         ++state.failedTries;
     };
     for (;;) {
+        std::uint64_t requests = 0;
         {
             std::lock_guard lock(state.mutex);
             if (state.cancelled) return -1;
+            requests = state.checkRequests;
         }
-        const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+        // Read-only is enough for an advisory lock, and closing a descriptor opened for writing would
+        // tell every member's folder watch that the lock file changed, a few times a second per waiter.
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) {
-            logOnce(loggedOpen, "open", errno);
+            const int error = errno;
+            logOnce(loggedOpen, "open", error);
             failedTry();
-            if (!pause(state, timing.retry)) return -1;
+            if (callbacks.onCannotOpen) callbacks.onCannotOpen(error);
+            if (!pause(state, timing.retry, requests)) return -1;
             continue;
         }
+        if (timing.afterOpen) timing.afterOpen(path);
         int result;
         do {
             result = ::flock(fd, LOCK_EX | LOCK_NB);
@@ -156,11 +178,12 @@ int HostLock::waitFor(State& state, const std::string& path, Timing timing) {
             ::close(fd);
             failedTry();
             if (error == EWOULDBLOCK) {
-                if (!pause(state, timing.poll)) return -1;
+                // Another process holds it: a request to check does not hurry this poll.
+                if (!pause(state, timing.poll, std::nullopt)) return -1;
                 continue;
             }
             logOnce(loggedLock, "lock", error);
-            if (!pause(state, timing.retry)) return -1;
+            if (!pause(state, timing.retry, requests)) return -1;
             continue;
         }
         // The file may have been deleted or replaced since we opened it; a lock on it elects nobody.
@@ -172,10 +195,19 @@ int HostLock::waitFor(State& state, const std::string& path, Timing timing) {
     }
 }
 
-// Sleeps for the interval or until released; false when released.
-bool HostLock::pause(State& state, std::chrono::milliseconds interval) {
+bool HostLock::pause(State& state, std::chrono::milliseconds interval, std::optional<std::uint64_t> requests) {
     std::unique_lock lock(state.mutex);
-    return !state.wake.wait_for(lock, interval, [&state] { return state.cancelled; });
+    state.wake.wait_for(lock, interval,
+                        [&] { return state.cancelled || (requests && state.checkRequests != *requests); });
+    return !state.cancelled;
+}
+
+void HostLock::checkNow() {
+    {
+        std::lock_guard lock(state_->mutex);
+        ++state_->checkRequests;
+    }
+    state_->wake.notify_all();
 }
 
 void HostLock::release() {

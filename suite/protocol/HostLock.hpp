@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,6 +23,9 @@ struct HostLockTiming {
     // How long to wait after a lock file could not be opened or locked, and how often a holder checks
     // that the path still names the file it holds.
     std::chrono::milliseconds retry{5000};
+    // For tests: runs on the lock's thread after each lock file was opened and before it is locked,
+    // the moment at which another process may replace the file.
+    std::function<void(const std::string& path)> afterOpen;
 };
 
 class HostLock {
@@ -51,6 +55,15 @@ public:
     // (someone else may lock the new file): this lock then lets go, competes again, and calls onAcquire
     // again when it wins. Without such a replacement onAcquire is called at most once.
     void start(std::function<void()> onAcquire, std::function<void()> onLose);
+    // The same, and onCannotOpen is called on the lock's thread, with the error number, each time a
+    // lock file could not be opened (its folder gone, say), before the wait to try again.
+    void start(std::function<void()> onAcquire, std::function<void()> onLose,
+               std::function<void(int error)> onCannotOpen);
+    // Something may have happened to a lock file's name (the folder watch saw it change): a holder
+    // checks at once that every path still names the file it holds, and a waiter that is pausing
+    // after a failure tries again at once (one waiting behind another holder keeps its pace). From
+    // any thread.
+    void checkNow();
     // Gives up hosting or stops waiting; from any thread, any number of times. A released lock stays
     // released: to compete again, make a new one.
     void release();
@@ -60,7 +73,8 @@ public:
 private:
     struct State {
         std::mutex mutex;
-        std::condition_variable wake;  // cuts a pause short when released
+        std::condition_variable wake;  // cuts a pause short when released or asked to check
+        std::uint64_t checkRequests = 0;
         bool started = false;
         std::vector<int> fds;  // in the order of urls
         bool held = false;
@@ -70,13 +84,17 @@ private:
     struct Callbacks {
         std::function<void()> onAcquire;
         std::function<void()> onLose;
+        std::function<void(int)> onCannotOpen;
     };
 
     static void run(std::shared_ptr<State> state, std::vector<std::string> urls, Timing timing, Callbacks callbacks);
-    static bool acquireAll(State& state, const std::vector<std::string>& urls, Timing timing);
-    static bool holdWhileSame(State& state, const std::vector<std::string>& urls, Timing timing);
-    static int waitFor(State& state, const std::string& path, Timing timing);
-    static bool pause(State& state, std::chrono::milliseconds interval);
+    static bool acquireAll(State& state, const std::vector<std::string>& urls, const Timing& timing,
+                           const Callbacks& callbacks);
+    static bool holdWhileSame(State& state, const std::vector<std::string>& urls, const Timing& timing);
+    static int waitFor(State& state, const std::string& path, const Timing& timing, const Callbacks& callbacks);
+    // Sleeps for the interval, or until released or (with `requests`) asked to check again since
+    // `requests` was read; false when released.
+    static bool pause(State& state, std::chrono::milliseconds interval, std::optional<std::uint64_t> requests);
 
     std::vector<std::string> urls_;
     Timing timing_;

@@ -1,10 +1,13 @@
 #include "SuiteFolder.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <utility>
 
 #include "base/Log.hpp"
 
@@ -45,48 +48,203 @@ std::vector<SuiteFolder> SuiteFolder::reachable(const std::optional<std::string>
 
 namespace {
 
+// Makes every missing component of `path` with permissions 0700; what exists already is judged when
+// it is opened.
 kestrow::Status makeFolders(const std::string& path) {
-    std::string partial;
     std::size_t pos = 1;
     while (pos <= path.size()) {
         const std::size_t slash = path.find('/', pos);
         const std::size_t end = slash == std::string::npos ? path.size() : slash;
-        partial = path.substr(0, end);
+        const std::string partial = path.substr(0, end);
         if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST)
             return kestrow::Status::failure("cannot create " + partial + " (errno " + std::to_string(errno) + ")");
         pos = end + 1;
     }
-    struct stat st{};
-    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return kestrow::Status::failure("not a folder: " + path);
     return kestrow::Status::success();
 }
+
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+SuiteFolderFault unavailable(std::string reason) {
+    return {SuiteFolderFault::Kind::unavailable, std::move(reason)};
+}
+
+// Opens `name` in `parentFd` (or the absolute `path` when parentFd is AT_FDCWD) as a folder of ours
+// with permissions 0700; -1 with the fault otherwise.
+int openPrivateFolder(int parentFd, const std::string& name, const std::string& path, SuiteFolderFault& fault) {
+    const int fd = ::openat(parentFd, name.c_str(), folderFlags);
+    if (fd < 0) {
+        const int error = errno;
+        struct stat st{};
+        if (::fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode))
+            fault = {SuiteFolderFault::Kind::notPrivate, path + " is a link, not a folder"};
+        else if (error == ENOTDIR)
+            fault = unavailable(path + " is not a folder");
+        else
+            fault = unavailable("cannot open " + path + " (errno " + std::to_string(error) + ")");
+        return -1;
+    }
+    struct stat st{};
+    if (::fstat(fd, &st) != 0) {
+        fault = unavailable("cannot examine " + path + " (errno " + std::to_string(errno) + ")");
+        ::close(fd);
+        return -1;
+    }
+    if (st.st_uid != ::getuid()) {
+        fault = {SuiteFolderFault::Kind::notPrivate, path + " is owned by another user"};
+        ::close(fd);
+        return -1;
+    }
+    // Ours, but others may look in or even write: only we may.
+    if ((st.st_mode & 07777) != 0700 && ::fchmod(fd, 0700) != 0) {
+        fault = unavailable("cannot set the permissions of " + path + " (errno " + std::to_string(errno) + ")");
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool sameFile(int fd, const std::string& path) {
+    struct stat open{}, named{};
+    if (::fstat(fd, &open) != 0 || ::lstat(path.c_str(), &named) != 0) return false;
+    return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+std::vector<std::string> recordFileNames() {
+    std::vector<std::string> records;
+    for (SuiteApp app : SuiteApp::allCases()) records.push_back(app.glanceFileName());
+    return records;
+}
+
+// A member killed while writing leaves its temporary file behind; nothing writes for a minute.
+constexpr std::chrono::seconds staleTemporary{60};
 
 }  // namespace
 
 kestrow::Status SuiteFolder::prepare() const {
-    if (auto status = makeFolders(url); status.failed()) return status;
-    if (auto status = makeFolders(glancesURL()); status.failed()) return status;
-    removeStaleTemporaryFiles();
+    auto opened = OpenSuiteFolder::prepare(*this);
+    if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) return kestrow::Status::failure(fault->reason);
+    std::get<OpenSuiteFolder>(opened).removeStaleTemporaryFiles();
     return kestrow::Status::success();
 }
 
 void SuiteFolder::removeStaleTemporaryFiles() const {
-    // A member killed while writing leaves its temporary file behind; nothing writes for a minute.
-    constexpr std::chrono::seconds stale{60};
-    std::vector<std::string> records;
-    for (SuiteApp app : SuiteApp::allCases()) records.push_back(app.glanceFileName());
-    const std::size_t removed = removeStaleAtomicWriteTemporaries(url, {"settings.json"}, stale) +
-                                removeStaleAtomicWriteTemporaries(glancesURL(), records, stale);
+    auto opened = OpenSuiteFolder::open(*this);
+    if (auto* folder = std::get_if<OpenSuiteFolder>(&opened)) folder->removeStaleTemporaryFiles();
+}
+
+OpenSuiteFolder::OpenSuiteFolder(SuiteFolder folder, int folderFd, int glancesFd)
+    : folder_(std::move(folder)), folderFd_(folderFd), glancesFd_(glancesFd) {}
+
+OpenSuiteFolder::OpenSuiteFolder(OpenSuiteFolder&& other) noexcept
+    : folder_(other.folder_), folderFd_(std::exchange(other.folderFd_, -1)),
+      glancesFd_(std::exchange(other.glancesFd_, -1)) {}
+
+OpenSuiteFolder& OpenSuiteFolder::operator=(OpenSuiteFolder&& other) noexcept {
+    if (this != &other) {
+        close();
+        folder_ = other.folder_;
+        folderFd_ = std::exchange(other.folderFd_, -1);
+        glancesFd_ = std::exchange(other.glancesFd_, -1);
+    }
+    return *this;
+}
+
+OpenSuiteFolder::~OpenSuiteFolder() { close(); }
+
+void OpenSuiteFolder::close() {
+    if (glancesFd_ >= 0) ::close(glancesFd_);
+    if (folderFd_ >= 0) ::close(folderFd_);
+    glancesFd_ = folderFd_ = -1;
+}
+
+std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::prepare(const SuiteFolder& folder) {
+    return openOrPrepare(folder, true);
+}
+
+std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::open(const SuiteFolder& folder) {
+    return openOrPrepare(folder, false);
+}
+
+std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::openOrPrepare(const SuiteFolder& folder,
+                                                                               bool create) {
+    if (create) {
+        if (auto made = makeFolders(folder.url); made.failed()) return unavailable(made.message());
+    }
+    SuiteFolderFault fault;
+    const int folderFd = openPrivateFolder(AT_FDCWD, folder.url, folder.url, fault);
+    if (folderFd < 0) return fault;
+    // Made inside the folder just checked, whatever its path names by now.
+    if (create && ::mkdirat(folderFd, "glances", 0700) != 0 && errno != EEXIST) {
+        const int error = errno;
+        ::close(folderFd);
+        return unavailable("cannot create " + folder.glancesURL() + " (errno " + std::to_string(error) + ")");
+    }
+    const int glancesFd = openPrivateFolder(folderFd, "glances", folder.glancesURL(), fault);
+    // Opened only to use what is there, a folder without "glances" still serves its settings.
+    const bool glancesMissing = !create && glancesFd < 0 && fault.kind == SuiteFolderFault::Kind::unavailable &&
+                                ::faccessat(folderFd, "glances", F_OK, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+    if (glancesFd < 0 && !glancesMissing) {
+        ::close(folderFd);
+        return fault;
+    }
+    return OpenSuiteFolder(folder, folderFd, glancesFd);
+}
+
+bool OpenSuiteFolder::stillNamed() const {
+    return folderFd_ >= 0 && sameFile(folderFd_, folder_.url) && sameFile(glancesFd_, folder_.glancesURL());
+}
+
+kestrow::Status OpenSuiteFolder::write(const GlanceRecord& record) const {
+    auto encoded = GlanceCodec::encode(record);
+    if (auto* error = std::get_if<GlanceValidationError>(&encoded)) return kestrow::Status::failure(error->reason);
+    if (glancesFd_ < 0) return kestrow::Status::failure("cannot open " + folder_.glancesURL() + " (errno " +
+                                                        std::to_string(ENOENT) + ")");
+    // A record lives for seconds and is rewritten at half its life at the latest: waiting for the
+    // disk on every write would cost far more than a record lost to a power cut.
+    return writeAtomicallyAt(glancesFd_, record.app.glanceFileName(), std::get<std::string>(encoded), 0600,
+                             Durability::transient);
+}
+
+std::optional<GlanceReadResult> OpenSuiteFolder::read(SuiteApp app) const {
+    if (glancesFd_ < 0) return std::nullopt;
+    SafeRead file = safeReadAt(glancesFd_, app.glanceFileName(), GlanceStore::readLimit);
+    if (std::holds_alternative<SafeRead::Missing>(file.value)) return std::nullopt;
+    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value)) return GlanceReadResult::invalid(refused->reason);
+    return GlanceCodec::decode(std::get<SafeRead::Data>(file.value).bytes, app.glanceFileName());
+}
+
+std::map<SuiteApp, GlanceReadResult> OpenSuiteFolder::readAll() const {
+    std::map<SuiteApp, GlanceReadResult> results;
+    for (SuiteApp app : SuiteApp::allCases())
+        if (auto result = read(app)) results.emplace(app, std::move(*result));
+    return results;
+}
+
+SafeRead OpenSuiteFolder::readFile(const std::string& name, std::size_t limit) const {
+    return safeReadAt(folderFd_, name, limit);
+}
+
+kestrow::Status OpenSuiteFolder::writeFile(const std::string& name, std::string_view bytes) const {
+    return writeAtomicallyAt(folderFd_, name, bytes);
+}
+
+void OpenSuiteFolder::removeStaleTemporaryFiles() const {
+    std::size_t removed = removeStaleAtomicWriteTemporariesAt(folderFd_, {"settings.json"}, staleTemporary);
+    if (glancesFd_ >= 0) removed += removeStaleAtomicWriteTemporariesAt(glancesFd_, recordFileNames(), staleTemporary);
     if (removed > 0)
-        log::kit::info("suite.folder", "removed " + std::to_string(removed) + " stale temporary files from " + url);
+        log::kit::info("suite.folder",
+                       "removed " + std::to_string(removed) + " stale temporary files from " + folder_.url);
 }
 
 kestrow::Status GlanceStore::write(const GlanceRecord& record) const {
-    auto encoded = GlanceCodec::encode(record);
-    if (auto* error = std::get_if<GlanceValidationError>(&encoded)) return kestrow::Status::failure(error->reason);
-    // A record lives for seconds and is rewritten at half its life at the latest: waiting for the
-    // disk on every write would cost far more than a record lost to a power cut.
-    return writeAtomically(folder.glanceURL(record.app), std::get<std::string>(encoded), 0600, Durability::transient);
+    auto opened = OpenSuiteFolder::open(folder);
+    if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) {
+        // The record's own faults come first, as they would from the codec.
+        if (auto problem = GlanceCodec::problem(record); problem.failed()) return problem;
+        return kestrow::Status::failure(fault->reason);
+    }
+    return std::get<OpenSuiteFolder>(opened).write(record);
 }
 
 std::optional<GlanceReadResult> GlanceStore::read(SuiteApp app) const {
@@ -108,7 +266,11 @@ bool PublishSchedule::isDue(const GlanceRecord& record, double now) const {
     GlanceRecord candidate = record;
     candidate.at = lastWritten->at;
     if (!(candidate == *lastWritten)) return true;
-    return now - lastWritten->at >= static_cast<double>(record.ttl) * 0.5;
+    const double age = now - lastWritten->at;
+    // A negative age means the clock was set back since the last write: that record's `at` lies in
+    // the readers' future, where they cannot count it as fresh, so a new one is due at once.
+    if (age < 0) return true;
+    return age >= static_cast<double>(record.ttl) * 0.5;
 }
 
 }  // namespace kestrow::suite

@@ -4,6 +4,8 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <variant>
 #include <vector>
 
 #include "GlanceRecord.hpp"
@@ -33,8 +35,9 @@ struct SuiteFolder {
     [[nodiscard]] static bool isSandboxed();
     [[nodiscard]] static std::vector<SuiteFolder> reachable(const std::optional<std::string>& groupIdentifier);
 
-    // Creates the folder and "glances" with permissions 0700 (existing folders are accepted), and
-    // removes the temporary files that members killed while writing left there.
+    // Creates the folder and "glances" with permissions 0700 (existing folders are accepted), checks
+    // them as OpenSuiteFolder::prepare does, and removes the temporary files that members killed while
+    // writing left there.
     kestrow::Status prepare() const;
     void removeStaleTemporaryFiles() const;
 
@@ -54,6 +57,61 @@ struct SuiteFolder {
 [[nodiscard]] std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container,
                                                            bool sandboxed, bool exists);
 
+// Why a suite folder cannot be used.
+struct SuiteFolderFault {
+    enum class Kind {
+        unavailable,  // it cannot be made or opened (no such folder, no permission, a file in the way)
+        notPrivate,   // a link, or a folder of another user: writing there would write where others chose
+    };
+    Kind kind = Kind::unavailable;
+    std::string reason;
+};
+
+// A suite folder opened and checked: the folder and its "glances" are real folders (never a link)
+// owned by this user, with permissions 0700. Both are held by descriptor and every read and write
+// below goes through them, so a path that is swapped for a link after the check never receives a
+// byte. When the folder is deleted or replaced the descriptors keep naming the old one: `stillNamed`
+// tells, and the holder opens the folder afresh.
+class OpenSuiteFolder {
+public:
+    // Creates what is missing (the folder with its parents, then "glances"), each with permissions
+    // 0700, then opens both as `open` does.
+    [[nodiscard]] static std::variant<OpenSuiteFolder, SuiteFolderFault> prepare(const SuiteFolder& folder);
+    // Opens both folders without creating anything and without following a link at either; refuses
+    // a folder owned by another user and sets a folder of ours with other permissions to 0700. A
+    // missing "glances" is accepted here (its records then cannot be written, the settings can).
+    [[nodiscard]] static std::variant<OpenSuiteFolder, SuiteFolderFault> open(const SuiteFolder& folder);
+
+    OpenSuiteFolder(OpenSuiteFolder&& other) noexcept;
+    OpenSuiteFolder& operator=(OpenSuiteFolder&& other) noexcept;
+    OpenSuiteFolder(const OpenSuiteFolder&) = delete;
+    OpenSuiteFolder& operator=(const OpenSuiteFolder&) = delete;
+    ~OpenSuiteFolder();
+
+    const SuiteFolder& folder() const { return folder_; }
+    // Whether the folder's paths still name the two folders held: false once either was deleted,
+    // moved away or replaced (a moved parent included).
+    [[nodiscard]] bool stillNamed() const;
+
+    // This application's record, replaced atomically inside the held "glances".
+    kestrow::Status write(const GlanceRecord& record) const;
+    [[nodiscard]] std::optional<GlanceReadResult> read(SuiteApp app) const;
+    [[nodiscard]] std::map<SuiteApp, GlanceReadResult> readAll() const;
+    // A file directly in the suite folder ("settings.json"): protected read, atomic replace.
+    [[nodiscard]] SafeRead readFile(const std::string& name, std::size_t limit) const;
+    kestrow::Status writeFile(const std::string& name, std::string_view bytes) const;
+    void removeStaleTemporaryFiles() const;
+
+private:
+    OpenSuiteFolder(SuiteFolder folder, int folderFd, int glancesFd);
+    static std::variant<OpenSuiteFolder, SuiteFolderFault> openOrPrepare(const SuiteFolder& folder, bool create);
+    void close();
+
+    SuiteFolder folder_;
+    int folderFd_ = -1;
+    int glancesFd_ = -1;
+};
+
 struct GlanceStore {
     SuiteFolder folder;
 
@@ -69,7 +127,8 @@ struct GlanceStore {
 struct PublishSchedule {
     std::optional<GlanceRecord> lastWritten;
 
-    // A changed readout is due at once; an unchanged one at half its lifetime.
+    // A changed readout is due at once; an unchanged one at half its lifetime; any readout when the
+    // clock now reads earlier than the last write (it was set back).
     [[nodiscard]] bool isDue(const GlanceRecord& record, double now) const;
     void didWrite(const GlanceRecord& record) { lastWritten = record; }
     void forceNext() { lastWritten.reset(); }

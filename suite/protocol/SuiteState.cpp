@@ -1,6 +1,7 @@
 #include "SuiteState.hpp"
 
 #include <algorithm>
+#include <cmath>
 
 namespace kestrow::suite {
 
@@ -75,17 +76,79 @@ SuiteSettings SuiteSettings::read(const SuiteFolder& folder) {
 }
 
 kestrow::Status SuiteSettings::write(const SuiteFolder& folder) const {
-    return writeAtomically(folder.settingsURL(), encode());
+    auto opened = OpenSuiteFolder::open(folder);
+    if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) return kestrow::Status::failure(fault->reason);
+    return write(std::get<OpenSuiteFolder>(opened));
 }
 
-void SuiteStateMachine::update(const std::map<SuiteApp, GlanceRecord>& records, double time) {
+namespace {
+constexpr const char* settingsFileName = "settings.json";
+}  // namespace
+
+SuiteSettings::Loaded SuiteSettings::load(const OpenSuiteFolder& folder) {
+    // One byte more than is read as settings tells a file that is too long from one that fits.
+    SafeRead file = folder.readFile(settingsFileName, readLimit + 1);
+    if (std::holds_alternative<SafeRead::Missing>(file.value)) return {};
+    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value)) return {SuiteSettings{}, refused->reason};
+    const std::string& bytes = std::get<SafeRead::Data>(file.value).bytes;
+    if (bytes.size() > readLimit) return {SuiteSettings{}, "larger than 65,536 bytes"};
+    auto parsed = parseJson(bytes);
+    if (!std::holds_alternative<JsonValue>(parsed) || !std::get<JsonValue>(parsed).asObject())
+        return {SuiteSettings{}, "not a JSON object"};
+    return {decode(bytes), std::nullopt};
+}
+
+kestrow::Status SuiteSettings::write(const OpenSuiteFolder& folder) const {
+    if (auto current = load(folder); current.unreadable)
+        return kestrow::Status::failure("settings.json could not be read (" + *current.unreadable +
+                                        "); it is kept as it is");
+    return folder.writeFile(settingsFileName, encode());
+}
+
+void RecordSightings::observe(const std::map<SuiteApp, GlanceRecord>& records, double readerNow) {
+    for (auto it = seen.begin(); it != seen.end();) it = records.count(it->first) ? std::next(it) : seen.erase(it);
+    for (const auto& [app, record] : records) {
+        auto [it, first] = seen.emplace(app, Sighting{record, std::nullopt});
+        if (first || it->second.record == record) continue;
+        it->second.record = record;
+        it->second.changedAt = readerNow;
+    }
+}
+
+std::set<SuiteApp> RecordSightings::vouched(double readerNow) const {
+    std::set<SuiteApp> apps;
+    for (const auto& [app, sighting] : seen) {
+        if (!sighting.changedAt || sighting.record.state != GlanceState::running) continue;
+        const double age = readerNow - *sighting.changedAt;
+        if (age >= 0 && age < static_cast<double>(sighting.record.ttl)) apps.insert(app);
+    }
+    return apps;
+}
+
+bool SuiteStateMachine::isFresh(const GlanceRecord& record) const {
+    if (record.isFresh(now)) return true;
+    return record.state == GlanceState::running && vouched.count(record.app) > 0;
+}
+
+void SuiteStateMachine::clockChanged(double jump) {
+    now += jump;
+    if (belowSince) *belowSince += jump;
+    if (std::isfinite(wakeUntil)) wakeUntil += jump;
+    if (activeSince) *activeSince += jump;
+    if (hostSeenAt) *hostSeenAt += jump;
+    for (auto& [app, at] : lastFreshAt) at += jump;
+}
+
+void SuiteStateMachine::update(const std::map<SuiteApp, GlanceRecord>& records, double time,
+                               std::set<SuiteApp> vouchedFor) {
     now = time;
+    vouched = std::move(vouchedFor);
     latest.clear();
     std::vector<const GlanceRecord*> fresh;
     for (const auto& [app, record] : records) {
         if (!app.participates()) continue;
         const GlanceRecord& kept = latest.emplace(app, record).first->second;
-        if (kept.isFresh(now)) {
+        if (isFresh(kept)) {
             fresh.push_back(&kept);
             lastFreshAt[app] = now;
         }
@@ -137,7 +200,7 @@ std::vector<SuiteRow> SuiteStateMachine::rows() const {
     std::vector<SuiteRow> result;
     for (SuiteApp app : SuiteApp::allCases()) {
         if (!app.participates()) continue;
-        if (auto it = latest.find(app); it != latest.end() && it->second.isFresh(now)) {
+        if (auto it = latest.find(app); it != latest.end() && isFresh(it->second)) {
             result.push_back({it->second});
         } else if (auto seen = lastFreshAt.find(app); seen != lastFreshAt.end() && now - seen->second <= notRunningShown) {
             result.push_back({app});

@@ -1,6 +1,9 @@
 #include "SuiteParticipant.hpp"
 
 #include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <utility>
 
 #include "base/Files.hpp"
 #include "base/Log.hpp"
@@ -32,49 +35,26 @@ SuiteParticipant::SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folder
     clock_ = options_.clock ? options_.clock : std::function<double()>([&loop] { return loop.wallClock(); });
 
     for (SuiteFolder& folder : folders) {
-        if (const Status prepared = folder.prepare(); prepared.failed()) {
+        if (std::find(folders_.begin(), folders_.end(), folder) != folders_.end()) continue;
+        auto opened = OpenSuiteFolder::prepare(folder);
+        if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) {
             log::kit::error(logCategory, "suite folder not usable: " + folder.url);
+            log::kit::info(logCategory, fault->reason);
             continue;
         }
-        if (std::find(folders_.begin(), folders_.end(), folder) == folders_.end()) folders_.push_back(folder);
+        std::get<OpenSuiteFolder>(opened).removeStaleTemporaryFiles();
+        folders_.push_back(folder);
+        links_.push_back(FolderLink{folder, std::move(std::get<OpenSuiteFolder>(opened)), {}, {}});
     }
-    if (!folders_.empty()) settings_ = SuiteSettings::read(folders_.front());
+    reloadSettings();
+    for (std::size_t i = 0; i < links_.size(); ++i) armWatches(i);
 
-    for (const SuiteFolder& folder : folders_) {
-        // Our own record and its temporary files change with every write we make; what we wrote
-        // is known already (and kept in records_), so only the others' changes need a reading.
-        const std::string ownFile = app_.glanceFileName();
-        MainLoop::Watch watch = loop_.watchFolder(
-            folder.glancesURL(),
-            [this] {
-                recordsCurrent_ = false;
-                evaluate();
-            },
-            [ownFile](std::string_view name) { return name == ownFile || isAtomicWriteTemporary(name, ownFile); });
-        if (watch.status.failed())
-            logOnce("watch:" + folder.url, "suite folder not watched: " + watch.status.message());
-        else
-            watchers_.push_back(std::move(watch.token));
-    }
-
-    if (app_.canHost() && !folders_.empty()) {
-        std::vector<std::string> lockURLs;
-        for (const SuiteFolder& folder : folders_) lockURLs.push_back(folder.lockURL());
-        lock_ = std::make_unique<HostLock>(lockURLs);
+    if (app_.canHost() && !links_.empty()) {
         // Called on the lock's own thread, possibly while shutdown runs: the hop is made under the
         // hop's mutex, which shutdown closes, so nothing is posted to a loop that may be gone.
         lockHop_ = std::make_shared<LockHop>();
         lockHop_->loop = &loop_;
-        // Winning and losing the lock (its file replaced under us) both lead to a fresh evaluation,
-        // which reads isHeld() and sets up or tears down hosting accordingly.
-        auto reevaluate = [hop = lockHop_, alive = std::weak_ptr<bool>(alive_), this] {
-            std::lock_guard guard(hop->mutex);
-            if (!hop->loop) return;
-            hop->loop->post([alive, this] {
-                if (alive.lock()) evaluate();
-            });
-        };
-        lock_->start(reevaluate, reevaluate);
+        startLock();
     }
 
     openObserver_ = SuiteOpenObserver::make(app_, [this] {
@@ -84,6 +64,177 @@ SuiteParticipant::SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folder
 
     startTimer(defaultTTL);
     evaluate();
+}
+
+bool SuiteParticipant::foldersReady() const {
+    return std::all_of(links_.begin(), links_.end(), [](const FolderLink& link) { return link.open.has_value(); });
+}
+
+bool SuiteParticipant::watchedEverywhere() const {
+    return std::all_of(links_.begin(), links_.end(), [](const FolderLink& link) {
+        return link.open && link.glancesWatch.active() && link.folderWatch.active();
+    });
+}
+
+void SuiteParticipant::armWatches(std::size_t index) {
+    armRecordWatch(index);
+    FolderLink& link = links_[index];
+    const std::string url = link.folder.url;
+    // In the folder itself only three names matter: the lock file (replaced under a holder, two
+    // members could host), the shared settings and "glances" (swapped for another folder).
+    MainLoop::Watch entries = loop_.watchFolder(
+        url, [this] { suiteFolderChanged(); },
+        [](std::string_view name) { return name != "host.lock" && name != "settings.json" && name != "glances"; },
+        [this, index] { loseFolder(index, "deleted or moved away"); });
+    if (entries.status.failed()) logOnce("watch:" + url, "suite folder not watched: " + entries.status.message());
+    link.folderWatch = std::move(entries.token);
+}
+
+void SuiteParticipant::armRecordWatch(std::size_t index) {
+    FolderLink& link = links_[index];
+    // Our own record and its temporary files change with every write we make; what we wrote is
+    // known already (and kept in records_), so only the others' changes need a reading.
+    const std::string ownFile = app_.glanceFileName();
+    MainLoop::Watch records = loop_.watchFolder(
+        link.folder.glancesURL(), [this] { recordsChanged(); },
+        [ownFile](std::string_view name) { return name == ownFile || isAtomicWriteTemporary(name, ownFile); },
+        [this, index] { loseFolder(index, "deleted or moved away"); });
+    if (records.status.failed())
+        logOnce("watch:" + link.folder.glancesURL(), "suite folder not watched: " + records.status.message());
+    link.glancesWatch = std::move(records.token);
+}
+
+void SuiteParticipant::recordsChanged() {
+    if (didShutdown_) return;
+    recordsCurrent_ = false;
+    if (pendingRead_.active()) return;  // a reading is coming, and will see this change too
+    const double wait = lastEventRead_ + options_.rereadInterval - loop_.now();
+    if (wait <= 0) {
+        lastEventRead_ = loop_.now();
+        return evaluate();
+    }
+    // Events come faster than they are read: stop hearing them until the reading, which sees every
+    // change made meanwhile. A writer in a loop then wakes us ten times a second, not a thousand.
+    for (FolderLink& link : links_) link.glancesWatch.cancel();
+    pendingRead_ = loop_.after(wait, [this] {
+        pendingRead_.cancel();  // a fired delay's token still counts as active
+        // Listening again before reading, so nothing written after the reading goes unheard.
+        for (std::size_t i = 0; i < links_.size(); ++i)
+            if (links_[i].open && !links_[i].glancesWatch.active()) armRecordWatch(i);
+        lastEventRead_ = loop_.now();
+        evaluate();
+    });
+}
+
+void SuiteParticipant::suiteFolderChanged() {
+    if (didShutdown_) return;
+    // The lock file's name may now be another file's: the holder looks at once, not on its 5 s round.
+    if (lock_) lock_->checkNow();
+    checkFolders();
+    if (settingsUnreadable_) reloadSettings();
+}
+
+void SuiteParticipant::checkFolders() {
+    if (didShutdown_) return;
+    bool lost = false;
+    for (std::size_t i = 0; i < links_.size(); ++i) {
+        if (!links_[i].open || links_[i].open->stillNamed()) continue;
+        loseFolder(i, "replaced");
+        lost = true;
+    }
+    if (!lost && !foldersReady() && !repairTimer_.active()) repairFolders();
+}
+
+void SuiteParticipant::loseFolder(std::size_t index, const std::string& why) {
+    if (didShutdown_) return;
+    FolderLink& link = links_[index];
+    const bool wasOpen = link.open.has_value();
+    link.open.reset();
+    link.glancesWatch.cancel();
+    link.folderWatch.cancel();
+    recordsCurrent_ = false;
+    if (wasOpen)
+        logOnce("lost:" + link.folder.url, "suite folder " + link.folder.url + " was " + why + "; preparing it again");
+    repairFolders();
+}
+
+void SuiteParticipant::repairFolders() {
+    if (didShutdown_ || repairing_) return;
+    repairing_ = true;
+    repairTimer_.cancel();
+    bool repaired = false, waiting = false;
+    for (std::size_t i = 0; i < links_.size(); ++i) {
+        FolderLink& link = links_[i];
+        if (link.open && link.open->stillNamed()) continue;
+        auto opened = OpenSuiteFolder::prepare(link.folder);
+        if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) {
+            link.open.reset();
+            logOnce("unusable:" + link.folder.url + ":" + fault->reason,
+                    "suite folder not usable: " + link.folder.url + " (" + fault->reason + "); trying again every 5 s");
+            waiting = true;
+            continue;
+        }
+        link.open = std::move(std::get<OpenSuiteFolder>(opened));
+        armWatches(i);
+        repaired = true;
+    }
+    if (repaired || waiting) {
+        // Everything known of the folder may be out of date: read every record afresh, write ours at
+        // once and compete for a lock file that may be a new one.
+        recordsCurrent_ = false;
+        schedule_.forceNext();
+        if (lockHop_) startLock();
+    }
+    if (waiting)
+        repairTimer_ = loop_.after(repairInterval, [this] {
+            repairTimer_.cancel();  // a fired delay's token still counts as active
+            repairFolders();
+        });
+    if (repaired) {
+        if (settingsUnreadable_) reloadSettings();
+        evaluate();
+        writeIfDue(0);
+    }
+    repairing_ = false;
+}
+
+void SuiteParticipant::startLock() {
+    // A new lock over the folders open now; the old one lets go first (its thread ends at once).
+    lock_.reset();
+    std::vector<std::string> lockURLs;
+    for (const FolderLink& link : links_)
+        if (link.open) lockURLs.push_back(link.folder.lockURL());
+    if (lockURLs.empty()) return;
+    lock_ = std::make_unique<HostLock>(lockURLs, options_.lockTiming);
+    auto hop = [hop = lockHop_, alive = std::weak_ptr<bool>(alive_)](std::function<void()> work) {
+        std::lock_guard guard(hop->mutex);
+        if (!hop->loop) return;
+        hop->loop->post([alive, work = std::move(work)] {
+            if (alive.lock()) work();
+        });
+    };
+    // Winning and losing the lock (its file replaced under us) both lead to a fresh evaluation,
+    // which reads isHeld() and sets up or tears down hosting accordingly.
+    auto reevaluate = [hop, this] { hop([this] { evaluate(); }); };
+    // A lock file that cannot be made because its folder is gone: the folder needs preparing again.
+    auto cannotOpen = [hop, this](int error) {
+        if (error == ENOENT) hop([this] { checkFolders(); });
+    };
+    lock_->start(reevaluate, reevaluate, cannotOpen);
+}
+
+void SuiteParticipant::reloadSettings() {
+    auto first = std::find_if(links_.begin(), links_.end(), [](const FolderLink& link) { return link.open.has_value(); });
+    if (first == links_.end()) return;
+    SuiteSettings::Loaded loaded = SuiteSettings::load(*first->open);
+    if (loaded.unreadable) {
+        // Defaults stand in meanwhile; the file keeps what other members stored in it.
+        logOnce("settings-unreadable:" + *loaded.unreadable,
+                "suite settings not read: settings.json could not be read (" + *loaded.unreadable +
+                    "); it is kept as it is and not saved over until it can be read");
+    }
+    settings_ = std::move(loaded.settings);
+    settingsUnreadable_ = std::move(loaded.unreadable);
 }
 
 SuiteParticipant::~SuiteParticipant() {
@@ -113,6 +264,8 @@ void SuiteParticipant::startTimer(std::int64_t ttl) {
 
 void SuiteParticipant::tick() {
     if (didShutdown_) return;
+    // A backstop for what no event tells: a parent folder moved, an event the system dropped.
+    checkFolders();
     realignStatusItem();
     writeIfDue(timerInterval(timerTTL_) * 1.1);
     evaluate();
@@ -147,9 +300,10 @@ void SuiteParticipant::writeIfDue(double margin) {
     const double now = clock_();
     const GlanceRecord record = currentRecord(now, GlanceState::running);
     if (!schedule_.isDue(record, now + margin)) return;
-    bool allWritten = true;
-    for (const SuiteFolder& folder : folders_) {
-        const Status written = GlanceStore{folder}.write(record);
+    bool allWritten = foldersReady();
+    for (const FolderLink& link : links_) {
+        if (!link.open) continue;
+        const Status written = link.open->write(record);
         if (written.failed()) {
             allWritten = false;
             logOnce("write:" + written.message(), "glance record not written: " + written.message());
@@ -161,14 +315,17 @@ void SuiteParticipant::writeIfDue(double margin) {
     // A folder that refused stays due, so the next tick tries again.
     if (allWritten) schedule_.didWrite(record);
     lastWriteFailed_ = !allWritten;
+    // A write that failed because the folder went away ("no such file") prepares it again.
+    if (!allWritten) checkFolders();
 }
 
 const std::map<SuiteApp, GlanceRecord>& SuiteParticipant::readRecords() {
     // Without a watch on every folder nothing says when a record changed: read each time.
-    if (recordsCurrent_ && watchers_.size() == folders_.size()) return records_;
+    if (recordsCurrent_ && watchedEverywhere()) return records_;
     std::map<SuiteApp, GlanceRecord> records;
-    for (const SuiteFolder& folder : folders_) {
-        for (const auto& [app, result] : GlanceStore{folder}.readAll()) {
+    for (const FolderLink& link : links_) {
+        if (!link.open) continue;
+        for (const auto& [app, result] : link.open->readAll()) {
             const GlanceRecord* record = result.record();
             if (!record) continue;
             // The same member seen in two folders: its latest word counts.
@@ -178,11 +335,26 @@ const std::map<SuiteApp, GlanceRecord>& SuiteParticipant::readRecords() {
     }
     records_ = std::move(records);
     recordsCurrent_ = true;
+    sightings_.observe(records_, loop_.now());
     return records_;
+}
+
+// The wall clock set back or ahead shows as a jump between it and the loop's continuous clock, which
+// only moves forward with time (asleep or not).
+void SuiteParticipant::noteClock() {
+    const double offset = clock_() - loop_.now();
+    const std::optional<double> previous = std::exchange(clockOffset_, offset);
+    if (!previous || std::abs(offset - *previous) <= clockJumpThreshold) return;
+    machine_.clockChanged(offset - *previous);
+    // Our record's `at` is now off by the jump: readers would take it as stale or as from the future.
+    schedule_.forceNext();
+    records_.erase(app_);
 }
 
 void SuiteParticipant::evaluate() {
     if (didShutdown_) return;
+    noteClock();
+    const bool writeAtOnce = !schedule_.lastWritten && lastLevel_ && !publishingSuspended_;
     const double now = clock_();
     std::map<SuiteApp, GlanceRecord> records = readRecords();  // a copy: ours may be added below
     if (app_.participates() && !publishingSuspended_) {
@@ -191,7 +363,7 @@ void SuiteParticipant::evaluate() {
         if (own == records.end() || !own->second.isFresh(now))
             records[app_] = GlanceRecord(app_, isHost_, GlanceState::running, now, timerTTL_, GlanceLevel::ok, {});
     }
-    machine_.update(records, now);
+    machine_.update(records, now, sightings_.vouched(loop_.now()));
 
     const bool showedOwnIcon = showsOwnIcon();
     bool hostNeedsUpdate = false;
@@ -219,6 +391,8 @@ void SuiteParticipant::evaluate() {
 
     reconcileHosting();
     if (host_ && hostNeedsUpdate) host_->update();
+    // A record due at once (the clock was set, a folder was prepared again) is not left to the tick.
+    if (writeAtOnce) writeIfDue(0);
 }
 
 void SuiteParticipant::reconcileHosting() {
@@ -226,7 +400,7 @@ void SuiteParticipant::reconcileHosting() {
                         machine_.isActive;
     if (wanted && !host_) {
         // Another member may have hosted meanwhile and moved things: start from what it saved.
-        if (!folders_.empty()) settings_ = SuiteSettings::read(folders_.front());
+        reloadSettings();
         hostingRechecksLeft_ = hostingRechecks;
         host_ = std::make_unique<SuiteHost>(*this, statusItems_, options_.registerHotKey);
         setIsHost(true);
@@ -346,8 +520,10 @@ void SuiteParticipant::saveSettingsSoon() {
 
 void SuiteParticipant::saveSettings() {
     pendingSave_.cancel();
-    for (const SuiteFolder& folder : folders_) {
-        const Status saved = settings_.write(folder);
+    for (const FolderLink& link : links_) {
+        if (!link.open) continue;
+        // A file that cannot be read is refused here too: saving would drop what others stored.
+        const Status saved = settings_.write(*link.open);
         if (saved.failed()) logOnce("settings:" + saved.message(), "suite settings not saved: " + saved.message());
     }
 }
@@ -356,7 +532,12 @@ void SuiteParticipant::shutdown() {
     if (didShutdown_) return;
     didShutdown_ = true;
     timer_.cancel();
-    watchers_.clear();
+    repairTimer_.cancel();
+    pendingRead_.cancel();
+    for (FolderLink& link : links_) {
+        link.glancesWatch.cancel();
+        link.folderWatch.cancel();
+    }
     wakeObserver_.cancel();
     openObserver_.reset();
     pendingRecheck_.cancel();
@@ -369,8 +550,9 @@ void SuiteParticipant::shutdown() {
     if (!publishingSuspended_) {
         // The last word: members drop a stopped record at once instead of waiting for it to expire.
         const GlanceRecord last = currentRecord(clock_(), GlanceState::stopped);
-        for (const SuiteFolder& folder : folders_) {
-            const Status written = GlanceStore{folder}.write(last);
+        for (const FolderLink& link : links_) {
+            if (!link.open) continue;
+            const Status written = link.open->write(last);
             if (written.failed()) logOnce("write:" + written.message(), "glance record not written: " + written.message());
         }
     }

@@ -7,7 +7,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -33,6 +35,15 @@ public:
     static constexpr double hostingRecheckInterval = 1.0;
     static constexpr double settingsSaveDelay = 0.5;
     static constexpr double wakeWriteMargin = 0;
+    // Folder events are read at most this often: another process rewriting a record a thousand
+    // times a second costs ten readings a second, the last one after its final write.
+    static constexpr double defaultRereadInterval = 0.1;
+    // How often a suite folder that was deleted or replaced, and cannot be prepared again yet, is
+    // tried again.
+    static constexpr double repairInterval = 5.0;
+    // A change between the wall clock and the loop's continuous clock larger than this is the wall
+    // clock being set, not drift.
+    static constexpr double clockJumpThreshold = 1.0;
 
     struct Options {
         std::function<double()> clock;  // seconds since 1970; empty: the loop's wall clock
@@ -40,6 +51,8 @@ public:
         std::optional<double> staleAfter;  // only for a warning
         std::function<void()> onOpen;      // another member asks to open this application
         bool registerHotKey = true;        // whether a host registers the suite shortcut
+        HostLock::Timing lockTiming = {};  // how the host lock polls and re-checks
+        double rereadInterval = defaultRereadInterval;  // the least time between two event readings
     };
 
     // What the user interface observes; each is reported only when it changed.
@@ -65,6 +78,8 @@ public:
     const SuiteValues& menuBarValues() const { return menuBarValues_; }
     const SuiteSettings& settings() const { return settings_; }
     const std::vector<SuiteFolder>& folders() const { return folders_; }
+    // Whether every usable folder is open and checked (none is waiting to be prepared again).
+    bool foldersReady() const;
     const SuiteStateMachine& stateMachine() const { return machine_; }
     void onChange(std::function<void(Property)> observer) { observer_ = std::move(observer); }
 
@@ -121,6 +136,20 @@ private:
     const std::map<SuiteApp, GlanceRecord>& readRecords();
     void checkStaleness(std::int64_t ttl);
 
+    // The suite folders' lifecycle: watched while open; deleted or replaced, they are prepared again
+    // at once and then every repairInterval until that works, and the lock is competed for anew.
+    void armWatches(std::size_t index);
+    void armRecordWatch(std::size_t index);
+    void recordsChanged();
+    void suiteFolderChanged();
+    void checkFolders();
+    void loseFolder(std::size_t index, const std::string& why);
+    void repairFolders();
+    void startLock();
+    void reloadSettings();
+    bool watchedEverywhere() const;
+    void noteClock();
+
     // Inputs.
     SuiteApp app_;
     std::vector<SuiteFolder> folders_;  // the usable ones
@@ -155,9 +184,22 @@ private:
     std::shared_ptr<LockHop> lockHop_;
     std::unique_ptr<HostLock> lock_;
     std::unique_ptr<SuiteHost> host_;
-    std::vector<MainLoop::Token> watchers_;
+    struct FolderLink {
+        SuiteFolder folder;
+        std::optional<OpenSuiteFolder> open;  // none while it waits to be prepared again
+        MainLoop::Token glancesWatch;         // other members' records
+        MainLoop::Token folderWatch;          // "host.lock", "settings.json" and "glances" itself
+    };
+    std::vector<FolderLink> links_;  // one per usable folder, in the order of folders_
+    MainLoop::Token repairTimer_;
+    bool repairing_ = false;
     std::map<SuiteApp, GlanceRecord> records_;
     bool recordsCurrent_ = false;  // records_ holds what the folders held since the last change
+    RecordSightings sightings_;
+    MainLoop::Token pendingRead_;
+    double lastEventRead_ = -std::numeric_limits<double>::infinity();  // on the loop's clock
+    std::optional<double> clockOffset_;  // wall clock minus the loop's continuous clock
+    std::optional<std::string> settingsUnreadable_;  // the shared file is kept and not saved over
     MainLoop::Token timer_;
     std::int64_t timerTTL_ = 0;
     MainLoop::Token wakeObserver_;

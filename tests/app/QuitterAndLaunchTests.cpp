@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -133,6 +135,38 @@ TEST(SuiteLaunch, FoldersFromTheArgumentWithExactFailureTexts) {
                 << label;
         }
     }
+}
+
+// A test suite folder in a shared temporary folder that someone else laid out first: "glances" a
+// link into this user's files, or the folder itself a link. The launch refuses it with status 2 and
+// nothing is written through the link; a folder of ours with a loose mode is used, made private.
+TEST(SuiteLaunch, ASuiteFolderLaidOutAsALinkIsRefusedAndNothingIsWrittenThroughIt) {
+    kestrow::testing::TempFolder temporary, victim;
+    const std::string canonicalTemporary = kestrow::canonicalizePath(temporary.path()).value();
+    const std::string suite = canonicalTemporary + "/suite";
+    const std::string home = temporary / "home";
+
+    ASSERT_EQ(::mkdir(suite.c_str(), 0777), 0);
+    ASSERT_EQ(::symlink(victim.path().c_str(), (suite + "/glances").c_str()), 0);
+    auto result = SuiteLaunch::folders({"KestrowBrimlet", "--suite-folder", suite}, temporary.path(), home);
+    ASSERT_TRUE(std::holds_alternative<SuiteLaunch::Exit>(result));
+    EXPECT_EQ(std::get<SuiteLaunch::Exit>(result),
+              (SuiteLaunch::Exit{"KestrowBrimlet: --suite-folder must be inside the temporary folder: " + suite + "\n", 2}));
+    EXPECT_TRUE(std::filesystem::is_empty(victim.path()));
+
+    const std::string linked = canonicalTemporary + "/linked";
+    ASSERT_EQ(::symlink(victim.path().c_str(), linked.c_str()), 0);
+    // The argument is canonicalised first, which resolves the link to a folder outside.
+    result = SuiteLaunch::folders({"KestrowBrimlet", "--suite-folder", linked}, temporary.path(), home);
+    ASSERT_TRUE(std::holds_alternative<SuiteLaunch::Exit>(result));
+    EXPECT_TRUE(std::filesystem::is_empty(victim.path()));
+
+    ASSERT_EQ(::unlink((suite + "/glances").c_str()), 0);
+    result = SuiteLaunch::folders({"KestrowBrimlet", "--suite-folder", suite}, temporary.path(), home);
+    ASSERT_TRUE(std::holds_alternative<std::vector<SuiteFolder>>(result));
+    struct stat st{};
+    ASSERT_EQ(::stat(suite.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0700u) << "a folder of ours with a loose mode is made private";
 }
 
 TEST(SuiteLaunch, WithoutTheSwitchTheReachableFoldersAreUsed) {

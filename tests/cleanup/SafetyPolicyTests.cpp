@@ -27,6 +27,8 @@ struct PolicyFixture : ::testing::Test {
                                 "home/Desktop", "outside/cache"})
             fs::create_directories(temp / dir);
         kestrow::testing::writeFile(home + "/.npm/_cacache/ab/blob", "x");
+        kestrow::testing::writeFile(home + "/.npmrc-x/data", "x");
+        kestrow::testing::writeFile(home + "/Library/Keychains-old/x", "x");
         kestrow::testing::writeFile(home + "/Library/Keychains/login.keychain-db", "x");
         kestrow::testing::writeFile(home + "/Downloads/Photos Library.photoslibrary/db", "x");
         kestrow::testing::writeFile(home + "/Downloads/a.keychain.txt", "x");
@@ -73,6 +75,11 @@ TEST_F(PolicyFixture, TestsRunInOrderWithFixedReasons) {
         {home + "/Downloads/Photos Library.photoslibrary/db", {downloads}, "Protected library or backup"},
         {home + "/Downloads/a.keychain.txt", {downloads}, "allowed " + home + "/Downloads/a.keychain.txt"},
         {home + "/Downloads/sub", {downloads}, "allowed " + home + "/Downloads/sub"},
+        // A folder that merely begins with an allowed root's name is not inside it.
+        {home + "/.npmrc-x", {npm}, "Not on the cleanup allowlist"},
+        {home + "/.npmrc-x/data", {npm}, "Not on the cleanup allowlist"},
+        // Nor is one beside a protected root, which stays as free as the rest of its allowed root.
+        {home + "/Library/Keychains-old/x", {home + "/Library"}, "allowed " + home + "/Library/Keychains-old/x"},
     };
     for (const Case& c : cases) {
         const SafetyDecision d = policy.check(c.path, c.allowed);

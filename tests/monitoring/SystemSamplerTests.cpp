@@ -53,6 +53,11 @@ TEST(SystemFormulas, ThermalFromStatesAndZones) {
          ThermalLevel::serious},
         {Zones{{110000, {{105000, "critical"}}}}, ThermalLevel::critical},
         {Zones{{50000, {{0, "critical"}}}}, ThermalLevel::nominal},  // an unset trip point
+        // Exactly at a trip point counts as past it; a millidegree below does not.
+        {Zones{{55000, {{55000, "active"}}}}, ThermalLevel::fair},
+        {Zones{{89999, {{55000, "active"}, {90000, "passive"}}}}, ThermalLevel::fair},
+        {Zones{{90000, {{55000, "active"}, {90000, "passive"}}}}, ThermalLevel::serious},
+        {Zones{{105000, {{105000, "hot"}}}}, ThermalLevel::critical},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i)
         EXPECT_EQ(SystemFormulas::thermal(cases[i].reading), cases[i].expected) << "case " << i;

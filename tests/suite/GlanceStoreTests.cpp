@@ -9,12 +9,15 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <thread>
 
 #include "tests/support/TempFolder.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
+#include "suite/protocol/SuiteState.hpp"
 
 extern char** environ;
 
@@ -210,6 +213,74 @@ TEST(SuiteFolder, PreparingRemovesStaleTemporaryFilesOfKilledWriters) {
     }
 }
 
+// The suite folder and "glances" must be real folders of this user with mode 0700: a link in either
+// place is refused (and nothing is written where it points), a loose mode is fixed, and writes made
+// through an opened folder land in that folder even when its path is swapped for a link afterwards.
+TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFolder) {
+    TempFolder temp, victim;
+    struct Case {
+        const char* what;
+        std::function<void(const SuiteFolder&)> layOut;
+        std::optional<SuiteFolderFault::Kind> fault;
+    };
+    const Case cases[] = {
+        {"glances a link", [&](const SuiteFolder& f) {
+             ASSERT_EQ(::mkdir(f.url.c_str(), 0700), 0);
+             ASSERT_EQ(::symlink(victim.path().c_str(), f.glancesURL().c_str()), 0);
+         }, SuiteFolderFault::Kind::notPrivate},
+        {"the folder a link", [&](const SuiteFolder& f) {
+             ASSERT_EQ(::symlink(victim.path().c_str(), f.url.c_str()), 0);
+         }, SuiteFolderFault::Kind::notPrivate},
+        {"loose modes", [&](const SuiteFolder& f) {
+             ASSERT_EQ(::mkdir(f.url.c_str(), 0700), 0);
+             ASSERT_EQ(::mkdir(f.glancesURL().c_str(), 0700), 0);
+             ASSERT_EQ(::chmod(f.url.c_str(), 0777), 0);
+             ASSERT_EQ(::chmod(f.glancesURL().c_str(), 0755), 0);
+         }, std::nullopt},
+        {"a file in the way", [&](const SuiteFolder& f) { writeFile(f.url, "x"); },
+         SuiteFolderFault::Kind::unavailable},
+    };
+    int n = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const SuiteFolder folder(temp / ("suite" + std::to_string(n++)));
+        c.layOut(folder);
+        auto opened = OpenSuiteFolder::prepare(folder);
+        EXPECT_EQ(folder.prepare().ok(), !c.fault);
+        EXPECT_FALSE(GlanceStore{folder}.write(record(SuiteApp::brimlet, 1)).ok() && c.fault);
+        SuiteSettings settings;
+        EXPECT_FALSE(settings.write(folder).ok() && c.fault);
+        EXPECT_TRUE(std::filesystem::is_empty(victim.path()));
+        if (c.fault) {
+            ASSERT_TRUE(std::holds_alternative<SuiteFolderFault>(opened));
+            EXPECT_EQ(std::get<SuiteFolderFault>(opened).kind, *c.fault);
+            continue;
+        }
+        ASSERT_TRUE(std::holds_alternative<OpenSuiteFolder>(opened));
+        struct stat st{};
+        ASSERT_EQ(::stat(folder.url.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, 0700u);
+        ASSERT_EQ(::stat(folder.glancesURL().c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, 0700u);
+
+        // The path swapped for a link after the check: the held folder still takes the writes.
+        const OpenSuiteFolder& held = std::get<OpenSuiteFolder>(opened);
+        std::filesystem::rename(folder.glancesURL(), temp / "moved-glances");
+        ASSERT_EQ(::symlink(victim.path().c_str(), folder.glancesURL().c_str()), 0);
+        EXPECT_FALSE(held.stillNamed());
+        ASSERT_TRUE(held.write(record(SuiteApp::brimlet, 2)).ok());
+        EXPECT_TRUE(std::filesystem::is_empty(victim.path()));
+        EXPECT_TRUE(std::filesystem::exists(temp / "moved-glances/brimlet.json"));
+    }
+    if (::getuid() != 0) GTEST_SKIP() << "a folder of another user needs root to make";
+    const SuiteFolder foreign(temp / "foreign");
+    ASSERT_TRUE(foreign.prepare().ok());
+    ASSERT_EQ(::chown(foreign.url.c_str(), 4242, 4242), 0);
+    auto opened = OpenSuiteFolder::prepare(foreign);
+    ASSERT_TRUE(std::holds_alternative<SuiteFolderFault>(opened));
+    EXPECT_EQ(std::get<SuiteFolderFault>(opened).kind, SuiteFolderFault::Kind::notPrivate);
+}
+
 TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {
     ::unsetenv("APP_SANDBOX_CONTAINER_ID");
     const auto plain = SuiteFolder::reachable(std::nullopt);
@@ -282,6 +353,11 @@ TEST(PublishSchedule, ChangedAtOnceUnchangedAtHalfLife) {
     EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 1001, 51), 1001));  // a metric changed
     schedule.forceNext();
     EXPECT_TRUE(schedule.isDue(first, 1000));
+
+    // The clock set back: the last record's `at` lies ahead, and an unchanged readout is due at once.
+    schedule.didWrite(first);
+    EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 999.9), 999.9));
+    EXPECT_TRUE(schedule.isDue(record(SuiteApp::brimlet, 1000 - 3600), 1000 - 3600));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,7 +29,7 @@ using kestrow::testing::TempFolder;
 using namespace std::chrono_literals;
 
 // Short enough that hand-overs and replacement checks happen many times within a test.
-constexpr HostLock::Timing fast{10ms, 40ms};
+const HostLock::Timing fast{10ms, 40ms, {}};
 
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds limit = 5s) {
@@ -300,6 +301,29 @@ TEST(HostLock, InProcessLifecycle) {
     EXPECT_TRUE(HostLock::isSameFile(fd, folder / "host.lock"));
     EXPECT_FALSE(HostLock::isSameFile(fd, folder / "link.lock"));  // a link is not the file it names
     EXPECT_FALSE(HostLock::isSameFile(fd, folder / "absent.lock"));
+    ::close(fd);
+}
+
+// The lock file replaced between opening it and locking it: the lock taken is on a file the name no
+// longer stands for, which elects nobody, so the waiter must start over on the new file. The holder's
+// round of checks is an hour here, so only the check after locking can put it right.
+TEST(HostLock, AFileReplacedBetweenOpenAndLockIsNotTheLockWon) {
+    TempFolder folder;
+    const std::string lock = folder / "host.lock";
+    std::atomic<int> opens{0};
+    HostLock::Timing timing{10ms, std::chrono::hours(1), {}};
+    timing.afterOpen = [&](const std::string& path) {
+        if (opens++ > 0) return;
+        kestrow::testing::writeFile(folder / "fresh.lock", "");
+        ASSERT_EQ(::rename((folder / "fresh.lock").c_str(), path.c_str()), 0);
+    };
+    HostLock mine(lock, timing);
+    mine.start([] {});
+    ASSERT_TRUE(eventually([&] { return mine.isHeld(); }));
+    EXPECT_GE(opens.load(), 2) << "it opened the file again after the replacement";
+    const int fd = ::open(lock.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    EXPECT_NE(::flock(fd, LOCK_EX | LOCK_NB), 0) << "the file the name stands for is the one held";
     ::close(fd);
 }
 

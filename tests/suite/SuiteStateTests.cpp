@@ -107,6 +107,71 @@ TEST(SuiteStateMachine, ActivationOffDelayWakeAndHost) {
     EXPECT_TRUE(m.showsOwnIcon(false));
 }
 
+// A wake with no reading inside its grace: the time below two counted before the sleep must not
+// carry over, so the first reading after the grace starts the 10 s wait afresh.
+TEST(SuiteStateMachine, AWakeWithoutAReadingInsideTheGraceStartsTheWaitAfresh) {
+    SuiteStateMachine m;
+    Records records = {{SuiteApp::brimlet, running(SuiteApp::brimlet, 100)},
+                       {SuiteApp::corvane, running(SuiteApp::corvane, 100)}};
+    m.update(records, 100);
+    ASSERT_TRUE(m.isActive);
+    records[SuiteApp::brimlet].at = 115;
+    m.update(records, 115);  // corvane stale since 110: below two from 115
+    ASSERT_EQ(m.belowSince, 115.0);
+    m.didWake(118);
+    EXPECT_FALSE(m.belowSince);
+    records[SuiteApp::brimlet].at = 128.5;
+    m.update(records, 128.5);  // the first reading after the grace (118 + 10)
+    EXPECT_TRUE(m.isActive) << "the wait starts at this reading, not at 115";
+    records[SuiteApp::brimlet].at = 138.4;
+    m.update(records, 138.4);
+    EXPECT_TRUE(m.isActive);
+    records[SuiteApp::brimlet].at = 138.5;
+    m.update(records, 138.5);
+    EXPECT_FALSE(m.isActive);
+}
+
+// The wall clock set while times are kept: the waits keep their length.
+TEST(SuiteStateMachine, AClockChangeMovesTheKeptTimesAlong) {
+    for (const double jump : {-3600.0, 3600.0}) {
+        SCOPED_TRACE(jump);
+        SuiteStateMachine m;
+        Records records = {{SuiteApp::brimlet, running(SuiteApp::brimlet, 100, true)},
+                           {SuiteApp::corvane, running(SuiteApp::corvane, 100)}};
+        m.update(records, 100);
+        records.erase(SuiteApp::corvane);
+        m.update(records, 104);  // below two since 104
+        m.clockChanged(jump);
+        records[SuiteApp::brimlet].at = 109 + jump;
+        m.update(records, 109 + jump);
+        EXPECT_TRUE(m.isActive);
+        EXPECT_TRUE(m.rows().size() == 2 && !m.rows()[1].isRunning()) << "corvane still shows as not running";
+        records[SuiteApp::brimlet].at = 114 + jump;
+        m.update(records, 114 + jump);
+        EXPECT_FALSE(m.isActive) << "10 s after it fell below two, as without the change";
+    }
+}
+
+// A record's age on the reader's own clock: a record seen changing is vouched for until its ttl has
+// passed on that clock; one never seen changing, or stopped, never is.
+TEST(RecordSightings, VouchesForRecordsSeenChangingWithinTheirTtl) {
+    RecordSightings seen;
+    auto at = [](SuiteApp app, double when, GlanceState state = GlanceState::running) {
+        return GlanceRecord(app, false, state, when, 10, GlanceLevel::ok, {});
+    };
+    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5000)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}},
+                 50);
+    EXPECT_TRUE(seen.vouched(50).empty()) << "a first sighting says nothing of its age";
+    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5004)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}},
+                 54);
+    EXPECT_EQ(seen.vouched(54), std::set<SuiteApp>{SuiteApp::corvane});
+    EXPECT_EQ(seen.vouched(63.9), std::set<SuiteApp>{SuiteApp::corvane});
+    EXPECT_TRUE(seen.vouched(64).empty());
+    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5008, GlanceState::stopped)}}, 58);
+    EXPECT_TRUE(seen.vouched(58).empty()) << "a stopped record is never fresh";
+    EXPECT_EQ(seen.seen.count(SuiteApp::garrow), 0u) << "a record that went away is forgotten";
+}
+
 TEST(SuiteStateMachine, RowsLevelsAndMenuBarValues) {
     SuiteStateMachine m;
     const GlanceMetric mem{"mem", "Memory", 40.0, "%", GlanceLevel::ok};

@@ -19,7 +19,9 @@
 int main(int argc, char** argv) {
     if (argc < 4) return 2;
     using std::chrono::milliseconds;
-    const kestrow::suite::HostLock::Timing timing{milliseconds(std::stoi(argv[1])), milliseconds(std::stoi(argv[2]))};
+    kestrow::suite::HostLock::Timing timing;
+    timing.poll = milliseconds(std::stoi(argv[1]));
+    timing.retry = milliseconds(std::stoi(argv[2]));
     kestrow::suite::HostLock lock(std::vector<std::string>(argv + 3, argv + argc), timing);
     std::atomic<int> acquired{0}, lost{0};
     lock.start([&] { ++acquired; }, [&] { ++lost; });

@@ -2,6 +2,7 @@
 #include <signal.h>
 
 #include <atomic>
+#include <filesystem>
 #include <thread>
 
 #include "base/Files.hpp"
@@ -217,6 +218,39 @@ TEST_F(SystemMainLoop, AWatcherDoesNotHearOfTheEntriesItIgnores) {
     EXPECT_FALSE(timedOut);
     EXPECT_EQ(changesBeforeTheirs, 0);
     EXPECT_GE(changes, 1);
+}
+
+// A watched folder deleted or moved away ends its watch and says so once; a folder made again at
+// the same path is watched afresh.
+TEST_F(SystemMainLoop, AWatchedFolderThatGoesAwaySaysSoOnce) {
+    testing::TempFolder temp;
+    for (const bool moved : {false, true}) {
+        SCOPED_TRACE(moved ? "moved away" : "deleted");
+        const std::string path = temp / "watched";
+        ASSERT_EQ(::mkdir(path.c_str(), 0700), 0);
+        int gone = 0, changes = 0;
+        auto watch = loop->watchFolder(path, [&] { ++changes; }, {}, [&] {
+            ++gone;
+            loop->stop();
+        });
+        ASSERT_TRUE(watch.status.ok()) << watch.status.message();
+        auto remove = loop->after(0.01, [&] {
+            if (moved) std::filesystem::rename(path, temp / "elsewhere");
+            else std::filesystem::remove_all(path);
+        });
+        loop->run();
+        EXPECT_FALSE(timedOut);
+        EXPECT_EQ(gone, 1);
+        // The moved folder's later changes are not reported as the path's.
+        if (moved) {
+            auto write = loop->after(0.01, [&] { ASSERT_TRUE(writeAtomically(temp / "elsewhere/x", "{}").ok()); });
+            auto done = loop->after(0.2, [&] { loop->stop(); });
+            loop->run();
+            EXPECT_EQ(changes, 0);
+            EXPECT_EQ(gone, 1);
+            std::filesystem::remove_all(temp / "elsewhere");
+        }
+    }
 }
 
 TEST(SystemMainLoopSignals, SigtermEndsTheLoopCleanly) {

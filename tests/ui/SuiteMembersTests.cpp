@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <thread>
 
+#include "base/MainLoop.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 #include "tests/support/TempFolder.hpp"
 
@@ -185,6 +187,45 @@ TEST(SuiteMembers, OneHostsTheOtherTakesOverAndAStoppedMemberIsDroppedAtOnce) {
     ASSERT_TRUE(lastRecord && lastRecord->record());
     EXPECT_EQ(lastRecord->record()->state, GlanceState::stopped);
     EXPECT_FALSE(lastRecord->record()->hosting);
+}
+
+bool freshRecordIn(const SuiteFolder& folder, SuiteApp app) {
+    const auto result = GlanceStore{folder}.read(app);
+    return result && result->record() && result->record()->isFresh(wallSeconds());
+}
+
+// Running members whose "glances" folder is deleted, then replaced by a new folder, go on: each
+// prepares it again, writes its record into the folder the path now names and sees the other.
+TEST(SuiteMembers, GoOnWhenTheirFolderIsDeletedOrReplaced) {
+    kestrow::testing::TempFolder temp;
+    const SuiteFolder folder(temp / "Suite");
+    Member brimlet("brimlet", folder.url), corvane("corvane", folder.url);
+    auto transcript = [&] { return brimlet.transcript() + corvane.transcript(); };
+    for (Member* m : {&brimlet, &corvane}) ASSERT_TRUE(m->waitForLine("active 1", 5.0)) << transcript();
+
+    for (const bool replace : {false, true}) {
+        SCOPED_TRACE(replace ? "replaced" : "deleted");
+        if (replace) {
+            // A new folder renamed into place; the members may have made one already meanwhile.
+            const std::string fresh = temp / "fresh";
+            ASSERT_EQ(::mkdir(fresh.c_str(), 0700), 0);
+            bool placed = false;
+            for (int attempt = 0; attempt < 100 && !placed; ++attempt) {
+                std::filesystem::rename(folder.glancesURL(), temp / ("old" + std::to_string(attempt)));
+                placed = ::rename(fresh.c_str(), folder.glancesURL().c_str()) == 0;
+            }
+            ASSERT_TRUE(placed);
+        } else {
+            std::filesystem::rename(folder.glancesURL(), temp / "deleted");
+            std::filesystem::remove_all(temp / "deleted");
+        }
+        EXPECT_TRUE(eventually(
+            [&] { return freshRecordIn(folder, SuiteApp::brimlet) && freshRecordIn(folder, SuiteApp::corvane); }, 10.0))
+            << transcript();
+        // Both still see two members running: neither went blind.
+        for (Member* m : {&brimlet, &corvane}) EXPECT_EQ(m->last("active "), "1") << m->app() << "\n" << transcript();
+        EXPECT_TRUE(eventually([&] { return recordSaysHosting(folder, SuiteApp::brimlet); }, 10.0)) << transcript();
+    }
 }
 
 }  // namespace

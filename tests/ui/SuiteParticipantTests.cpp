@@ -2,10 +2,13 @@
 // a temporary suite folder, and the host lock is the real one.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "FakeHotKeys.hpp"
@@ -98,7 +101,14 @@ protected:
         return f;
     }
 
-    std::unique_ptr<SuiteParticipant> make(SuiteApp app, SuiteParticipant::Options options = {},
+    // Every folder event is read at once here, so a test's records count the moment it writes
+    // them; the reading interval has tests of its own.
+    static SuiteParticipant::Options immediate(SuiteParticipant::Options options = {}) {
+        options.rereadInterval = 0;
+        return options;
+    }
+
+    std::unique_ptr<SuiteParticipant> make(SuiteApp app, SuiteParticipant::Options options = immediate(),
                                            HotKeyCenter* hotKeys = nullptr) {
         auto p = std::make_unique<SuiteParticipant>(app, std::vector<SuiteFolder>{folder}, defaults, factory(hotKeys),
                                                     loop, std::move(options));
@@ -248,7 +258,7 @@ TEST_F(Participant, HostsWhenTheLockArrivesAndStopsWhenTheSuiteGoesInactive) {
     testing::FakeHotKeys keys;
     HotKeyCenter center(keys, loop);
     other(SuiteApp::corvane);
-    auto p = make(SuiteApp::brimlet, {}, &center);
+    auto p = make(SuiteApp::brimlet, immediate(), &center);
     p->publish(GlanceLevel::ok, metrics(20), 10);
     ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0)) << "the lock never arrived";
     EXPECT_EQ(items.made, 1);
@@ -332,7 +342,7 @@ TEST_F(Participant, TheBarsExpansionIsSharedAndTheNextHostOpensItAsLeft) {
     withBar.makeFloatingPanel = [&](SuiteHost&) { return std::make_unique<FakePanel>(calls); };
     other(SuiteApp::corvane);
     auto p = std::make_unique<SuiteParticipant>(SuiteApp::brimlet, std::vector<SuiteFolder>{folder}, defaults, withBar,
-                                                loop, SuiteParticipant::Options{});
+                                                loop, immediate());
     p->publish(GlanceLevel::ok, metrics(20), 10);
     ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
     EXPECT_TRUE(calls.empty()) << "the bar stays hidden until the user asks for it";
@@ -363,7 +373,7 @@ TEST_F(Participant, TheBarsExpansionIsSharedAndTheNextHostOpensItAsLeft) {
     EXPECT_TRUE(SuiteSettings::read(folder).floatingExpanded) << "a pending save is not lost at the end";
     calls.clear();
     auto q = std::make_unique<SuiteParticipant>(SuiteApp::fennick, std::vector<SuiteFolder>{folder}, defaults,
-                                                withBar, loop, SuiteParticipant::Options{});
+                                                withBar, loop, immediate());
     q->publish(GlanceLevel::ok, metrics(20), 10);
     ASSERT_TRUE(loop.runUntil([&] { return q->isHost(); }, 5.0));
     EXPECT_EQ(calls, (std::vector<std::string>{"expand", "show"}));
@@ -392,7 +402,7 @@ TEST_F(Participant, KeepsTheSuiteActiveForTenSecondsAfterWake) {
     EXPECT_FALSE(p->isActive());
 
     // Without the system observer a sleep is just a long pause.
-    SuiteParticipant::Options unobserved;
+    SuiteParticipant::Options unobserved = immediate();
     unobserved.observeSystem = false;
     auto q = make(SuiteApp::jessap, unobserved);
     loop.sleep(3600);
@@ -506,7 +516,7 @@ TEST_F(Participant, LogsEachProblemOnce) {
     // A folder below a regular file cannot be prepared; the participant goes on with the other.
     kestrow::testing::writeFile(temp / "file", "x");
     const SuiteFolder broken(temp / "file/Suite");
-    SuiteParticipant::Options options;
+    SuiteParticipant::Options options = immediate();
     options.staleAfter = 3.0;
     SuiteParticipant p(SuiteApp::corvane, {broken, folder}, defaults, factory(), loop, options);
     EXPECT_EQ(p.folders(), std::vector<SuiteFolder>{folder});
@@ -537,7 +547,11 @@ TEST_F(Participant, LogsEachProblemOnce) {
     EXPECT_EQ(log.count("suite folder not usable: " + broken.url + "\n"), 1) << text;
     EXPECT_EQ(log.count("glance record not written: label: 1-16 scalars\n"), 1) << text;
     EXPECT_EQ(log.count("glance record not written: cannot replace (errno 21)\n"), 1) << text;
-    EXPECT_EQ(log.count("suite settings not saved: cannot replace (errno 21)\n"), 1) << text;
+    // A folder in place of the settings file is a file that cannot be read: it is not saved over.
+    EXPECT_EQ(log.count("suite settings not saved: settings.json could not be read (not a regular file); it is "
+                        "kept as it is\n"),
+              1)
+        << text;
     EXPECT_EQ(log.count("the interval between two publishes (5.5 s) is longer than staleAfter (3 s): the numbers "
                         "blink\n"),
               1)
@@ -554,7 +568,7 @@ TEST_F(Participant, ADuplicateShortcutIsLoggedOnceAndTheFirstKeepsWorking) {
 
     CapturedLog log;
     other(SuiteApp::corvane);
-    auto p = make(SuiteApp::brimlet, {}, &center);
+    auto p = make(SuiteApp::brimlet, immediate(), &center);
     ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
     EXPECT_FALSE(p->host()->hotKey()->isRegistered());
     // Hosting ends and begins again: still one line.
@@ -571,6 +585,262 @@ TEST_F(Participant, ADuplicateShortcutIsLoggedOnceAndTheFirstKeepsWorking) {
     EXPECT_TRUE(keys.press(HotKeyCenter::signature, own.id()));
     loop.runPending();
     EXPECT_EQ(ownToggles, 1);
+}
+
+}  // namespace
+}  // namespace kestrow::suite
+
+namespace kestrow::suite {
+namespace {
+
+// The suite folder under a member's feet: deleted, or swapped for a new folder by another process,
+// with or without an event that says so. Each time the member prepares it again, watches it again,
+// reads everyone afresh and writes its own record there at once.
+TEST_F(Participant, ADeletedOrReplacedGlancesFolderIsPreparedAgainAndReadAfresh) {
+    struct Case {
+        const char* what;
+        bool replaced;  // another member made the new folder, with its record in it
+        bool event;     // the watch reports it; otherwise the next tick finds out
+    };
+    const Case cases[] = {
+        {"deleted, the watch says so", false, true},
+        {"replaced, the watch says so", true, true},
+        {"replaced, no event", true, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        auto p = make(SuiteApp::corvane);
+        p->publish(GlanceLevel::ok, metrics(10), 10);
+        other(SuiteApp::fennick);
+        ASSERT_TRUE(p->isActive());
+
+        std::filesystem::rename(folder.glancesURL(), folder.url + "/glances.old");
+        if (c.replaced) {
+            ASSERT_TRUE(folder.prepare().ok());
+            const GlanceRecord garrow(SuiteApp::garrow, false, GlanceState::running, loop.wallClock(), 10,
+                                      GlanceLevel::alert, {});
+            ASSERT_TRUE(GlanceStore{folder}.write(garrow).ok());
+        }
+        if (c.event) loop.folderGone(folder.glancesURL());
+        else loop.advance(SuiteParticipant::timerInterval(10));
+
+        EXPECT_TRUE(p->foldersReady());
+        ASSERT_TRUE(onDisk(SuiteApp::corvane)) << "our record is written into the new folder at once";
+        EXPECT_EQ(onDisk(SuiteApp::corvane)->metrics, metrics(10));
+        if (c.replaced) {
+            EXPECT_EQ(p->worstLevel(), GlanceLevel::alert) << "the new folder's records are read";
+        }
+        // Watched again: another member's record there is heard at once.
+        const auto watched = loop.watchedFolders();
+        EXPECT_EQ(std::count(watched.begin(), watched.end(), folder.glancesURL()), 1);
+        other(SuiteApp::jessap, false, GlanceLevel::notice);
+        EXPECT_TRUE(std::any_of(p->rows().begin(), p->rows().end(),
+                                [](const SuiteRow& row) { return row.app() == SuiteApp::jessap && row.isRunning(); }));
+        p->shutdown();
+        std::filesystem::remove_all(folder.url + "/glances.old");
+        std::filesystem::remove_all(folder.glancesURL());
+        ASSERT_TRUE(folder.prepare().ok());
+    }
+}
+
+// While the folder cannot be made (a file stands in its place) the member tries again every 5 s, and
+// takes part again as soon as it can.
+TEST_F(Participant, AFolderThatCannotBePreparedIsTriedAgainEveryFiveSeconds) {
+    CapturedLog log;
+    auto p = make(SuiteApp::corvane);
+    p->publish(GlanceLevel::ok, metrics(10), 10);
+    std::filesystem::remove_all(folder.url);
+    kestrow::testing::writeFile(folder.url, "in the way");
+    loop.folderGone(folder.url);
+    EXPECT_FALSE(p->foldersReady());
+    loop.advance(SuiteParticipant::repairInterval * 3);
+    EXPECT_FALSE(p->foldersReady());
+    ASSERT_EQ(::unlink(folder.url.c_str()), 0);
+    loop.advance(SuiteParticipant::repairInterval);
+    EXPECT_TRUE(p->foldersReady());
+    EXPECT_TRUE(onDisk(SuiteApp::corvane));
+    other(SuiteApp::fennick);
+    EXPECT_TRUE(p->isActive());
+    EXPECT_EQ(log.count("suite folder " + folder.url + " was deleted or moved away; preparing it again\n"), 1)
+        << log.text();
+    EXPECT_EQ(log.count("suite folder not usable: " + folder.url), 1) << "logged once, tried every 5 s";
+}
+
+// Someone replaces "host.lock" under the host: another process could lock the new file and host
+// too. The folder's watch makes the holder look at once, long before its own round of checks (made
+// an hour long here), and it ends up holding the file the name now stands for.
+TEST_F(Participant, AReplacedLockFileIsLetGoAtOnceWhenTheFolderSaysSo) {
+    SuiteParticipant::Options options = immediate();
+    options.lockTiming.poll = std::chrono::milliseconds(10);
+    options.lockTiming.retry = std::chrono::hours(1);
+    other(SuiteApp::corvane);
+    auto p = make(SuiteApp::brimlet, options);
+    p->publish(GlanceLevel::ok, metrics(20), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 10.0));
+
+    auto heldByAnother = [&] {
+        const int fd = ::open(folder.lockURL().c_str(), O_RDWR | O_CLOEXEC);
+        if (fd < 0) return false;
+        const bool held = ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        ::close(fd);
+        return held;
+    };
+    ASSERT_TRUE(heldByAnother());
+    for (const bool renamedOver : {true, false}) {
+        SCOPED_TRACE(renamedOver ? "renamed over" : "unlinked");
+        if (renamedOver) {
+            kestrow::testing::writeFile(folder.url + "/fresh.lock", "");
+            ASSERT_EQ(::rename((folder.url + "/fresh.lock").c_str(), folder.lockURL().c_str()), 0);
+        } else {
+            ASSERT_EQ(::unlink(folder.lockURL().c_str()), 0);
+        }
+        loop.folderChanged(folder.url, {"host.lock"});
+        EXPECT_TRUE(loop.runUntil([&] { return heldByAnother() && p->isHost(); }, 20.0))
+            << "the host still holds the old file";
+    }
+}
+
+// A shared settings file that cannot be read (here: larger than a settings file may be) is never
+// saved over: the other members' keys in it survive. Once it is rewritten readable, it is read again
+// and saving works as before.
+TEST_F(Participant, ASettingsFileThatCannotBeReadIsNeverSavedOver) {
+    CapturedLog log;
+    std::string big = "{\"floatingVisible\":true,\"theirs\":\"" + std::string(70'000, 'x') + "\"}";
+    kestrow::testing::writeFile(folder.settingsURL(), big);
+    other(SuiteApp::corvane);
+    auto p = make(SuiteApp::brimlet);
+    p->publish(GlanceLevel::ok, metrics(20), 10);
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 10.0));
+    EXPECT_FALSE(p->settings().floatingVisible) << "an unreadable file reads as the defaults";
+
+    p->floatingBarMoved({10, 20});
+    loop.advance(SuiteParticipant::settingsSaveDelay);
+    items.saved = 640;
+    loop.advance(SuiteParticipant::timerInterval(10));
+    auto onDiskSettings = [&] {
+        std::ifstream in(folder.settingsURL());
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    EXPECT_EQ(onDiskSettings(), big);
+    EXPECT_EQ(log.count("suite settings not read: settings.json could not be read (larger than 65,536 bytes)"), 1)
+        << log.text();
+
+    // Another member rewrites it within bounds: it is read again, and saves keep its keys.
+    ASSERT_TRUE(writeAtomically(folder.settingsURL(), "{\"floatingVisible\":true,\"theirs\":\"kept\"}").ok());
+    loop.folderChanged(folder.url, {"settings.json"});
+    EXPECT_TRUE(p->settings().floatingVisible);
+    p->floatingBarMoved({30, 40});
+    loop.advance(SuiteParticipant::settingsSaveDelay);
+    const SuiteSettings saved = SuiteSettings::read(folder);
+    EXPECT_EQ(saved.floatingTopLeft, (std::pair<double, double>{30, 40}));
+    EXPECT_EQ(saved.unknown.at("theirs"), JSONValue("kept"));
+}
+
+// Every member's clock set back an hour: the record is written again at once with the new time, and
+// the suite stays active with its members running.
+TEST_F(Participant, AClockSetBackAnHourIsWrittenAtOnceAndTheSuiteStaysActive) {
+    double skew = 0;
+    SuiteParticipant::Options options = immediate();
+    options.clock = [&] { return loop.wallClock() + skew; };
+    auto p = make(SuiteApp::corvane, options);
+    p->publish(GlanceLevel::ok, metrics(10), 10);
+    auto fennick = [&] {
+        const GlanceRecord record(SuiteApp::fennick, true, GlanceState::running, loop.wallClock() + skew, 10,
+                                  GlanceLevel::ok, {});
+        ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
+        look();
+    };
+    fennick();
+    ASSERT_TRUE(p->isActive());
+    loop.advance(2);
+
+    skew = -3600;
+    fennick();
+    loop.advance(SuiteParticipant::timerInterval(10));
+    ASSERT_TRUE(onDisk(SuiteApp::corvane));
+    EXPECT_LE(onDisk(SuiteApp::corvane)->at, loop.wallClock() + skew) << "rewritten with the new time";
+    for (int second = 0; second < 60; ++second) {
+        if (second % 4 == 0) fennick();
+        loop.advance(1);
+        look();
+        ASSERT_TRUE(p->isActive()) << second;
+        ASSERT_EQ(p->rows().size(), 2u);
+        EXPECT_TRUE(p->rows()[0].isRunning() && p->rows()[1].isRunning()) << second;
+        EXPECT_FALSE(p->showsOwnIcon()) << "the host is heard: " << second;
+        EXPECT_GE(onDisk(SuiteApp::corvane)->at, loop.wallClock() + skew - 5) << second;
+    }
+}
+
+// One member's clock an hour ahead or behind: it counts while it writes, and drops out about one ttl
+// after its last write, neither hidden by the skew nor kept alive by it.
+TEST_F(Participant, AMemberWithAClockAnHourOffCountsWhileItWritesAndNotLonger) {
+    for (const double skew : {3600.0, -3600.0}) {
+        SCOPED_TRACE(skew);
+        auto p = make(SuiteApp::corvane);
+        p->publish(GlanceLevel::ok, metrics(10), 10);
+        auto fennick = [&] {
+            const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running, loop.wallClock() + skew, 10,
+                                      GlanceLevel::alert, {});
+            ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
+            look();
+        };
+        for (int second = 0; second < 30; ++second) {
+            if (second % 5 == 0) fennick();
+            loop.advance(1);
+            look();
+            if (second >= 5) {
+                EXPECT_TRUE(p->isActive()) << second;
+                EXPECT_EQ(p->worstLevel(), GlanceLevel::alert) << second;
+            }
+        }
+        // Its last write was at second 25; it expires 10 s later on our clock.
+        loop.advance(4.9);
+        look();
+        EXPECT_EQ(p->worstLevel(), GlanceLevel::alert);
+        loop.advance(0.2);
+        look();
+        EXPECT_EQ(p->worstLevel(), GlanceLevel::ok) << "not kept alive by its clock";
+        loop.advance(10.1);
+        look();
+        EXPECT_FALSE(p->isActive());
+        p->shutdown();
+        ASSERT_EQ(::unlink(folder.glanceURL(SuiteApp::fennick).c_str()), 0);
+    }
+}
+
+}  // namespace
+}  // namespace kestrow::suite
+
+namespace kestrow::suite {
+namespace {
+
+// Another process rewriting its record as fast as it can: the first event is read at once, the rest
+// of the storm at most once per rereadInterval, and the last write is always read.
+TEST_F(Participant, AStormOfWritesIsReadAtMostOnceEveryTenthOfASecond) {
+    auto p = make(SuiteApp::corvane, SuiteParticipant::Options{});
+    p->publish(GlanceLevel::ok, {}, 10);
+    auto write = [&](double value) {
+        const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running, loop.wallClock(), 10,
+                                  GlanceLevel::ok, {GlanceMetric{"load", "Load", value, "%", {}}});
+        ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
+        loop.folderChanged(folder.glancesURL(), {"fennick.json"});
+    };
+    auto shown = [&] { return p->menuBarValues().empty() ? -1.0 : std::get<double>(p->menuBarValues()[0].second.value); };
+    changes.clear();
+    write(1);
+    EXPECT_EQ(shown(), 1) << "a quiet folder's first event is read at once";
+    for (int i = 2; i <= 1000; ++i) write(i);
+    EXPECT_EQ(shown(), 1);
+    loop.advance(SuiteParticipant::defaultRereadInterval / 2);
+    EXPECT_EQ(shown(), 1);
+    loop.advance(SuiteParticipant::defaultRereadInterval / 2);
+    EXPECT_EQ(shown(), 1000) << "the storm's last write is read";
+    for (int round = 0; round < 10; ++round) {
+        for (int i = 0; i < 100; ++i) write(2000 + round * 100 + i);
+        loop.advance(SuiteParticipant::defaultRereadInterval);
+    }
+    EXPECT_EQ(shown(), 2999);
+    EXPECT_LE(std::count(changes.begin(), changes.end(), Property::menuBarValues), 12);
 }
 
 }  // namespace
