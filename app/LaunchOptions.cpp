@@ -12,12 +12,17 @@ namespace {
 constexpr bool everywhere = true, macOnly = false;
 
 LaunchOption flag(std::string_view name, bool onLinux, std::string_view help) {
-    return LaunchOption{name, {}, {}, onLinux, true, help};
+    return LaunchOption{name, {}, {}, onLinux, true, help, {}};
 }
 
 LaunchOption valued(std::string_view name, std::string_view valueName, std::vector<std::string_view> choices,
                     bool onLinux, std::string_view help) {
-    return LaunchOption{name, valueName, std::move(choices), onLinux, true, help};
+    return LaunchOption{name, valueName, std::move(choices), onLinux, true, help, {}};
+}
+
+LaunchOption with(std::string_view needed, LaunchOption option) {
+    option.needs = needed;
+    return option;
 }
 
 const std::vector<LaunchOption>& options() {
@@ -26,6 +31,23 @@ const std::vector<LaunchOption>& options() {
              "sample the machine twice, one second apart, print the second snapshot\n"
              "as JSON (memory, pressure, swap, CPU load, GPU, disk rates and space,\n"
              "thermal state, every process grouped into applications) and exit"),
+        flag("--measure", everywhere,
+             "list the caches and personal items the cleaner finds in the home folder\n"
+             "($HOME): id, title, kind, size and what cleaning would do; changes nothing"),
+        with("--measure", flag("--json", everywhere, "print that list as JSON")),
+        flag("--clean", everywhere,
+             "move the caches that rebuild themselves to the Trash and print the\n"
+             "report; exit status 0 when everything was done, 1 when something was\n"
+             "skipped (the report says why)"),
+        with("--clean", flag("--dry-run", everywhere, "show what would be cleaned and change nothing")),
+        with("--clean", valued("--item", "ID", {}, everywhere, "only this cache (repeatable)")),
+        with("--clean", valued("--approve", "ID", {}, everywhere,
+                               "also move this personal item to the Trash (repeatable)")),
+        with("--clean", flag("--permanent", everywhere,
+                             "delete the caches instead of moving them to the Trash; personal\n"
+                             "items are never deleted permanently")),
+        with("--clean", valued("--report", "FILE.md|FILE.json", {}, everywhere,
+                               "also write the report to that file, as Markdown or JSON")),
         valued(SuiteFolderArgument::name, "PATH", {}, everywhere,
                "use a suite folder inside the temporary folder and the separate\n"
                "com.kestrow.brimlet.qa settings"),
@@ -105,6 +127,7 @@ std::string LaunchOptions::printable(std::string_view argument) {
 
 std::optional<SuiteLaunch::Exit> LaunchOptions::validate(const std::vector<std::string>& arguments,
                                                          LaunchPlatform platform) {
+    std::vector<const LaunchOption*> given;
     for (std::size_t i = 1; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
         const LaunchOption* option = find(argument, platform);
@@ -116,6 +139,7 @@ std::optional<SuiteLaunch::Exit> LaunchOptions::validate(const std::vector<std::
             }
             return usage("unknown argument " + printable(argument));
         }
+        given.push_back(option);
         if (!option->takesValue()) continue;
         const std::string name(option->name);
         const bool present = i + 1 < arguments.size() && !arguments[i + 1].empty() && !arguments[i + 1].starts_with("--");
@@ -128,17 +152,29 @@ std::optional<SuiteLaunch::Exit> LaunchOptions::validate(const std::vector<std::
             std::find(option->choices.begin(), option->choices.end(), value) == option->choices.end())
             return usage(name + " must be " + joined(option->choices) + ", not " + printable(value));
     }
+    // Only options count, never a value that happens to spell one.
+    for (const LaunchOption* option : given) {
+        if (option->needs.empty()) continue;
+        const bool present = std::any_of(given.begin(), given.end(),
+                                         [&](const LaunchOption* other) { return other->name == option->needs; });
+        if (!present) return usage(std::string(option->name) + " works only with " + std::string(option->needs));
+    }
     return std::nullopt;
 }
 
 std::string LaunchOptions::help(LaunchPlatform platform, std::string_view whatItDoes) {
-    std::string text = "usage: KestrowBrimlet [options]\n\n";
+    std::string text =
+        "usage: KestrowBrimlet [options]\n"
+        "       KestrowBrimlet --measure [--json]\n"
+        "       KestrowBrimlet --clean [--dry-run] [--item ID]... [--approve ID]... [--permanent]\n"
+        "                      [--report FILE.md|FILE.json]\n\n";
     text += whatItDoes;
     text += "\noptions:\n";
     for (const LaunchOption& option : options()) {
         if (!option.availableOn(platform)) continue;
         std::string head = "  " + std::string(option.name);
         if (option.takesValue()) head += " " + std::string(option.valueName);
+        if (!option.needs.empty()) head += "  (with " + std::string(option.needs) + ")";
         text += head + "\n";
         std::string_view rest = option.help;
         while (!rest.empty()) {

@@ -23,6 +23,9 @@ struct LaunchOption {
     bool onLinux = true;
     bool onMac = true;
     std::string_view help;
+    // The option that gives this one its meaning ("--json" only shapes the output of "--measure"):
+    // given without it, the arguments are refused rather than quietly ignored.
+    std::string_view needs;
 
     bool takesValue() const { return !valueName.empty(); }
     bool availableOn(LaunchPlatform platform) const { return platform == LaunchPlatform::linux ? onLinux : onMac; }
@@ -34,8 +37,8 @@ struct LaunchOptions {
 
     // Checks every argument after the program path against the table for this platform: each
     // option known here, each value present (an option name is never taken for a value), one of
-    // the accepted choices, and free of control characters. On the Mac the system's own
-    // "-Name value" pairs ("-NSDocumentRevisionsDebugMode YES") are passed over.
+    // the accepted choices, free of control characters, and each given with the option it needs.
+    // On the Mac the system's own "-Name value" pairs ("-NSDocumentRevisionsDebugMode YES") are passed over.
     static std::optional<SuiteLaunch::Exit> validate(const std::vector<std::string>& arguments,
                                                      LaunchPlatform platform);
 

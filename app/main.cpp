@@ -1,6 +1,7 @@
 // The process entry. "--snapshot-json" is handled before anything else is set up, then "--help" and
-// "--version"; then the suite launch values are settled and the other options checked (any of them
-// may end the process with status 2); then the application runs.
+// "--version", then the cleaner's "--measure" and "--clean", which need no suite; then the suite
+// launch values are settled and the other options checked (any of them may end the process with
+// status 2); then the application runs.
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "ApplicationRunner.hpp"
+#include "CleanerCommand.hpp"
 #include "PlatformUsage.hpp"
 #include "SnapshotCommand.hpp"
 #include "SuiteLaunch.hpp"
@@ -47,6 +49,8 @@ int main(int argc, char** argv) {
                     brimlet::LaunchOptions::version().data());
         return 0;
     }
+    // The cleaner for scripts checks its own arguments and never starts the application.
+    if (brimlet::CleanerCommand::isRequested(arguments)) return brimlet::CleanerCommand::runProcess(arguments, platform);
 
     auto folders = brimlet::SuiteLaunch::folders(arguments);
     if (const auto* exit = std::get_if<brimlet::SuiteLaunch::Exit>(&folders)) return exitWith(*exit);

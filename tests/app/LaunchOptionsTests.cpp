@@ -51,6 +51,12 @@ TEST(LaunchOptions, EveryArgumentIsCheckedAgainstThePlatformsTable) {
         {Platform::linux, {"-NSDocumentRevisionsDebugMode", "YES"},
          "KestrowBrimlet: unknown argument -NSDocumentRevisionsDebugMode (see --help)\n"},
         {Platform::mac, {"--no-such-flag"}, "KestrowBrimlet: unknown argument --no-such-flag (see --help)\n"},
+        // An option that only shapes another is refused without it.
+        {Platform::linux, {"--clean", "--item", "npm-cache", "--report", "r.md"}, std::nullopt},
+        {Platform::linux, {"--json"}, "KestrowBrimlet: --json works only with --measure (see --help)\n"},
+        {Platform::mac, {"--item", "npm-cache"}, "KestrowBrimlet: --item works only with --clean (see --help)\n"},
+        {Platform::linux, {"--report", "--clean"},
+         "KestrowBrimlet: --report needs a value: FILE.md|FILE.json (see --help)\n"},
     };
     for (const Case& c : cases) {
         std::vector<std::string> arguments{"KestrowBrimlet"};
