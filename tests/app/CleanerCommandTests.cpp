@@ -210,7 +210,7 @@ TEST(CleanerCommand, APlanTakesTheChosenItemsInTheOrderTheyWerePresented) {
 
 TEST(CleanerCommand, TheExitStatusSaysWhetherEverythingWasDone) {
     CleanupReport done;
-    done.deleted.push_back({"npm cache", "/h/.npm/_cacache", 10, DeleteMode::trash, false});
+    done.deleted.push_back({"npm cache", "/h/.npm/_cacache", 10, DeleteMode::trash, false, std::nullopt});
     CleanupReport empty;
     CleanupReport skipped = done;
     skipped.skipped.push_back({"pip cache", "/h/.cache/pip", "In use by pip (pid 12)"});
