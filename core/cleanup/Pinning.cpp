@@ -1,6 +1,7 @@
 #include "Pinning.hpp"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -79,6 +80,21 @@ std::optional<PinnedItem> Pinning::pin(const std::string& path, int& error, Reso
 bool Pinning::unchanged(const PinnedItem& item, const EntryReader& reader) {
     const auto status = reader(item.parent.get(), item.name.c_str());
     return status && FileIdentity::of(*status) == item.identity();
+}
+
+int openFolderPerComponent(const std::vector<std::string_view>& parts, int folderFlags) {
+    int fd = ::open("/", folderFlags);
+    for (const std::string_view part : parts) {
+        if (fd < 0) return -1;
+        const std::string name(part);
+        // O_NOFOLLOW with O_DIRECTORY: a link, whatever it points at, fails with ENOTDIR or ELOOP.
+        const int next = ::openat(fd, name.c_str(), folderFlags | O_NOFOLLOW);
+        const int error = errno;
+        ::close(fd);
+        errno = error;
+        fd = next;
+    }
+    return fd;
 }
 
 }  // namespace brimlet

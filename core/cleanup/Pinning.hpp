@@ -95,6 +95,9 @@ struct Pinning {
 // The platform's part. Opens the folder at an absolute path without following a link at any
 // component, for use as the folder of *at calls: -1 with errno when it cannot.
 int openFolderNoLinks(const std::string& absolutePath, Resolution how);
+// The portable way to the same: from "/", one `openat` with O_NOFOLLOW per component, each folder
+// opened with `folderFlags`; -1 with errno set when a component is missing or is a link.
+int openFolderPerComponent(const std::vector<std::string_view>& parts, int folderFlags);
 // The mount points the system lists now, as paths.
 std::vector<std::string> currentMountPoints();
 

@@ -122,6 +122,9 @@ void SuiteParticipant::recordsChanged() {
         for (std::size_t i = 0; i < links_.size(); ++i)
             if (links_[i].open && !links_[i].glancesWatch.active()) armRecordWatch(i);
         lastEventRead_ = loop_.now();
+        // Changes made while the watch was paused went unheard, and another evaluation (the lock
+        // won, a tick) may have read the folder before them: read it again whatever happened since.
+        recordsCurrent_ = false;
         evaluate();
     });
 }

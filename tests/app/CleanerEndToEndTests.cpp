@@ -19,6 +19,7 @@
 #include "base/Json.hpp"
 #include "core/cleanup/CleanupReport.hpp"
 #include "core/common/ByteFormat.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/TempFolder.hpp"
 
 extern char** environ;
@@ -29,12 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
+std::string readFile(const std::string& path) { return kestrow::testing::readWholeFile(path); }
 
 struct Finished {
     int status = -1;  // -1: killed by a signal or still running at the deadline
@@ -46,45 +42,13 @@ struct Finished {
 Finished runProgram(std::vector<std::string> arguments, const std::map<std::string, std::string>& environment,
                     const std::string& outputFolder) {
     arguments.insert(arguments.begin(), KESTROW_BRIMLET_PATH);
-    std::map<std::string, std::string> merged;
-    for (char** e = environ; *e; ++e) {
-        const std::string entry(*e);
-        const auto equals = entry.find('=');
-        if (equals != std::string::npos) merged[entry.substr(0, equals)] = entry.substr(equals + 1);
-    }
-    for (const auto& [key, value] : environment) merged[key] = value;
-    std::vector<std::string> envStrings;
-    for (const auto& [key, value] : merged) envStrings.push_back(key + "=" + value);
-    std::vector<char*> argv, envp;
-    for (auto& a : arguments) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    for (auto& e : envStrings) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    const std::string outPath = outputFolder + "/run.out", errPath = outputFolder + "/run.err";
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    pid_t pid = -1;
-    const int spawned = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
+    kestrow::testing::ChildProcess child(std::move(arguments), environment, outputFolder + "/run.out",
+                                         outputFolder + "/run.err");
     Finished finished;
-    if (spawned != 0) return finished;
-    int status = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
-    while (::waitpid(pid, &status, WNOHANG) != pid) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            ::kill(pid, SIGKILL);
-            ::waitpid(pid, &status, 0);
-            status = -1;
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    if (status != -1 && WIFEXITED(status)) finished.status = WEXITSTATUS(status);
-    finished.out = readFile(outPath);
-    finished.err = readFile(errPath);
+    if (!child.started()) return finished;
+    finished.status = child.waitExit(120);
+    finished.out = child.out();
+    finished.err = child.err();
     return finished;
 }
 

@@ -20,6 +20,7 @@
 #include "base/Json.hpp"
 #include "base/MainLoop.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/TempFolder.hpp"
 
 extern char** environ;
@@ -36,80 +37,11 @@ using kestrow::suite::SuiteFolder;
 using kestrow::testing::TempFolder;
 using Clock = std::chrono::steady_clock;
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
+using Child = kestrow::testing::ChildProcess;
+using kestrow::testing::waitUntil;
 
-// Polls a condition until it holds or the deadline passes.
-bool waitFor(const std::function<bool()>& done, double seconds) {
-    const auto deadline = Clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-        if (Clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
-
-// A child process with its output in files; killed and reaped at the latest when it goes out of scope.
-class Child {
-public:
-    Child(std::vector<std::string> arguments, const std::map<std::string, std::string>& environment,
-          std::string outPath, std::string errPath)
-        : out_(std::move(outPath)), err_(std::move(errPath)) {
-        std::map<std::string, std::string> merged;
-        for (char** e = environ; *e; ++e) {
-            const std::string entry(*e);
-            const auto equals = entry.find('=');
-            if (equals != std::string::npos) merged[entry.substr(0, equals)] = entry.substr(equals + 1);
-        }
-        for (const auto& [key, value] : environment) merged[key] = value;
-        std::vector<std::string> envStrings;
-        for (const auto& [key, value] : merged) envStrings.push_back(key + "=" + value);
-        std::vector<char*> argv, envp;
-        for (auto& a : arguments) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        for (auto& e : envStrings) envp.push_back(e.data());
-        envp.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (::posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) pid_ = -1;
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    ~Child() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, nullptr, 0);
-        }
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-    bool started() const { return pid_ > 0; }
-    // The exit status once it ended within the deadline; -1 for a signal or a timeout.
-    int waitExit(double seconds) {
-        int status = 0;
-        const bool ended = waitFor([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; }, seconds);
-        if (!ended) return -1;
-        pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    int stop(int signal, double seconds) {
-        ::kill(pid_, signal);
-        return waitExit(seconds);
-    }
-    std::string out() const { return readFile(out_); }
-    std::string err() const { return readFile(err_); }
-
-private:
-    pid_t pid_ = -1;
-    std::string out_, err_;
-};
+std::string readFile(const std::string& path) { return kestrow::testing::readWholeFile(path); }
+bool waitFor(const std::function<bool()>& done, double seconds) { return waitUntil(done, seconds); }
 
 struct HeadlessApp : ::testing::Test {
     TempFolder temp;
@@ -298,18 +230,34 @@ TEST_F(HeadlessApp, WithoutASessionBusAnAlertIsLoggedUndelivered) {
     EXPECT_EQ(app->stop(SIGTERM, 5), 0);
 }
 
-TEST_F(HeadlessApp, ALowDiskAlertReachesTheNotificationService) {
+// A private session bus with the stand-in notification service on it, for the app to find through
+// its environment; the test skips where the machine has no dbus-daemon.
+struct NotificationRig {
+    std::unique_ptr<Child> bus, sink;
+    std::string received;
+};
+
+void startNotificationRig(HeadlessApp& test, NotificationRig& rig, std::vector<std::string> sinkOptions = {}) {
     const char* daemon = "/usr/bin/dbus-daemon";
     if (::access(daemon, X_OK) != 0) GTEST_SKIP() << "dbus-daemon is not installed (package dbus-daemon)";
-    const std::string socket = temp / "bus";
-    Child bus({daemon, "--session", "--nofork", "--nopidfile", "--address=unix:path=" + socket}, {},
-              temp / "bus.out", temp / "bus.err");
-    ASSERT_TRUE(waitFor([&] { return fs::exists(socket); }, 10)) << bus.err();
-    environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + socket;
+    const std::string socket = test.temp / "bus";
+    rig.bus = std::make_unique<Child>(
+        std::vector<std::string>{daemon, "--session", "--nofork", "--nopidfile", "--address=unix:path=" + socket},
+        std::map<std::string, std::string>{}, test.temp / "bus.out", test.temp / "bus.err");
+    ASSERT_TRUE(waitFor([&] { return fs::exists(socket); }, 10)) << rig.bus->err();
+    test.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + socket;
+    rig.received = test.temp / "notifications.txt";
+    sinkOptions.insert(sinkOptions.begin(), {NOTIFICATION_SINK_PATH, rig.received});
+    rig.sink = std::make_unique<Child>(sinkOptions, test.environment, test.temp / "sink.out", test.temp / "sink.err");
+    ASSERT_TRUE(waitFor([&] { return fs::exists(rig.received); }, 10)) << rig.sink->err();
+}
 
-    const std::string received = temp / "notifications.txt";
-    Child sink({NOTIFICATION_SINK_PATH, received}, environment, temp / "sink.out", temp / "sink.err");
-    ASSERT_TRUE(waitFor([&] { return fs::exists(received); }, 10)) << sink.err();
+
+TEST_F(HeadlessApp, ALowDiskAlertReachesTheNotificationService) {
+    NotificationRig rig;
+    startNotificationRig(*this, rig);
+    if (IsSkipped() || HasFatalFailure()) return;
+    const std::string& received = rig.received;
 
     lowDiskAlways();
     auto app = launch({"--suite-folder", folder.url});
@@ -322,24 +270,16 @@ TEST_F(HeadlessApp, ALowDiskAlertReachesTheNotificationService) {
         << app->err();
     EXPECT_EQ(app->stop(SIGTERM, 10), 0);
     // The sink and the bus end with the signal (and are reaped here or by their destructors).
-    sink.stop(SIGTERM, 10);
-    bus.stop(SIGTERM, 10);
+    rig.sink->stop(SIGTERM, 10);
+    rig.bus->stop(SIGTERM, 10);
 }
 
 // A notification service that takes the call and never answers must neither hold the alert up
 // forever nor hold up stopping: the post is given up when the app stops, not when its deadline ends.
 TEST_F(HeadlessApp, ASilentNotificationServiceNeverHoldsUpStopping) {
-    const char* daemon = "/usr/bin/dbus-daemon";
-    if (::access(daemon, X_OK) != 0) GTEST_SKIP() << "dbus-daemon is not installed (package dbus-daemon)";
-    const std::string socket = temp / "bus";
-    Child bus({daemon, "--session", "--nofork", "--nopidfile", "--address=unix:path=" + socket}, {},
-              temp / "bus.out", temp / "bus.err");
-    ASSERT_TRUE(waitFor([&] { return fs::exists(socket); }, 10)) << bus.err();
-    environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + socket;
-    const std::string received = temp / "notifications.txt";
-    Child sink({NOTIFICATION_SINK_PATH, received, "--silent"}, environment, temp / "sink.out", temp / "sink.err");
-    ASSERT_TRUE(waitFor([&] { return fs::exists(received); }, 10)) << sink.err();
-
+    NotificationRig rig;
+    startNotificationRig(*this, rig, {"--silent"});
+    if (IsSkipped() || HasFatalFailure()) return;
     lowDiskAlways();
     auto app = launch({"--suite-folder", folder.url});
     // The alert is on its way once the app has published its first record (the sample that
@@ -349,8 +289,8 @@ TEST_F(HeadlessApp, ASilentNotificationServiceNeverHoldsUpStopping) {
     const std::string log = app->err();
     EXPECT_NE(log.find("Notify given up: the app is stopping"), std::string::npos) << log;
     EXPECT_EQ(log.find("alert posted"), std::string::npos) << log;
-    sink.stop(SIGTERM, 10);
-    bus.stop(SIGTERM, 10);
+    rig.sink->stop(SIGTERM, 10);
+    rig.bus->stop(SIGTERM, 10);
 }
 
 }  // namespace

@@ -841,6 +841,18 @@ TEST_F(Participant, AStormOfWritesIsReadAtMostOnceEveryTenthOfASecond) {
     }
     EXPECT_EQ(shown(), 2999);
     EXPECT_LE(std::count(changes.begin(), changes.end(), Property::menuBarValues), 12);
+
+    // An evaluation of our own while the watch is paused (a new readout to publish) reads the folder
+    // as it is then; a write after it is unheard, and the paused reading must still see it.
+    loop.advance(SuiteParticipant::defaultRereadInterval);
+    write(5000);
+    EXPECT_EQ(shown(), 5000);
+    write(5001);  // the watch pauses
+    p->publish(GlanceLevel::ok, {}, 10);
+    EXPECT_EQ(shown(), 5001);
+    write(5002);
+    loop.advance(SuiteParticipant::defaultRereadInterval);
+    EXPECT_EQ(shown(), 5002) << "a write made while the watch was paused is read";
 }
 
 }  // namespace

@@ -15,20 +15,6 @@ namespace {
 // macOS has no search-only descriptor for folders: the folders on the way are opened for reading.
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-int openPerComponent(const std::vector<std::string_view>& parts) {
-    int fd = ::open("/", folderFlags);
-    for (const std::string_view part : parts) {
-        if (fd < 0) return -1;
-        const std::string name(part);
-        const int next = ::openat(fd, name.c_str(), folderFlags | O_NOFOLLOW);
-        const int error = errno;
-        ::close(fd);
-        errno = error;
-        fd = next;
-    }
-    return fd;
-}
-
 }  // namespace
 
 int openFolderNoLinks(const std::string& absolutePath, Resolution how) {
@@ -42,7 +28,7 @@ int openFolderNoLinks(const std::string& absolutePath, Resolution how) {
         const int fd = ::open(absolutePath.c_str(), folderFlags | O_NOFOLLOW_ANY);
         if (fd >= 0 || errno != EINVAL) return fd;
     }
-    return openPerComponent(*parts);
+    return openFolderPerComponent(*parts, folderFlags);
 }
 
 std::vector<std::string> currentMountPoints() {

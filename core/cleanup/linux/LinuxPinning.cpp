@@ -18,21 +18,6 @@ namespace {
 // Search-only descriptors: enough to be the folder of *at calls, and they need no read permission.
 constexpr int searchFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-int openPerComponent(const std::vector<std::string_view>& parts) {
-    int fd = ::open("/", searchFlags);
-    for (const std::string_view part : parts) {
-        if (fd < 0) return -1;
-        const std::string name(part);
-        // O_NOFOLLOW with O_DIRECTORY: a link, whatever it points at, fails with ENOTDIR or ELOOP.
-        const int next = ::openat(fd, name.c_str(), searchFlags | O_NOFOLLOW);
-        const int error = errno;
-        ::close(fd);
-        errno = error;
-        fd = next;
-    }
-    return fd;
-}
-
 }  // namespace
 
 int openFolderNoLinks(const std::string& absolutePath, Resolution how) {
@@ -62,7 +47,7 @@ int openFolderNoLinks(const std::string& absolutePath, Resolution how) {
             return -1;
         }
     }
-    return openPerComponent(*parts);
+    return openFolderPerComponent(*parts, searchFlags);
 }
 
 namespace {
