@@ -104,13 +104,11 @@ bool HostLock::acquireAll(State& state, const std::vector<std::string>& urls, co
 // too, so we let go of everything and compete again. Returns false when released, true when the
 // locks were let go.
 bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls, const Timing& timing) {
+    // Looks first, then waits: a request made while the lock was being won (before this thread got
+    // here) was made after the change it is about, so this first look answers it.
     std::uint64_t requests = 0;
-    {
-        std::lock_guard lock(state.mutex);
-        requests = state.checkRequests;
-    }
-    for (;;) {
-        if (!pause(state, timing.retry, requests)) return false;
+    for (bool first = true;; first = false) {
+        if (!first && !pause(state, timing.retry, requests)) return false;
         std::vector<int> dropped;
         std::string replaced;
         {

@@ -2,10 +2,11 @@
 
 namespace brimlet {
 
-// Linux has no cleanup window to open: point at the Trash and the user's own files instead.
+// Linux has no cleanup window to open: point at the cleaner's command line, whose first step
+// only measures and changes nothing.
 AlertWording AlertWording::forThisPlatform() {
     return AlertWording{.shortOnMemory = "This computer is short on memory.",
-                        .reclaimSpace = "Empty the Trash or remove files you no longer need."};
+                        .reclaimSpace = "Run KestrowBrimlet --measure to see what can be reclaimed safely."};
 }
 
 }  // namespace brimlet
