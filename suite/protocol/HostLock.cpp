@@ -17,6 +17,11 @@ namespace kestrow::suite {
 namespace {
 constexpr const char* logCategory = "suite.lock";
 
+std::string baseName(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
 void closeAll(std::vector<int>& fds) {
     for (const int fd : fds) ::close(fd);
     fds.clear();
@@ -30,6 +35,29 @@ HostLock::HostLock(const std::vector<std::string>& urls, Timing timing)
     for (const std::string& url : urls) urls_.push_back(standardizePath(url));
     std::sort(urls_.begin(), urls_.end());
     urls_.erase(std::unique(urls_.begin(), urls_.end()), urls_.end());
+}
+
+HostLock::HostLock(const std::vector<std::pair<std::string, int>>& urlsInFolders, Timing timing)
+    : timing_(timing), state_(std::make_shared<State>()) {
+    auto folders = std::make_shared<Folders>();
+    for (const auto& [url, folder] : urlsInFolders) {
+        const std::string path = standardizePath(url);
+        if (folders->byURL.count(path)) continue;
+        urls_.push_back(path);
+        folders->byURL[path] = folder >= 0 ? ::fcntl(folder, F_DUPFD_CLOEXEC, 0) : -1;
+    }
+    std::sort(urls_.begin(), urls_.end());
+    folders_ = std::move(folders);
+}
+
+HostLock::Folders::~Folders() {
+    for (const auto& [url, fd] : byURL)
+        if (fd >= 0) ::close(fd);
+}
+
+int HostLock::Folders::at(const std::string& url) const {
+    const auto it = byURL.find(url);
+    return it == byURL.end() ? -1 : it->second;
 }
 
 HostLock::~HostLock() {
@@ -65,26 +93,27 @@ void HostLock::start(std::function<void()> onAcquire, std::function<void()> onLo
         state_->started = true;
     }
     if (urls_.empty()) return;
-    thread_ = std::thread(run, state_, urls_, timing_,
+    thread_ = std::thread(run, state_, urls_, folders_, timing_,
                           Callbacks{std::move(onAcquire), std::move(onLose), std::move(onCannotOpen)});
 }
 
-void HostLock::run(std::shared_ptr<State> state, std::vector<std::string> urls, Timing timing, Callbacks callbacks) {
+void HostLock::run(std::shared_ptr<State> state, std::vector<std::string> urls, SharedFolders folders, Timing timing,
+                   Callbacks callbacks) {
     thread::nameCurrent("KestrowSuite.HostLock");
     thread::markCurrentAsUtility();
     for (;;) {
-        if (!acquireAll(*state, urls, timing, callbacks)) return;
+        if (!acquireAll(*state, urls, *folders, timing, callbacks)) return;
         if (callbacks.onAcquire) callbacks.onAcquire();
-        if (!holdWhileSame(*state, urls, timing)) return;
+        if (!holdWhileSame(*state, urls, *folders, timing)) return;
         if (callbacks.onLose) callbacks.onLose();
     }
 }
 
 // Takes every lock in order; false when released meanwhile (whatever was obtained is closed then).
-bool HostLock::acquireAll(State& state, const std::vector<std::string>& urls, const Timing& timing,
-                          const Callbacks& callbacks) {
+bool HostLock::acquireAll(State& state, const std::vector<std::string>& urls, const Folders& folders,
+                          const Timing& timing, const Callbacks& callbacks) {
     for (const std::string& url : urls) {
-        const int fd = waitFor(state, url, timing, callbacks);
+        const int fd = waitFor(state, url, folders.at(url), timing, callbacks);
         if (fd < 0) return false;
         std::lock_guard lock(state.mutex);
         if (state.cancelled) {
@@ -103,7 +132,8 @@ bool HostLock::acquireAll(State& state, const std::vector<std::string>& urls, co
 // file whose lock we hold. If one was deleted or replaced, a newcomer can lock the new file and host
 // too, so we let go of everything and compete again. Returns false when released, true when the
 // locks were let go.
-bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls, const Timing& timing) {
+bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls, const Folders& folders,
+                             const Timing& timing) {
     // Looks first, then waits: a request made while the lock was being won (before this thread got
     // here) was made after the change it is about, so this first look answers it.
     std::uint64_t requests = 0;
@@ -118,7 +148,7 @@ bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls,
             // A request that comes in while we look is answered by the next look, not lost.
             requests = state.checkRequests;
             for (std::size_t k = 0; k < state.fds.size() && k < urls.size(); ++k) {
-                if (!isSameFile(state.fds[k], urls[k])) {
+                if (!isSameFileIn(state.fds[k], urls[k], folders.at(urls[k]))) {
                     replaced = urls[k];
                     break;
                 }
@@ -135,7 +165,8 @@ bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls,
 
 // Waits for one lock: a non-blocking try, then an interruptible pause, so release() ends the wait at
 // once and no thread is ever stuck in the kernel behind another process.
-int HostLock::waitFor(State& state, const std::string& path, const Timing& timing, const Callbacks& callbacks) {
+int HostLock::waitFor(State& state, const std::string& path, int folder, const Timing& timing,
+                      const Callbacks& callbacks) {
     // One line per wait and kind of failure: a folder that stays unwritable must not flood the log.
     bool loggedOpen = false, loggedLock = false;
     auto logOnce = [&path](bool& logged, const char* what, int error) {
@@ -157,7 +188,8 @@ int HostLock::waitFor(State& state, const std::string& path, const Timing& timin
         }
         // Read-only is enough for an advisory lock, and closing a descriptor opened for writing would
         // tell every member's folder watch that the lock file changed, a few times a second per waiter.
-        const int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+        const int flags = O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
+        const int fd = folder >= 0 ? ::openat(folder, baseName(path).c_str(), flags, 0600) : ::open(path.c_str(), flags, 0600);
         if (fd < 0) {
             const int error = errno;
             logOnce(loggedOpen, "open", error);
@@ -185,7 +217,7 @@ int HostLock::waitFor(State& state, const std::string& path, const Timing& timin
             continue;
         }
         // The file may have been deleted or replaced since we opened it; a lock on it elects nobody.
-        if (!isSameFile(fd, path)) {
+        if (!isSameFileIn(fd, path, folder)) {
             ::close(fd);
             continue;
         }
@@ -218,6 +250,14 @@ void HostLock::release() {
     }
     state_->wake.notify_all();
     closeAll(fds);
+}
+
+bool HostLock::isSameFileIn(int fd, const std::string& path, int folder) {
+    if (folder < 0) return isSameFile(fd, path);
+    struct stat open{}, named{};
+    if (::fstat(fd, &open) != 0 || ::fstatat(folder, baseName(path).c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0)
+        return false;
+    return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
 bool HostLock::isSameFile(int fd, const std::string& path) {

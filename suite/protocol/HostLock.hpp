@@ -7,11 +7,13 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kestrow::suite {
@@ -36,6 +38,10 @@ public:
     // Standardized, without duplicates, in ascending path order: every process takes the same locks
     // in the same order, so two processes that see the same folders cannot deadlock.
     explicit HostLock(const std::vector<std::string>& urls, Timing timing = {});
+    // The same, each lock file reached through a descriptor of the folder that holds it (paired
+    // with the lock file's path; the lock keeps a duplicate): the file is opened, created and
+    // checked inside that very folder, whatever its path names by then.
+    HostLock(const std::vector<std::pair<std::string, int>>& urlsInFolders, Timing timing = {});
     // Releases, then waits for the lock's thread to end (it notices at once), so nothing outlives the
     // object. onAcquire and onLose must therefore not wait on the thread that destroys the lock.
     ~HostLock();
@@ -87,16 +93,33 @@ private:
         std::function<void(int)> onCannotOpen;
     };
 
-    static void run(std::shared_ptr<State> state, std::vector<std::string> urls, Timing timing, Callbacks callbacks);
-    static bool acquireAll(State& state, const std::vector<std::string>& urls, const Timing& timing,
-                           const Callbacks& callbacks);
-    static bool holdWhileSame(State& state, const std::vector<std::string>& urls, const Timing& timing);
-    static int waitFor(State& state, const std::string& path, const Timing& timing, const Callbacks& callbacks);
+    // Folder descriptors by lock file path, closed when the last user (the object or its thread) goes.
+    struct Folders {
+        std::map<std::string, int> byURL;
+        Folders() = default;
+        Folders(const Folders&) = delete;
+        Folders& operator=(const Folders&) = delete;
+        ~Folders();
+        int at(const std::string& url) const;  // -1 when the lock file is reached by its path
+    };
+    using SharedFolders = std::shared_ptr<const Folders>;
+
+    static void run(std::shared_ptr<State> state, std::vector<std::string> urls, SharedFolders folders, Timing timing,
+                    Callbacks callbacks);
+    static bool acquireAll(State& state, const std::vector<std::string>& urls, const Folders& folders,
+                           const Timing& timing, const Callbacks& callbacks);
+    static bool holdWhileSame(State& state, const std::vector<std::string>& urls, const Folders& folders,
+                              const Timing& timing);
+    static int waitFor(State& state, const std::string& path, int folder, const Timing& timing,
+                       const Callbacks& callbacks);
+    // isSameFile, looking the name up in the held folder when there is one.
+    static bool isSameFileIn(int fd, const std::string& path, int folder);
     // Sleeps for the interval, or until released or (with `requests`) asked to check again since
     // `requests` was read; false when released.
     static bool pause(State& state, std::chrono::milliseconds interval, std::optional<std::uint64_t> requests);
 
     std::vector<std::string> urls_;
+    SharedFolders folders_ = std::make_shared<const Folders>();
     Timing timing_;
     std::shared_ptr<State> state_;
     std::thread thread_;

@@ -89,6 +89,8 @@ public:
     ~OpenSuiteFolder();
 
     const SuiteFolder& folder() const { return folder_; }
+    // The held suite folder, for files reached inside it (the host lock); valid while this lives.
+    int descriptor() const { return folderFd_; }
     // Whether the folder's paths still name the two folders held: false once either was deleted,
     // moved away or replaced (a moved parent included).
     [[nodiscard]] bool stillNamed() const;

@@ -204,11 +204,12 @@ void SuiteParticipant::repairFolders() {
 void SuiteParticipant::startLock() {
     // A new lock over the folders open now; the old one lets go first (its thread ends at once).
     lock_.reset();
-    std::vector<std::string> lockURLs;
+    // Each lock file is opened inside the folder we hold, never through its path again.
+    std::vector<std::pair<std::string, int>> lockFiles;
     for (const FolderLink& link : links_)
-        if (link.open) lockURLs.push_back(link.folder.lockURL());
-    if (lockURLs.empty()) return;
-    lock_ = std::make_unique<HostLock>(lockURLs, options_.lockTiming);
+        if (link.open) lockFiles.emplace_back(link.folder.lockURL(), link.open->descriptor());
+    if (lockFiles.empty()) return;
+    lock_ = std::make_unique<HostLock>(lockFiles, options_.lockTiming);
     auto hop = [hop = lockHop_, alive = std::weak_ptr<bool>(alive_)](std::function<void()> work) {
         std::lock_guard guard(hop->mutex);
         if (!hop->loop) return;

@@ -273,6 +273,31 @@ TEST(HostLock, ReleaseStopsWaitingAndLeavesNothingBehind) {
     EXPECT_EQ(acquired.load(), 0);
 }
 
+// The suite folder's path swapped for a link to someone else's folder after the member opened it:
+// the lock file is created and held inside the folder the member holds, never behind the link.
+TEST(HostLock, ALockFileIsReachedThroughTheHeldFolderNotItsPath) {
+    TempFolder temp;
+    const std::string suite = temp / "suite", victim = temp / "victim", moved = temp / "moved";
+    ASSERT_EQ(::mkdir(suite.c_str(), 0700), 0);
+    ASSERT_EQ(::mkdir(victim.c_str(), 0700), 0);
+    const int held = ::open(suite.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(held, 0);
+    ASSERT_EQ(::rename(suite.c_str(), moved.c_str()), 0);
+    ASSERT_EQ(::symlink(victim.c_str(), suite.c_str()), 0);
+
+    HostLock lock(std::vector<std::pair<std::string, int>>{{suite + "/host.lock", held}}, fast);
+    ::close(held);  // the lock keeps its own duplicate
+    lock.start([] {});
+    ASSERT_TRUE(eventually([&] { return lock.isHeld(); }));
+    struct stat st{};
+    EXPECT_EQ(::lstat((moved + "/host.lock").c_str(), &st), 0) << "created in the held folder";
+    EXPECT_NE(::lstat((victim + "/host.lock").c_str(), &st), 0) << "nothing created behind the link";
+    // Holding it is not mistaken for a replaced file: the name is looked up in the held folder.
+    lock.checkNow();
+    EXPECT_FALSE(eventually([&] { return !lock.isHeld(); }, 300ms));
+    lock.release();
+}
+
 TEST(HostLock, InProcessLifecycle) {
     TempFolder folder;
     HostLock never(std::vector<std::string>{});
