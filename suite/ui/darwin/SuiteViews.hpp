@@ -14,6 +14,7 @@
 #include "suite/ui/GlobalHotKey.hpp"
 #include "suite/ui/SuiteFormat.hpp"
 #include "suite/ui/SuiteHost.hpp"
+#include "suite/ui/SuiteScreens.hpp"
 
 // Calls a C++ function when a control fires; controls keep their targets weakly, so the owner holds it.
 @interface KestrowSuiteActionTarget : NSObject
@@ -26,9 +27,9 @@
 @interface KestrowSuiteRowView : NSView
 // A drag that starts on the line moves its window instead (the floating bar is all lines).
 @property BOOL dragsWindow;
-- (instancetype)initWithLine:(const kestrow::suite::SuiteRowLine&)line
-                     compact:(BOOL)compact
-                      action:(std::function<void()>)action;
+- (instancetype)initWithMember:(const kestrow::suite::SuiteMemberRow&)member
+                       compact:(BOOL)compact
+                        action:(std::function<void()>)action;
 @end
 
 // The shared item's popover: the suite's members, and the switch that shows the floating bar.
@@ -62,8 +63,9 @@ NSView* makeSpacer();
 // visible, even while the application is not active; returns the new one to keep.
 NSTrackingArea* trackHover(NSView* view, NSTrackingArea* old);
 
-// The host's rows as the lines the views show, in the user's current locale.
-std::vector<SuiteRowLine> currentLines(SuiteHost& host);
+// The host's screens as their presenter describes them now, in the user's current locale.
+SuitePopoverScreen popoverScreen(SuiteHost& host);
+SuiteBarScreen barScreen(SuiteHost& host);
 
 // Another member's window comes forward through its open request; a member that is not running is
 // launched from wherever Launch Services finds it.
