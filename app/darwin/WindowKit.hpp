@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "app/screens/ScreenParts.hpp"
+#include "base/darwin/Activation.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
@@ -37,9 +38,7 @@ NSPopUpButton* makePopUp(NSArray<NSString*>* titles, NSInteger selected, NSStrin
 // A checkbox whose title is also its VoiceOver label.
 NSButton* makeCheckbox(NSString* title, bool on, void (^changed)(bool on));
 
-// Brings this application forward before a window or question: cooperatively where the system
-// offers it (macOS 14), else by the older request.
-void activateApplication();
+using kestrow::mac::activateApplication;
 
 NSAlertStyle alertStyle(screens::DialogStyle style);
 

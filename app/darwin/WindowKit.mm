@@ -1,6 +1,5 @@
 #include "WindowKit.hpp"
 
-#import <objc/message.h>
 #import <objc/runtime.h>
 
 // The target of a control whose action is a block. Controls hold their target weakly, so the
@@ -82,16 +81,6 @@ NSButton* makeCheckbox(NSString* title, bool on, void (^changed)(bool on)) {
         changed([static_cast<NSButton*>(sender) state] == NSControlStateValueOn);
     });
     return box;
-}
-
-void activateApplication() {
-    // -[NSApplication activate] is macOS 14's cooperative activation; this SDK does not declare it.
-    SEL cooperative = NSSelectorFromString(@"activate");
-    if ([NSApp respondsToSelector:cooperative]) {
-        reinterpret_cast<void (*)(id, SEL)>(objc_msgSend)(NSApp, cooperative);
-        return;
-    }
-    [NSApp activateIgnoringOtherApps:YES];
 }
 
 NSAlertStyle alertStyle(screens::DialogStyle style) {

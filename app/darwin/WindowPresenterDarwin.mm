@@ -2,6 +2,7 @@
 // reopens where the user left it. The application is an accessory (no Dock icon): opening a window
 // activates it explicitly, or the window would appear behind the application in front.
 #include <map>
+#include "base/darwin/Activation.hpp"
 #include <memory>
 #include <string>
 
@@ -93,7 +94,7 @@ public:
         Entry& entry = entryFor(*kind);
         NSWindow* window = entry.window;
         if (window.isMiniaturized) [window deminiaturize:nil];
-        [NSApp activateIgnoringOtherApps:YES];
+        kestrow::mac::activateApplication();
         [window makeKeyAndOrderFront:nil];
         // Activation of an accessory application can lag behind (another application may be in the
         // middle of a switch); ordering the window front regardless keeps it from opening behind.

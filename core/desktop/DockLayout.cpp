@@ -90,6 +90,10 @@ Rect cocoaFrame(const Rect& frame, double primaryScreenHeight) {
     return Rect{frame.minX(), primaryScreenHeight - frame.maxY(), frame.absoluteWidth(), frame.absoluteHeight()};
 }
 
+std::string spokenLabel(std::string_view appName, std::string_view metricTitle, std::string_view text) {
+    return std::string(appName) + ": " + std::string(metricTitle) + " " + std::string(text);
+}
+
 std::string compactMemory(std::uint64_t bytes) {
     const double gibibytes = static_cast<double>(bytes) / 1'073'741'824.0;
     if (gibibytes >= 1) return format("%.1f GB", gibibytes);

@@ -118,6 +118,14 @@ TEST(LaunchRole, OnlyABackgroundOnlyLaunchTakesTheMenuBarRole) {
         {Policy::regular, std::nullopt},          // never demoted from the Dock
     };
     for (const Case& c : cases) EXPECT_EQ(LaunchRole::switchTo(c.current), c.switchTo) << static_cast<int>(c.current);
+    // Before the run loop: the bare executable (no LSUIElement) starts as a menu-bar app too; a
+    // background-only launch waits for the switch above.
+    const Case beforeRun[] = {
+        {Policy::regular, Policy::accessory},
+        {Policy::accessory, std::nullopt},
+        {Policy::prohibited, std::nullopt},
+    };
+    for (const Case& c : beforeRun) EXPECT_EQ(LaunchRole::beforeRun(c.current), c.switchTo) << static_cast<int>(c.current);
     EXPECT_EQ(LaunchRole::backgroundLaunchMessage,
               "Launched background-only (an intent): switched to the menu bar app role");
     EXPECT_EQ(LaunchRole::logCategory, "launch");

@@ -46,6 +46,11 @@ TEST(DockLayout, NormalizedPathsAndFrames) {
     EXPECT_EQ(DockLayout::cocoaFrame(Rect{5, -500, 60, 64}, 900), (Rect{5, 1336, 60, 64}));
 }
 
+TEST(DockLayout, SpokenLabelNamesTheAppTheMetricAndTheFigure) {
+    EXPECT_EQ(DockLayout::spokenLabel("Safari", "Memory", "1.2 GB"), "Safari: Memory 1.2 GB");
+    EXPECT_EQ(DockLayout::spokenLabel("Xcode", "CPU", "85%"), "Xcode: CPU 85%");
+}
+
 TEST(DockLayout, CompactMemoryTexts) {
     const std::pair<std::uint64_t, const char*> cases[] = {
         {1'073'741'824, "1.0 GB"},  {524'288'000, "500 MB"},   {1'073'741'823, "1024 MB"},
