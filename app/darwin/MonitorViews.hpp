@@ -8,6 +8,7 @@
 #include <optional>
 #include <string_view>
 
+#include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "app/screens/MonitorScreens.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
@@ -21,7 +22,7 @@ NSImage* symbolImage(NSString* name, NSString* description);
 NSImageView* symbolView(NSString* name);
 // Sends the view mouseEntered:/mouseExited: whenever the pointer crosses it, active or not.
 void trackHover(NSView* view);
-NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour);
+using kestrow::mac::makeLabel;
 // The system font; and digits that do not jump as the figures change.
 NSFont* systemFont(CGFloat size, NSFontWeight weight);
 NSFont* figureFont(CGFloat size, NSFontWeight weight);

@@ -23,15 +23,6 @@ void trackHover(NSView* view) {
                                   userInfo:nil]];
 }
 
-NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
-    NSTextField* label = [NSTextField labelWithString:text];
-    label.font = font;
-    label.textColor = colour;
-    label.lineBreakMode = NSLineBreakByTruncatingTail;
-    label.translatesAutoresizingMaskIntoConstraints = NO;
-    return label;
-}
-
 NSFont* systemFont(CGFloat size, NSFontWeight weight) { return [NSFont systemFontOfSize:size weight:weight]; }
 
 NSFont* figureFont(CGFloat size, NSFontWeight weight) {

@@ -11,6 +11,7 @@
 
 #include "app/screens/ScreenParts.hpp"
 #include "base/darwin/Activation.hpp"
+#include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
@@ -19,8 +20,10 @@ namespace brimlet::mac {
 inline NSString* ns(std::string_view text) { return kestrow::mac::toNSString(text); }
 using kestrow::mac::utf8;
 
-// A one-line label that cannot be edited or selected, in a text style of the system.
-NSTextField* makeLabel(NSString* text, NSFontTextStyle style, NSColor* color);
+// A one-line label in a text style of the system.
+inline NSTextField* makeLabel(NSString* text, NSFontTextStyle style, NSColor* color) {
+    return kestrow::mac::makeLabel(text, [NSFont preferredFontForTextStyle:style options:@{}], color);
+}
 // A label that wraps at `width` points: notes and explanations under controls.
 NSTextField* makeNote(NSString* text, CGFloat width);
 // A section heading.

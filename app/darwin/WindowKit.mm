@@ -21,14 +21,6 @@ namespace {
 const char blockTargetKey = 0;
 }
 
-NSTextField* makeLabel(NSString* text, NSFontTextStyle style, NSColor* color) {
-    NSTextField* label = [NSTextField labelWithString:text];
-    label.font = [NSFont preferredFontForTextStyle:style options:@{}];
-    label.textColor = color;
-    label.lineBreakMode = NSLineBreakByTruncatingTail;
-    return label;
-}
-
 NSTextField* makeNote(NSString* text, CGFloat width) {
     NSTextField* note = [NSTextField wrappingLabelWithString:text];
     note.font = [NSFont preferredFontForTextStyle:NSFontTextStyleFootnote options:@{}];

@@ -2,7 +2,6 @@
 // reopens where the user left it. The application is an accessory (no Dock icon): opening a window
 // activates it explicitly, or the window would appear behind the application in front.
 #include <map>
-#include "base/darwin/Activation.hpp"
 #include <memory>
 #include <string>
 
@@ -10,6 +9,8 @@
 #include "MacFrontEnd.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
+#include "app/MonitorReadout.hpp"
+#include "base/darwin/Activation.hpp"
 #include "app/LiveSurface.hpp"
 #include "base/Log.hpp"
 
@@ -49,9 +50,9 @@ struct WindowKind {
 };
 
 constexpr WindowKind kinds[] = {
-    {BrimletWindows::dashboard, "Kestrow Brimlet", {1040, 820}, {820, 620}, true},
-    {BrimletWindows::cleanup, "Cleanup", {760, 720}, {600, 520}, false},
-    {BrimletWindows::settings, "Settings", {0, 0}, {0, 0}, false},
+    {BrimletWindows::dashboard, MonitorReadout::productName, {1040, 820}, {820, 620}, true},
+    {BrimletWindows::cleanup, MonitorReadout::cleanupTitle, {760, 720}, {600, 520}, false},
+    {BrimletWindows::settings, MonitorReadout::settingsTitle, {0, 0}, {0, 0}, false},
 };
 
 const WindowKind* kindFor(std::string_view identifier) {

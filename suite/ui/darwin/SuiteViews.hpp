@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "suite/ui/GlobalHotKey.hpp"
 #include "suite/ui/SuiteFormat.hpp"
@@ -53,8 +54,7 @@ NSImage* symbolImage(std::string_view name, std::string_view description, CGFloa
 // The system colour for a level (ok green, notice orange, alert red), grey for a member not running.
 NSColor* levelTint(GlanceLevel level, bool running);
 
-// A label that never wraps or edits, in the given font and colour.
-NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour);
+using kestrow::mac::makeLabel;
 
 // A flexible gap that pushes what follows it to the far edge of a horizontal stack.
 NSView* makeSpacer();

@@ -214,14 +214,6 @@ NSColor* levelTint(GlanceLevel level, bool running) {
     return NSColor.systemGreenColor;
 }
 
-NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
-    NSTextField* label = [NSTextField labelWithString:text];
-    label.font = font;
-    label.textColor = colour;
-    label.lineBreakMode = NSLineBreakByTruncatingTail;
-    label.maximumNumberOfLines = 1;
-    return label;
-}
 
 NSView* makeSpacer() {
     NSView* spacer = [[NSView alloc] initWithFrame:NSZeroRect];
