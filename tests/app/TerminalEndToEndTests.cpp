@@ -1,0 +1,177 @@
+// The real program's "--tui" in a real terminal: tmux runs it in a detached 100×30 session with a
+// temporary home, settings and suite folder; the test types keys and reads the screen back. The
+// overview shows figures, the apps page lists this test's own child, the cleanup page measures and
+// cleans exactly the planted cache, and q leaves a stopped record and a free lock behind.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+
+#include "suite/protocol/GlanceStore.hpp"
+#include "suite/protocol/SuiteFolder.hpp"
+#include "tests/support/ChildProcess.hpp"
+#include "tests/support/TempFolder.hpp"
+
+namespace brimlet {
+namespace {
+
+namespace fs = std::filesystem;
+using kestrow::suite::GlanceState;
+using kestrow::suite::GlanceStore;
+using kestrow::suite::SuiteApp;
+using kestrow::suite::SuiteFolder;
+using kestrow::testing::ChildProcess;
+using kestrow::testing::TempFolder;
+using kestrow::testing::waitUntil;
+
+std::string tmuxPath() {
+    for (const char* candidate : {"/usr/bin/tmux", "/usr/local/bin/tmux", "/opt/homebrew/bin/tmux", "/bin/tmux"})
+        if (::access(candidate, X_OK) == 0) return candidate;
+    return {};
+}
+
+bool lockIsFree(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    ::close(fd);
+    return free;
+}
+
+struct TerminalEndToEnd : ::testing::Test {
+    TempFolder temp;
+    std::string home = temp / "home";
+    SuiteFolder folder{temp / "suite"};
+    std::string socket = temp / "tmux.sock";
+    std::string tmux = tmuxPath();
+    bool serverStarted = false;
+
+    void SetUp() override {
+        if (tmux.empty()) GTEST_SKIP() << "tmux is not installed: the terminal end-to-end tests need it";
+        fs::create_directories(home);
+    }
+    void TearDown() override {
+        if (serverStarted) run({"kill-server"});
+    }
+
+    // One tmux command against this test's own server; its output.
+    std::string run(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {tmux, "-S", socket});
+        ChildProcess child(arguments, {}, temp / "tmux.out", temp / "tmux.err");
+        child.waitExit(30);
+        return child.out();
+    }
+    void start(const std::string& extraEnvironment = {}) {
+        const std::string command = "env HOME='" + home + "' XDG_CONFIG_HOME='" + temp / "config" +
+                                    "' XDG_DATA_HOME='" + home + "/.local/share' XDG_CACHE_HOME='" + home +
+                                    "/.cache' LANG=C.UTF-8 LC_ALL=C.UTF-8 " + extraEnvironment + " '" +
+                                    KESTROW_BRIMLET_PATH + "' --tui --suite-folder '" + folder.url + "' 2>'" +
+                                    temp / "app.err" + "'";
+        run({"-f", "/dev/null", "new-session", "-d", "-x", "100", "-y", "30", "-s", "brimlet", "-c", temp.path(), command});
+        serverStarted = true;
+    }
+    std::string screen() { return run({"capture-pane", "-p", "-t", "brimlet"}); }
+    bool shows(const std::string& text, double seconds = 60) {
+        return waitUntil([&] { return screen().find(text) != std::string::npos; }, seconds);
+    }
+    void keys(const std::vector<std::string>& keys) {
+        std::vector<std::string> arguments{"send-keys", "-t", "brimlet"};
+        arguments.insert(arguments.end(), keys.begin(), keys.end());
+        run(arguments);
+    }
+    bool sessionEnded() {
+        ChildProcess child({tmux, "-S", socket, "has-session", "-t", "brimlet"}, {}, temp / "has.out", temp / "has.err");
+        return child.waitExit(30) != 0;
+    }
+    std::string log() { return kestrow::testing::readWholeFile(temp / "app.err"); }
+};
+
+TEST_F(TerminalEndToEnd, OverviewAppsAndAQuitThatLeavesTheSuiteCleanly) {
+    // A child of this test under a name of its own, for the apps page to list.
+    const std::string sleeper = temp / "brimlet-e2e-sleeper";
+    fs::copy_file("/bin/sleep", sleeper);
+    ChildProcess child({sleeper, "300"}, {}, temp / "sleeper.out", temp / "sleeper.err");
+    ASSERT_TRUE(child.started());
+
+    start();
+    ASSERT_TRUE(shows("Memory")) << screen() << log();
+    const std::string overview = screen();
+    for (const char* text : {"Kestrow Brimlet", "[1 Overview]", "Pressure", "Thermal", "Top Apps", "Last 5 minutes",
+                             "q quit", "? help"})
+        EXPECT_NE(overview.find(text), std::string::npos) << text << "\n" << overview;
+
+    keys({"2", "/"});
+    keys({"-l", "brimlet-e2e"});
+    keys({"Enter"});
+    EXPECT_TRUE(shows("brimlet-e2e-sleeper")) << screen();
+    EXPECT_TRUE(shows("Filter: brimlet-e2e")) << screen();
+
+    keys({"?"});
+    EXPECT_TRUE(shows("ask the selected app to quit")) << screen();
+    keys({"Escape"});
+
+    // The resize reaches the program through its loop: the frame is redrawn at the new size.
+    run({"resize-window", "-t", "brimlet", "-x", "70", "-y", "20"});
+    EXPECT_TRUE(shows("Make the terminal at least 80")) << screen();
+    run({"resize-window", "-t", "brimlet", "-x", "100", "-y", "30"});
+    EXPECT_TRUE(shows("[2 Apps]")) << screen();
+
+    ASSERT_TRUE(waitUntil([&] {
+        const auto read = GlanceStore{folder}.read(SuiteApp::brimlet);
+        return read && read->record() && read->record()->state == GlanceState::running;
+    }, 30)) << log();
+    keys({"q"});
+    ASSERT_TRUE(waitUntil([&] { return sessionEnded(); }, 30)) << screen();
+    const auto last = GlanceStore{folder}.read(SuiteApp::brimlet);
+    ASSERT_TRUE(last && last->record());
+    EXPECT_EQ(last->record()->state, GlanceState::stopped);
+    EXPECT_TRUE(lockIsFree(folder.lockURL()));
+}
+
+TEST_F(TerminalEndToEnd, MeasuresAndCleansExactlyThePlantedCache) {
+    kestrow::testing::writeFile(home + "/.npm/_cacache/index-v5/aa/1", std::string(70'000, 'n'));
+    kestrow::testing::writeFile(home + "/.cache/pip/wheels/x.whl", std::string(150'000, 'p'));
+    kestrow::testing::writeFile(home + "/Documents/notes.txt", "mine");
+    start();
+    keys({"3"});
+    ASSERT_TRUE(shows("m  ")) << screen();
+    keys({"m"});
+    ASSERT_TRUE(shows("[x]")) << screen() << log();
+    const std::string measured = screen();
+    EXPECT_NE(measured.find(".npm/_cacache"), std::string::npos) << measured;
+    EXPECT_NE(measured.find(".cache/pip"), std::string::npos) << measured;
+
+    // Drop everything but the first row (npm comes first in the catalog), then clean.
+    std::size_t rows = 0;
+    for (std::size_t at = measured.find("[x]"); at != std::string::npos; at = measured.find("[x]", at + 1)) ++rows;
+    for (std::size_t i = 1; i < rows; ++i) keys({"Down", "Space"});
+    keys({"Home"});
+    EXPECT_TRUE(waitUntil([&] {
+        const std::string now = screen();
+        return now.find("[x]") != std::string::npos && now.find("[x]", now.find("[x]") + 1) == std::string::npos;
+    }, 30)) << screen();
+    const bool npmChosen = screen().find("[x] npm") != std::string::npos || fs::exists(home + "/.npm");
+    ASSERT_TRUE(npmChosen);
+    const std::string chosen = screen();
+    keys({"Enter"});
+    ASSERT_TRUE(shows("Enter  ")) << screen();
+    keys({"Enter"});
+    ASSERT_TRUE(shows("e  ")) << screen() << log();
+    // The one chosen cache is gone; the other and the user's files are where they were.
+    const bool npmGone = !fs::exists(home + "/.npm/_cacache/index-v5/aa/1");
+    const bool pipGone = !fs::exists(home + "/.cache/pip/wheels/x.whl");
+    EXPECT_NE(npmGone, pipGone) << chosen;
+    EXPECT_TRUE(fs::exists(home + "/Documents/notes.txt"));
+
+    keys({"e"});
+    EXPECT_TRUE(shows("Report written")) << screen();
+    keys({"q"});
+    ASSERT_TRUE(waitUntil([&] { return sessionEnded(); }, 30)) << screen();
+}
+
+}  // namespace
+}  // namespace brimlet
