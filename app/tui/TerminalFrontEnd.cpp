@@ -227,7 +227,9 @@ void TerminalFrontEnd::move(int by) {
 
 void TerminalFrontEnd::askQuitApp() {
     const std::vector<AppGroup> listed = listedApps();
-    const auto it = std::find_if(listed.begin(), listed.end(), [&](const AppGroup& g) { return g.id == selectedApp_; });
+    // Until the user moves, the first row is the selected one, as the page draws it.
+    auto it = std::find_if(listed.begin(), listed.end(), [&](const AppGroup& g) { return g.id == selectedApp_; });
+    if (it == listed.end()) it = listed.begin();
     if (it == listed.end()) return;
     const AppGroup group = *it;
     const TerminalQuit::Plan plan = TerminalQuit::plan(group, seams_.uid, seams_.protectedPids, seams_.lookup, seams_.inOwnSession);
@@ -356,13 +358,12 @@ std::vector<Line> TerminalFrontEnd::header(std::size_t columns) const {
         tabs += current ? "]" : " ";
         tabs += " ";
     }
-    const std::string title = " " + std::string(R::productName) + "  ";
-    const std::string right = monitor_.snapshot() ? std::string(DashboardFigures::cadenceNote)
-                                                  : std::string(DashboardFigures::waitingNote);
-    const std::size_t used = displayWidth(title) + displayWidth(tabs);
+    const std::string title = " " + std::string(R::productName) + "   ";
+    const std::string note = monitor_.snapshot() ? std::string(DashboardFigures::cadenceNote)
+                                                 : std::string(DashboardFigures::waitingNote);
     std::string line = title + tabs;
-    if (used < columns) line += fitRight(text(right) + " ", columns - used);
-    return {Line{fit(line, columns), Tone::plain, true, false}, Line{pad(columns)}};
+    if (displayWidth(line) + 8 < columns) line += fitRight("? help ", columns - displayWidth(line));
+    return {Line{fit(line, columns), Tone::plain, true, false}, Line{fit(" " + text(note), columns), Tone::secondary}};
 }
 
 std::vector<Line> TerminalFrontEnd::overview(std::size_t columns) const {
@@ -374,9 +375,8 @@ std::vector<Line> TerminalFrontEnd::overview(std::size_t columns) const {
     }
     // Title, value, gauge, caption, grade: the popover's figures in columns.
     const std::size_t titleWidth = 10, valueWidth = 24, gaugeWidth = 12, gradeWidth = 6;
-    const std::size_t captionWidth = columns > titleWidth + valueWidth + gaugeWidth + gradeWidth + 6
-                                         ? columns - (titleWidth + valueWidth + gaugeWidth + gradeWidth + 6)
-                                         : 0;
+    const std::size_t captionWidth =
+        std::min<std::size_t>(40, columns - (titleWidth + valueWidth + gaugeWidth + gradeWidth + 6));
     for (const ReadingRow& row : popover.readings) {
         std::string line = " " + fit(row.title, titleWidth) + " " + fit(text(row.value), valueWidth) + " ";
         line += row.gauge ? bar(*row.gauge, gaugeWidth, seams_.unicode) : pad(gaugeWidth);
@@ -391,7 +391,7 @@ std::vector<Line> TerminalFrontEnd::overview(std::size_t columns) const {
     lines.push_back({pad(columns)});
     lines.push_back({fit(" " + popover.appsTitle, columns), Tone::plain, true});
     for (const AppListRow& app : popover.apps) {
-        const std::size_t nameWidth = columns > 40 ? columns - 40 : 10;
+        const std::size_t nameWidth = std::min<std::size_t>(columns - 40, 40);
         const std::string line = "   " + fit(text(app.name), nameWidth) + fitRight(app.memory, 11) +
                                  fitRight(app.cpu, 9) + fitRight(app.processes, 5) + " proc";
         lines.push_back({fit(line, columns)});
@@ -614,8 +614,10 @@ void TerminalFrontEnd::overlay(std::vector<Line>& lines, std::size_t columns) co
 Frame TerminalFrontEnd::frame(std::size_t rows, std::size_t columns) const {
     Frame frame;
     if (columns < minimumColumns || rows < minimumRows) {
+        const std::vector<std::string> message = wrap(text(tooSmallText(columns, rows)), columns);
+        const std::size_t top = rows > message.size() ? (rows - message.size()) / 2 : 0;
         for (std::size_t i = 0; i < rows; ++i)
-            frame.lines.push_back({i == rows / 2 ? fit(text(tooSmallText(columns, rows)), columns) : pad(columns)});
+            frame.lines.push_back({i >= top && i - top < message.size() ? fit(message[i - top], columns) : pad(columns)});
         return frame;
     }
     std::vector<Line> head = header(columns);
@@ -639,7 +641,7 @@ Frame TerminalFrontEnd::frame(std::size_t rows, std::size_t columns) const {
     frame.lines.insert(frame.lines.end(), foot.begin(), foot.end());
     // A terminal without UTF-8 gets every symbol, block and the ellipses of cut text in ASCII.
     if (!seams_.unicode)
-        for (Line& line : frame.lines) line.text = fit(ascii(line.text), columns);
+        for (Line& line : frame.lines) line.text = fit(ascii(line.text), columns, ".");
     return frame;
 }
 

@@ -65,8 +65,6 @@ void append(std::string& out, char32_t c) {
     }
 }
 
-constexpr std::string_view ellipsis = "\u2026";
-
 // The longest prefix of at most `width` cells, and its cells.
 std::pair<std::string, std::size_t> prefix(std::string_view text, std::size_t width) {
     std::string out;
@@ -95,7 +93,7 @@ std::size_t displayWidth(std::string_view utf8) {
     return width;
 }
 
-std::string fit(std::string_view utf8, std::size_t width) {
+std::string fit(std::string_view utf8, std::size_t width, std::string_view ellipsis) {
     if (width == 0) return {};
     const std::size_t full = displayWidth(utf8);
     if (full <= width) {
@@ -136,6 +134,7 @@ std::vector<std::string> wrap(std::string_view utf8, std::size_t width) {
                 at += length;
                 cut = at;
             }
+            if (cut < paragraph.size() && paragraph[cut] == ' ') lastSpace = cut;  // the line ends at a word's end
             if (cut == 0) cut = decode(paragraph, 0).second;  // a character wider than the line
             if (lastSpace != std::string_view::npos && lastSpace > 0) {
                 lines.emplace_back(paragraph.substr(0, lastSpace));

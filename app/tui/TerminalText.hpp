@@ -16,9 +16,9 @@ namespace brimlet::tui {
 // one. Bytes that are not UTF-8 count one cell each (they are drawn as a replacement).
 std::size_t displayWidth(std::string_view utf8);
 
-// Exactly `width` cells: cut with an ellipsis when longer, padded with spaces when shorter. A wide
-// character that would straddle the edge is replaced by a space.
-std::string fit(std::string_view utf8, std::size_t width);
+// Exactly `width` cells: cut with an ellipsis (one cell) when longer, padded with spaces when
+// shorter. A wide character that would straddle the edge is replaced by a space.
+std::string fit(std::string_view utf8, std::size_t width, std::string_view ellipsis = "\u2026");
 // The same, right-aligned: numbers line up on their last digit.
 std::string fitRight(std::string_view utf8, std::size_t width);
 
