@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <map>
 
-#include "suite/protocol/GlanceStore.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 #include "tests/support/ChildProcess.hpp"
 #include "tests/support/TempFolder.hpp"
@@ -138,7 +137,7 @@ TEST_F(TerminalEndToEnd, MeasuresAndCleansExactlyThePlantedCache) {
     kestrow::testing::writeFile(home + "/Documents/notes.txt", "mine");
     start();
     keys({"3"});
-    ASSERT_TRUE(shows("m  ")) << screen();
+    ASSERT_TRUE(shows(" m  Measure")) << screen();
     keys({"m"});
     ASSERT_TRUE(shows("[x]")) << screen() << log();
     const std::string measured = screen();
@@ -160,7 +159,7 @@ TEST_F(TerminalEndToEnd, MeasuresAndCleansExactlyThePlantedCache) {
     keys({"Enter"});
     ASSERT_TRUE(shows("Enter  ")) << screen();
     keys({"Enter"});
-    ASSERT_TRUE(shows("e  ")) << screen() << log();
+    ASSERT_TRUE(shows("Removed (1)")) << screen() << log();
     // The one chosen cache is gone; the other and the user's files are where they were.
     const bool npmGone = !fs::exists(home + "/.npm/_cacache/index-v5/aa/1");
     const bool pipGone = !fs::exists(home + "/.cache/pip/wheels/x.whl");
@@ -169,6 +168,10 @@ TEST_F(TerminalEndToEnd, MeasuresAndCleansExactlyThePlantedCache) {
 
     keys({"e"});
     EXPECT_TRUE(shows("Report written")) << screen();
+    std::size_t reports = 0;
+    for (const auto& entry : fs::directory_iterator(temp.path()))
+        if (entry.path().filename().string().starts_with("Cleanup Report ")) ++reports;
+    EXPECT_EQ(reports, 2u);  // Markdown and JSON, in the folder it was started from
     keys({"q"});
     ASSERT_TRUE(waitUntil([&] { return sessionEnded(); }, 30)) << screen();
 }
