@@ -1,10 +1,5 @@
 #include "CursesTerminal.hpp"
 
-// The wide-character functions (add_wch, get_wch) are declared only when asked for.
-#ifndef NCURSES_WIDECHAR
-#define NCURSES_WIDECHAR 1
-#endif
-#include <curses.h>
 #include <langinfo.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -15,6 +10,16 @@
 #include <string>
 
 #include "TerminalText.hpp"
+
+// The wide-character functions (waddnwstr, wget_wch) are declared only when asked for: ncursesw
+// looks at NCURSES_WIDECHAR, the Mac's ncurses 5.7 at _XOPEN_SOURCE_EXTENDED.
+#ifndef NCURSES_WIDECHAR
+#define NCURSES_WIDECHAR 1
+#endif
+#ifndef _XOPEN_SOURCE_EXTENDED
+#define _XOPEN_SOURCE_EXTENDED 1
+#endif
+#include <curses.h>
 
 namespace brimlet::tui {
 
