@@ -363,7 +363,8 @@ std::vector<Line> TerminalFrontEnd::header(std::size_t columns) const {
                                                  : std::string(DashboardFigures::waitingNote);
     std::string line = title + tabs;
     if (displayWidth(line) + 8 < columns) line += fitRight("? help ", columns - displayWidth(line));
-    return {Line{fit(line, columns), Tone::plain, true, false}, Line{fit(" " + text(note), columns), Tone::secondary}};
+    return {Line{fit(line, columns), Tone::plain, true, false}, Line{fit(" " + text(note), columns), Tone::secondary},
+            Line{pad(columns)}};
 }
 
 std::vector<Line> TerminalFrontEnd::overview(std::size_t columns) const {
@@ -596,17 +597,15 @@ void TerminalFrontEnd::overlay(std::vector<Line>& lines, std::size_t columns) co
     std::string buttons = "Enter  " + text(dialog_->confirm);
     if (!dialog_->cancel.empty()) buttons += "     Esc  " + text(dialog_->cancel);
     body.push_back(buttons);
-    const std::string edge = seams_.unicode ? "\u2502" : "|";
+    const bool u = seams_.unicode;
+    const std::string edge = u ? "\u2502" : "|";
     std::string rule;
-    for (std::size_t i = 0; i < width; ++i) rule += seams_.unicode ? "\u2500" : "-";
-    std::vector<std::string> box{rule};
+    for (std::size_t i = 2; i < width; ++i) rule += u ? "\u2500" : "-";
+    std::vector<std::string> box{(u ? "\u250C" : "+") + rule + (u ? "\u2510" : "+")};
     for (const std::string& line : body) box.push_back(edge + " " + fit(line, width - 4) + " " + edge);
-    box.push_back(rule);
+    box.push_back((u ? "\u2514" : "+") + rule + (u ? "\u2518" : "+"));
     const std::size_t top = lines.size() > box.size() ? (lines.size() - box.size()) / 2 : 0;
     for (std::size_t i = 0; i < box.size() && top + i < lines.size(); ++i) {
-        // The box replaces the middle of the line; what is left and right of it stays.
-        const std::string& under = lines[top + i].text;
-        (void)under;
         lines[top + i] = Line{pad(left) + fit(box[i], width) + pad(columns - left - width), Tone::plain, i == 1, false};
     }
 }

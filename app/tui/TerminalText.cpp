@@ -172,6 +172,7 @@ std::string ascii(std::string_view utf8) {
             case 0x00D7: out += 'x'; break;
             case 0x00A0: case 0x2009: case 0x202F: out += ' '; break;
             case 0x2502: out += '|'; break;
+            case 0x250C: case 0x2510: case 0x2514: case 0x2518: out += '+'; break;
             case 0x2591: case 0x2592: out += '.'; break;
             case 0x2581: case 0x2582: case 0x2583: case 0x2584: case 0x2585: case 0x2586: case 0x2587:
             case 0x2588: case 0x2589: case 0x258A: case 0x258B: case 0x258C: case 0x258D: case 0x258E:
