@@ -1,7 +1,8 @@
 // The real program's "--tui" in a real terminal: tmux runs it in a detached 100×30 session with a
 // temporary home, settings and suite folder; the test types keys and reads the screen back. The
 // overview shows figures, the apps page lists this test's own child, the cleanup page measures and
-// cleans exactly the planted cache, and q leaves a stopped record and a free lock behind.
+// cleans exactly the chosen cache and the approved personal item (into the Trash), and q leaves a
+// stopped record and a free lock behind.
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -131,39 +132,41 @@ TEST_F(TerminalEndToEnd, OverviewAppsAndAQuitThatLeavesTheSuiteCleanly) {
     EXPECT_TRUE(lockIsFree(folder.lockURL()));
 }
 
-TEST_F(TerminalEndToEnd, MeasuresAndCleansExactlyThePlantedCache) {
+TEST_F(TerminalEndToEnd, CleansExactlyTheChosenCacheAndTheApprovedPersonalItem) {
     kestrow::testing::writeFile(home + "/.npm/_cacache/index-v5/aa/1", std::string(70'000, 'n'));
     kestrow::testing::writeFile(home + "/.cache/pip/wheels/x.whl", std::string(150'000, 'p'));
+    kestrow::testing::writeFile(home + "/work/site/node_modules/left-pad/index.js", std::string(40'000, 'j'));
+    kestrow::testing::writeFile(home + "/work/site/package.json", "{}");
     kestrow::testing::writeFile(home + "/Documents/notes.txt", "mine");
     start();
     keys({"3"});
     ASSERT_TRUE(shows(" m  Measure")) << screen();
     keys({"m"});
-    ASSERT_TRUE(shows("[x]")) << screen() << log();
+    // The caches come chosen, in the catalog's order (npm, then pip); the personal item does not.
+    ASSERT_TRUE(shows("[ ] node_modules in site")) << screen() << log();
     const std::string measured = screen();
-    EXPECT_NE(measured.find(".npm/_cacache"), std::string::npos) << measured;
-    EXPECT_NE(measured.find(".cache/pip"), std::string::npos) << measured;
+    EXPECT_NE(measured.find("[x] npm cache"), std::string::npos) << measured;
+    EXPECT_NE(measured.find("[x] pip cache"), std::string::npos) << measured;
+    EXPECT_NE(measured.find(home + "/.npm/_cacache"), std::string::npos) << measured;
 
-    // Drop everything but the first row (npm comes first in the catalog), then clean.
-    std::size_t rows = 0;
-    for (std::size_t at = measured.find("[x]"); at != std::string::npos; at = measured.find("[x]", at + 1)) ++rows;
-    for (std::size_t i = 1; i < rows; ++i) keys({"Down", "Space"});
-    keys({"Home"});
-    EXPECT_TRUE(waitUntil([&] {
-        const std::string now = screen();
-        return now.find("[x]") != std::string::npos && now.find("[x]", now.find("[x]") + 1) == std::string::npos;
-    }, 30)) << screen();
-    const bool npmChosen = screen().find("[x] npm") != std::string::npos || fs::exists(home + "/.npm");
-    ASSERT_TRUE(npmChosen);
-    const std::string chosen = screen();
+    keys({"Down", "Space"});
+    ASSERT_TRUE(shows("[ ] pip cache")) << screen();
+    keys({"Down", "Space"});
+    ASSERT_TRUE(shows("node_modules in site")) << screen();
+    ASSERT_TRUE(shows("never deleted")) << screen();  // the approval names where it goes
+    EXPECT_NE(screen().find(home + "/work/site/node_modules"), std::string::npos) << screen();
     keys({"Enter"});
-    ASSERT_TRUE(shows("Enter  ")) << screen();
+    ASSERT_TRUE(shows("[x] node_modules in site")) << screen();
+
     keys({"Enter"});
-    ASSERT_TRUE(shows("Removed (1)")) << screen() << log();
-    // The one chosen cache is gone; the other and the user's files are where they were.
-    const bool npmGone = !fs::exists(home + "/.npm/_cacache/index-v5/aa/1");
-    const bool pipGone = !fs::exists(home + "/.cache/pip/wheels/x.whl");
-    EXPECT_NE(npmGone, pipGone) << chosen;
+    ASSERT_TRUE(shows("Clean 2 items?")) << screen();
+    keys({"Enter"});
+    ASSERT_TRUE(shows("Removed (2)")) << screen() << log();
+    EXPECT_FALSE(fs::exists(home + "/.npm/_cacache"));
+    EXPECT_TRUE(fs::exists(home + "/.cache/pip/wheels/x.whl"));
+    EXPECT_FALSE(fs::exists(home + "/work/site/node_modules"));
+    EXPECT_TRUE(fs::exists(home + "/.local/share/Trash/files/node_modules/left-pad/index.js"));
+    EXPECT_TRUE(fs::exists(home + "/work/site/package.json"));
     EXPECT_TRUE(fs::exists(home + "/Documents/notes.txt"));
 
     keys({"e"});
