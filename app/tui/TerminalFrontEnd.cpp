@@ -349,6 +349,16 @@ bool TerminalFrontEnd::press(int key) {
 
 // ---- Layout ----
 
+// Text fitted to its cells in the frame's character set: without UTF-8 the symbols are spelled in
+// ASCII before they are measured, so a cut text ends in "." rather than an ellipsis that grows.
+std::string TerminalFrontEnd::cell(std::string_view utf8, std::size_t width) const {
+    return seams_.unicode ? fit(utf8, width) : fit(ascii(utf8), width, ".");
+}
+
+std::string TerminalFrontEnd::cellRight(std::string_view utf8, std::size_t width) const {
+    return seams_.unicode ? fitRight(utf8, width) : fitRight(ascii(utf8), width, ".");
+}
+
 std::vector<Line> TerminalFrontEnd::header(std::size_t columns) const {
     std::string tabs;
     for (int i = 0; i < 3; ++i) {
@@ -362,8 +372,8 @@ std::vector<Line> TerminalFrontEnd::header(std::size_t columns) const {
     const std::string note = monitor_.snapshot() ? std::string(DashboardFigures::cadenceNote)
                                                  : std::string(DashboardFigures::waitingNote);
     std::string line = title + tabs;
-    if (displayWidth(line) + 8 < columns) line += fitRight("? help ", columns - displayWidth(line));
-    return {Line{fit(line, columns), Tone::plain, true, false}, Line{fit(" " + text(note), columns), Tone::secondary},
+    if (displayWidth(line) + 8 < columns) line += cellRight("? help ", columns - displayWidth(line));
+    return {Line{cell(line, columns), Tone::plain, true, false}, Line{cell(" " + text(note), columns), Tone::secondary},
             Line{pad(columns)}};
 }
 
@@ -371,7 +381,7 @@ std::vector<Line> TerminalFrontEnd::overview(std::size_t columns) const {
     std::vector<Line> lines;
     const PopoverScreen popover = MonitorScreens::popover(monitor_);
     if (!popover.waiting.empty()) {
-        lines.push_back({fit(" " + text(popover.waiting), columns), Tone::secondary});
+        lines.push_back({cell(" " + text(popover.waiting), columns), Tone::secondary});
         return lines;
     }
     // Title, value, gauge, caption, grade: the popover's figures in columns.
@@ -379,27 +389,27 @@ std::vector<Line> TerminalFrontEnd::overview(std::size_t columns) const {
     const std::size_t captionWidth =
         std::min<std::size_t>(40, columns - (titleWidth + valueWidth + gaugeWidth + gradeWidth + 6));
     for (const ReadingRow& row : popover.readings) {
-        std::string line = " " + fit(row.title, titleWidth) + " " + fit(text(row.value), valueWidth) + " ";
+        std::string line = " " + cell(row.title, titleWidth) + " " + cell(text(row.value), valueWidth) + " ";
         line += row.gauge ? bar(*row.gauge, gaugeWidth, seams_.unicode) : pad(gaugeWidth);
-        line += "  " + fit(text(row.caption), captionWidth) + " ";
-        line += row.grade ? fitRight(std::string(row.grade->rawValue()), gradeWidth) : pad(gradeWidth);
+        line += "  " + cell(text(row.caption), captionWidth) + " ";
+        line += row.grade ? cellRight(std::string(row.grade->rawValue()), gradeWidth) : pad(gradeWidth);
         Tone tone = Tone::plain;
         if (row.grade && (*row.grade == Rating::fair)) tone = Tone::warning;
         if (row.grade && (*row.grade == Rating::poor)) tone = Tone::failure;
         if (row.id == "pressure" && row.value != "Normal") tone = Tone::warning;
-        lines.push_back({fit(line, columns), tone});
+        lines.push_back({cell(line, columns), tone});
     }
     lines.push_back({pad(columns)});
-    lines.push_back({fit(" " + popover.appsTitle, columns), Tone::plain, true});
+    lines.push_back({cell(" " + popover.appsTitle, columns), Tone::plain, true});
     for (const AppListRow& app : popover.apps) {
         const std::size_t nameWidth = std::min<std::size_t>(columns - 40, 40);
-        const std::string line = "   " + fit(text(app.name), nameWidth) + fitRight(app.memory, 11) +
-                                 fitRight(app.cpu, 9) + fitRight(app.processes, 5) + " proc";
-        lines.push_back({fit(line, columns)});
+        const std::string line = "   " + cell(text(app.name), nameWidth) + cellRight(app.memory, 11) +
+                                 cellRight(app.cpu, 9) + cellRight(app.processes, 5) + " proc";
+        lines.push_back({cell(line, columns)});
     }
     const DashboardScreen dashboard = MonitorScreens::dashboard(monitor_);
     lines.push_back({pad(columns)});
-    lines.push_back({fit(" " + dashboard.chartsHeading, columns), Tone::plain, true});
+    lines.push_back({cell(" " + dashboard.chartsHeading, columns), Tone::plain, true});
     const std::size_t labelWidth = 12, nowWidth = 14;
     const std::size_t chartWidth = columns > labelWidth + nowWidth + 4 ? columns - labelWidth - nowWidth - 4 : 1;
     for (const DashboardChart& chart : dashboard.charts) {
@@ -412,10 +422,10 @@ std::vector<Line> TerminalFrontEnd::overview(std::size_t columns) const {
                     now = series.line.text(**it);
                     break;
                 }
-            const std::string line = " " + fit(label, labelWidth) + " " +
+            const std::string line = " " + cell(label, labelWidth) + " " +
                                      tui::chart(series.values, chart.ceiling, chartWidth, seams_.unicode) + " " +
-                                     fitRight(text(now.empty() ? std::string(R::unknown) : now), nowWidth);
-            lines.push_back({fit(line, columns), Tone::plain});
+                                     cellRight(text(now.empty() ? std::string(R::unknown) : now), nowWidth);
+            lines.push_back({cell(line, columns), Tone::plain});
         }
     }
     return lines;
@@ -425,18 +435,18 @@ std::vector<Line> TerminalFrontEnd::apps(std::size_t columns, std::size_t height
     std::vector<Line> lines;
     const auto& snapshot = monitor_.snapshot();
     if (!snapshot) {
-        lines.push_back({fit(" " + text(DashboardFigures::waitingNote), columns), Tone::secondary});
+        lines.push_back({cell(" " + text(DashboardFigures::waitingNote), columns), Tone::secondary});
         return lines;
     }
     const std::vector<AppGroup> listed = listedApps();
     std::string heading = " " + std::to_string(listed.size()) + " apps by " + std::string(sortTitle(sort_));
     if (editingFilter_ || !filter_.empty()) heading += "    Filter: " + filter_ + (editingFilter_ ? "_" : "");
-    lines.push_back({fit(heading, columns), Tone::plain, true});
+    lines.push_back({cell(heading, columns), Tone::plain, true});
     const std::size_t memoryWidth = 11, cpuWidth = 9, diskWidth = 13, processWidth = 7, quitWidth = 6;
     const std::size_t fixed = memoryWidth + cpuWidth + diskWidth + processWidth + quitWidth + 3;
     const std::size_t nameWidth = columns > fixed + 10 ? columns - fixed : 10;
-    lines.push_back({fit("   " + fit("App", nameWidth - 2) + fitRight("Memory", memoryWidth) + fitRight("CPU", cpuWidth) +
-                             fitRight("Disk", diskWidth) + fitRight("Procs", processWidth) + fitRight("Quit", quitWidth),
+    lines.push_back({cell("   " + cell("App", nameWidth - 2) + cellRight("Memory", memoryWidth) + cellRight("CPU", cpuWidth) +
+                             cellRight("Disk", diskWidth) + cellRight("Procs", processWidth) + cellRight("Quit", quitWidth),
                          columns),
                      Tone::secondary});
     std::string selected = selectedApp_;
@@ -451,18 +461,18 @@ std::vector<Line> TerminalFrontEnd::apps(std::size_t columns, std::size_t height
     for (std::size_t i = first; i < listed.size() && i < first + room; ++i) {
         const AppGroup& group = listed[i];
         const TerminalQuit::Plan plan = TerminalQuit::plan(group, seams_.uid, seams_.protectedPids, seams_.lookup, seams_.inOwnSession);
-        const std::string line = "   " + fit(text(group.name), nameWidth - 2) +
-                                 fitRight(ByteFormat::memory(group.footprint), memoryWidth) +
-                                 fitRight(R::processPercent(group.cpuPercent), cpuWidth) +
-                                 fitRight(text(ByteFormat::rate(group.diskTotalPerSecond())), diskWidth) +
-                                 fitRight(std::to_string(group.pids.size()), processWidth) +
-                                 fitRight(plan.allowed() ? "x" : "", quitWidth);
+        const std::string line = "   " + cell(text(group.name), nameWidth - 2) +
+                                 cellRight(ByteFormat::memory(group.footprint), memoryWidth) +
+                                 cellRight(R::processPercent(group.cpuPercent), cpuWidth) +
+                                 cellRight(text(ByteFormat::rate(group.diskTotalPerSecond())), diskWidth) +
+                                 cellRight(std::to_string(group.pids.size()), processWidth) +
+                                 cellRight(plan.allowed() ? "x" : "", quitWidth);
         const bool isSelected = group.id == selected;
         if (isSelected) selectedLine = lines.size();
-        lines.push_back({fit(line, columns), Tone::plain, false, isSelected});
+        lines.push_back({cell(line, columns), Tone::plain, false, isSelected});
     }
     const std::string note = DashboardFigures::hiddenProcessNote(snapshot->hiddenProcessCount);
-    if (!note.empty()) lines.push_back({fit(" " + text(note), columns), Tone::secondary});
+    if (!note.empty()) lines.push_back({cell(" " + text(note), columns), Tone::secondary});
     return lines;
 }
 
@@ -471,37 +481,37 @@ std::vector<Line> TerminalFrontEnd::cleanup(std::size_t columns, std::size_t& se
     const CleanupScreen s = presenter_.screen();
     const auto paragraph = [&](std::string_view body, Tone tone, std::size_t indent) {
         for (const std::string& line : wrap(text(body), columns - indent))
-            lines.push_back({fit(pad(indent) + line, columns), tone});
+            lines.push_back({cell(pad(indent) + line, columns), tone});
     };
-    lines.push_back({fit(" " + text(s.tagline), columns), Tone::secondary});
+    lines.push_back({cell(" " + text(s.tagline), columns), Tone::secondary});
     if (s.fullDiskAccess.visible) paragraph(s.fullDiskAccess.text, Tone::warning, 1);
     lines.push_back({pad(columns)});
     switch (s.step.value) {
         case CleanupPhase::idle:
-            lines.push_back({fit(" " + text(s.idle.heading), columns), Tone::plain, true});
+            lines.push_back({cell(" " + text(s.idle.heading), columns), Tone::plain, true});
             for (const CleanupScreen::Group& group : s.idle.groups) {
-                lines.push_back({fit("   " + text(group.title), columns), Tone::plain, true});
+                lines.push_back({cell("   " + text(group.title), columns), Tone::plain, true});
                 paragraph(group.body, Tone::secondary, 5);
             }
             if (!s.idle.note.empty()) paragraph(s.idle.note, Tone::secondary, 1);
             lines.push_back({pad(columns)});
-            lines.push_back({fit(" m  " + text(s.idle.measure.title), columns)});
+            lines.push_back({cell(" m  " + text(s.idle.measure.title), columns)});
             break;
         case CleanupPhase::measuring:
         case CleanupPhase::scanning:
         case CleanupPhase::cleaning: {
-            lines.push_back({fit(" " + text(s.busy.line), columns)});
+            lines.push_back({cell(" " + text(s.busy.line), columns)});
             const std::size_t width = columns > 20 ? columns - 20 : 10;
             if (s.busy.total > 0) {
                 const double fraction = static_cast<double>(s.busy.completed) / static_cast<double>(s.busy.total);
-                lines.push_back({fit(" " + bar(fraction, width, seams_.unicode) + " " + std::to_string(s.busy.completed) +
+                lines.push_back({cell(" " + bar(fraction, width, seams_.unicode) + " " + std::to_string(s.busy.completed) +
                                          "/" + std::to_string(s.busy.total),
                                      columns)});
             } else {
-                lines.push_back({fit(" " + text(s.busy.progressLabel) + text("\u2026"), columns), Tone::secondary});
+                lines.push_back({cell(" " + text(s.busy.progressLabel) + text("\u2026"), columns), Tone::secondary});
             }
             lines.push_back({pad(columns)});
-            lines.push_back({fit(" c  " + text(s.busy.cancel.title), columns)});
+            lines.push_back({cell(" c  " + text(s.busy.cancel.title), columns)});
             break;
         }
         case CleanupPhase::ready: {
@@ -514,44 +524,44 @@ std::vector<Line> TerminalFrontEnd::cleanup(std::size_t columns, std::size_t& se
             for (std::size_t i = 0; i < r.rows.size(); ++i) {
                 const CleanupItemRow& row = r.rows[i];
                 const std::string box = row.chosen ? "[x] " : (row.include.enabled ? "[ ] " : " -  ");
-                const std::string line = " " + box + fit(text(row.title), titleWidth) + fitRight(text(row.size), sizeWidth) +
-                                         "  " + fit(text(row.category), categoryWidth);
+                const std::string line = " " + box + cell(text(row.title), titleWidth) + cellRight(text(row.size), sizeWidth) +
+                                         "  " + cell(text(row.category), categoryWidth);
                 const bool isSelected = i == std::min(selectedItem_, r.rows.size() - 1);
                 if (isSelected) selectedLine = lines.size();
-                lines.push_back({fit(line, columns), Tone::plain, false, isSelected});
-                lines.push_back({fit("       " + text(row.path), columns), Tone::secondary});
-                if (!row.note.empty()) lines.push_back({fit("       " + text(row.note), columns), row.noteTone});
+                lines.push_back({cell(line, columns), Tone::plain, false, isSelected});
+                lines.push_back({cell("       " + text(row.path), columns), Tone::secondary});
+                if (!row.note.empty()) lines.push_back({cell("       " + text(row.note), columns), row.noteTone});
             }
-            if (r.rows.empty()) lines.push_back({fit(" Nothing to clean was found.", columns), Tone::secondary});
+            if (r.rows.empty()) lines.push_back({cell(" Nothing to clean was found.", columns), Tone::secondary});
             lines.push_back({pad(columns)});
             if (r.modesEnabled) {
                 std::string modes = " " + text(r.modeTitle) + " ";
                 for (const CleanupScreen::ModeOption& option : r.modes)
                     modes += (option.chosen ? " (*) " : " ( ) ") + text(option.choose.title);
-                lines.push_back({fit(modes + "    d  switch", columns)});
+                lines.push_back({cell(modes + "    d  switch", columns)});
                 if (!r.modeNote.empty()) paragraph(r.modeNote, Tone::secondary, 1);
             }
-            lines.push_back({fit(" " + text(r.total), columns), Tone::plain, true});
-            lines.push_back({fit(" Enter  " + text(r.clean.title) + (r.clean.enabled ? "" : " (choose an item first)") +
+            lines.push_back({cell(" " + text(r.total), columns), Tone::plain, true});
+            lines.push_back({cell(" Enter  " + text(r.clean.title) + (r.clean.enabled ? "" : " (choose an item first)") +
                                      "    m  " + text(r.measureAgain.title),
                                  columns)});
             break;
         }
         case CleanupPhase::finished: {
             const CleanupScreen::Finished& f = s.finished;
-            lines.push_back({fit(" " + text(f.headline), columns), f.tone, true});
+            lines.push_back({cell(" " + text(f.headline), columns), f.tone, true});
             for (const std::string& line : f.lines) paragraph(line, Tone::plain, 1);
             for (const CleanupScreen::Section& section : f.sections) {
                 lines.push_back({pad(columns)});
-                lines.push_back({fit(" " + text(section.title), columns), Tone::plain, true});
-                if (section.entries.empty()) lines.push_back({fit("   " + text(section.empty), columns), Tone::secondary});
+                lines.push_back({cell(" " + text(section.title), columns), Tone::plain, true});
+                if (section.entries.empty()) lines.push_back({cell("   " + text(section.empty), columns), Tone::secondary});
                 for (const CleanupScreen::Entry& entry : section.entries) {
-                    lines.push_back({fit("   " + text(entry.text), columns), entry.tone});
-                    if (!entry.path.empty()) lines.push_back({fit("     " + text(entry.path), columns), Tone::secondary});
+                    lines.push_back({cell("   " + text(entry.text), columns), entry.tone});
+                    if (!entry.path.empty()) lines.push_back({cell("     " + text(entry.path), columns), Tone::secondary});
                 }
             }
             lines.push_back({pad(columns)});
-            lines.push_back({fit(" e  " + text(f.exportMarkdown.title) + " + JSON    r  " + text(f.startOver.title) +
+            lines.push_back({cell(" e  " + text(f.exportMarkdown.title) + " + JSON    r  " + text(f.startOver.title) +
                                      "    m  Measure again",
                                  columns)});
             break;
@@ -562,17 +572,17 @@ std::vector<Line> TerminalFrontEnd::cleanup(std::size_t columns, std::size_t& se
 
 std::vector<Line> TerminalFrontEnd::help(std::size_t columns) const {
     std::vector<Line> lines;
-    lines.push_back({fit(" Keys on the " + std::string(pageTitles[static_cast<int>(page_)]) + " page", columns),
+    lines.push_back({cell(" Keys on the " + std::string(pageTitles[static_cast<int>(page_)]) + " page", columns),
                      Tone::plain, true});
     for (const KeyHint& hint : helpHints(page_))
-        lines.push_back({fit("   " + fit(text(hint.keys), 26) + text(hint.what), columns)});
+        lines.push_back({cell("   " + cell(text(hint.keys), 26) + text(hint.what), columns)});
     lines.push_back({pad(columns)});
     for (const std::string& line :
          wrap("Alerts only inform. They never clean or quit anything. An app is only ever asked to quit "
               "(SIGTERM), never killed; this program, the terminal it runs in and system processes are never "
               "offered. Personal items go to the Trash, never for good.",
               columns - 2))
-        lines.push_back({fit(" " + line, columns), Tone::secondary});
+        lines.push_back({cell(" " + line, columns), Tone::secondary});
     return lines;
 }
 
@@ -580,8 +590,8 @@ std::vector<Line> TerminalFrontEnd::footer(std::size_t columns) const {
     std::string keys;
     for (const KeyHint& hint : footerHints(context())) keys += " " + text(hint.keys) + " " + hint.what + " ";
     std::vector<Line> lines;
-    lines.push_back({fit(" " + text(status_), columns), status_.empty() ? Tone::secondary : statusTone_});
-    lines.push_back({fit(keys, columns), Tone::plain, false, true});
+    lines.push_back({cell(" " + text(status_), columns), status_.empty() ? Tone::secondary : statusTone_});
+    lines.push_back({cell(keys, columns), Tone::plain, false, true});
     return lines;
 }
 
@@ -602,11 +612,11 @@ void TerminalFrontEnd::overlay(std::vector<Line>& lines, std::size_t columns) co
     std::string rule;
     for (std::size_t i = 2; i < width; ++i) rule += u ? "\u2500" : "-";
     std::vector<std::string> box{(u ? "\u250C" : "+") + rule + (u ? "\u2510" : "+")};
-    for (const std::string& line : body) box.push_back(edge + " " + fit(line, width - 4) + " " + edge);
+    for (const std::string& line : body) box.push_back(edge + " " + cell(line, width - 4) + " " + edge);
     box.push_back((u ? "\u2514" : "+") + rule + (u ? "\u2518" : "+"));
     const std::size_t top = lines.size() > box.size() ? (lines.size() - box.size()) / 2 : 0;
     for (std::size_t i = 0; i < box.size() && top + i < lines.size(); ++i) {
-        lines[top + i] = Line{pad(left) + fit(box[i], width) + pad(columns - left - width), Tone::plain, i == 1, false};
+        lines[top + i] = Line{pad(left) + cell(box[i], width) + pad(columns - left - width), Tone::plain, i == 1, false};
     }
 }
 
@@ -616,7 +626,7 @@ Frame TerminalFrontEnd::frame(std::size_t rows, std::size_t columns) const {
         const std::vector<std::string> message = wrap(text(tooSmallText(columns, rows)), columns);
         const std::size_t top = rows > message.size() ? (rows - message.size()) / 2 : 0;
         for (std::size_t i = 0; i < rows; ++i)
-            frame.lines.push_back({i >= top && i - top < message.size() ? fit(message[i - top], columns) : pad(columns)});
+            frame.lines.push_back({i >= top && i - top < message.size() ? cell(message[i - top], columns) : pad(columns)});
         return frame;
     }
     std::vector<Line> head = header(columns);

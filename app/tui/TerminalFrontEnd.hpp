@@ -156,6 +156,8 @@ private:
     void cleanupAction(CleanupCommand command, const std::string& target = {});
     void showCleanupDialog(const CleanupDialog& dialog);
     std::string text(std::string_view utf8) const;
+    std::string cell(std::string_view utf8, std::size_t width) const;
+    std::string cellRight(std::string_view utf8, std::size_t width) const;
 
     MonitorStore& monitor_;
     CleanupStore& cleanup_;

@@ -105,9 +105,9 @@ std::string fit(std::string_view utf8, std::size_t width, std::string_view ellip
     return text + std::string(width - 1 - used, ' ');
 }
 
-std::string fitRight(std::string_view utf8, std::size_t width) {
+std::string fitRight(std::string_view utf8, std::size_t width, std::string_view ellipsis) {
     const std::size_t full = displayWidth(utf8);
-    if (full >= width) return fit(utf8, width);
+    if (full >= width) return fit(utf8, width, ellipsis);
     return std::string(width - full, ' ') + std::string(prefix(utf8, full).first);
 }
 

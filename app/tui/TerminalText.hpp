@@ -20,7 +20,7 @@ std::size_t displayWidth(std::string_view utf8);
 // shorter. A wide character that would straddle the edge is replaced by a space.
 std::string fit(std::string_view utf8, std::size_t width, std::string_view ellipsis = "\u2026");
 // The same, right-aligned: numbers line up on their last digit.
-std::string fitRight(std::string_view utf8, std::size_t width);
+std::string fitRight(std::string_view utf8, std::size_t width, std::string_view ellipsis = "\u2026");
 
 // Lines of at most `width` cells, broken at spaces where possible; explicit newlines kept. A word
 // longer than the width is cut across lines.

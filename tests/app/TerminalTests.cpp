@@ -391,6 +391,21 @@ TEST_F(FrontEndRig, EveryFrameFillsTheTerminalExactly) {
     }
 }
 
+// Spelled in ASCII, a cut caption ends in one "." as it ended in one ellipsis: the grades after it
+// stay where they were.
+TEST_F(FrontEndRig, TheASCIIOverviewKeepsItsColumns) {
+    sample();
+    const auto grades = [](const Frame& frame) {
+        std::vector<std::size_t> at;
+        for (const Line& line : frame.lines)
+            if (line.text.size() > 6 && line.text.ends_with("Great")) at.push_back(displayWidth(line.text));
+        return at;
+    };
+    const std::vector<std::size_t> unicode = grades(frontEnd(true).frame(24, 80));
+    EXPECT_GE(unicode.size(), 2u);
+    EXPECT_EQ(grades(frontEnd(false).frame(24, 80)), unicode);
+}
+
 TEST_F(FrontEndRig, TheOverviewShowsThePopoversFiguresAndTheCharts) {
     TerminalFrontEnd screen = frontEnd();
     EXPECT_NE(joined(screen.frame(24, 80)).find("Taking the first sample"), std::string::npos);
