@@ -60,10 +60,9 @@ int translate(wint_t key, bool function) {
 
 std::unique_ptr<CursesTerminal> CursesTerminal::open() {
     if (!::isatty(STDIN_FILENO) || !::isatty(STDOUT_FILENO)) return nullptr;
-    std::setlocale(LC_ALL, "");
-    // Numbers and dates the program writes elsewhere stay in the C locale's form; only the
-    // terminal's character set matters here.
-    std::setlocale(LC_NUMERIC, "C");
+    // Only the terminal's character set is taken from the environment: numbers, dates and sorting
+    // everywhere else stay in the C locale's form.
+    std::setlocale(LC_CTYPE, "");
     std::unique_ptr<CursesTerminal> terminal(new CursesTerminal());
     const char* codeset = ::nl_langinfo(CODESET);
     terminal->unicode_ = isUTF8Codeset(codeset ? codeset : "");

@@ -5,6 +5,7 @@
 
 #include "TerminalText.hpp"
 #include "app/MonitorReadout.hpp"
+#include "app/SettingsChoices.hpp"
 #include "core/common/ByteFormat.hpp"
 
 namespace brimlet::tui {
@@ -14,7 +15,23 @@ using screens::Tone;
 
 namespace {
 
-constexpr std::string_view pageTitles[] = {"Overview", "Apps", "Cleanup"};
+constexpr std::string_view pageTitles[] = {"Overview", "Apps", "Cleanup", "Settings"};
+
+// The settings the terminal can change, in the settings window's words; the rest of that window
+// (menu bar, floating monitor, Dock badges, login item) means nothing in a terminal.
+constexpr std::size_t settingRows = 5;
+constexpr std::string_view pressureAlertTitle = "Memory pressure stays critical";
+constexpr std::string_view lowDiskAlertTitle = "Disk space is low";
+constexpr std::string_view lowDiskThresholdTitle = "Low disk alert threshold";
+constexpr std::string_view heavyAppAlertTitle = "An app uses a lot of memory";
+constexpr std::string_view heavyAppThresholdTitle = "Heavy app alert threshold";
+
+// The choice after `current` in the list, the first after the last.
+std::uint64_t nextChoice(const std::vector<SettingChoice<std::uint64_t>>& choices, std::uint64_t current) {
+    for (std::size_t i = 0; i < choices.size(); ++i)
+        if (choices[i].value == current) return choices[(i + 1) % choices.size()].value;
+    return choices.empty() ? current : choices.front().value;
+}
 
 bool isPrintable(int key) { return key >= 0x20 && key != 0x7F && key < 0x110000; }
 
@@ -55,6 +72,7 @@ Command commandFor(int key, const KeyContext& context) {
         case '1': return Command::showOverview;
         case '2': return Command::showApps;
         case '3': return Command::showCleanup;
+        case '4': return Command::showSettings;
         case Key::tab: case Key::right: return Command::nextPage;
         case Key::backTab: case Key::left: return Command::previousPage;
         case Key::up: case 'k': return Command::up;
@@ -70,6 +88,12 @@ Command commandFor(int key, const KeyContext& context) {
             case 's': return Command::sortNext;
             case '/': return Command::filter;
             case Key::enter: case '\r': case 'x': return Command::askQuitApp;
+            default: return Command::none;
+        }
+    }
+    if (context.page == Page::settings) {
+        switch (key) {
+            case ' ': case Key::enter: case '\r': return Command::toggleItem;
             default: return Command::none;
         }
     }
@@ -92,19 +116,20 @@ std::vector<KeyHint> footerHints(const KeyContext& context) {
     if (context.dialog) return {{"Enter", "confirm"}, {"Esc", "cancel"}};
     if (context.help) return {{"Esc", "close help"}};
     if (context.editingFilter) return {{"Enter", "keep filter"}, {"Esc", "clear filter"}};
-    std::vector<KeyHint> hints{{"1-3", "pages"}};
+    std::vector<KeyHint> hints{{"1-4", "pages"}};
     if (context.page == Page::apps)
         hints.insert(hints.end(), {{"\u2191\u2193", "select"}, {"s", "sort"}, {"/", "filter"}, {"x", "quit app"}});
     if (context.page == Page::cleanup)
         hints.insert(hints.end(), {{"m", "measure"}, {"Space", "choose"}, {"Enter", "clean"}, {"c", "cancel"},
                                    {"e", "export"}});
+    if (context.page == Page::settings) hints.insert(hints.end(), {{"\u2191\u2193", "select"}, {"Space", "change"}});
     hints.insert(hints.end(), {{"?", "help"}, {"q", "quit"}});
     return hints;
 }
 
 std::vector<KeyHint> helpHints(Page page) {
     std::vector<KeyHint> hints{
-        {"1  2  3", "Overview, Apps, Cleanup"},
+        {"1  2  3  4", "Overview, Apps, Cleanup, Settings"},
         {"Tab  \u2190 \u2192", "next and previous page"},
         {"\u2191 \u2193  j k  PgUp PgDn  g G", "move the selection"},
     };
@@ -126,6 +151,8 @@ std::vector<KeyHint> helpHints(Page page) {
             {"r", "start over"},
         });
     }
+    if (page == Page::settings)
+        hints.insert(hints.end(), {{"Space  Enter", "switch an alert on or off, or pick the next threshold"}});
     hints.insert(hints.end(), {{"?", "this help"}, {"q", "quit Kestrow Brimlet"}});
     return hints;
 }
@@ -217,12 +244,33 @@ void TerminalFrontEnd::move(int by) {
             if (listed[i].id == selectedApp_) at = static_cast<long>(i);
         at = std::clamp(at + by, 0L, static_cast<long>(listed.size()) - 1);
         selectedApp_ = listed[static_cast<std::size_t>(at)].id;
+    } else if (page_ == Page::settings) {
+        selectedSetting_ = static_cast<std::size_t>(
+            std::clamp(static_cast<long>(selectedSetting_) + by, 0L, static_cast<long>(settingRows) - 1));
     } else if (page_ == Page::cleanup) {
         const std::size_t count = cleanupIds().size();
         if (count == 0) return;
         const long at = std::clamp(static_cast<long>(selectedItem_) + by, 0L, static_cast<long>(count) - 1);
         selectedItem_ = static_cast<std::size_t>(at);
     }
+}
+
+void TerminalFrontEnd::changeSetting() {
+    AlertSettings alerts = monitor_.alertSettings();
+    switch (selectedSetting_) {
+        case 0: alerts.memoryPressureEnabled = !alerts.memoryPressureEnabled; break;
+        case 1: alerts.lowDiskEnabled = !alerts.lowDiskEnabled; break;
+        case 2:
+            alerts.lowDiskThreshold =
+                nextChoice(SettingsChoices::lowDiskThresholds(alerts.lowDiskThreshold), alerts.lowDiskThreshold);
+            break;
+        case 3: alerts.heavyAppEnabled = !alerts.heavyAppEnabled; break;
+        default:
+            alerts.heavyAppThreshold =
+                nextChoice(SettingsChoices::heavyAppThresholds(alerts.heavyAppThreshold), alerts.heavyAppThreshold);
+            break;
+    }
+    monitor_.setAlertSettings(alerts);
 }
 
 void TerminalFrontEnd::askQuitApp() {
@@ -314,8 +362,11 @@ bool TerminalFrontEnd::press(int key) {
         case Command::showOverview: page_ = Page::overview; return true;
         case Command::showApps: page_ = Page::apps; return true;
         case Command::showCleanup: page_ = Page::cleanup; return true;
-        case Command::nextPage: page_ = static_cast<Page>((static_cast<int>(page_) + 1) % 3); return true;
-        case Command::previousPage: page_ = static_cast<Page>((static_cast<int>(page_) + 2) % 3); return true;
+        case Command::showSettings: page_ = Page::settings; return true;
+        case Command::nextPage: page_ = static_cast<Page>((static_cast<int>(page_) + 1) % pageCount); return true;
+        case Command::previousPage:
+            page_ = static_cast<Page>((static_cast<int>(page_) + pageCount - 1) % pageCount);
+            return true;
         case Command::up: move(-1); return true;
         case Command::down: move(1); return true;
         case Command::pageUp: move(-10); return true;
@@ -328,6 +379,10 @@ bool TerminalFrontEnd::press(int key) {
         case Command::measure: cleanupAction(CleanupCommand::measure); return true;
         case Command::cancel: cleanupAction(CleanupCommand::cancel); return true;
         case Command::toggleItem: {
+            if (page_ == Page::settings) {
+                changeSetting();
+                return true;
+            }
             const std::vector<std::string> ids = cleanupIds();
             if (selectedItem_ >= ids.size()) return true;
             const bool chosen = cleanup_.selection().count(ids[selectedItem_]) > 0;
@@ -361,7 +416,7 @@ std::string TerminalFrontEnd::cellRight(std::string_view utf8, std::size_t width
 
 std::vector<Line> TerminalFrontEnd::header(std::size_t columns) const {
     std::string tabs;
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < pageCount; ++i) {
         const bool current = static_cast<int>(page_) == i;
         tabs += current ? "[" : " ";
         tabs += std::to_string(i + 1) + " " + std::string(pageTitles[i]);
@@ -570,6 +625,38 @@ std::vector<Line> TerminalFrontEnd::cleanup(std::size_t columns, std::size_t& se
     return lines;
 }
 
+std::vector<Line> TerminalFrontEnd::settings(std::size_t columns, std::size_t& selectedLine) const {
+    const AlertSettings& alerts = monitor_.alertSettings();
+    const auto threshold = [](const std::vector<SettingChoice<std::uint64_t>>& choices, std::uint64_t value) {
+        for (const auto& choice : choices)
+            if (choice.value == value) return choice.title;
+        return std::to_string(value);
+    };
+    const auto box = [](bool on) { return std::string(on ? "[x] " : "[ ] "); };
+    const std::vector<std::string> rows{
+        box(alerts.memoryPressureEnabled) + std::string(pressureAlertTitle),
+        box(alerts.lowDiskEnabled) + std::string(lowDiskAlertTitle),
+        "    " + std::string(lowDiskThresholdTitle) + ": " +
+            threshold(SettingsChoices::lowDiskThresholds(alerts.lowDiskThreshold), alerts.lowDiskThreshold),
+        box(alerts.heavyAppEnabled) + std::string(heavyAppAlertTitle),
+        "    " + std::string(heavyAppThresholdTitle) + ": " +
+            threshold(SettingsChoices::heavyAppThresholds(alerts.heavyAppThreshold), alerts.heavyAppThreshold),
+    };
+    std::vector<Line> lines;
+    lines.push_back({cell(" Alerts", columns), Tone::plain, true});
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const bool isSelected = i == selectedSetting_;
+        if (isSelected) selectedLine = lines.size();
+        lines.push_back({cell(" " + rows[i], columns), Tone::plain, false, isSelected});
+    }
+    lines.push_back({pad(columns)});
+    for (const std::string& line : wrap(text(SettingsChoices::alertsNote), columns - 2))
+        lines.push_back({cell(" " + line, columns), Tone::secondary});
+    lines.push_back({pad(columns)});
+    lines.push_back({cell(" The delete mode is chosen for each clean on the Cleanup page (d).", columns), Tone::secondary});
+    return lines;
+}
+
 std::vector<Line> TerminalFrontEnd::help(std::size_t columns) const {
     std::vector<Line> lines;
     lines.push_back({cell(" Keys on the " + std::string(pageTitles[static_cast<int>(page_)]) + " page", columns),
@@ -637,6 +724,7 @@ Frame TerminalFrontEnd::frame(std::size_t rows, std::size_t columns) const {
     if (help_) body = help(columns);
     else if (page_ == Page::overview) body = overview(columns);
     else if (page_ == Page::apps) body = apps(columns, height, selectedLine);
+    else if (page_ == Page::settings) body = settings(columns, selectedLine);
     else body = cleanup(columns, selectedLine);
     // A body taller than its room scrolls to keep the selection in view.
     std::size_t first = 0;

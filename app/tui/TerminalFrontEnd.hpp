@@ -32,7 +32,8 @@ inline constexpr int up = 0x110001, down = 0x110002, left = 0x110003, right = 0x
                      backTab = 0x11000A;
 }  // namespace Key
 
-enum class Page { overview, apps, cleanup };
+enum class Page { overview, apps, cleanup, settings };
+inline constexpr int pageCount = 4;
 
 enum class Command {
     none,
@@ -41,6 +42,7 @@ enum class Command {
     showOverview,
     showApps,
     showCleanup,
+    showSettings,
     nextPage,
     previousPage,
     up,
@@ -145,6 +147,8 @@ private:
     std::vector<Line> overview(std::size_t columns) const;
     std::vector<Line> apps(std::size_t columns, std::size_t height, std::size_t& selectedLine) const;
     std::vector<Line> cleanup(std::size_t columns, std::size_t& selectedLine) const;
+    std::vector<Line> settings(std::size_t columns, std::size_t& selectedLine) const;
+    void changeSetting();
     std::vector<Line> help(std::size_t columns) const;
     std::vector<Line> footer(std::size_t columns) const;
     void overlay(std::vector<Line>& lines, std::size_t columns) const;
@@ -172,6 +176,7 @@ private:
     std::string filter_;
     std::string selectedApp_;    // by id, so the selection stays on its app as the order changes
     std::size_t selectedItem_ = 0;
+    std::size_t selectedSetting_ = 0;
     std::string status_;
     screens::Tone statusTone_ = screens::Tone::plain;
 };

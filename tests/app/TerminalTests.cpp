@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <map>
 
+#include "app/SettingsChoices.hpp"
 #include "app/tui/TerminalFrontEnd.hpp"
 #include "app/tui/TerminalQuit.hpp"
 #include "app/tui/TerminalText.hpp"
@@ -182,13 +183,15 @@ TEST(TerminalKeys, EachKeyMeansWhatItsContextSays) {
         {' ', cleanup, Command::toggleItem},   {'c', cleanup, Command::cancel},     {Key::escape, cleanup, Command::cancel},
         {'e', cleanup, Command::exportReport}, {'d', cleanup, Command::toggleMode}, {'r', cleanup, Command::startOver},
         {Key::enter, filter, Command::confirm}, {Key::escape, filter, Command::dismiss}, {'1', dialog, Command::none},
+        {'4', apps, Command::showSettings},    {' ', KeyContext{Page::settings}, Command::toggleItem},
+        {Key::enter, KeyContext{Page::settings}, Command::toggleItem}, {'m', KeyContext{Page::settings}, Command::none},
     };
     for (const auto& c : cases)
         EXPECT_EQ(commandFor(c.key, c.context), c.command) << "key " << c.key << " on page " << static_cast<int>(c.context.page);
 }
 
 TEST(TerminalKeys, TheFooterAndHelpNameEveryPagesKeys) {
-    for (const Page page : {Page::overview, Page::apps, Page::cleanup}) {
+    for (const Page page : {Page::overview, Page::apps, Page::cleanup, Page::settings}) {
         const auto footer = footerHints(KeyContext{page});
         EXPECT_EQ(footer.back(), (KeyHint{"q", "quit"}));
         EXPECT_NE(std::find(footer.begin(), footer.end(), KeyHint{"?", "help"}), footer.end());
@@ -370,7 +373,7 @@ TEST_F(FrontEndRig, EveryFrameFillsTheTerminalExactly) {
     sample();
     for (const bool unicode : {true, false}) {
         TerminalFrontEnd screen = frontEnd(unicode);
-        for (const int key : {'1', '2', '3', '?'}) {
+        for (const int key : {'1', '2', '3', '4', '?'}) {
             screen.press(Key::escape);
             screen.press(key);
             for (const auto& [rows, columns] : std::vector<std::pair<std::size_t, std::size_t>>{
@@ -454,7 +457,31 @@ TEST_F(FrontEndRig, QuittingAnAppAsksThenSignalsOnlyItsProcesses) {
     EXPECT_TRUE(terminated.empty());
 }
 
-TEST_F(FrontEndRig, QIsRefusedOnlyWhileCleaning) {
+TEST_F(FrontEndRig, SettingsSwitchAlertsAndStepThroughTheThresholds) {
+    TerminalFrontEnd screen = frontEnd();
+    screen.press(Key::backTab);  // from the first page back to the last
+    ASSERT_EQ(screen.page(), Page::settings);
+    const AlertSettings before = monitor->alertSettings();
+    screen.press(' ');
+    EXPECT_EQ(monitor->alertSettings().memoryPressureEnabled, !before.memoryPressureEnabled);
+    screen.press(Key::down);
+    screen.press(Key::down);
+    screen.press(' ');
+    const auto lowDisk = SettingsChoices::lowDiskThresholds(before.lowDiskThreshold);
+    const auto at = std::find_if(lowDisk.begin(), lowDisk.end(),
+                                 [&](const auto& choice) { return choice.value == before.lowDiskThreshold; });
+    ASSERT_NE(at, lowDisk.end());
+    const auto next = std::next(at) == lowDisk.end() ? lowDisk.front() : *std::next(at);
+    EXPECT_EQ(monitor->alertSettings().lowDiskThreshold, next.value);
+    EXPECT_NE(joined(screen.frame(24, 80)).find("Low disk alert threshold: " + next.title), std::string::npos);
+    // Past the last row the selection stays on it; there the heavy-app threshold steps round.
+    for (int i = 0; i < 10; ++i) screen.press(Key::down);
+    for (std::size_t i = 0; i < SettingsChoices::heavyAppThresholds(before.heavyAppThreshold).size(); ++i) screen.press(' ');
+    EXPECT_EQ(monitor->alertSettings().heavyAppThreshold, before.heavyAppThreshold);
+    EXPECT_EQ(monitor->alertSettings().lowDiskEnabled, before.lowDiskEnabled);
+}
+
+TEST_F(FrontEndRig, QClosesTheHelpFirstThenLeaves) {
     TerminalFrontEnd screen = frontEnd();
     EXPECT_TRUE(screen.press('?'));
     EXPECT_TRUE(screen.press('q'));  // closes the help
