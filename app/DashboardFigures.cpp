@@ -6,6 +6,7 @@
 
 #include "AppQuitter.hpp"
 #include "MonitorReadout.hpp"
+#include "app/screens/ScreenWording.hpp"
 #include "core/common/ByteFormat.hpp"
 
 namespace brimlet {
@@ -58,18 +59,18 @@ std::vector<DashboardFigure> figures(const MonitorSnapshot& snapshot) {
                    "of " + ByteFormat::memory(s.memoryTotal) + " \u00B7 " + ByteFormat::memory(s.memoryCompressed) +
                        " compressed \u00B7 " + ByteFormat::memory(s.memoryWired) + " wired",
                    health.memory});
-    out.push_back({"pressure", "Memory pressure", std::string(MonitorReadout::pressureWord(s.pressure)), "How hard macOS works to free memory",
+    out.push_back({"pressure", "Memory pressure", std::string(MonitorReadout::pressureWord(s.pressure)), ScreenWording::forThisPlatform().pressureCaption,
                    std::nullopt});
     out.push_back({"swap", "Memory spilled to disk", ByteFormat::memory(s.swapUsed), "Swap in use", std::nullopt});
     out.push_back({"cpu", "CPU", MonitorReadout::processPercent(s.cpuLoad), s.cpuLoad ? "All cores" : "Measured from the second sample",
                    health.cpu});
     out.push_back({"gpu", "GPU", MonitorReadout::processPercent(s.gpuUtilization),
-                   s.gpuUtilization ? "Busiest graphics processor" : "Not reported by this Mac", std::nullopt});
+                   s.gpuUtilization ? "Busiest graphics processor" : ScreenWording::forThisPlatform().graphicsNotReported, std::nullopt});
     out.push_back({"diskRead", "Disk reads", ByteFormat::rate(s.diskReadPerSecond), "All disks", std::nullopt});
     out.push_back({"diskWrite", "Disk writes", ByteFormat::rate(s.diskWritePerSecond), "All disks", std::nullopt});
     out.push_back({"diskFree", "Free space", ByteFormat::string(s.diskFree),
                    "of " + ByteFormat::string(s.diskTotal) + " on the data volume", health.disk});
-    out.push_back({"thermal", std::string(MonitorReadout::thermalCaption), std::string(MonitorReadout::throttlingAnswer(s.thermal)),
+    out.push_back({"thermal", ScreenWording::forThisPlatform().thermalCaption, std::string(MonitorReadout::throttlingAnswer(s.thermal)),
                    "Thermal state " + std::string(s.thermal.rawValue()), health.thermal});
     return out;
 }

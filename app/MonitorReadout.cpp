@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 
+#include "app/screens/ScreenWording.hpp"
 #include "core/common/ByteFormat.hpp"
 
 namespace brimlet::MonitorReadout {
@@ -57,7 +58,7 @@ std::string_view throttlingAnswer(ThermalLevel level) {
 }
 
 std::string throttlingLine(ThermalLevel level) {
-    return std::string(thermalCaption) + " " + std::string(throttlingAnswer(level));
+    return ScreenWording::forThisPlatform().thermalCaption + " " + std::string(throttlingAnswer(level));
 }
 
 std::string memoryUsage(std::uint64_t used, std::uint64_t total) {

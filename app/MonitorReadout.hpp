@@ -18,10 +18,8 @@ inline constexpr std::string_view productName = "Kestrow Brimlet";
 inline constexpr std::string_view unknown = "—";
 inline constexpr std::string_view quitHint = "Hover an app to quit it";
 inline constexpr std::string_view swapCaption = "Memory spilled to disk";
-inline constexpr std::string_view thermalCaption = "Is the Mac throttling?";
 inline constexpr std::string_view undeliveredAlertNote =
     "An alert could not be shown. Allow notifications for Kestrow Brimlet in System Settings.";
-inline constexpr std::string_view waitingForFirstSample = "Reading the Mac…";
 inline constexpr std::string_view memoryTitle = "Memory";
 inline constexpr std::string_view pressureTitle = "Pressure";
 inline constexpr std::string_view swapTitle = "Swap";
@@ -51,10 +49,10 @@ int memoryPercent(const SystemGlance& glance);
 
 std::string_view pressureWord(MemoryPressure pressure);  // "Normal", "Warning", "Critical"
 std::string_view thermalWord(ThermalLevel level);        // "Nominal", "Fair", "Serious", "Critical"
-// The plain answer to "Is the Mac throttling?": only a serious or critical state slows the Mac.
+// The plain answer to the thermal caption's question: only a serious or critical state slows the machine.
 std::string_view throttlingAnswer(ThermalLevel level);
 
-// "Is the Mac throttling? No".
+// The platform's thermal caption and the answer: "Is the Mac throttling? No".
 std::string throttlingLine(ThermalLevel level);
 
 // "9.87 GB of 16.00 GB" (memory sizes, binary divisors).

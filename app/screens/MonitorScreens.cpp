@@ -2,6 +2,7 @@
 
 #include "app/AppQuitter.hpp"
 #include "app/MonitorReadout.hpp"
+#include "ScreenWording.hpp"
 #include "core/common/ByteFormat.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
@@ -101,7 +102,7 @@ PopoverScreen popover(const MonitorStore& store) {
     s.footer.back().help = R::quitProductTitle;
     const auto& snapshot = store.snapshot();
     if (!snapshot) {
-        s.waiting = R::waitingForFirstSample;
+        s.waiting = ScreenWording::forThisPlatform().waitingForFirstSample;
         return s;
     }
     const SystemStats& stats = snapshot->system;

@@ -5,6 +5,7 @@
 
 #include "app/FloatingMonitorStyle.hpp"
 #include "app/MonitorReadout.hpp"
+#include "app/screens/ScreenWording.hpp"
 
 namespace brimlet {
 namespace {
@@ -85,7 +86,7 @@ TEST(MonitorReadout, WordsOfEveryState) {
     };
     for (const Case& c : thermal) {
         EXPECT_EQ(R::thermalWord(c.thermal), c.word);
-        EXPECT_EQ(R::throttlingLine(c.thermal), std::string("Is the Mac throttling? ") + c.throttling) << c.word;
+        EXPECT_EQ(R::throttlingLine(c.thermal), ScreenWording::forThisPlatform().thermalCaption + " " + c.throttling) << c.word;
     }
     EXPECT_EQ(R::pressureWord(MemoryPressure::normal), "Normal");
     EXPECT_EQ(R::pressureWord(MemoryPressure::warning), "Warning");

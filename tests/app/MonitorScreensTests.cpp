@@ -3,7 +3,9 @@
 // with an alert that could not be shown, and the application rows with what quitting each offers.
 #include <gtest/gtest.h>
 
+#include "app/DashboardFigures.hpp"
 #include "app/screens/MonitorScreens.hpp"
+#include "app/screens/ScreenWording.hpp"
 #include "tests/app/AppTestSupport.hpp"
 
 namespace brimlet {
@@ -42,7 +44,7 @@ TEST_F(MonitorScreensRig, BeforeTheFirstSampleEveryScreenWaits) {
     store = rig.makeStore(defaults);
     const PopoverScreen popover = MonitorScreens::popover(*store);
     EXPECT_EQ(popover.title, "Kestrow Brimlet");
-    EXPECT_EQ(popover.waiting, "Reading the Mac\u2026");
+    EXPECT_EQ(popover.waiting, ScreenWording::forThisPlatform().waitingForFirstSample);
     EXPECT_TRUE(popover.readings.empty());
     EXPECT_TRUE(popover.apps.empty());
     EXPECT_TRUE(popover.note.empty());
@@ -65,6 +67,39 @@ TEST_F(MonitorScreensRig, BeforeTheFirstSampleEveryScreenWaits) {
     for (const ReadingRow& reading : floating.readings) EXPECT_EQ(reading.value, "\u2014") << reading.id;
 }
 
+// The words that name the machine are the platform's: the Mac's exactly as they were on a Mac, and
+// nowhere a "Mac" or "macOS" on any other platform.
+TEST_F(MonitorScreensRig, OnlyTheMacsScreensNameTheMac) {
+    store = rig.makeStore(defaults);
+    std::vector<std::string> texts{MonitorScreens::popover(*store).waiting};
+    sample();
+    for (const ReadingRow& reading : MonitorScreens::popover(*store).readings)
+        texts.insert(texts.end(), {reading.title, reading.value, reading.caption, reading.accessibilityLabel});
+    for (const DashboardFigure& figure : DashboardFigures::figures(*store->snapshot()))
+        texts.insert(texts.end(), {figure.title, figure.value, figure.detail});
+    const ScreenWording& here = ScreenWording::forThisPlatform();
+    const ScreenWording mac;
+    EXPECT_EQ(mac.thermalCaption, "Is the Mac throttling?");
+    EXPECT_EQ(mac.pressureCaption, "How hard macOS works to free memory");
+    EXPECT_EQ(mac.waitingForFirstSample, "Reading the Mac\u2026");
+    EXPECT_EQ(mac.graphicsNotReported, "Not reported by this Mac");
+    EXPECT_EQ(mac.onThisMachine, "on this Mac");
+    const std::string all = [&] {
+        std::string joined;
+        for (const std::string& text : texts) joined += text + "\n";
+        return joined;
+    }();
+    for (const std::string* word : {&here.thermalCaption, &here.pressureCaption})
+        EXPECT_NE(all.find(*word), std::string::npos) << *word << "\n" << all;
+    EXPECT_NE(all.find(here.waitingForFirstSample), std::string::npos) << all;
+    if (here == mac) return;  // the Mac's build keeps its words
+    EXPECT_EQ(all.find("Mac"), std::string::npos) << all;
+    EXPECT_EQ(all.find("macOS"), std::string::npos) << all;
+    for (const std::string* word : {&here.thermalCaption, &here.pressureCaption, &here.waitingForFirstSample,
+                                    &here.graphicsNotReported, &here.onThisMachine})
+        EXPECT_EQ(word->find("Mac"), std::string::npos) << *word;
+}
+
 TEST_F(MonitorScreensRig, WithFiguresEveryReadingAndRowIsWritten) {
     sample();
     const PopoverScreen popover = MonitorScreens::popover(*store);
@@ -80,7 +115,7 @@ TEST_F(MonitorScreensRig, WithFiguresEveryReadingAndRowIsWritten) {
     EXPECT_EQ(memory.accessibilityLabel, "Memory, 8.00 GB of 16.00 GB, " + std::string(memory.grade->rawValue()));
     EXPECT_EQ(popover.readings[2].caption, "Memory spilled to disk");
     EXPECT_EQ(popover.readings[5].value, "500.0 GB free of 1.00 TB");
-    EXPECT_EQ(popover.readings[6].caption, "Is the Mac throttling? No");
+    EXPECT_EQ(popover.readings[6].caption, ScreenWording::forThisPlatform().thermalCaption + " No");
     EXPECT_EQ(popover.appsHint, "Hover an app to quit it");
     ASSERT_FALSE(popover.apps.empty());
     EXPECT_LE(popover.apps.size(), MonitorScreens::popoverApps);
