@@ -23,7 +23,14 @@ Text describe(const CleanupReport& report) {
     else if (report.deleted.empty()) text.headline = "Nothing was removed";
     else text.headline = "Cleanup finished";
 
-    text.lines.push_back("Freed now: " + ByteFormat::signedString(report.freedNow()));
+    // Free space can fall during a run: what goes to the Trash stays on the disk, the Trash's own
+    // records take a few blocks, and other programs keep writing. Nothing freed is then said as
+    // such, with the fall beside it, rather than as a freed amount with a minus sign.
+    if (const std::int64_t freed = report.freedNow(); freed >= 0)
+        text.lines.push_back("Freed now: " + ByteFormat::string(static_cast<std::uint64_t>(freed)));
+    else
+        text.lines.push_back("Freed now: " + ByteFormat::string(0) + " (free space fell by " +
+                             ByteFormat::string(report.freeBefore - report.freeAfter) + " during the run)");
     if (!report.deleted.empty())
         text.lines.push_back("Removed " + count(report.deleted.size(), "item", "items") + " (" +
                              ByteFormat::string(report.bytesDeleted()) + ")");
