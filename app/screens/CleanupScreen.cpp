@@ -1,5 +1,6 @@
 #include "CleanupScreen.hpp"
 
+#include "ScreenWording.hpp"
 #include "app/CleanupSummary.hpp"
 #include "core/cleanup/ApprovalScanner.hpp"
 #include "core/cleanup/SizeMeasurer.hpp"
@@ -166,8 +167,8 @@ CleanupScreen::Busy CleanupPresenter::busy() const {
 CleanupScreen::Ready CleanupPresenter::ready() const {
     CleanupScreen::Ready r;
     if (const auto& measured = store_.measured())
-        r.space = ByteFormat::string(measured->freeBytes) + " free of " + ByteFormat::string(measured->totalBytes) +
-                  " on this Mac";
+        r.space = ByteFormat::string(measured->freeBytes) + " free of " + ByteFormat::string(measured->totalBytes) + " " +
+                  ScreenWording::forThisPlatform().onThisMachine;
     if (store_.isMeasuringHome()) {
         r.home = "Measuring the folders of your home folder\u2026";
     } else if (const auto& usage = store_.homeUsage()) {
@@ -279,6 +280,20 @@ std::optional<CleanupDialog> CleanupPresenter::cleanDialog() const {
                                      "checked again right before it is removed."
                                : "About " + amount + " will be moved to the Trash. " + CleanupReport::trashNote +
                                      " Each path is checked again right before it is removed.";
+    // Then every chosen item, in the order the list shows them, with where it goes: the user
+    // confirms these exact items, not a count.
+    std::vector<const CleanupItem*> items;
+    if (const auto& measured = store_.measured())
+        for (const CleanupItem& item : measured->regenerable) items.push_back(&item);
+    for (const CleanupItem& item : store_.personalItems()) items.push_back(&item);
+    for (const CleanupItem* item : items) {
+        if (!store_.selection().count(item->id)) continue;
+        const bool forGood = permanent && item->kind != CleanupKind::personal;
+        std::string line = "\n\n\u2022 " + item->title;
+        if (item->size) line += " (" + ByteFormat::string(*item->size) + ")";
+        line += forGood ? ": deleted permanently" : ": moved to the Trash";
+        dialog.message += line + "\n  " + item->url;
+    }
     CleanupControl confirm =
         control(permanent ? "Delete Permanently" : "Move to Trash", "", CleanupCommand::confirmClean);
     confirm.isDefault = true;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "app/CleanupSummary.hpp"
 #include "app/screens/CleanupScreen.hpp"
 #include "core/common/ByteFormat.hpp"
 #include "tests/app/GatedFileOperations.hpp"
@@ -139,9 +140,15 @@ TEST_F(CleanupScreenRig, MeasureChooseApproveCleanReportExport) {
     ASSERT_TRUE(confirm.dialog);
     EXPECT_EQ(confirm.dialog->title, "Clean 2 items?");
     EXPECT_EQ(confirm.dialog->style, DialogStyle::critical);
+    // It lists exactly the chosen items, each with where it goes: the cache for good, the personal
+    // item still only to the Trash.
     EXPECT_EQ(confirm.dialog->message, "About " + ByteFormat::string(npmBytes + modulesBytes) +
                                            " will be deleted permanently; personal items go to the Trash. Each path "
-                                           "is checked again right before it is removed.");
+                                           "is checked again right before it is removed.\n\n\u2022 npm cache (" +
+                                           ByteFormat::string(npmBytes) + "): deleted permanently\n  " + home +
+                                           "/.npm/_cacache\n\n\u2022 node_modules in app (" +
+                                           ByteFormat::string(modulesBytes) + "): moved to the Trash\n  " + home +
+                                           "/code/app/node_modules");
     EXPECT_EQ(confirm.dialog->buttons[0].title, "Delete Permanently");
     EXPECT_TRUE(confirm.dialog->buttons[0].isDestructive);
     EXPECT_EQ(store.phase(), CleanupPhase::ready);  // nothing runs before the answer
@@ -166,7 +173,7 @@ TEST_F(CleanupScreenRig, MeasureChooseApproveCleanReportExport) {
                   " \u2014 Move to Trash (personal data is never deleted permanently)");
     for (const CleanupScreen::Entry& entry : screen.finished.sections[0].entries)
         EXPECT_NE(report.markdown().find("- " + entry.text + "  \n"), std::string::npos) << entry.text;
-    EXPECT_EQ(screen.finished.lines.front(), "Freed now: " + ByteFormat::signedString(report.freedNow()));
+    EXPECT_EQ(screen.finished.lines, CleanupSummary::describe(report).lines);
 
     // Both exports, named by the run's end.
     const auto markdown = presenter.exportFile(screen.finished.exportMarkdown.action);
@@ -266,9 +273,11 @@ TEST_F(CleanupScreenRig, OnlyTrashBoundItemsLeaveNoModeToChoose) {
     EXPECT_EQ(confirm->title, "Clean 1 item?");
     EXPECT_EQ(confirm->buttons[0].title, "Move to Trash");
     EXPECT_FALSE(confirm->buttons[0].isDestructive);
-    EXPECT_EQ(confirm->message, "About " + ByteFormat::string(store.item(appModules)->size.value()) +
+    const std::string size = ByteFormat::string(store.item(appModules)->size.value());
+    EXPECT_EQ(confirm->message, "About " + size +
                                     " will be moved to the Trash. Space is freed when you empty the Trash. Each path "
-                                    "is checked again right before it is removed.");
+                                    "is checked again right before it is removed.\n\n\u2022 node_modules in app (" +
+                                    size + "): moved to the Trash\n  " + home + "/code/app/node_modules");
 }
 
 TEST_F(CleanupScreenRig, ACancelWhileCleaningStopsAfterTheItemInHand) {
