@@ -51,8 +51,10 @@ char32_t cyrillic(char32_t c) {
     return c;
 }
 
-// One scalar from well-formed UTF-8 at the front of `text`, with its length; none when ill-formed.
-std::optional<std::pair<char32_t, std::size_t>> decodeOne(std::string_view text) {
+}  // namespace
+
+std::optional<std::pair<char32_t, std::size_t>> decodeUtf8(std::string_view text) {
+    if (text.empty()) return std::nullopt;
     const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
     const unsigned char lead = byte(0);
     if (lead < 0x80) return std::pair<char32_t, std::size_t>{lead, 1};
@@ -71,7 +73,7 @@ std::optional<std::pair<char32_t, std::size_t>> decodeOne(std::string_view text)
     return std::pair<char32_t, std::size_t>{scalar, length};
 }
 
-void encode(char32_t c, std::string& out) {
+void appendUtf8(char32_t c, std::string& out) {
     if (c < 0x80) {
         out += static_cast<char>(c);
     } else if (c < 0x800) {
@@ -89,11 +91,13 @@ void encode(char32_t c, std::string& out) {
     }
 }
 
+namespace {
+
 std::string lowercasedWith(std::string_view text, bool foldFinalSigma) {
     std::string out;
     out.reserve(text.size());
     while (!text.empty()) {
-        const auto decoded = decodeOne(text);
+        const auto decoded = decodeUtf8(text);
         if (!decoded) {
             out += text.front();
             text.remove_prefix(1);
@@ -103,11 +107,11 @@ std::string lowercasedWith(std::string_view text, bool foldFinalSigma) {
         text.remove_prefix(length);
         if (scalar == 0x130) {
             out += 'i';
-            encode(0x307, out);
+            appendUtf8(0x307, out);
             continue;
         }
         const char32_t lower = lowercase(scalar);
-        encode(foldFinalSigma && lower == 0x3C2 ? 0x3C3 : lower, out);
+        appendUtf8(foldFinalSigma && lower == 0x3C2 ? 0x3C3 : lower, out);
     }
     return out;
 }

@@ -4,10 +4,19 @@
 // other characters are left as they are.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kestrow {
+
+// One scalar from well-formed UTF-8 at the front of `text`, with its length in bytes; none when the
+// bytes there are ill-formed (a stray continuation, a cut, overlong or surrogate sequence).
+std::optional<std::pair<char32_t, std::size_t>> decodeUtf8(std::string_view text);
+// Appends the UTF-8 encoding of a scalar.
+void appendUtf8(char32_t scalar, std::string& out);
 
 // The simple lower-case mapping of one scalar (U+0130 "İ" gives "i"; see lowercased for the rest).
 char32_t lowercase(char32_t scalar);

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <utility>
 
+#include "base/UnicodeCase.hpp"
+
 namespace brimlet::tui {
 
 namespace {
@@ -14,23 +16,8 @@ constexpr char32_t invalid = 0xFFFD;
 // One character of `text` from `at`: its code point and its length in bytes. A byte that starts no
 // valid sequence is one invalid character of one byte.
 std::pair<char32_t, std::size_t> decode(std::string_view text, std::size_t at) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = byte(at);
-    if (lead < 0x80) return {lead, 1};
-    std::size_t length = 0;
-    char32_t code = 0;
-    if ((lead & 0xE0) == 0xC0) length = 2, code = lead & 0x1F;
-    else if ((lead & 0xF0) == 0xE0) length = 3, code = lead & 0x0F;
-    else if ((lead & 0xF8) == 0xF0) length = 4, code = lead & 0x07;
-    else return {invalid, 1};
-    if (at + length > text.size()) return {invalid, 1};
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(at + i) & 0xC0) != 0x80) return {invalid, 1};
-        code = (code << 6) | (byte(at + i) & 0x3F);
-    }
-    static constexpr std::array<char32_t, 5> smallest{0, 0, 0x80, 0x800, 0x10000};
-    if (code < smallest[length] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return {invalid, 1};
-    return {code, length};
+    if (const auto decoded = kestrow::decodeUtf8(text.substr(at))) return *decoded;
+    return {invalid, 1};
 }
 
 std::size_t cells(char32_t c) {
