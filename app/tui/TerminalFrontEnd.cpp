@@ -6,7 +6,9 @@
 #include "TerminalText.hpp"
 #include "app/MonitorReadout.hpp"
 #include "app/SettingsChoices.hpp"
+#include "base/UnicodeCase.hpp"
 #include "core/common/ByteFormat.hpp"
+#include "suite/ui/SuiteScreens.hpp"
 
 namespace brimlet::tui {
 
@@ -15,7 +17,7 @@ using screens::Tone;
 
 namespace {
 
-constexpr std::string_view pageTitles[] = {"Overview", "Apps", "Cleanup", "Settings"};
+constexpr std::string_view pageTitles[] = {"Overview", "Apps", "Cleanup", "Settings", "Suite"};
 
 // The settings the terminal can change, in the settings window's words; the rest of that window
 // (menu bar, floating monitor, Dock badges, login item) means nothing in a terminal.
@@ -42,6 +44,9 @@ std::string lowered(std::string_view text) {
 }
 
 std::string pad(std::size_t cells) { return std::string(cells, ' '); }
+
+constexpr std::string_view suiteInactiveNote =
+    "The suite is not active: its members show here while at least one other Kestrow app runs beside this one.";
 
 }  // namespace
 
@@ -73,6 +78,7 @@ Command commandFor(int key, const KeyContext& context) {
         case '2': return Command::showApps;
         case '3': return Command::showCleanup;
         case '4': return Command::showSettings;
+        case '5': return Command::showSuite;
         case Key::tab: case Key::right: return Command::nextPage;
         case Key::backTab: case Key::left: return Command::previousPage;
         case Key::up: case 'k': return Command::up;
@@ -116,7 +122,7 @@ std::vector<KeyHint> footerHints(const KeyContext& context) {
     if (context.dialog) return {{"Enter", "confirm"}, {"Esc", "cancel"}};
     if (context.help) return {{"Esc", "close help"}};
     if (context.editingFilter) return {{"Enter", "keep filter"}, {"Esc", "clear filter"}};
-    std::vector<KeyHint> hints{{"1-4", "pages"}};
+    std::vector<KeyHint> hints{{"1-5", "pages"}};
     if (context.page == Page::apps)
         hints.insert(hints.end(), {{"\u2191\u2193", "select"}, {"s", "sort"}, {"/", "filter"}, {"x", "quit app"}});
     if (context.page == Page::cleanup)
@@ -129,7 +135,7 @@ std::vector<KeyHint> footerHints(const KeyContext& context) {
 
 std::vector<KeyHint> helpHints(Page page) {
     std::vector<KeyHint> hints{
-        {"1  2  3  4", "Overview, Apps, Cleanup, Settings"},
+        {"1  2  3  4  5", "Overview, Apps, Cleanup, Settings, Suite"},
         {"Tab  \u2190 \u2192", "next and previous page"},
         {"\u2191 \u2193  j k  PgUp PgDn  g G", "move the selection"},
     };
@@ -326,12 +332,7 @@ bool TerminalFrontEnd::press(int key) {
         }
         if (isPrintable(key) && key != Key::enter) {
             std::string typed;
-            const auto c = static_cast<char32_t>(key);
-            if (c < 0x80) typed += static_cast<char>(c);
-            else if (c < 0x800) typed += {static_cast<char>(0xC0 | (c >> 6)), static_cast<char>(0x80 | (c & 0x3F))};
-            else if (c < 0x10000)
-                typed += {static_cast<char>(0xE0 | (c >> 12)), static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-                          static_cast<char>(0x80 | (c & 0x3F))};
+            kestrow::appendUtf8(static_cast<char32_t>(key), typed);
             if (filter_.size() < 64) filter_ += typed;
             return true;
         }
@@ -363,6 +364,7 @@ bool TerminalFrontEnd::press(int key) {
         case Command::showApps: page_ = Page::apps; return true;
         case Command::showCleanup: page_ = Page::cleanup; return true;
         case Command::showSettings: page_ = Page::settings; return true;
+        case Command::showSuite: page_ = Page::suite; return true;
         case Command::nextPage: page_ = static_cast<Page>((static_cast<int>(page_) + 1) % pageCount); return true;
         case Command::previousPage:
             page_ = static_cast<Page>((static_cast<int>(page_) + pageCount - 1) % pageCount);
@@ -657,6 +659,39 @@ std::vector<Line> TerminalFrontEnd::settings(std::size_t columns, std::size_t& s
     return lines;
 }
 
+std::vector<Line> TerminalFrontEnd::suite(std::size_t columns) const {
+    namespace S = kestrow::suite;
+    std::vector<Line> lines;
+    const SuiteView view = seams_.suite ? seams_.suite() : SuiteView{};
+    lines.push_back({cell(" " + std::string(S::SuiteFormat::itemLabel), columns), Tone::plain, true});
+    if (!view.active) {
+        for (const std::string& line : wrap(suiteInactiveNote, columns - 2))
+            lines.push_back({cell(" " + line, columns), Tone::secondary});
+        return lines;
+    }
+    // The rows the shared menu bar item's popover lists, from its presenter: a member's level glyph,
+    // name and values, then each value on a line of its own, as the expanded floating bar shows them.
+    const S::SuitePopoverScreen popover = S::SuiteScreens::popover(view.rows, false, false, S::NumberLocale{});
+    const std::size_t nameWidth = 16;
+    for (const S::SuiteMemberRow& member : popover.members) {
+        const S::SuiteRowLine& row = member.line;
+        std::string glyph = "-";
+        Tone tone = Tone::secondary;
+        if (row.running && row.level == S::GlanceLevel::alert) glyph = "!!", tone = Tone::failure;
+        else if (row.running && row.level == S::GlanceLevel::notice) glyph = "!", tone = Tone::warning;
+        else if (row.running) glyph = seams_.unicode ? "\u2713" : "ok", tone = Tone::plain;
+        lines.push_back({cell("  " + cellRight(glyph, 2) + " " + cell(text(row.name), nameWidth) + " " + text(row.values),
+                              columns),
+                         tone});
+        for (const S::SuiteValueLine& value : member.values)
+            lines.push_back({cell("       " + cell(text(value.label), nameWidth - 2) + " " + text(value.value), columns),
+                             value.level == S::GlanceLevel::ok ? Tone::secondary
+                             : value.level == S::GlanceLevel::alert ? Tone::failure
+                                                                     : Tone::warning});
+    }
+    return lines;
+}
+
 std::vector<Line> TerminalFrontEnd::help(std::size_t columns) const {
     std::vector<Line> lines;
     lines.push_back({cell(" Keys on the " + std::string(pageTitles[static_cast<int>(page_)]) + " page", columns),
@@ -725,6 +760,7 @@ Frame TerminalFrontEnd::frame(std::size_t rows, std::size_t columns) const {
     else if (page_ == Page::overview) body = overview(columns);
     else if (page_ == Page::apps) body = apps(columns, height, selectedLine);
     else if (page_ == Page::settings) body = settings(columns, selectedLine);
+    else if (page_ == Page::suite) body = suite(columns);
     else body = cleanup(columns, selectedLine);
     // A body taller than its room scrolls to keep the selection in view.
     std::size_t first = 0;

@@ -19,6 +19,7 @@
 #include "app/screens/CleanupScreen.hpp"
 #include "app/screens/MonitorScreens.hpp"
 #include "app/screens/ScreenParts.hpp"
+#include "suite/protocol/SuiteState.hpp"
 
 namespace brimlet::tui {
 
@@ -32,8 +33,8 @@ inline constexpr int up = 0x110001, down = 0x110002, left = 0x110003, right = 0x
                      backTab = 0x11000A;
 }  // namespace Key
 
-enum class Page { overview, apps, cleanup, settings };
-inline constexpr int pageCount = 4;
+enum class Page { overview, apps, cleanup, settings, suite };
+inline constexpr int pageCount = 5;
 
 enum class Command {
     none,
@@ -43,6 +44,7 @@ enum class Command {
     showApps,
     showCleanup,
     showSettings,
+    showSuite,
     nextPage,
     previousPage,
     up,
@@ -107,6 +109,13 @@ struct Frame {
 // A frame too small to lay out: the one line it shows says how large it must be.
 std::string tooSmallText(std::size_t columns, std::size_t rows);
 
+// What the suite page shows: whether the suite is active, and its members as the participant
+// reports them (running with their records, or not running).
+struct SuiteView {
+    bool active = false;
+    std::vector<kestrow::suite::SuiteRow> rows;
+};
+
 struct FrontEndSeams {
     TerminalQuit::ProcessLookup lookup;        // a process's owner and parent
     TerminalQuit::SessionCheck inOwnSession;   // run as root: which root processes are the user's
@@ -115,6 +124,7 @@ struct FrontEndSeams {
     std::function<bool(std::int32_t)> terminate;  // the polite signal to one process
     std::string exportFolder;                  // where reports are written
     bool unicode = true;                       // blocks and symbols, or their ASCII forms
+    std::function<SuiteView()> suite;          // empty: this program takes no part in a suite
 };
 
 class TerminalFrontEnd {
@@ -148,6 +158,7 @@ private:
     std::vector<Line> apps(std::size_t columns, std::size_t height, std::size_t& selectedLine) const;
     std::vector<Line> cleanup(std::size_t columns, std::size_t& selectedLine) const;
     std::vector<Line> settings(std::size_t columns, std::size_t& selectedLine) const;
+    std::vector<Line> suite(std::size_t columns) const;
     void changeSetting();
     std::vector<Line> help(std::size_t columns) const;
     std::vector<Line> footer(std::size_t columns) const;

@@ -125,6 +125,9 @@ int runTerminalApplication(const std::vector<std::string>& arguments, std::vecto
     char folder[4096];
     seams.exportFolder = ::getcwd(folder, sizeof folder) ? folder : ".";
     seams.unicode = terminal->unicode();
+    seams.suite = [&participant = application.participant()] {
+        return tui::SuiteView{participant.isActive(), participant.rows()};
+    };
     tui::TerminalFrontEnd frontEnd(application.monitor(), application.cleanup(), std::move(seams));
     notifier.show = [&frontEnd](const Alert& alert) {
         frontEnd.setStatus(alert.title + " " + alert.body, screens::Tone::warning);

@@ -16,6 +16,7 @@
 #include "tests/app/AppTestSupport.hpp"
 #include "tests/support/ChildProcess.hpp"
 #include "tests/support/TempFolder.hpp"
+#include "suite/ui/SuiteScreens.hpp"
 
 namespace brimlet {
 namespace {
@@ -185,13 +186,14 @@ TEST(TerminalKeys, EachKeyMeansWhatItsContextSays) {
         {Key::enter, filter, Command::confirm}, {Key::escape, filter, Command::dismiss}, {'1', dialog, Command::none},
         {'4', apps, Command::showSettings},    {' ', KeyContext{Page::settings}, Command::toggleItem},
         {Key::enter, KeyContext{Page::settings}, Command::toggleItem}, {'m', KeyContext{Page::settings}, Command::none},
+        {'5', cleanup, Command::showSuite},    {'5', dialog, Command::none},        {' ', KeyContext{Page::suite}, Command::none},
     };
     for (const auto& c : cases)
         EXPECT_EQ(commandFor(c.key, c.context), c.command) << "key " << c.key << " on page " << static_cast<int>(c.context.page);
 }
 
 TEST(TerminalKeys, TheFooterAndHelpNameEveryPagesKeys) {
-    for (const Page page : {Page::overview, Page::apps, Page::cleanup, Page::settings}) {
+    for (const Page page : {Page::overview, Page::apps, Page::cleanup, Page::settings, Page::suite}) {
         const auto footer = footerHints(KeyContext{page});
         EXPECT_EQ(footer.back(), (KeyHint{"q", "quit"}));
         EXPECT_NE(std::find(footer.begin(), footer.end(), KeyHint{"?", "help"}), footer.end());
@@ -347,6 +349,8 @@ struct FrontEndRig : ::testing::Test {
         }
         monitor->onTick = nullptr;
     }
+    SuiteView suite;
+
     TerminalFrontEnd frontEnd(bool unicode = true) {
         if (!monitor) monitor = rig.makeStore(defaults);
         if (!cleanup) cleanup = std::make_unique<CleanupStore>(rig.loop, home.path());
@@ -360,6 +364,7 @@ struct FrontEndRig : ::testing::Test {
         };
         seams.exportFolder = home.path();
         seams.unicode = unicode;
+        seams.suite = [this] { return suite; };
         return TerminalFrontEnd(*monitor, *cleanup, std::move(seams));
     }
     static std::string joined(const Frame& frame) {
@@ -373,7 +378,7 @@ TEST_F(FrontEndRig, EveryFrameFillsTheTerminalExactly) {
     sample();
     for (const bool unicode : {true, false}) {
         TerminalFrontEnd screen = frontEnd(unicode);
-        for (const int key : {'1', '2', '3', '4', '?'}) {
+        for (const int key : {'1', '2', '3', '4', '5', '?'}) {
             screen.press(Key::escape);
             screen.press(key);
             for (const auto& [rows, columns] : std::vector<std::pair<std::size_t, std::size_t>>{
@@ -459,7 +464,8 @@ TEST_F(FrontEndRig, QuittingAnAppAsksThenSignalsOnlyItsProcesses) {
 
 TEST_F(FrontEndRig, SettingsSwitchAlertsAndStepThroughTheThresholds) {
     TerminalFrontEnd screen = frontEnd();
-    screen.press(Key::backTab);  // from the first page back to the last
+    screen.press(Key::backTab);  // from the first page back to the last, and one more
+    screen.press(Key::backTab);
     ASSERT_EQ(screen.page(), Page::settings);
     const AlertSettings before = monitor->alertSettings();
     screen.press(' ');
@@ -479,6 +485,50 @@ TEST_F(FrontEndRig, SettingsSwitchAlertsAndStepThroughTheThresholds) {
     for (std::size_t i = 0; i < SettingsChoices::heavyAppThresholds(before.heavyAppThreshold).size(); ++i) screen.press(' ');
     EXPECT_EQ(monitor->alertSettings().heavyAppThreshold, before.heavyAppThreshold);
     EXPECT_EQ(monitor->alertSettings().lowDiskEnabled, before.lowDiskEnabled);
+}
+
+// The suite page lists what the suite's own presenter says of each member, and only while the
+// suite is active.
+TEST_F(FrontEndRig, TheSuitePageListsTheMembersWhileTheSuiteIsActive) {
+    using namespace kestrow::suite;
+    const GlanceRecord brimlet(SuiteApp::brimlet, true, GlanceState::running, 1000, 10, GlanceLevel::notice,
+                               {{"mem", "Memory", 71.5, "%", GlanceLevel::notice}, {"cpu", "CPU", 12.0, "%", GlanceLevel::ok}});
+    const GlanceRecord corvane(SuiteApp::corvane, false, GlanceState::running, 1000, 10, GlanceLevel::alert,
+                               {{"queue", "Queue", 1234.0, "jobs", GlanceLevel::alert}});
+    suite.rows = {SuiteRow{brimlet}, SuiteRow{corvane}, SuiteRow{SuiteApp(SuiteApp::dismel)}};
+    TerminalFrontEnd screen = frontEnd();
+    screen.press('5');
+    ASSERT_EQ(screen.page(), Page::suite);
+    std::string shown = joined(screen.frame(30, 100));
+    EXPECT_NE(shown.find("The suite is not active"), std::string::npos) << shown;
+    EXPECT_EQ(shown.find(SuiteScreens::member(suite.rows[1], NumberLocale{}).line.name), std::string::npos) << shown;
+
+    suite.active = true;
+    shown = joined(screen.frame(30, 100));
+    EXPECT_EQ(shown.find("The suite is not active"), std::string::npos) << shown;
+    const SuitePopoverScreen popover = SuiteScreens::popover(suite.rows, false, false, NumberLocale{});
+    ASSERT_EQ(popover.members.size(), 3u);
+    for (const SuiteMemberRow& member : popover.members) {
+        EXPECT_NE(shown.find(member.line.name), std::string::npos) << shown;
+        EXPECT_NE(shown.find(member.line.values), std::string::npos) << member.line.values << "\n" << shown;
+        for (const SuiteValueLine& value : member.values) {
+            EXPECT_NE(shown.find(value.label), std::string::npos) << shown;
+            EXPECT_NE(shown.find(value.value), std::string::npos) << shown;
+        }
+    }
+    // Each member's line carries its level: the alert stands out, a member not running is dimmed.
+    const Frame frame = screen.frame(30, 100);
+    const auto toneOf = [&](const std::string& name) {
+        for (std::size_t i = 3; i < frame.lines.size(); ++i)  // below the header, which names this program
+            if (frame.lines[i].text.find(name) != std::string::npos) return frame.lines[i].tone;
+        return screens::Tone::plain;
+    };
+    EXPECT_EQ(toneOf(popover.members[0].line.name), screens::Tone::warning);
+    EXPECT_EQ(toneOf(popover.members[1].line.name), screens::Tone::failure);
+    EXPECT_EQ(toneOf(popover.members[2].line.name), screens::Tone::secondary);
+    TerminalFrontEnd ascii = frontEnd(false);
+    ascii.press('5');
+    for (const Line& line : ascii.frame(30, 100).lines) EXPECT_TRUE(isASCII(line.text)) << line.text;
 }
 
 TEST_F(FrontEndRig, QClosesTheHelpFirstThenLeaves) {
