@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <map>
 
@@ -132,12 +134,33 @@ TEST_F(TerminalEndToEnd, OverviewAppsAndAQuitThatLeavesTheSuiteCleanly) {
     EXPECT_TRUE(lockIsFree(folder.lockURL()));
 }
 
-TEST_F(TerminalEndToEnd, CleansExactlyTheChosenCacheAndTheApprovedPersonalItem) {
+// The report a run writes, without what differs between two runs of the same choices: the date,
+// the free space around it, and the home folder it ran in.
+std::string comparable(const std::string& markdown, const std::string& home) {
+    std::string out;
+    std::size_t start = 0;
+    while (start < markdown.size()) {
+        const std::size_t end = std::min(markdown.find('\n', start), markdown.size());
+        std::string line = markdown.substr(start, end - start);
+        start = end + 1;
+        if (line.starts_with("- Date: ") || line.starts_with("- Free space ") || line.starts_with("- Freed now: ")) continue;
+        for (std::size_t at = line.find(home); at != std::string::npos; at = line.find(home, at + 6))
+            line.replace(at, home.size(), "$HOME");
+        out += line + "\n";
+    }
+    return out;
+}
+
+void plantHome(const std::string& home) {
     kestrow::testing::writeFile(home + "/.npm/_cacache/index-v5/aa/1", std::string(70'000, 'n'));
     kestrow::testing::writeFile(home + "/.cache/pip/wheels/x.whl", std::string(150'000, 'p'));
     kestrow::testing::writeFile(home + "/work/site/node_modules/left-pad/index.js", std::string(40'000, 'j'));
     kestrow::testing::writeFile(home + "/work/site/package.json", "{}");
     kestrow::testing::writeFile(home + "/Documents/notes.txt", "mine");
+}
+
+TEST_F(TerminalEndToEnd, CleansExactlyTheChosenCacheAndTheApprovedPersonalItem) {
+    plantHome(home);
     start();
     keys({"3"});
     ASSERT_TRUE(shows(" m  Measure")) << screen();
@@ -160,6 +183,16 @@ TEST_F(TerminalEndToEnd, CleansExactlyTheChosenCacheAndTheApprovedPersonalItem) 
 
     keys({"Enter"});
     ASSERT_TRUE(shows("Clean 2 items?")) << screen();
+    // The question lists exactly the chosen items and where each goes.
+    const std::string asked = screen();
+    EXPECT_NE(asked.find("\u2022 npm cache ("), std::string::npos) << asked;
+    EXPECT_NE(asked.find("\u2022 node_modules in site ("), std::string::npos) << asked;
+    EXPECT_EQ(asked.find("pip cache"), std::string::npos) << asked;
+    std::size_t destinations = 0;
+    for (std::size_t at = asked.find("): moved to the Trash"); at != std::string::npos;
+         at = asked.find("): moved to the Trash", at + 1))
+        ++destinations;
+    EXPECT_EQ(destinations, 2u) << asked;
     keys({"Enter"});
     ASSERT_TRUE(shows("Removed (2)")) << screen() << log();
     EXPECT_FALSE(fs::exists(home + "/.npm/_cacache"));
@@ -171,10 +204,52 @@ TEST_F(TerminalEndToEnd, CleansExactlyTheChosenCacheAndTheApprovedPersonalItem) 
 
     keys({"e"});
     EXPECT_TRUE(shows("Report written")) << screen();
-    std::size_t reports = 0;
-    for (const auto& entry : fs::directory_iterator(temp.path()))
-        if (entry.path().filename().string().starts_with("Cleanup Report ")) ++reports;
-    EXPECT_EQ(reports, 2u);  // Markdown and JSON, in the folder it was started from
+    std::vector<std::string> reports;
+    ASSERT_TRUE(waitUntil([&] {
+        reports.clear();
+        for (const auto& entry : fs::directory_iterator(temp.path()))
+            if (entry.path().filename().string().starts_with("Cleanup Report ")) reports.push_back(entry.path());
+        std::sort(reports.begin(), reports.end());
+        return reports.size() == 2;  // JSON and Markdown, in the folder it was started from
+    }, 30));
+    ASSERT_TRUE(reports[1].ends_with(".md")) << reports[1];
+    ASSERT_TRUE(reports[0].ends_with(".json")) << reports[0];
+    keys({"q"});
+    ASSERT_TRUE(waitUntil([&] { return sessionEnded(); }, 30)) << screen();
+
+    // The same choices through the command line, in a home planted the same way: the report it
+    // prints is the one the terminal exported, but for the date and the free space.
+    const std::string twin = temp / "twin";
+    plantHome(twin);
+    ChildProcess cli({KESTROW_BRIMLET_PATH, "--clean", "--item", "npm-cache", "--approve", "node-modules:work/site/node_modules"},
+                     {{"HOME", twin}, {"XDG_CONFIG_HOME", temp / "twin-config"}, {"XDG_DATA_HOME", twin + "/.local/share"},
+                      {"XDG_CACHE_HOME", twin + "/.cache"}},
+                     temp / "cli.out", temp / "cli.err");
+    ASSERT_EQ(cli.waitExit(120), 0) << cli.err();
+    const std::string exported = kestrow::testing::readWholeFile(reports[1]);
+    EXPECT_EQ(comparable(exported, home), comparable(cli.out(), twin)) << exported << "\n" << cli.out();
+    EXPECT_NE(exported.find("## Deleted (2)"), std::string::npos) << exported;
+}
+
+TEST_F(TerminalEndToEnd, TheSuitePageShowsASecondMembersRow) {
+    start();
+    keys({"5"});
+    ASSERT_TRUE(shows("[5 Suite]")) << screen() << log();
+    EXPECT_TRUE(shows("The suite is not active")) << screen();
+    // A second member joins the same suite folder: its record, fresh for a minute, makes the suite
+    // active and brings its row to the page.
+    const auto now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    using kestrow::suite::GlanceLevel;
+    using kestrow::suite::GlanceRecord;
+    ASSERT_TRUE(GlanceStore{folder}
+                    .write(GlanceRecord(SuiteApp::corvane, false, GlanceState::running, now, GlanceRecord::ttlMax,
+                                        GlanceLevel::notice, {{"queue", "Queue", 42.0, "jobs", GlanceLevel::notice}}))
+                    .ok());
+    ASSERT_TRUE(shows(SuiteApp(SuiteApp::corvane).shortName())) << screen() << log();
+    const std::string members = screen();
+    EXPECT_NE(members.find("Queue"), std::string::npos) << members;
+    EXPECT_NE(members.find("jobs"), std::string::npos) << members;
+    EXPECT_EQ(members.find("The suite is not active"), std::string::npos) << members;
     keys({"q"});
     ASSERT_TRUE(waitUntil([&] { return sessionEnded(); }, 30)) << screen();
 }
