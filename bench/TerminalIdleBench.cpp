@@ -119,7 +119,8 @@ int main(int argc, char** argv) {
 
     const std::string server = shellQuoted(tmux) + " -f /dev/null -S " + shellQuoted(temp + "/tmux.sock") + " ";
     for (std::size_t i = 0; i < subjects.size(); ++i) {
-        const std::string session = "s" + std::to_string(i);
+        std::string session = "s";
+        session += std::to_string(i);
         std::system((server + "new-session -d -x 100 -y 30 -s " + session + " " + shellQuoted(subjects[i].command)).c_str());
         subjects[i].pid = std::atoi(commandOutput(server + "list-panes -t " + session + " -F '#{pane_pid}'").c_str());
     }
