@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "CLocaleNumbers.hpp"
+#include "UnicodeCase.hpp"
 
 namespace kestrow {
 
@@ -94,24 +95,6 @@ std::size_t utf8SequenceLength(std::string_view bytes, std::size_t pos) {
         return 4;
     }
     return 0;
-}
-
-void appendUtf8(std::string& out, std::uint32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
 }
 
 }  // namespace
@@ -328,7 +311,7 @@ private:
                         if (low < 0xDC00 || low > 0xDFFF) return fail("lone high surrogate");
                         cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
                     }
-                    appendUtf8(out, cp);
+                    appendUtf8(static_cast<char32_t>(cp), out);
                     break;
                 }
                 default: return fail("invalid escape");

@@ -34,24 +34,6 @@ std::size_t cells(char32_t c) {
     return 1;
 }
 
-void append(std::string& out, char32_t c) {
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-    } else if (c < 0x800) {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (c >> 18));
-        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
 // The longest prefix of at most `width` cells, and its cells.
 std::pair<std::string, std::size_t> prefix(std::string_view text, std::size_t width) {
     std::string out;
@@ -60,7 +42,7 @@ std::pair<std::string, std::size_t> prefix(std::string_view text, std::size_t wi
         const auto [code, length] = decode(text, at);
         const std::size_t w = cells(code);
         if (used + w > width) break;
-        if (code == invalid) append(out, invalid);
+        if (code == invalid) kestrow::appendUtf8(invalid, out);
         else out.append(text.substr(at, length));
         used += w;
         at += length;
