@@ -169,6 +169,7 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
     NSTextField* field = [tableView makeViewWithIdentifier:column.identifier owner:self];
     if (!field) {
         field = label([NSString string]);
+        field.translatesAutoresizingMaskIntoConstraints = YES;  // the table places its cell views by frame
         field.identifier = column.identifier;
     }
     if (column.identifier == categoryColumn) {

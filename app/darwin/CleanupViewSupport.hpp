@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "WindowKit.hpp"
+#include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "app/CleanupStore.hpp"
 #include "app/screens/CleanupScreen.hpp"
@@ -33,9 +34,8 @@ inline NSFont* digitsFont(CGFloat size, NSFontWeight weight = NSFontWeightRegula
 // A one-line label in a system colour, so that dark mode follows by itself.
 inline NSTextField* label(NSString* value, NSFont* font = systemFont(bodySize()),
                           NSColor* colour = NSColor.labelColor) {
-    NSTextField* field = [NSTextField labelWithString:value];
-    field.font = font;
-    field.textColor = colour;
+    NSTextField* field = kestrow::mac::makeLabel(value, font, colour);
+    // Paths lose their middle: the folder names that tell two apart are mostly at their ends.
     field.lineBreakMode = NSLineBreakByTruncatingMiddle;
     [field setContentCompressionResistancePriority:NSLayoutPriorityDefaultLow
                                     forOrientation:NSLayoutConstraintOrientationHorizontal];
