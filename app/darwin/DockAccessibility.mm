@@ -73,7 +73,7 @@ std::optional<DockItem> dockItem(AXUIElementRef element) {
     if ([url isKindOfClass:[NSURL class]] && [(NSURL*)url isFileURL] &&
         [(NSURL*)url getFileSystemRepresentation:path maxLength:sizeof path])
         item.bundlePath = std::string(path);
-    item.axFrame = Rect{position->x, position->y, size->width, size->height};
+    item.axFrame = Rect{{position->x, position->y}, {size->width, size->height}};
     return item;
 }
 
