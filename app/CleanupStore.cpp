@@ -145,9 +145,9 @@ bool CleanupStore::start() {
     session_ = makeSession();
     (void)readFullDiskAccess();  // the phase change below tells the observers
     refusedFolders_.clear();
-    for (std::string_view folder : personalFolders)
-        if (folderRefusalProbe && folderRefusalProbe(home_ + "/" + std::string(folder)))
-            refusedFolders_.emplace_back(folder);
+    for (const PersonalFolder& folder : personalFolders)
+        if (folderRefusalProbe && folderRefusalProbe(home_ + "/" + std::string(folder.path)))
+            refusedFolders_.emplace_back(folder.name);
     measured_.reset();
     personal_.clear();
     selection_.clear();

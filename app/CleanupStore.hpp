@@ -90,9 +90,20 @@ public:
     std::function<std::optional<bool>()> fullDiskAccessProbe;
 
     // The folders of the home folder the personal scan looks in that the system would not let it
-    // open ("Downloads"), in `personalFolders` order; read at every start. Finding nothing there is
-    // then no proof that nothing is there, and the screen says so.
-    static constexpr std::array<std::string_view, 3> personalFolders{"Desktop", "Documents", "Downloads"};
+    // open, by the name the screen gives them ("Downloads"), in `personalFolders` order; read at
+    // every start. Finding nothing there is then no proof that nothing is there, and the screen says
+    // so. Docker Desktop keeps its virtual disk in its app container, which macOS 14 guards as
+    // another app's data.
+    struct PersonalFolder {
+        std::string_view path;  // below the home folder
+        std::string_view name;
+    };
+    static constexpr std::array<PersonalFolder, 4> personalFolders{{
+        {"Desktop", "Desktop"},
+        {"Documents", "Documents"},
+        {"Downloads", "Downloads"},
+        {"Library/Containers/com.docker.docker", "Docker Desktop’s data"},
+    }};
     const std::vector<std::string>& refusedFolders() const { return refusedFolders_; }
     // Whether the system refused to open the folder at that path; the live one opens it. For tests.
     std::function<bool(const std::string& path)> folderRefusalProbe;

@@ -92,7 +92,7 @@ void DesktopController::handOverHotKey() {
     } else if (!hotKey_ && hotKeys_ && !suite_.hostsHere()) {
         // Through the store's setter, so the choice is saved and the monitor follows.
         hotKey_ = std::make_unique<GlobalHotKey>(
-            *hotKeys_, GlobalHotKey::keyCodeM, GlobalHotKey::controlKey | GlobalHotKey::optionKey,
+            *hotKeys_, GlobalHotKey::keyCodeM, GlobalHotKey::controlOption,
             [alive = std::weak_ptr<bool>(alive_), this] {
                 if (alive.lock()) monitor_.setFloatingVisible(!monitor_.floatingVisible());
             });

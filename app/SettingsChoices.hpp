@@ -31,6 +31,9 @@ inline constexpr std::string_view ownIconExplanation =
     "When two or more Kestrow apps are running they share one menu bar item with a readout of the whole suite.";
 inline constexpr std::string_view launchAtLoginTitle = "Launch at login";
 inline constexpr std::string_view loginItemFailurePrefix = "Couldn't change login item: ";
+// The reasons shown after the prefix when the system gives none of its own.
+inline constexpr std::string_view loginItemServiceMissing = "the login item service is not available on this Mac";
+inline constexpr std::string_view loginItemUnknownError = "unknown error";
 inline constexpr std::string_view loginItemApprovalNote =
     "Allow it in System Settings \u203A General \u203A Login Items.";
 inline constexpr std::string_view floatingShortcutNote = "Show or hide it anywhere with \u2303\u2325M.";

@@ -59,7 +59,7 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
     _table.usesAutomaticRowHeights = YES;
     _table.allowsColumnReordering = NO;
     _table.columnAutoresizingStyle = NSTableViewUniformColumnAutoresizingStyle;
-    [_table setAccessibilityLabel:text(label)];
+    [_table setAccessibilityLabel:toNSString(label)];
     struct Column {
         NSUserInterfaceItemIdentifier identifier;
         CGFloat width;
@@ -69,7 +69,7 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
     for (std::size_t i = 0; i < std::size(layout); ++i) {
         NSTableColumn* made = [[NSTableColumn alloc] initWithIdentifier:layout[i].identifier];
         // The checkbox column has no heading; the others take the presenter's, in order.
-        made.title = i == 0 || i > columns.size() ? [NSString string] : text(columns[i - 1]);
+        made.title = i == 0 || i > columns.size() ? [NSString string] : toNSString(columns[i - 1]);
         made.width = layout[i].width;
         if (i == 0) {
             made.minWidth = made.maxWidth = layout[i].width;
@@ -140,8 +140,8 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
         }
         box.state = item.chosen ? NSControlStateValueOn : NSControlStateValueOff;
         box.enabled = item.include.enabled;
-        [box setAccessibilityLabel:text(item.include.spokenLabel())];
-        box.toolTip = item.include.help.empty() ? nil : text(item.include.help);
+        [box setAccessibilityLabel:toNSString(item.include.spokenLabel())];
+        box.toolTip = item.include.help.empty() ? nil : toNSString(item.include.help);
         return box;
     }
     if (column.identifier == nameColumn) {
@@ -159,27 +159,28 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
         }
         NSStackView* lines = cell.subviews.firstObject;
         auto* detail = static_cast<NSTextField*>(lines.arrangedSubviews.lastObject);
-        cell.textField.stringValue = text(item.title);
-        detail.stringValue = text(item.detail);
+        cell.textField.stringValue = toNSString(item.title);
+        detail.stringValue = toNSString(item.detail);
         // The full path where the user can read it: what exactly will be touched.
-        cell.toolTip = text(item.path);
-        [cell setAccessibilityLabel:text(item.accessibilityLabel)];
+        cell.toolTip = toNSString(item.path);
+        [cell setAccessibilityLabel:toNSString(item.accessibilityLabel)];
         return cell;
     }
     NSTextField* field = [tableView makeViewWithIdentifier:column.identifier owner:self];
     if (!field) {
         field = label([NSString string]);
+        field.translatesAutoresizingMaskIntoConstraints = YES;  // the table places its cell views by frame
         field.identifier = column.identifier;
     }
     if (column.identifier == categoryColumn) {
-        field.stringValue = text(item.category);
+        field.stringValue = toNSString(item.category);
         field.textColor = NSColor.secondaryLabelColor;
     } else if (column.identifier == sizeColumn) {
-        field.stringValue = text(item.size);
+        field.stringValue = toNSString(item.size);
         field.font = digitsFont(bodySize(), NSFontWeightRegular);
         field.alignment = NSTextAlignmentRight;
     } else {
-        field.stringValue = text(item.note);
+        field.stringValue = toNSString(item.note);
         field.lineBreakMode = NSLineBreakByWordWrapping;
         field.maximumNumberOfLines = 2;
         field.textColor = toneColour(item.noteTone);

@@ -24,7 +24,7 @@ void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Sec
     };
     std::vector<Span> spans;
     auto line = [&](const std::string& value, NSFont* font, NSColor* colour) {
-        NSString* piece = text(value + "\n");
+        NSString* piece = toNSString(value + "\n");
         spans.push_back({NSMakeRange(all.length, piece.length), font, colour});
         [all appendString:piece];
     };
@@ -112,17 +112,17 @@ void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Sec
 - (void)show:(const brimlet::CleanupScreen::Finished&)finished {
     if (finished == _shown) return;
     _shown = finished;
-    _headline.stringValue = text(finished.headline);
-    _icon.image = symbol(text(finished.symbol), nil);
+    _headline.stringValue = toNSString(finished.headline);
+    _icon.image = symbol(toNSString(finished.symbol), nil);
     _icon.contentTintColor = toneColour(finished.tone);
     for (NSView* old in _lines.arrangedSubviews) [old removeFromSuperview];
-    for (const std::string& line : finished.lines) [_lines addArrangedSubview:paragraph(text(line), NSColor.labelColor)];
-    [_entries setAccessibilityLabel:text(finished.entriesLabel)];
+    for (const std::string& line : finished.lines) [_lines addArrangedSubview:paragraph(toNSString(line), NSColor.labelColor)];
+    [_entries setAccessibilityLabel:toNSString(finished.entriesLabel)];
     showEntries(_entries, finished.sections);
     for (auto [made, control] : {std::pair{_markdown, &finished.exportMarkdown}, std::pair{_json, &finished.exportJSON},
                                  std::pair{_again, &finished.startOver}}) {
         apply(made, *control);
-        made.image = symbol(text(control->symbol), nil);
+        made.image = symbol(toNSString(control->symbol), nil);
         made.imagePosition = NSImageLeading;
     }
 }
@@ -141,7 +141,7 @@ void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Sec
         return;
     }
     NSSavePanel* panel = [NSSavePanel savePanel];
-    panel.nameFieldStringValue = text(file->suggestedName);
+    panel.nameFieldStringValue = toNSString(file->suggestedName);
     panel.canCreateDirectories = YES;
     panel.extensionHidden = NO;
     const std::string bytes = file->contents;

@@ -61,12 +61,12 @@ using namespace brimlet::mac::cleanup;
     _screen = _presenter->screen();
     NSView* root = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, 760, 720)];
 
-    NSImageView* icon = [NSImageView imageViewWithImage:symbol(text(_screen.symbol), nil)];
+    NSImageView* icon = [NSImageView imageViewWithImage:symbol(toNSString(_screen.symbol), nil)];
     icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:30 weight:NSFontWeightRegular];
     icon.contentTintColor = NSColor.controlAccentColor;
-    NSTextField* title = label(text(_screen.title), systemFont(22, NSFontWeightSemibold));
+    NSTextField* title = label(toNSString(_screen.title), systemFont(22, NSFontWeightSemibold));
     [title setAccessibilityRole:NSAccessibilityStaticTextRole];
-    NSTextField* subtitle = label(text(_screen.tagline), systemFont(bodySize()), NSColor.secondaryLabelColor);
+    NSTextField* subtitle = label(toNSString(_screen.tagline), systemFont(bodySize()), NSColor.secondaryLabelColor);
     NSStackView* titles = stack(@[ title, subtitle ], NSUserInterfaceLayoutOrientationVertical, 2);
     NSStackView* header = stack(@[ icon, titles ], NSUserInterfaceLayoutOrientationHorizontal, 12);
 
@@ -116,9 +116,9 @@ using namespace brimlet::mac::cleanup;
 }
 
 - (NSView*)makeFullDiskAccessBanner:(const brimlet::CleanupScreen::Banner&)banner {
-    NSImageView* icon = [NSImageView imageViewWithImage:symbol(text(banner.symbol), text(banner.accessibilityLabel))];
+    NSImageView* icon = [NSImageView imageViewWithImage:symbol(toNSString(banner.symbol), toNSString(banner.accessibilityLabel))];
     icon.contentTintColor = NSColor.systemOrangeColor;
-    NSTextField* note = paragraph(text(banner.text), NSColor.labelColor);
+    NSTextField* note = paragraph(toNSString(banner.text), NSColor.labelColor);
     NSButton* open = button(banner.openSettings, self, @selector(controlFired:));
     NSStackView* row = stack(@[ icon, note, open ], NSUserInterfaceLayoutOrientationHorizontal, 10);
     row.edgeInsets = NSEdgeInsetsMake(8, 10, 8, 10);
@@ -131,7 +131,7 @@ using namespace brimlet::mac::cleanup;
     box.contentView = row;
     [box setAccessibilityElement:YES];
     [box setAccessibilityRole:NSAccessibilityGroupRole];
-    [box setAccessibilityLabel:text(banner.accessibilityLabel)];
+    [box setAccessibilityLabel:toNSString(banner.accessibilityLabel)];
     box.hidden = !banner.visible;
     return box;
 }
@@ -140,7 +140,7 @@ using namespace brimlet::mac::cleanup;
 // is asked as a sheet, and some actions need the window system (a URL, a save panel).
 - (void)perform:(const brimlet::CleanupControl&)control {
     if (control.action == brimlet::CleanupCommand::openFullDiskAccess) {
-        if (NSURL* url = [NSURL URLWithString:text(_screen.fullDiskAccess.settingsURL)])
+        if (NSURL* url = [NSURL URLWithString:toNSString(_screen.fullDiskAccess.settingsURL)])
             [NSWorkspace.sharedWorkspace openURL:url];
         return;
     }
@@ -179,7 +179,7 @@ using namespace brimlet::mac::cleanup;
     _screen = _presenter->screen();
     _fullDiskAccessBanner.hidden = !_screen.fullDiskAccess.visible;
     NSMutableArray<NSString*>* refusals = [NSMutableArray array];
-    for (const std::string& line : _screen.refusals) [refusals addObject:text(line)];
+    for (const std::string& line : _screen.refusals) [refusals addObject:toNSString(line)];
     _refusals.stringValue = [refusals componentsJoinedByString:@"\n"];
     _refusals.hidden = refusals.count == 0;
 
@@ -237,19 +237,19 @@ using namespace brimlet::mac::cleanup;
 - (NSView*)idlePane {
     const brimlet::CleanupScreen::Idle& idle = _screen.idle;
     NSMutableArray<NSView*>* views = [NSMutableArray array];
-    [views addObject:label(text(idle.heading), systemFont(15, NSFontWeightSemibold))];
+    [views addObject:label(toNSString(idle.heading), systemFont(15, NSFontWeightSemibold))];
     NSMutableArray<NSView*>* wide = [NSMutableArray array];
     for (const brimlet::CleanupScreen::Group& group : idle.groups) {
-        NSImageView* icon = [NSImageView imageViewWithImage:symbol(text(group.symbol), nil)];
+        NSImageView* icon = [NSImageView imageViewWithImage:symbol(toNSString(group.symbol), nil)];
         icon.contentTintColor = NSColor.secondaryLabelColor;
-        NSTextField* name = label(text(group.title), systemFont(bodySize(), NSFontWeightMedium));
-        NSStackView* lines = stack(@[ name, paragraph(text(group.body)) ], NSUserInterfaceLayoutOrientationVertical, 2);
+        NSTextField* name = label(toNSString(group.title), systemFont(bodySize(), NSFontWeightMedium));
+        NSStackView* lines = stack(@[ name, paragraph(toNSString(group.body)) ], NSUserInterfaceLayoutOrientationVertical, 2);
         NSStackView* row = stack(@[ icon, lines ], NSUserInterfaceLayoutOrientationHorizontal, 10);
         row.alignment = NSLayoutAttributeTop;
         [views addObject:row];
         [wide addObject:row];
     }
-    NSTextField* note = paragraph(text(idle.note));
+    NSTextField* note = paragraph(toNSString(idle.note));
     [views addObject:note];
     [wide addObject:note];
     [views addObject:button(idle.measure, self, @selector(controlFired:))];
@@ -268,7 +268,7 @@ using namespace brimlet::mac::cleanup;
     _progress.indeterminate = busy.total == 0;
     _progress.minValue = 0;
     [_progress startAnimation:nil];
-    [_progress setAccessibilityLabel:text(busy.progressLabel)];
+    [_progress setAccessibilityLabel:toNSString(busy.progressLabel)];
     _progressLabel = label([NSString string], systemFont(bodySize()));
     _cancelButton = button(busy.cancel, self, @selector(controlFired:));
     NSStackView* pane =
@@ -279,7 +279,7 @@ using namespace brimlet::mac::cleanup;
 
 - (void)updateBusy {
     const brimlet::CleanupScreen::Busy& busy = _screen.busy;
-    NSString* line = text(busy.line);
+    NSString* line = toNSString(busy.line);
     _progressLabel.stringValue = line;
     if (busy.total != 0) {
         _progress.indeterminate = NO;
@@ -306,10 +306,10 @@ using namespace brimlet::mac::cleanup;
     [list setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationVertical];
     [list.heightAnchor constraintGreaterThanOrEqualToConstant:200].active = YES;
 
-    NSMutableArray<NSView*>* modeRow = [NSMutableArray arrayWithObject:label(text(ready.modeTitle), systemFont(bodySize()))];
+    NSMutableArray<NSView*>* modeRow = [NSMutableArray arrayWithObject:label(toNSString(ready.modeTitle), systemFont(bodySize()))];
     _modeChoices = [NSMutableArray array];
     for (const brimlet::CleanupScreen::ModeOption& option : ready.modes) {
-        NSButton* radio = [NSButton radioButtonWithTitle:text(option.choose.title)
+        NSButton* radio = [NSButton radioButtonWithTitle:toNSString(option.choose.title)
                                                   target:self
                                                   action:@selector(controlFired:)];
         radio.tag = static_cast<NSInteger>(option.choose.action);
@@ -335,8 +335,8 @@ using namespace brimlet::mac::cleanup;
 
 - (void)updateReady {
     const brimlet::CleanupScreen::Ready& ready = _screen.ready;
-    _spaceLabel.stringValue = text(ready.space);
-    _homeLabel.stringValue = text(ready.home);
+    _spaceLabel.stringValue = toNSString(ready.space);
+    _homeLabel.stringValue = toNSString(ready.home);
     _homeLabel.hidden = ready.home.empty();
     [_items showRows:ready.rows];
     for (std::size_t i = 0; i < ready.modes.size() && i < _modeChoices.count; ++i) {
@@ -344,8 +344,8 @@ using namespace brimlet::mac::cleanup;
         radio.state = ready.modes[i].chosen ? NSControlStateValueOn : NSControlStateValueOff;
         radio.enabled = ready.modes[i].choose.enabled;
     }
-    _modeNote.stringValue = text(ready.modeNote);
-    _totalLabel.stringValue = text(ready.total);
+    _modeNote.stringValue = toNSString(ready.modeNote);
+    _totalLabel.stringValue = toNSString(ready.total);
     apply(_measureAgain, ready.measureAgain);
     apply(_cleanButton, ready.clean);
 }

@@ -9,13 +9,16 @@
 #include <string_view>
 #include <vector>
 
+#include "WindowKit.hpp"
+#include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "app/CleanupStore.hpp"
 #include "app/screens/CleanupScreen.hpp"
 
 namespace brimlet::mac::cleanup {
 
-inline NSString* text(std::string_view value) { return kestrow::mac::toNSString(value); }
+using kestrow::mac::toNSString;
+using brimlet::mac::askDialog;
 using kestrow::mac::utf8;
 
 inline CGFloat bodySize() { return NSFont.systemFontSize; }
@@ -31,9 +34,8 @@ inline NSFont* digitsFont(CGFloat size, NSFontWeight weight = NSFontWeightRegula
 // A one-line label in a system colour, so that dark mode follows by itself.
 inline NSTextField* label(NSString* value, NSFont* font = systemFont(bodySize()),
                           NSColor* colour = NSColor.labelColor) {
-    NSTextField* field = [NSTextField labelWithString:value];
-    field.font = font;
-    field.textColor = colour;
+    NSTextField* field = kestrow::mac::makeLabel(value, font, colour);
+    // Paths lose their middle: the folder names that tell two apart are mostly at their ends.
     field.lineBreakMode = NSLineBreakByTruncatingMiddle;
     [field setContentCompressionResistancePriority:NSLayoutPriorityDefaultLow
                                     forOrientation:NSLayoutConstraintOrientationHorizontal];
@@ -67,19 +69,19 @@ inline NSButton* button(NSString* title, NSString* symbolName, id target, SEL ac
 // A control as the presenter describes it: title, symbol, spoken label, help, state and keys. The
 // action goes in the tag, for the one selector that hands it back.
 inline void apply(NSButton* made, const brimlet::CleanupControl& control) {
-    made.title = text(control.title);
+    made.title = toNSString(control.title);
     made.enabled = control.enabled;
     made.tag = static_cast<NSInteger>(control.action);
-    [made setAccessibilityLabel:text(control.spokenLabel())];
-    made.toolTip = control.help.empty() ? nil : text(control.help);
+    [made setAccessibilityLabel:toNSString(control.spokenLabel())];
+    made.toolTip = control.help.empty() ? nil : toNSString(control.help);
     if (control.isDefault) made.keyEquivalent = @"\r";
     else if (control.isCancel) made.keyEquivalent = @"\x1b";  // Escape
     made.hasDestructiveAction = control.isDestructive;
 }
 
 inline NSButton* button(const brimlet::CleanupControl& control, id target, SEL action) {
-    NSButton* made = control.symbol.empty() ? [NSButton buttonWithTitle:text(control.title) target:target action:action]
-                                            : button(text(control.title), text(control.symbol), target, action);
+    NSButton* made = control.symbol.empty() ? [NSButton buttonWithTitle:toNSString(control.title) target:target action:action]
+                                            : button(toNSString(control.title), toNSString(control.symbol), target, action);
     apply(made, control);
     return made;
 }
@@ -93,34 +95,6 @@ inline NSColor* toneColour(brimlet::screens::Tone tone) {
         case brimlet::screens::Tone::failure: return NSColor.systemRedColor;
     }
     return NSColor.labelColor;
-}
-
-// Asks `dialog` as a sheet of `window`; `answered` gets the button the user chose (the last one when
-// the sheet ends any other way).
-inline void askDialog(const brimlet::CleanupDialog& dialog, NSWindow* window,
-                      std::function<void(const brimlet::CleanupControl&)> answered) {
-    NSAlert* alert = [[NSAlert alloc] init];
-    switch (dialog.style) {
-        case brimlet::screens::DialogStyle::informational: alert.alertStyle = NSAlertStyleInformational; break;
-        case brimlet::screens::DialogStyle::warning: alert.alertStyle = NSAlertStyleWarning; break;
-        case brimlet::screens::DialogStyle::critical: alert.alertStyle = NSAlertStyleCritical; break;
-    }
-    if (!dialog.symbol.empty())
-        if (NSImage* icon = symbol(text(dialog.symbol), nil)) alert.icon = icon;
-    alert.messageText = text(dialog.title);
-    alert.informativeText = text(dialog.message);
-    for (const brimlet::CleanupControl& control : dialog.buttons) {
-        NSButton* made = [alert addButtonWithTitle:text(control.title)];
-        made.hasDestructiveAction = control.isDestructive;
-    }
-    const std::vector<brimlet::CleanupControl> buttons = dialog.buttons;
-    [alert beginSheetModalForWindow:window
-                  completionHandler:^(NSModalResponse response) {
-                    if (buttons.empty()) return;
-                    const NSInteger index = response - NSAlertFirstButtonReturn;
-                    const bool known = index >= 0 && static_cast<std::size_t>(index) < buttons.size();
-                    answered(known ? buttons[static_cast<std::size_t>(index)] : buttons.back());
-                  }];
 }
 
 inline NSStackView* stack(NSArray<NSView*>* views, NSUserInterfaceLayoutOrientation orientation, CGFloat spacing) {

@@ -14,11 +14,13 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #import "AppDelegate.h"
 #include "MacFrontEnd.hpp"
 #include "app/BrimletApplication.hpp"
+#include "app/LaunchDefaults.hpp"
 #include "app/LaunchRole.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "base/Files.hpp"
@@ -70,11 +72,9 @@ void forceAppearance(MonitorStore::Appearance appearance) {
 class MacSession final : public mac::ApplicationSession {
 public:
     MacSession(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
-               std::unique_ptr<kestrow::MainLoop> loop, std::unique_ptr<kestrow::UserDefaults> standard,
-               std::unique_ptr<kestrow::UserDefaults> qaDefaults)
+               std::unique_ptr<kestrow::MainLoop> loop, LaunchDefaults defaults)
         : loop_(std::move(loop)),
-          standard_(std::move(standard)),
-          qaDefaults_(std::move(qaDefaults)),
+          defaults_(std::move(defaults)),
           // A click on an alert opens the dashboard, once the application is there to open it.
           notifier_(mac::makeUserNotificationNotifier(*loop_,
                                                       [this] {
@@ -89,8 +89,8 @@ public:
 
         application_ = std::make_unique<BrimletApplication>(BrimletPlatform{
             .loop = *loop_,
-            .monitorDefaults = *standard_,
-            .suiteDefaults = qaDefaults_ ? *qaDefaults_ : *standard_,
+            .monitorDefaults = defaults_.monitor(),
+            .suiteDefaults = defaults_.suite(),
             .notifier = *notifier_,
             .arguments = arguments,
             .suiteFolders = std::move(folders),
@@ -134,8 +134,7 @@ public:
 
 private:
     std::unique_ptr<kestrow::MainLoop> loop_;
-    std::unique_ptr<kestrow::UserDefaults> standard_;
-    std::unique_ptr<kestrow::UserDefaults> qaDefaults_;
+    LaunchDefaults defaults_;
     std::unique_ptr<Notifier> notifier_;
     kestrow::suite::HotKeyCenter& hotKeys_;
     std::unique_ptr<BrimletApplication> application_;
@@ -162,22 +161,17 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
     application.delegate = delegate;  // a weak reference: `delegate` keeps it for the run
 
     std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(false);  // signals: see above
-    std::unique_ptr<kestrow::UserDefaults> standard = kestrow::UserDefaults::standard(SuiteLaunch::bundleIdentifier());
-    std::unique_ptr<kestrow::UserDefaults> qaDefaults;
-    if (!suiteDomain.isStandard()) {
-        qaDefaults = kestrow::UserDefaults::named(*suiteDomain.suiteName);
-        if (!qaDefaults) {
-            const SuiteLaunch::Exit exit = SuiteLaunch::qaDefaultsUnavailable();
-            std::fputs(exit.standardError.c_str(), stderr);
-            return exit.status;
-        }
+    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened = LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
+    if (const SuiteLaunch::Exit* exit = std::get_if<SuiteLaunch::Exit>(&opened)) {
+        std::fputs(exit->standardError.c_str(), stderr);
+        return exit->status;
     }
 
     kestrow::log::info(logCategory, "starting the menu-bar app");
     for (const auto& folder : folders) kestrow::log::info(logCategory, "suite folder: " + folder.url);
 
-    auto session = std::make_unique<MacSession>(arguments, std::move(folders), std::move(loop), std::move(standard),
-                                                std::move(qaDefaults));
+    auto session = std::make_unique<MacSession>(arguments, std::move(folders), std::move(loop),
+                                                std::get<LaunchDefaults>(std::move(opened)));
     delegate.session = session.get();
     [AppDelegate settleRoleBeforeRun];
     [application run];

@@ -14,7 +14,7 @@
 #include "app/MonitorReadout.hpp"
 #include "app/screens/MonitorScreens.hpp"
 
-using brimlet::mac::ns;
+using brimlet::mac::toNSString;
 
 // The rounded background of a figure, drawn with system colours so it follows dark mode.
 @interface KBCardView : NSView
@@ -53,7 +53,7 @@ struct FigureCard {
 FigureCard makeFigureCard() {
     FigureCard card;
     card.title = brimlet::mac::makeLabel(@"", NSFontTextStyleSubheadline, NSColor.secondaryLabelColor);
-    card.value = [NSTextField labelWithString:ns(brimlet::MonitorReadout::unknown)];
+    card.value = [NSTextField labelWithString:toNSString(brimlet::MonitorReadout::unknown)];
     card.value.font = [NSFont monospacedDigitSystemFontOfSize:22 weight:NSFontWeightSemibold];
     card.value.textColor = NSColor.labelColor;
     card.detail = brimlet::mac::makeLabel(@"", NSFontTextStyleFootnote, NSColor.tertiaryLabelColor);
@@ -83,12 +83,12 @@ FigureCard makeFigureCard() {
 }
 
 void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
-    card.title.stringValue = ns(figure.title);
-    card.value.stringValue = ns(figure.value);
-    card.detail.stringValue = ns(figure.detail);
-    card.grade.stringValue = ns(figure.rating ? figure.rating->rawValue() : std::string_view());
+    card.title.stringValue = toNSString(figure.title);
+    card.value.stringValue = toNSString(figure.value);
+    card.detail.stringValue = toNSString(figure.detail);
+    card.grade.stringValue = toNSString(figure.rating ? figure.rating->rawValue() : std::string_view());
     card.grade.textColor = brimlet::mac::ratingColor(figure.rating);
-    card.box.accessibilityLabel = ns(figure.accessibilityLabel());
+    card.box.accessibilityLabel = toNSString(figure.accessibilityLabel());
 }
 
 }  // namespace
@@ -131,11 +131,11 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     NSView* root = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, 1040, 820)];
     _screen = brimlet::MonitorScreens::dashboard(_application->monitor());
 
-    _status = brimlet::mac::makeLabel(ns(_screen.status), NSFontTextStyleSubheadline, NSColor.secondaryLabelColor);
-    _dismissAlertHint = [NSButton buttonWithTitle:ns(_screen.dismissAlertNote.title) target:nil action:nil];
+    _status = brimlet::mac::makeLabel(toNSString(_screen.status), NSFontTextStyleSubheadline, NSColor.secondaryLabelColor);
+    _dismissAlertHint = [NSButton buttonWithTitle:toNSString(_screen.dismissAlertNote.title) target:nil action:nil];
     _dismissAlertHint.controlSize = NSControlSizeSmall;
     _dismissAlertHint.hidden = YES;
-    _dismissAlertHint.accessibilityLabel = ns(_screen.dismissAlertNote.spokenLabel());
+    _dismissAlertHint.accessibilityLabel = toNSString(_screen.dismissAlertNote.spokenLabel());
     brimlet::BrimletApplication* application = _application;
     brimlet::mac::onAction(_dismissAlertHint, ^(id) {
         application->monitor().setHasUndeliveredAlert(false);
@@ -171,9 +171,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     _cpuNow = [self nowLabel];
     _diskNow = [self nowLabel];
     NSStackView* charts = [NSStackView stackViewWithViews:@[
-        [self chartPanel:ns(_screen.chartTitles.at(0)) now:_memoryNow chart:_memoryChart legend:nil],
-        [self chartPanel:ns(_screen.chartTitles.at(1)) now:_cpuNow chart:_cpuChart legend:nil],
-        [self chartPanel:ns(_screen.chartTitles.at(2))
+        [self chartPanel:toNSString(_screen.chartTitles.at(0)) now:_memoryNow chart:_memoryChart legend:nil],
+        [self chartPanel:toNSString(_screen.chartTitles.at(1)) now:_cpuNow chart:_cpuChart legend:nil],
+        [self chartPanel:toNSString(_screen.chartTitles.at(2))
                      now:_diskNow
                    chart:_diskChart
                   legend:[self legendWithReads:readColor writes:writeColor]],
@@ -183,9 +183,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 
     NSScrollView* tableScroll = [self makeTable];
     _hiddenNote = brimlet::mac::makeLabel([NSString string], NSFontTextStyleFootnote, NSColor.secondaryLabelColor);
-    _quitSelected = [NSButton buttonWithTitle:ns(_screen.quitSelected.title) target:nil action:nil];
+    _quitSelected = [NSButton buttonWithTitle:toNSString(_screen.quitSelected.title) target:nil action:nil];
     _quitSelected.enabled = NO;
-    _quitSelected.accessibilityLabel = ns(_screen.quitSelected.spokenLabel());
+    _quitSelected.accessibilityLabel = toNSString(_screen.quitSelected.spokenLabel());
     __weak KBDashboardViewController* weakSelf = self;
     brimlet::mac::onAction(_quitSelected, ^(id) {
         [weakSelf confirmQuitOfRow:weakSelf ? [weakSelf selectedRow] : -1];
@@ -195,8 +195,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     NSStackView* footer = [NSStackView stackViewWithViews:@[ _hiddenNote, spacer, _quitSelected ]];
 
     NSStackView* stack = [NSStackView stackViewWithViews:@[
-        header, figures, brimlet::mac::makeHeading(ns(_screen.chartsHeading)), charts,
-        brimlet::mac::makeHeading(ns(_screen.tableHeading)), tableScroll, footer
+        header, figures, brimlet::mac::makeHeading(toNSString(_screen.chartsHeading)), charts,
+        brimlet::mac::makeHeading(toNSString(_screen.tableHeading)), tableScroll, footer
     ]];
     stack.orientation = NSUserInterfaceLayoutOrientationVertical;
     stack.alignment = NSLayoutAttributeLeading;
@@ -225,8 +225,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 - (NSView*)legendWithReads:(NSColor*)reads writes:(NSColor*)writes {
     // The disk chart's two lines, in the presenter's order: reads, then writes.
     const std::vector<std::string>& names = _screen.diskLegend;
-    NSTextField* r = brimlet::mac::makeLabel(ns(names.size() > 0 ? names[0] : std::string()), NSFontTextStyleCaption1, reads);
-    NSTextField* w = brimlet::mac::makeLabel(ns(names.size() > 1 ? names[1] : std::string()), NSFontTextStyleCaption1, writes);
+    NSTextField* r = brimlet::mac::makeLabel(toNSString(names.size() > 0 ? names[0] : std::string()), NSFontTextStyleCaption1, reads);
+    NSTextField* w = brimlet::mac::makeLabel(toNSString(names.size() > 1 ? names[1] : std::string()), NSFontTextStyleCaption1, writes);
     NSStackView* legend = [NSStackView stackViewWithViews:@[ r, w ]];
     legend.spacing = 10;
     legend.accessibilityElement = NO;  // the chart's own label names both lines
@@ -255,7 +255,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     _table.allowsMultipleSelection = NO;
     _table.allowsEmptySelection = YES;
     _table.columnAutoresizingStyle = NSTableViewFirstColumnOnlyAutoresizingStyle;
-    _table.accessibilityLabel = ns(_screen.tableHeading);
+    _table.accessibilityLabel = toNSString(_screen.tableHeading);
     struct Column {
         NSString* identifier;
         NSString* title;
@@ -264,7 +264,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     };
     // The presenter's headings, in this order; the quit column's heading is its tooltip.
     const std::vector<std::string>& headings = _screen.columns;
-    auto heading = [&](std::size_t i) { return ns(i < headings.size() ? headings[i] : std::string()); };
+    auto heading = [&](std::size_t i) { return toNSString(i < headings.size() ? headings[i] : std::string()); };
     const Column columns[] = {
         {nameColumn, heading(0), 420, NSTextAlignmentLeft},
         {memoryColumn, heading(1), 110, NSTextAlignmentRight},
@@ -309,9 +309,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 - (void)refresh {
     brimlet::MonitorStore& store = _application->monitor();
     NSString* selectedID = nil;
-    if (const NSInteger row = [self selectedRow]; row >= 0) selectedID = ns(_rows[static_cast<std::size_t>(row)].id);
+    if (const NSInteger row = [self selectedRow]; row >= 0) selectedID = toNSString(_rows[static_cast<std::size_t>(row)].id);
     _screen = brimlet::MonitorScreens::dashboard(store, selectedID ? brimlet::mac::utf8(selectedID) : std::string());
-    _status.stringValue = ns(_screen.status);
+    _status.stringValue = toNSString(_screen.status);
     _status.textColor = _screen.statusTone == brimlet::screens::Tone::warning ? NSColor.systemOrangeColor
                                                                               : NSColor.secondaryLabelColor;
     _dismissAlertHint.hidden = !_screen.showsDismiss;
@@ -322,13 +322,13 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     [_table reloadData];
     if (selectedID) {
         for (std::size_t i = 0; i < _rows.size(); ++i) {
-            if ([ns(_rows[i].id) isEqualToString:selectedID]) {
+            if ([toNSString(_rows[i].id) isEqualToString:selectedID]) {
                 [_table selectRowIndexes:[NSIndexSet indexSetWithIndex:i] byExtendingSelection:NO];
                 break;
             }
         }
     }
-    _hiddenNote.stringValue = ns(_screen.hiddenNote);
+    _hiddenNote.stringValue = toNSString(_screen.hiddenNote);
     [self updateQuitButton];
 }
 
@@ -337,9 +337,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     NSTextField* nows[] = {_memoryNow, _cpuNow, _diskNow};
     for (std::size_t i = 0; i < 3 && i < _screen.charts.size(); ++i) {
         const brimlet::DashboardChart& chart = _screen.charts[i];
-        [views[i] setSeries:chart.lines ceiling:chart.ceiling summary:ns(chart.summary)];
-        nows[i].stringValue = ns(chart.now);
-        if (!chart.nowAccessibilityLabel.empty()) nows[i].accessibilityLabel = ns(chart.nowAccessibilityLabel);
+        [views[i] setSeries:chart.lines ceiling:chart.ceiling summary:toNSString(chart.summary)];
+        nows[i].stringValue = toNSString(chart.now);
+        if (!chart.nowAccessibilityLabel.empty()) nows[i].accessibilityLabel = toNSString(chart.nowAccessibilityLabel);
     }
 }
 
@@ -354,7 +354,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     const NSInteger row = [self selectedRow];
     const bool canQuit = row >= 0 && _rows[static_cast<std::size_t>(row)].quit.enabled;
     _quitSelected.enabled = canQuit;
-    _quitSelected.toolTip = row >= 0 ? ns(_rows[static_cast<std::size_t>(row)].quit.help) : nil;
+    _quitSelected.toolTip = row >= 0 ? toNSString(_rows[static_cast<std::size_t>(row)].quit.help) : nil;
 }
 
 - (void)tableViewSelectionDidChange:(NSNotification*)notification {
@@ -368,11 +368,11 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 }
 
 - (NSImage*)iconForRow:(const brimlet::AppListRow&)row {
-    if (!row.bundlePath) return [NSImage imageWithSystemSymbolName:ns(row.fallbackSymbol) accessibilityDescription:nil];
-    NSString* key = ns(row.id);
+    if (!row.bundlePath) return [NSImage imageWithSystemSymbolName:toNSString(row.fallbackSymbol) accessibilityDescription:nil];
+    NSString* key = toNSString(row.id);
     NSImage* icon = [_icons objectForKey:key];
     if (!icon) {
-        icon = [[NSWorkspace sharedWorkspace] iconForFile:ns(*row.bundlePath)];
+        icon = [[NSWorkspace sharedWorkspace] iconForFile:toNSString(*row.bundlePath)];
         [_icons setObject:icon forKey:key];
     }
     return icon;
@@ -386,8 +386,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     if ([identifier isEqualToString:quitColumn]) {
         NSButton* button = [tableView makeViewWithIdentifier:quitColumn owner:self];
         if (!button) {
-            button = [NSButton buttonWithImage:[NSImage imageWithSystemSymbolName:ns(row.quit.symbol)
-                                                         accessibilityDescription:ns(row.quit.title)]
+            button = [NSButton buttonWithImage:[NSImage imageWithSystemSymbolName:toNSString(row.quit.symbol)
+                                                         accessibilityDescription:toNSString(row.quit.title)]
                                         target:nil
                                         action:nil];
             button.bordered = NO;
@@ -395,9 +395,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
         }
         button.tag = index;
         button.enabled = row.quit.enabled;
-        button.toolTip = ns(row.quit.help);
-        button.accessibilityLabel = ns(row.quit.spokenLabel());
-        button.accessibilityHelp = ns(row.quit.help);
+        button.toolTip = toNSString(row.quit.help);
+        button.accessibilityLabel = toNSString(row.quit.spokenLabel());
+        button.accessibilityHelp = toNSString(row.quit.help);
         __weak KBDashboardViewController* weakSelf = self;
         brimlet::mac::onAction(button, ^(id sender) {
             [weakSelf confirmQuitOfRow:[static_cast<NSButton*>(sender) tag]];
@@ -440,14 +440,14 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
         ]];
     }
     if ([identifier isEqualToString:nameColumn]) {
-        cell.textField.stringValue = ns(row.name);
+        cell.textField.stringValue = toNSString(row.name);
         cell.imageView.image = [self iconForRow:row];
     } else if ([identifier isEqualToString:memoryColumn]) {
-        cell.textField.stringValue = ns(row.memory);
+        cell.textField.stringValue = toNSString(row.memory);
     } else if ([identifier isEqualToString:cpuColumn]) {
-        cell.textField.stringValue = ns(row.cpu);
+        cell.textField.stringValue = toNSString(row.cpu);
     } else {
-        cell.textField.stringValue = ns(row.processes);
+        cell.textField.stringValue = toNSString(row.processes);
     }
     return cell;
 }
@@ -465,14 +465,9 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     const std::optional<brimlet::MonitorDialog> question = brimlet::MonitorScreens::quitDialog(*found);
     if (!question) return;
     const brimlet::AppGroup group = *found;
-    NSAlert* alert = [[NSAlert alloc] init];
-    alert.messageText = ns(question->title);
-    alert.informativeText = ns(question->message);
-    for (const brimlet::MonitorControl& button : question->buttons) [alert addButtonWithTitle:ns(button.title)];
-    [alert beginSheetModalForWindow:self.view.window
-                  completionHandler:^(NSModalResponse response) {
-                      if (response == NSAlertFirstButtonReturn) brimlet::mac::quitApplication(group);
-                  }];
+    brimlet::mac::askDialog(*question, self.view.window, [group](const brimlet::MonitorControl& chosen) {
+        if (chosen.action == brimlet::MonitorCommand::confirmQuitApp) brimlet::mac::quitApplication(group);
+    });
 }
 
 @end

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "base/darwin/StringBridge.hpp"
+
 namespace brimlet::mac::DockAccessibility {
 
 namespace {
@@ -63,7 +65,7 @@ std::optional<DockItem> dockItem(AXUIElementRef element) {
     if (!position || !size) return std::nullopt;
     DockItem item;
     if ([values[3] isKindOfClass:[NSString class]])
-        if (const char* title = [(NSString*)values[3] UTF8String]) item.title = title;
+        item.title = kestrow::mac::utf8((NSString*)values[3]);
     // The path in the file system's own bytes, as the process sampler reads applications' paths,
     // so that the two compare equal.
     id url = values[4];
@@ -71,7 +73,7 @@ std::optional<DockItem> dockItem(AXUIElementRef element) {
     if ([url isKindOfClass:[NSURL class]] && [(NSURL*)url isFileURL] &&
         [(NSURL*)url getFileSystemRepresentation:path maxLength:sizeof path])
         item.bundlePath = std::string(path);
-    item.axFrame = Rect{position->x, position->y, size->width, size->height};
+    item.axFrame = Rect{{position->x, position->y}, {size->width, size->height}};
     return item;
 }
 

@@ -93,10 +93,10 @@ DockBadgeMetric metricFor(DockBadgeMode mode) {
     return mode == DockBadgeMode::cpu ? DockBadgeMetric::cpu : DockBadgeMetric::memory;
 }
 
-Rect rectOf(NSRect frame) { return Rect{NSMinX(frame), NSMinY(frame), NSWidth(frame), NSHeight(frame)}; }
+Rect rectOf(NSRect frame) { return Rect{{NSMinX(frame), NSMinY(frame)}, {NSWidth(frame), NSHeight(frame)}}; }
 
 // Texts from the core are UTF-8; one that is not (a process name can be anything) reads as empty.
-NSString* stringOf(const std::string& text) { return kestrow::mac::toNSString(text); }
+using kestrow::mac::toNSString;
 
 class DarwinDockBadges final : public DockBadgeController {
 public:
@@ -163,12 +163,12 @@ private:
             } else {
                 window = makeBadgeWindow();
             }
-            NSString* text = stringOf(badge.text);
+            NSString* text = toNSString(badge.text);
             BrimletDockBadgeView* view = (BrimletDockBadgeView*)window.contentView;
             view.text = text;
             view.heavy = badge.isHeavy;
             const auto name = names.find(badge.id);
-            view.accessibilityLabel = stringOf(
+            view.accessibilityLabel = toNSString(
                 DockLayout::spokenLabel(name != names.end() ? name->second : badge.id, metricTitle, badge.text));
             view.accessibilityRole = NSAccessibilityStaticTextRole;
             view.needsDisplay = YES;

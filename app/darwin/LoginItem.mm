@@ -2,7 +2,9 @@
 
 #import <Foundation/Foundation.h>
 
+#include "app/SettingsChoices.hpp"
 #include "base/Log.hpp"
+#include "base/darwin/StringBridge.hpp"
 
 // SMAppService arrived with macOS 13, after the SDK this project builds against, so its class is
 // reached at run time. The protocol declares exactly the members used here, with the signatures of
@@ -52,12 +54,12 @@ State current() {
 
 kestrow::Status setEnabled(bool enabled) {
     id<KBMainAppService> service = mainAppService();
-    if (!service) return kestrow::Status::failure("the login item service is not available on this Mac");
+    if (!service) return kestrow::Status::failure(std::string(brimlet::SettingsChoices::loginItemServiceMissing));
     NSError* error = nil;
     const BOOL done = enabled ? [service registerAndReturnError:&error] : [service unregisterAndReturnError:&error];
     if (done) return kestrow::Status::success();
-    const char* description = error.localizedDescription.UTF8String;
-    std::string text = description ? description : "unknown error";
+    std::string text = kestrow::mac::utf8IfAny(error.localizedDescription)
+                           .value_or(std::string(brimlet::SettingsChoices::loginItemUnknownError));
     kestrow::log::error("settings", "login item not changed: " + text);
     return kestrow::Status::failure(std::move(text));
 }

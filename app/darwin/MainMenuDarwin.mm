@@ -53,15 +53,15 @@ public:
         target_.windows = &windows;
         NSMenu* bar = [[NSMenu alloc] init];
         for (const Menu& menu : MainMenu::menus()) {
-            NSMenu* submenu = [[NSMenu alloc] initWithTitle:ns(menu.title)];
+            NSMenu* submenu = [[NSMenu alloc] initWithTitle:toNSString(menu.title)];
             for (const MenuEntry& entry : menu.entries) {
                 if (entry.command == MenuCommand::separator) {
                     [submenu addItem:[NSMenuItem separatorItem]];
                     continue;
                 }
-                NSMenuItem* item = [[NSMenuItem alloc] initWithTitle:ns(entry.title)
+                NSMenuItem* item = [[NSMenuItem alloc] initWithTitle:toNSString(entry.title)
                                                               action:selectorFor(entry.command)
-                                                       keyEquivalent:ns(entry.key)];
+                                                       keyEquivalent:toNSString(entry.key)];
                 NSEventModifierFlags modifiers = NSEventModifierFlagCommand;
                 if (entry.shift) modifiers |= NSEventModifierFlagShift;
                 if (entry.option) modifiers |= NSEventModifierFlagOption;
@@ -71,7 +71,7 @@ public:
                 if (entry.command == MenuCommand::settings) item.target = target_;
                 [submenu addItem:item];
             }
-            NSMenuItem* holder = [[NSMenuItem alloc] initWithTitle:ns(menu.title) action:nil keyEquivalent:@""];
+            NSMenuItem* holder = [[NSMenuItem alloc] initWithTitle:toNSString(menu.title) action:nil keyEquivalent:@""];
             holder.submenu = submenu;
             [bar addItem:holder];
             if (menu.isWindowsMenu) NSApp.windowsMenu = submenu;

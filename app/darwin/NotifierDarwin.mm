@@ -12,7 +12,7 @@
 #include <string>
 #include <utility>
 
-#include "ShellText.hpp"
+#include "base/darwin/StringBridge.hpp"
 #include "app/AuthorisedNotifier.hpp"
 
 // Lets an alert show as a banner even while one of the app's windows is in front; without a
@@ -56,10 +56,13 @@
 
 namespace brimlet::mac {
 
+using kestrow::mac::toNSString;
+using kestrow::mac::utf8IfAny;
+
 namespace {
 
 std::string describe(NSError* error) {
-    return toStdString(error.localizedDescription).value_or("error") + " (" + toStdString(error.domain).value_or("?") +
+    return utf8IfAny(error.localizedDescription).value_or("error") + " (" + utf8IfAny(error.domain).value_or("?") +
            " " + std::to_string(error.code) + ")";
 }
 

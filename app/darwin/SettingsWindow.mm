@@ -13,7 +13,7 @@
 #include "app/screens/SettingsScreen.hpp"
 #include "base/Log.hpp"
 
-using brimlet::mac::ns;
+using brimlet::mac::toNSString;
 
 namespace {
 
@@ -115,7 +115,7 @@ brimlet::LoginItemState loginState() {
     _shown.clear();
     bool first = true;
     for (const brimlet::SettingsSection& section : sections) {
-        NSGridRow* heading = [_grid addRowWithViews:@[ brimlet::mac::makeHeading(ns(section.heading)),
+        NSGridRow* heading = [_grid addRowWithViews:@[ brimlet::mac::makeHeading(toNSString(section.heading)),
                                                        [NSGridCell emptyContentView] ]];
         [heading mergeCellsInRange:NSMakeRange(0, 2)];
         [heading cellAtIndex:0].xPlacement = NSGridCellPlacementLeading;
@@ -123,7 +123,7 @@ brimlet::LoginItemState loginState() {
         first = false;
         for (const brimlet::SettingsRow& row : section.rows) {
             NSView* control = [self makeControl:row];
-            NSView* caption = row.caption.empty() ? [NSGridCell emptyContentView] : [NSTextField labelWithString:ns(row.caption)];
+            NSView* caption = row.caption.empty() ? [NSGridCell emptyContentView] : [NSTextField labelWithString:toNSString(row.caption)];
             NSGridRow* added = [_grid addRowWithViews:@[ caption, control ]];
             added.rowAlignment = NSGridRowAlignmentFirstBaseline;
             if (row.kind == brimlet::SettingsRow::Kind::note) added.topPadding = -2;
@@ -137,14 +137,14 @@ brimlet::LoginItemState loginState() {
     const brimlet::SettingsCommand command = row.control.action;
     switch (row.kind) {
         case brimlet::SettingsRow::Kind::checkbox:
-            return brimlet::mac::makeCheckbox(ns(row.control.title), row.on, ^(bool on) {
+            return brimlet::mac::makeCheckbox(toNSString(row.control.title), row.on, ^(bool on) {
                 [weakSelf perform:command on:on index:-1];
             });
         case brimlet::SettingsRow::Kind::choice:
-            return brimlet::mac::makePopUp(@[], -1, ns(row.control.spokenLabel()), ^(NSInteger index) {
+            return brimlet::mac::makePopUp(@[], -1, toNSString(row.control.spokenLabel()), ^(NSInteger index) {
                 [weakSelf perform:command on:false index:static_cast<int>(index)];
             });
-        case brimlet::SettingsRow::Kind::note: return brimlet::mac::makeNote(ns(row.text), noteWidth);
+        case brimlet::SettingsRow::Kind::note: return brimlet::mac::makeNote(toNSString(row.text), noteWidth);
     }
     return [NSGridCell emptyContentView];
 }
@@ -153,8 +153,8 @@ brimlet::LoginItemState loginState() {
     switch (row.kind) {
         case brimlet::SettingsRow::Kind::checkbox: {
             NSButton* box = static_cast<NSButton*>(view);
-            box.title = ns(row.control.title);
-            box.accessibilityLabel = ns(row.control.spokenLabel());
+            box.title = toNSString(row.control.title);
+            box.accessibilityLabel = toNSString(row.control.spokenLabel());
             box.state = row.on ? NSControlStateValueOn : NSControlStateValueOff;
             box.enabled = row.control.enabled;
             break;
@@ -162,19 +162,19 @@ brimlet::LoginItemState loginState() {
         case brimlet::SettingsRow::Kind::choice: {
             NSPopUpButton* popUp = static_cast<NSPopUpButton*>(view);
             NSMutableArray<NSString*>* titles = [NSMutableArray array];
-            for (const std::string& choice : row.choices) [titles addObject:ns(choice)];
+            for (const std::string& choice : row.choices) [titles addObject:toNSString(choice)];
             if (![popUp.itemTitles isEqualToArray:titles]) {
                 [popUp removeAllItems];
                 [popUp addItemsWithTitles:titles];
             }
             if (row.selected >= 0) [popUp selectItemAtIndex:row.selected];
             popUp.enabled = row.control.enabled;
-            popUp.accessibilityLabel = ns(row.control.spokenLabel());
+            popUp.accessibilityLabel = toNSString(row.control.spokenLabel());
             break;
         }
         case brimlet::SettingsRow::Kind::note: {
             NSTextField* note = static_cast<NSTextField*>(view);
-            note.stringValue = ns(row.text);
+            note.stringValue = toNSString(row.text);
             note.textColor = toneColour(row.tone);
             break;
         }

@@ -10,10 +10,13 @@
 
 #include <string>
 
-#include "ShellText.hpp"
+#include "base/darwin/StringBridge.hpp"
 #include "app/QuitRule.hpp"
 
 namespace brimlet::mac {
+
+using kestrow::mac::toNSString;
+using kestrow::mac::utf8IfAny;
 
 namespace {
 
@@ -51,7 +54,7 @@ std::optional<std::string> staticCodePath(SecCodeRef code) {
         url == nullptr)
         return std::nullopt;
     NSURL* path = CFBridgingRelease(url);
-    return toStdString(path.path);
+    return utf8IfAny(path.path);
 }
 
 std::optional<std::string> signingIdentifier(SecCodeRef code) {
@@ -63,7 +66,7 @@ std::optional<std::string> signingIdentifier(SecCodeRef code) {
     NSDictionary* dictionary = CFBridgingRelease(information);
     id identifier = dictionary[(__bridge NSString*)kSecCodeInfoIdentifier];  // absent when unsigned
     if (![identifier isKindOfClass:[NSString class]]) return std::nullopt;
-    return toStdString(identifier);
+    return utf8IfAny(identifier);
 }
 
 }  // namespace

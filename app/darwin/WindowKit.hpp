@@ -5,9 +5,11 @@
 
 #import <AppKit/AppKit.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "app/screens/ScreenParts.hpp"
 #include "base/darwin/Activation.hpp"
@@ -17,7 +19,7 @@
 
 namespace brimlet::mac {
 
-inline NSString* ns(std::string_view text) { return kestrow::mac::toNSString(text); }
+using kestrow::mac::toNSString;
 using kestrow::mac::utf8;
 
 // A one-line label in a text style of the system.
@@ -52,12 +54,12 @@ NSAlert* makeAlert(const screens::Dialog<Action>& dialog) {
     NSAlert* alert = [[NSAlert alloc] init];
     alert.alertStyle = alertStyle(dialog.style);
     if (!dialog.symbol.empty())
-        if (NSImage* icon = [NSImage imageWithSystemSymbolName:ns(dialog.symbol) accessibilityDescription:nil])
+        if (NSImage* icon = [NSImage imageWithSystemSymbolName:toNSString(dialog.symbol) accessibilityDescription:nil])
             alert.icon = icon;
-    alert.messageText = ns(dialog.title);
-    alert.informativeText = ns(dialog.message);
+    alert.messageText = toNSString(dialog.title);
+    alert.informativeText = toNSString(dialog.message);
     for (const screens::Control<Action>& control : dialog.buttons) {
-        NSButton* made = [alert addButtonWithTitle:ns(control.title)];
+        NSButton* made = [alert addButtonWithTitle:toNSString(control.title)];
         made.hasDestructiveAction = control.isDestructive;
     }
     return alert;
@@ -71,6 +73,19 @@ const screens::Control<Action>* answer(const screens::Dialog<Action>& dialog, NS
     if (index >= 0 && static_cast<std::size_t>(index) < dialog.buttons.size())
         return &dialog.buttons[static_cast<std::size_t>(index)];
     return &dialog.buttons.back();
+}
+
+// Asks `dialog` as a sheet of `window`; `answered` gets the button the user chose (the last one when
+// the sheet ends any other way).
+template <typename Action>
+void askDialog(const screens::Dialog<Action>& dialog, NSWindow* window,
+               std::type_identity_t<std::function<void(const screens::Control<Action>&)>> answered) {
+    NSAlert* alert = makeAlert(dialog);
+    const screens::Dialog<Action> asked = dialog;
+    [alert beginSheetModalForWindow:window
+                  completionHandler:^(NSModalResponse response) {
+                    if (const screens::Control<Action>* chosen = answer(asked, response)) answered(*chosen);
+                  }];
 }
 
 }  // namespace brimlet::mac

@@ -138,15 +138,15 @@ private:
                                                          backing:NSBackingStoreBuffered
                                                            defer:YES];
         window.releasedWhenClosed = NO;  // kept, so it reopens as the user left it
-        window.identifier = ns(kind.identifier);
-        window.title = ns(kind.title);
+        window.identifier = toNSString(kind.identifier);
+        window.title = toNSString(kind.title);
         window.tabbingMode = NSWindowTabbingModeDisallowed;
         // Open on the Space the user is on, not the one the window was last seen on.
         window.collectionBehavior = window.collectionBehavior | NSWindowCollectionBehaviorMoveToActiveSpace;
         window.autorecalculatesKeyViewLoop = YES;  // Tab follows the layout, top to bottom
         window.contentViewController = contentFor(kind);
 
-        NSString* autosaveName = [@"KestrowBrimlet." stringByAppendingString:ns(kind.identifier)];
+        NSString* autosaveName = [@"KestrowBrimlet." stringByAppendingString:toNSString(kind.identifier)];
         if (resizable) {
             window.contentMinSize = kind.minimum;
             [window setContentSize:kind.size];

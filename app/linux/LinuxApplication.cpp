@@ -8,10 +8,12 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "FreedesktopNotifier.hpp"
 #include "app/BrimletApplication.hpp"
+#include "app/LaunchDefaults.hpp"
 #include "base/Files.hpp"
 #include "base/Log.hpp"
 
@@ -28,22 +30,14 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
     // First, before any thread starts: the loop takes SIGINT and SIGTERM for itself.
     std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(true);
 
-    const std::string bundleIdentifier = SuiteLaunch::bundleIdentifier();
-    std::unique_ptr<kestrow::UserDefaults> standard = kestrow::UserDefaults::standard(bundleIdentifier);
-    if (!standard) {
-        // Cannot happen with the fixed identifier; settings then last for this run only.
-        kestrow::log::error(logCategory, "settings not available: they last for this run only");
-        standard = std::make_unique<kestrow::InMemoryUserDefaults>();
+    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened = LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
+    if (const SuiteLaunch::Exit* exit = std::get_if<SuiteLaunch::Exit>(&opened)) {
+        std::fputs(exit->standardError.c_str(), stderr);
+        return exit->status;
     }
-    std::unique_ptr<kestrow::UserDefaults> named;
-    if (!suiteDomain.isStandard()) {
-        named = kestrow::UserDefaults::named(*suiteDomain.suiteName);
-        if (!named) {
-            const SuiteLaunch::Exit exit = SuiteLaunch::qaDefaultsUnavailable();
-            std::fputs(exit.standardError.c_str(), stderr);
-            return exit.status;
-        }
-    }
+    const LaunchDefaults& defaults = std::get<LaunchDefaults>(opened);
+    // Cannot happen with the fixed identifier.
+    if (defaults.inMemory()) kestrow::log::error(logCategory, "settings not available: they last for this run only");
 
     std::string folderNames;
     for (const auto& folder : folders) folderNames += (folderNames.empty() ? "" : ", ") + folder.url;
@@ -51,8 +45,8 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
     FreedesktopNotifier notifier(*loop);
     BrimletApplication application(BrimletPlatform{
         .loop = *loop,
-        .monitorDefaults = *standard,
-        .suiteDefaults = named ? *named : *standard,
+        .monitorDefaults = defaults.monitor(),
+        .suiteDefaults = defaults.suite(),
         .notifier = notifier,
         .arguments = arguments,
         .suiteFolders = std::move(folders),

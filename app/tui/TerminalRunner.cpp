@@ -8,11 +8,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <variant>
 
 #include "CursesTerminal.hpp"
 #include "TerminalFrontEnd.hpp"
 #include "app/BrimletApplication.hpp"
 #include "app/CleanerCommand.hpp"
+#include "app/LaunchDefaults.hpp"
 #include "base/Log.hpp"
 #include "core/monitoring/ProcessReader.hpp"
 
@@ -72,17 +74,12 @@ int runTerminalApplication(const std::vector<std::string>& arguments, std::vecto
     // First, before any thread starts: the loop takes SIGINT, SIGTERM and SIGHUP for itself.
     std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(true);
 
-    std::unique_ptr<kestrow::UserDefaults> standard = kestrow::UserDefaults::standard(SuiteLaunch::bundleIdentifier());
-    if (!standard) standard = std::make_unique<kestrow::InMemoryUserDefaults>();
-    std::unique_ptr<kestrow::UserDefaults> named;
-    if (!suiteDomain.isStandard()) {
-        named = kestrow::UserDefaults::named(*suiteDomain.suiteName);
-        if (!named) {
-            const SuiteLaunch::Exit exit = SuiteLaunch::qaDefaultsUnavailable();
-            std::fputs(exit.standardError.c_str(), stderr);
-            return exit.status;
-        }
+    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened = LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
+    if (const SuiteLaunch::Exit* exit = std::get_if<SuiteLaunch::Exit>(&opened)) {
+        std::fputs(exit->standardError.c_str(), stderr);
+        return exit->status;
     }
+    const LaunchDefaults& defaults = std::get<LaunchDefaults>(opened);
     if (!openResizePipe()) {
         std::fprintf(stderr, "%.*scannot follow the terminal's size (errno %d)\n",
                      static_cast<int>(SuiteLaunch::messagePrefix.size()), SuiteLaunch::messagePrefix.data(), errno);
@@ -99,8 +96,8 @@ int runTerminalApplication(const std::vector<std::string>& arguments, std::vecto
     StatusLineNotifier notifier(*loop);
     BrimletApplication application(BrimletPlatform{
         .loop = *loop,
-        .monitorDefaults = *standard,
-        .suiteDefaults = named ? *named : *standard,
+        .monitorDefaults = defaults.monitor(),
+        .suiteDefaults = defaults.suite(),
         .notifier = notifier,
         .arguments = arguments,
         .suiteFolders = std::move(folders),

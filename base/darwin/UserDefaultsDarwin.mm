@@ -6,22 +6,17 @@
 
 #import <Foundation/Foundation.h>
 
+#include "StringBridge.hpp"
+
 namespace kestrow {
 
 namespace {
 
-NSString* toNSString(const std::string& text) {
-    return [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
-}
-
-std::string toStdString(NSString* text) {
-    const char* utf8 = [text UTF8String];
-    return utf8 ? std::string(utf8) : std::string();
-}
+using kestrow::mac::utf8;
 
 std::optional<JsonValue> fromPropertyList(id object) {
     if (object == nil) return std::nullopt;
-    if ([object isKindOfClass:[NSString class]]) return JsonValue(toStdString((NSString*)object));
+    if ([object isKindOfClass:[NSString class]]) return JsonValue(utf8((NSString*)object));
     if ([object isKindOfClass:[NSNumber class]]) {
         NSNumber* number = object;
         if (CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID()) return JsonValue(static_cast<bool>(number.boolValue));
@@ -39,7 +34,7 @@ std::optional<JsonValue> fromPropertyList(id object) {
         for (id key in (NSDictionary*)object) {
             if (![key isKindOfClass:[NSString class]]) continue;
             if (auto converted = fromPropertyList(((NSDictionary*)object)[key]))
-                dictionary[toStdString((NSString*)key)] = std::move(*converted);
+                dictionary[utf8((NSString*)key)] = std::move(*converted);
         }
         return JsonValue(std::move(dictionary));
     }
@@ -56,7 +51,7 @@ id toPropertyList(const JsonValue& value) {
             case JsonNumber::Kind::real: return @(n->d);
         }
     }
-    if (const std::string* s = value.asString()) return toNSString(*s);
+    if (const std::string* s = value.asString()) return mac::toNSStringOrNil(*s);
     if (const JsonArray* a = value.asArray()) {
         NSMutableArray* array = [NSMutableArray arrayWithCapacity:a->size()];
         for (const JsonValue& element : *a)
@@ -66,7 +61,7 @@ id toPropertyList(const JsonValue& value) {
     if (const JsonObject* o = value.asObject()) {
         NSMutableDictionary* dictionary = [NSMutableDictionary dictionaryWithCapacity:o->size()];
         for (const auto& [key, element] : *o)
-            if (id converted = toPropertyList(element)) dictionary[toNSString(key)] = converted;
+            if (id converted = toPropertyList(element)) dictionary[mac::toNSStringOrNil(key)] = converted;
         return dictionary;
     }
     return nil;
@@ -77,16 +72,16 @@ public:
     explicit SystemUserDefaults(NSUserDefaults* defaults) : defaults_(defaults) {}
 
     std::optional<JsonValue> value(const std::string& key) const override {
-        return fromPropertyList([defaults_ objectForKey:toNSString(key)]);
+        return fromPropertyList([defaults_ objectForKey:mac::toNSStringOrNil(key)]);
     }
     Status set(const std::string& key, const JsonValue& value) override {
         id object = toPropertyList(value);
-        if (object == nil) [defaults_ removeObjectForKey:toNSString(key)];
-        else [defaults_ setObject:object forKey:toNSString(key)];
+        if (object == nil) [defaults_ removeObjectForKey:mac::toNSStringOrNil(key)];
+        else [defaults_ setObject:object forKey:mac::toNSStringOrNil(key)];
         return Status::success();
     }
     Status remove(const std::string& key) override {
-        [defaults_ removeObjectForKey:toNSString(key)];
+        [defaults_ removeObjectForKey:mac::toNSStringOrNil(key)];
         return Status::success();
     }
 
@@ -103,7 +98,7 @@ std::unique_ptr<UserDefaults> UserDefaults::standard(const std::string&) {
 std::unique_ptr<UserDefaults> UserDefaults::named(const std::string& domain) {
     if (!isUsableDomain(domain)) return nullptr;
     // Nil for the application's own identifier and the global domain: those are not separate.
-    NSUserDefaults* suite = [[NSUserDefaults alloc] initWithSuiteName:toNSString(domain)];
+    NSUserDefaults* suite = [[NSUserDefaults alloc] initWithSuiteName:mac::toNSStringOrNil(domain)];
     if (suite == nil) return nullptr;
     return std::make_unique<SystemUserDefaults>(suite);
 }

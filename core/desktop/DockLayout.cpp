@@ -40,10 +40,6 @@ std::optional<DockBadge> cpuBadge(const AppGroup& group, const DockBadgeSettings
 
 }  // namespace
 
-bool Rect::contains(const Rect& inner) const {
-    return inner.minX() >= minX() && inner.maxX() <= maxX() && inner.minY() >= minY() && inner.maxY() <= maxY();
-}
-
 namespace {
 constexpr auto dockBadgeSettingsFields = std::tuple{
     kestrow::field("memoryThreshold", &DockBadgeSettings::memoryThreshold),
@@ -87,7 +83,7 @@ std::string normalized(std::string_view path) {
 }
 
 Rect cocoaFrame(const Rect& frame, double primaryScreenHeight) {
-    return Rect{frame.minX(), primaryScreenHeight - frame.maxY(), frame.absoluteWidth(), frame.absoluteHeight()};
+    return Rect{{frame.minX(), primaryScreenHeight - frame.maxY()}, {frame.absoluteWidth(), frame.absoluteHeight()}};
 }
 
 std::string spokenLabel(std::string_view appName, std::string_view metricTitle, std::string_view text) {

@@ -10,31 +10,14 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Geometry.hpp"
 #include "base/Json.hpp"
 #include "base/RawValueEnum.hpp"
 #include "core/monitoring/MonitorTypes.hpp"
 
 namespace brimlet {
 
-// A rectangle as the window system describes one. A negative width or height spans leftwards or
-// downwards from the origin; the edges and the size below are those of the rectangle it covers.
-struct Rect {
-    double x = 0;
-    double y = 0;
-    double width = 0;
-    double height = 0;
-
-    double minX() const { return width < 0 ? x + width : x; }
-    double maxX() const { return width < 0 ? x : x + width; }
-    double minY() const { return height < 0 ? y + height : y; }
-    double maxY() const { return height < 0 ? y : y + height; }
-    double absoluteWidth() const { return maxX() - minX(); }
-    double absoluteHeight() const { return maxY() - minY(); }
-    // True when `inner` lies wholly inside this rectangle, edges included.
-    bool contains(const Rect& inner) const;
-
-    bool operator==(const Rect&) const = default;
-};
+using kestrow::Rect;
 
 // One icon of the Dock as Accessibility reports it: origin at the top left of the primary screen,
 // y growing downwards.

@@ -4,14 +4,6 @@
 
 namespace kestrow::suite {
 
-Rect Rect::insetBy(double d) const {
-    return {{origin.x + d, origin.y + d}, {std::max(0.0, size.width - 2 * d), std::max(0.0, size.height - 2 * d)}};
-}
-
-bool Rect::contains(Point p) const {
-    return size.width > 0 && size.height > 0 && p.x >= minX() && p.x < maxX() && p.y >= minY() && p.y < maxY();
-}
-
 namespace FloatingLayout {
 
 Rect initialFrame(Size size, const Rect& visible) {

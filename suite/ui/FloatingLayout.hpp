@@ -1,37 +1,17 @@
-// Where the suite's floating bar goes on screen. Plain rectangles in screen coordinates with the
-// origin at the bottom left (y grows upwards), as the window server counts them.
+// Where the suite's floating bar goes on screen: rectangles in screen coordinates with the origin at
+// the bottom left (y grows upwards), as the window server counts them.
 #pragma once
 
 #include <optional>
 #include <vector>
 
+#include "base/Geometry.hpp"
+
 namespace kestrow::suite {
 
-struct Point {
-    double x = 0, y = 0;
-    bool operator==(const Point&) const = default;
-};
-
-struct Size {
-    double width = 0, height = 0;
-    bool operator==(const Size&) const = default;
-};
-
-struct Rect {
-    Point origin;
-    Size size;
-
-    double minX() const { return origin.x; }
-    double minY() const { return origin.y; }
-    double maxX() const { return origin.x + size.width; }
-    double maxY() const { return origin.y + size.height; }
-    Point topLeft() const { return {origin.x, maxY()}; }
-    // Shrinks by `d` on every side; an inset larger than the rectangle leaves an empty one.
-    Rect insetBy(double d) const;
-    // Half open, like the window server: the left and bottom edges belong to it, the others not.
-    bool contains(Point p) const;
-    bool operator==(const Rect&) const = default;
-};
+using kestrow::Point;
+using kestrow::Rect;
+using kestrow::Size;
 
 namespace FloatingLayout {
 

@@ -65,6 +65,8 @@ public:
     static constexpr std::uint32_t keyCodeM = 46;
     static constexpr std::uint32_t controlKey = 0x1000;  // Carbon's modifier bits
     static constexpr std::uint32_t optionKey = 0x0800;
+    // The modifiers of the shortcut above, wherever it is registered.
+    static constexpr std::uint32_t controlOption = controlKey | optionKey;
 
     GlobalHotKey(HotKeyCenter& center, std::uint32_t keyCode, std::uint32_t modifiers, std::function<void()> action);
     ~GlobalHotKey() { invalidate(); }

@@ -9,7 +9,7 @@ SuiteHost::SuiteHost(SuiteParticipant& participant, const SuiteStatusItemFactory
     if (factory_.make) item_ = factory_.make(*this);
     if (registerHotKey && factory_.hotKeys) {
         hotKey_ = std::make_unique<GlobalHotKey>(*factory_.hotKeys, GlobalHotKey::keyCodeM,
-                                                 GlobalHotKey::controlKey | GlobalHotKey::optionKey,
+                                                 GlobalHotKey::controlOption,
                                                  [this] { toggleFloating(); });
         if (!hotKey_->isRegistered())
             participant_.logOnce("hotkey", "the suite shortcut " + std::string(GlobalHotKey::displayName) +

@@ -222,7 +222,9 @@ TEST_F(CleanupScreenRig, AFolderTheSystemWouldNotOpenIsToldNotSilentlyFoundEmpty
     writeFile(home + "/Downloads/Installer.dmg", "dmg");
     fs::create_directories(home + "/Desktop");
     CleanupStore store(loop, home);
-    std::vector<std::string> refuse{home + "/Downloads", home + "/Desktop"};
+    const std::string docker = home + "/Library/Containers/com.docker.docker";
+    fs::create_directories(docker);
+    std::vector<std::string> refuse{home + "/Downloads", home + "/Desktop", docker};
     std::vector<std::string> asked;
     store.folderRefusalProbe = [&](const std::string& path) {
         asked.push_back(path);
@@ -232,9 +234,11 @@ TEST_F(CleanupScreenRig, AFolderTheSystemWouldNotOpenIsToldNotSilentlyFoundEmpty
     EXPECT_TRUE(presenter.screen().refusals.empty()) << "nothing is said before anything was looked at";
     ASSERT_TRUE(presenter.perform(CleanupCommand::measure).accepted);
     ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
-    EXPECT_EQ(asked, (std::vector<std::string>{home + "/Desktop", home + "/Documents", home + "/Downloads"}));
-    EXPECT_EQ(presenter.screen().refusals, (std::vector<std::string>{"Kestrow Brimlet could not look in Desktop",
-                                                                     "Kestrow Brimlet could not look in Downloads"}));
+    EXPECT_EQ(asked, (std::vector<std::string>{home + "/Desktop", home + "/Documents", home + "/Downloads", docker}));
+    EXPECT_EQ(presenter.screen().refusals,
+              (std::vector<std::string>{"Kestrow Brimlet could not look in Desktop",
+                                        "Kestrow Brimlet could not look in Downloads",
+                                        "Kestrow Brimlet could not look in Docker Desktop’s data"}));
 
     // Allowed meanwhile: the next run looks again and says nothing.
     refuse.clear();

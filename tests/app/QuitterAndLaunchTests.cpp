@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "app/AppQuitter.hpp"
+#include "app/LaunchDefaults.hpp"
 #include "app/LaunchRole.hpp"
 #include "app/SuiteLaunch.hpp"
 #include "base/Files.hpp"
@@ -261,6 +262,42 @@ TEST(SuiteLaunch, DefaultsDomainFollowsTheSwitch) {
     const auto standard = SuiteLaunch::defaults({"KestrowBrimlet"}, "com.kestrow.brimlet", refuseAll);
     EXPECT_TRUE(std::get<SuiteLaunch::DefaultsDomain>(standard).isStandard());
     EXPECT_TRUE(asked.empty());
+}
+
+// Nothing is written here: opening a file domain creates no file, so the user's own settings are
+// never touched. A domain no file can be named after stands for a system that has no defaults.
+TEST(LaunchDefaults, EveryFrontEndGetsItsSettingsOrTheExitThatEndsTheRun) {
+    struct Case {
+        const char* name;
+        SuiteLaunch::DefaultsDomain suiteDomain;
+        std::string applicationDomain;
+        bool opens;
+        bool suiteSharesTheMonitors;
+    };
+    const std::string own = SuiteLaunch::bundleIdentifier();
+    const std::vector<Case> cases{
+        {"the standard domain serves both", {}, own, true, true},
+        {"a test domain keeps the suite apart", {own + ".qa"}, own, true, false},
+        {"no defaults of its own still opens", {}, "", true, true},
+        {"a test domain that cannot be opened ends the run", {"no/such domain"}, own, false, false},
+        {"an empty test domain ends the run", {""}, own, false, false},
+    };
+    for (const Case& c : cases) {
+        std::variant<LaunchDefaults, SuiteLaunch::Exit> opened = LaunchDefaults::open(c.suiteDomain, c.applicationDomain);
+        if (!c.opens) {
+            ASSERT_TRUE(std::holds_alternative<SuiteLaunch::Exit>(opened)) << c.name;
+            EXPECT_EQ(std::get<SuiteLaunch::Exit>(opened), SuiteLaunch::qaDefaultsUnavailable()) << c.name;
+            continue;
+        }
+        ASSERT_TRUE(std::holds_alternative<LaunchDefaults>(opened)) << c.name;
+        const LaunchDefaults& defaults = std::get<LaunchDefaults>(opened);
+        EXPECT_EQ(&defaults.suite() == &defaults.monitor(), c.suiteSharesTheMonitors) << c.name;
+        if (defaults.inMemory()) {
+            // For this run only, but kept for it.
+            ASSERT_TRUE(defaults.monitor().set("launch.check", kestrow::JsonValue(true)).ok()) << c.name;
+            EXPECT_EQ(defaults.suite().boolean("launch.check"), true) << c.name;
+        }
+    }
 }
 
 }  // namespace

@@ -234,6 +234,10 @@ TEST(SettingsChoices, ThresholdMenusListTheValueInEffect) {
     EXPECT_EQ(SettingsChoices::dockCpuThresholds(12.5)[2].title, "12.5% of a core or more");
     EXPECT_EQ(SettingsChoices::loginItemFailure("Operation not permitted"),
               "Couldn't change login item: Operation not permitted");
+    EXPECT_EQ(SettingsChoices::loginItemFailure(SettingsChoices::loginItemServiceMissing),
+              "Couldn't change login item: the login item service is not available on this Mac");
+    EXPECT_EQ(SettingsChoices::loginItemFailure(SettingsChoices::loginItemUnknownError),
+              "Couldn't change login item: unknown error");
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ AppGroup app(const std::string& path, std::uint64_t footprint, std::optional<dou
 }
 
 DockItem icon(std::optional<std::string> path, double x) {
-    return DockItem{path ? path->substr(path->rfind('/') + 1) : "Downloads", std::move(path), Rect{x, 1050, 60, 64}};
+    return DockItem{path ? path->substr(path->rfind('/') + 1) : "Downloads", std::move(path), Rect{{x, 1050}, {60, 64}}};
 }
 
 TEST(DockLayout, NormalizedPathsAndFrames) {
@@ -38,12 +38,12 @@ TEST(DockLayout, NormalizedPathsAndFrames) {
     };
     for (const auto& [path, expected] : paths) EXPECT_EQ(DockLayout::normalized(path), expected) << path;
 
-    EXPECT_EQ(DockLayout::cocoaFrame(Rect{10, 20, 30, 40}, 900), (Rect{10, 840, 30, 40}));
-    EXPECT_EQ(DockLayout::cocoaFrame(Rect{0, 1050, 60, 67}, 1117), (Rect{0, 0, 60, 67}));
+    EXPECT_EQ(DockLayout::cocoaFrame(Rect{{10, 20}, {30, 40}}, 900), (Rect{{10, 840}, {30, 40}}));
+    EXPECT_EQ(DockLayout::cocoaFrame(Rect{{0, 1050}, {60, 67}}, 1117), (Rect{{0, 0}, {60, 67}}));
     // A frame given with a negative size is the same rectangle, spanned from its other corner.
-    EXPECT_EQ(DockLayout::cocoaFrame(Rect{40, 60, -30, -40}, 900), (Rect{10, 840, 30, 40}));
+    EXPECT_EQ(DockLayout::cocoaFrame(Rect{{40, 60}, {-30, -40}}, 900), (Rect{{10, 840}, {30, 40}}));
     // A secondary screen above the primary one has negative Accessibility y.
-    EXPECT_EQ(DockLayout::cocoaFrame(Rect{5, -500, 60, 64}, 900), (Rect{5, 1336, 60, 64}));
+    EXPECT_EQ(DockLayout::cocoaFrame(Rect{{5, -500}, {60, 64}}, 900), (Rect{{5, 1336}, {60, 64}}));
 }
 
 TEST(DockLayout, SpokenLabelNamesTheAppTheMetricAndTheFigure) {
@@ -76,9 +76,9 @@ TEST(DockLayout, MemoryBadgesAtTheirThresholds) {
     };
     const auto badges = DockLayout::badges(items, apps, DockBadgeMetric::memory, defaults, screenHeight);
     const std::vector<DockBadge> expected{
-        {"/Applications/AtThreshold.app", Rect{60, 3, 60, 64}, "500 MB", false},
-        {"/Applications/Almost.app", Rect{240, 3, 60, 64}, "2.0 GB", false},
-        {"/Applications/Heavy.app", Rect{300, 3, 60, 64}, "2.0 GB", true},
+        {"/Applications/AtThreshold.app", Rect{{60, 3}, {60, 64}}, "500 MB", false},
+        {"/Applications/Almost.app", Rect{{240, 3}, {60, 64}}, "2.0 GB", false},
+        {"/Applications/Heavy.app", Rect{{300, 3}, {60, 64}}, "2.0 GB", true},
     };
     EXPECT_EQ(badges, expected);  // in the order of the Dock's icons, not of the groups
 }
@@ -130,7 +130,7 @@ TEST(DockLayout, ATileMatchesTheGroupWhoseRealPathAgrees) {
     const auto badges = DockLayout::badges(items, apps, DockBadgeMetric::memory, DockBadgeSettings(), screenHeight);
     ASSERT_EQ(badges.size(), 1u);
     EXPECT_EQ(badges[0].id, root / "Cryptex/Safari.app");
-    EXPECT_EQ(badges[0].iconFrame.x, 0);
+    EXPECT_EQ(badges[0].iconFrame.origin.x, 0);
 }
 
 TEST(DockLayoutDeathTest, QuadrupledThresholdOverflowIsFatalOnlyWhenReached) {
@@ -152,13 +152,13 @@ TEST(DockLayoutDeathTest, QuadrupledThresholdOverflowIsFatalOnlyWhenReached) {
 }
 
 TEST(DockLayout, DockVisibleWhenMostIconsAreWhollyOnAScreen) {
-    const Rect main{0, 0, 1728, 1117};
-    const Rect side{1728, -200, 1920, 1080};
-    const Rect on{100, 1050, 60, 64};
-    const Rect onEdge{1668, 1053, 60, 64};      // touching the right and bottom edges: still inside
-    const Rect below{100, 1117, 60, 64};        // auto-hidden below the screen
-    const Rect straddling{1700, 500, 60, 64};   // half on each screen: wholly on neither
-    const Rect onSide{1800, 0, 60, 64};
+    const Rect main{{0, 0}, {1728, 1117}};
+    const Rect side{{1728, -200}, {1920, 1080}};
+    const Rect on{{100, 1050}, {60, 64}};
+    const Rect onEdge{{1668, 1053}, {60, 64}};      // touching the right and bottom edges: still inside
+    const Rect below{{100, 1117}, {60, 64}};        // auto-hidden below the screen
+    const Rect straddling{{1700, 500}, {60, 64}};   // half on each screen: wholly on neither
+    const Rect onSide{{1800, 0}, {60, 64}};
     struct Case {
         std::vector<Rect> icons;
         std::vector<Rect> screens;
@@ -172,7 +172,7 @@ TEST(DockLayout, DockVisibleWhenMostIconsAreWhollyOnAScreen) {
         {{on, straddling, below}, {main, side}, false},
         {{on, onSide, straddling}, {main, side}, true},
         {{below, below, below}, {main}, false},
-        {{Rect{std::nan(""), 0, 60, 64}}, {main}, false},
+        {{Rect{{std::nan(""), 0}, {60, 64}}}, {main}, false},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i)
         EXPECT_EQ(DockLayout::isDockVisible(cases[i].icons, cases[i].screens), cases[i].visible) << "case " << i;

@@ -562,7 +562,7 @@ TEST_F(Participant, ADuplicateShortcutIsLoggedOnceAndTheFirstKeepsWorking) {
     testing::FakeHotKeys keys;
     HotKeyCenter center(keys, loop);
     int ownToggles = 0;
-    GlobalHotKey own(center, GlobalHotKey::keyCodeM, GlobalHotKey::controlKey | GlobalHotKey::optionKey,
+    GlobalHotKey own(center, GlobalHotKey::keyCodeM, GlobalHotKey::controlOption,
                      [&] { ++ownToggles; });
     ASSERT_TRUE(own.isRegistered());
 

@@ -9,6 +9,8 @@
 
 #include <string>
 
+#include "base/darwin/StringBridge.hpp"
+
 namespace brimlet {
 
 // Nil when no URL can be formed (an empty path, or bytes the file manager refuses).
@@ -23,9 +25,7 @@ inline NSURL* fileURLForPath(const std::string& path) {
 
 // The error's localized description, or the fallback when there is none.
 inline std::string describe(NSError* error, const char* fallback) {
-    NSString* description = error.localizedDescription;
-    const char* text = description != nil ? description.UTF8String : nullptr;
-    return text != nullptr ? std::string(text) : std::string(fallback);
+    return kestrow::mac::utf8IfAny(error.localizedDescription).value_or(std::string(fallback));
 }
 
 }  // namespace brimlet

@@ -2,13 +2,15 @@
 
 #include "../SuiteFolder.hpp"
 
+#include "base/darwin/StringBridge.hpp"
+
 namespace kestrow::suite {
 
 // Only the lookup: Foundation names the container even when this application has no entitlement
 // for the group, so whether it is used is decided by usableGroupFolder.
 std::optional<std::string> applicationGroupContainer(const std::string& identifier) {
     @autoreleasepool {
-        NSString* group = [NSString stringWithUTF8String:identifier.c_str()];
+        NSString* group = kestrow::mac::toNSStringOrNil(identifier);
         if (group == nil) return std::nullopt;  // not UTF-8: no group has such a name
         NSURL* url = [[NSFileManager defaultManager] containerURLForSecurityApplicationGroupIdentifier:group];
         if (url == nil) return std::nullopt;

@@ -2,6 +2,8 @@
 // followed by ".open", the object is the id of the application to open. Compiled with ARC.
 #include "../SuiteOpenObserver.hpp"
 
+#include "base/darwin/StringBridge.hpp"
+
 #import <Foundation/Foundation.h>
 
 @interface KestrowSuiteOpenTarget : NSObject
@@ -34,8 +36,8 @@ class DistributedOpenObserver final : public SuiteOpenObserver {
 public:
     DistributedOpenObserver(SuiteApp app, std::function<void()> onOpen)
         : target_([[KestrowSuiteOpenTarget alloc] initWithAction:std::move(onOpen)]) {
-        NSString* name = [NSString stringWithUTF8String:notificationName().c_str()];
-        NSString* object = [NSString stringWithUTF8String:std::string(app.rawValue()).c_str()];
+        NSString* name = kestrow::mac::toNSString(notificationName());
+        NSString* object = kestrow::mac::toNSString(app.rawValue());
         [[NSDistributedNotificationCenter defaultCenter] addObserver:target_
                                                             selector:@selector(openRequested:)
                                                                 name:name

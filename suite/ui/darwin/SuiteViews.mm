@@ -171,23 +171,14 @@
 
 namespace kestrow::suite::mac {
 
-namespace {
-
-std::string toStdString(NSString* text) {
-    const char* utf8 = text.UTF8String;
-    return utf8 ? std::string(utf8) : std::string();
-}
-
-}  // namespace
-
 NumberLocale currentNumberLocale() {
     NSLocale* locale = NSLocale.autoupdatingCurrentLocale;
     NSNumberFormatter* formatter = [[NSNumberFormatter alloc] init];
     formatter.locale = locale;
     formatter.numberStyle = NSNumberFormatterDecimalStyle;
     NumberLocale numbers;
-    if (NSString* decimal = formatter.decimalSeparator; decimal.length > 0) numbers.decimalSeparator = toStdString(decimal);
-    numbers.groupingSeparator = toStdString(formatter.groupingSeparator);
+    if (NSString* decimal = formatter.decimalSeparator; decimal.length > 0) numbers.decimalSeparator = kestrow::mac::utf8(decimal);
+    numbers.groupingSeparator = kestrow::mac::utf8(formatter.groupingSeparator);
     numbers.groupingSize =
         formatter.usesGroupingSeparator && formatter.groupingSize > 0 ? static_cast<std::size_t>(formatter.groupingSize) : 0;
     return numbers;
@@ -265,7 +256,7 @@ void openMember(const SuiteRowLine& line) {
                                         (void)app;
                                         if (error != nil)
                                             log::kit::error("suiteViews", "cannot open " + id + ": " +
-                                                                              toStdString(error.localizedDescription));
+                                                                              kestrow::mac::utf8(error.localizedDescription));
                                     }];
 }
 
