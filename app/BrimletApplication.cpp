@@ -35,7 +35,7 @@ BrimletApplication::BrimletApplication(BrimletPlatform platform)
 }
 
 BrimletApplication::~BrimletApplication() {
-    alive_.reset();
+    guard_.invalidate();
     pendingReopens_.clear();
     // The controller lets go of the store's hooks and the link before either goes.
     desktop_.reset();
@@ -46,8 +46,8 @@ void BrimletApplication::handleReopen() {
     const double arrivedAt = router_.uptime();
     const std::uint64_t id = nextReopen_++;
     const double delay = std::chrono::duration<double>(ReopenSuppression::reopenDelay).count();
-    pendingReopens_[id] = loop_.after(delay, [alive = std::weak_ptr<bool>(alive_), this, id, arrivedAt] {
-        if (!alive.lock()) return;
+    pendingReopens_[id] = loop_.after(delay, [alive = guard_.weak(), this, id, arrivedAt] {
+        if (!alive) return;
         const double checkedAt = router_.uptime();
         // A deliberate reopen first brings back an own icon the user dragged out of the menu bar:
         // with no Dock icon and no main menu it is the only way back to Settings and Quit.

@@ -20,6 +20,7 @@
 #include "base/UserDefaults.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 #include "suite/ui/SuiteParticipant.hpp"
+#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 
@@ -73,7 +74,7 @@ private:
     std::unique_ptr<DesktopController> desktop_;
     std::map<std::uint64_t, kestrow::MainLoop::Token> pendingReopens_;
     std::uint64_t nextReopen_ = 0;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    kestrow::WeakGuard guard_;
 };
 
 }  // namespace brimlet

@@ -19,29 +19,34 @@ constexpr std::string_view logCategory = "cleanup";
 CleanupStore::CleanupStore(kestrow::MainLoop& loop, std::string home, std::unique_ptr<FileOperations> fileOperations)
     : loop_(loop),
       home_(std::move(home)),
-      fileOperations_(fileOperations ? std::move(fileOperations) : std::make_unique<LiveFileOperations>()),
-      relay_(loop, "cleanup-relay") {
+      fileOperations_(fileOperations ? std::move(fileOperations) : std::make_unique<LiveFileOperations>()) {
     fullDiskAccessProbe = [home = home_] { return FullDiskAccess::isGranted(home); };
     folderRefusalProbe = &CleanupStore::isRefused;
 }
 
 CleanupStore::~CleanupStore() {
-    // The relay waits for the work under way: ask it to stop at its next item first.
+    // Work under way posts its result to the loop when it ends; it must end while this store (and
+    // the loop it was promised to outlive) is still here. Ask it to stop at its next item first.
     cancelFlag_->store(true);
     homeCancelFlag_->store(true);
-    alive_.reset();
+    guard_.invalidate();
+    for (const std::weak_ptr<CleanupSession>& each : sessions_)
+        if (const std::shared_ptr<CleanupSession> session = each.lock()) session->waitUntilIdle();
 }
 
 std::shared_ptr<CleanupSession> CleanupStore::makeSession() {
-    return std::make_shared<CleanupSession>(home_, *fileOperations_);
+    std::erase_if(sessions_, [](const std::weak_ptr<CleanupSession>& each) { return each.expired(); });
+    auto session = std::make_shared<CleanupSession>(home_, *fileOperations_);
+    sessions_.push_back(session);
+    return session;
 }
 
 template <typename T, typename F>
 void CleanupStore::whenCurrent(std::future<T> future, std::uint64_t generation, F then) {
-    relay_.deliver(std::move(future), [alive = std::weak_ptr<bool>(alive_), this, generation, session = session_,
-                                       then = std::move(then)](T value) mutable {
+    session_->reply(std::move(future), loop_, [alive = guard_.weak(), this, generation, session = session_,
+                                               then = std::move(then)](T value) mutable {
         // `session` keeps a replaced session alive until its last result is in.
-        if (!alive.lock() || generation != generation_) return;
+        if (!alive || generation != generation_) return;
         then(std::move(value));
     });
 }
@@ -154,10 +159,10 @@ bool CleanupStore::start() {
     chosenMode_ = DeleteMode::trash;
     progress_ = Progress{};
     setPhase(CleanupPhase::measuring);
-    auto onMeasured = [&loop = loop_, alive = std::weak_ptr<bool>(alive_), this, generation](std::size_t measured,
+    auto onMeasured = [&loop = loop_, alive = guard_.weak(), this, generation](std::size_t measured,
                                                                                            std::size_t total) {
         loop.post([alive, this, generation, measured, total] {
-            if (!alive.lock() || generation != generation_ || !(phase_ == CleanupPhase::measuring)) return;
+            if (!alive || generation != generation_ || !(phase_ == CleanupPhase::measuring)) return;
             progress_ = Progress{measured, total, {}};
             observers_.notify();
         });
@@ -223,10 +228,10 @@ bool CleanupStore::clean() {
     stopMeasuringHome();
     setPhase(CleanupPhase::cleaning);
     whenCurrent(session_->approve(ids), generation, [this, generation, ids, mode](CleanupApproval approval) {
-        auto onProgress = [&loop = loop_, alive = std::weak_ptr<bool>(alive_), this, generation,
+        auto onProgress = [&loop = loop_, alive = guard_.weak(), this, generation,
                            total = ids.size()](std::size_t index, const CleanupItem& item) {
             loop.post([alive, this, generation, total, index, title = item.title] {
-                if (!alive.lock() || generation != generation_ || !(phase_ == CleanupPhase::cleaning)) return;
+                if (!alive || generation != generation_ || !(phase_ == CleanupPhase::cleaning)) return;
                 progress_ = Progress{index, total, title};
                 observers_.notify();
             });

@@ -19,10 +19,10 @@
 
 #include "CleanupPhase.hpp"
 #include "Observers.hpp"
-#include "ResultRelay.hpp"
 #include "base/MainLoop.hpp"
 #include "base/Status.hpp"
 #include "core/cleanup/CleanupSession.hpp"
+#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 
@@ -175,11 +175,11 @@ private:
     std::uint64_t generation_ = 0;  // bumped by every reset and cancel: late results are dropped
     CancelFlag cancelFlag_ = std::make_shared<std::atomic<bool>>(false);
     CancelFlag homeCancelFlag_ = std::make_shared<std::atomic<bool>>(false);  // the home folder's alone
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    std::vector<std::weak_ptr<CleanupSession>> sessions_;  // every session that may still have work under way
+    kestrow::WeakGuard guard_;
     // The current run's session, none before the first run and after a reset. Shared with the
     // closures of the work under way, so a reset never waits for that work.
     std::shared_ptr<CleanupSession> session_;
-    ResultRelay relay_;  // last: joins before the rest goes
 };
 
 }  // namespace brimlet

@@ -11,8 +11,8 @@ ParticipantLink::ParticipantLink(kestrow::suite::SuiteParticipant& participant, 
         if (now_) now_();
         if (notifyPending_) return;
         notifyPending_ = true;
-        loop_.post([alive = std::weak_ptr<bool>(alive_), this] {
-            if (!alive.lock()) return;
+        loop_.post([alive = guard_.weak(), this] {
+            if (!alive) return;
             notifyPending_ = false;
             observers_.notify();
         });
@@ -20,7 +20,7 @@ ParticipantLink::ParticipantLink(kestrow::suite::SuiteParticipant& participant, 
 }
 
 ParticipantLink::~ParticipantLink() {
-    alive_.reset();
+    guard_.invalidate();
     participant_.onChange(nullptr);
 }
 
@@ -33,30 +33,30 @@ DesktopController::DesktopController(kestrow::MainLoop& loop, MonitorStore& moni
       floating_(std::move(floating)),
       dock_(std::move(dock)),
       hotKeys_(hotKeys) {
-    const std::weak_ptr<bool> alive = alive_;
+    const auto alive = guard_.weak();
     monitor_.onDesktopChange = [alive, this] {
-        if (alive.lock()) syncDesktop();
+        if (alive) syncDesktop();
     };
     monitor_.onTick = [alive, this] {
-        if (alive.lock()) dock_->refresh();
+        if (alive) dock_->refresh();
     };
     monitor_.onGlance = [alive, this](const SystemGlance& glance) {
-        if (alive.lock()) publish(glance);
+        if (alive) publish(glance);
     };
     applySuite(false);
     suite_.onChangeNow([alive, this] {
-        if (alive.lock()) handOverHotKey();
+        if (alive) handOverHotKey();
     });
     suiteObservation_ = suite_.observe([alive, this] {
-        if (alive.lock()) applySuite(true);
+        if (alive) applySuite(true);
     });
     loop_.post([alive, this] {
-        if (alive.lock()) syncDesktop();
+        if (alive) syncDesktop();
     });
 }
 
 DesktopController::~DesktopController() {
-    alive_.reset();
+    guard_.invalidate();
     suite_.onChangeNow(nullptr);
     monitor_.onDesktopChange = nullptr;
     monitor_.onTick = nullptr;
@@ -93,8 +93,8 @@ void DesktopController::handOverHotKey() {
         // Through the store's setter, so the choice is saved and the monitor follows.
         hotKey_ = std::make_unique<GlobalHotKey>(
             *hotKeys_, GlobalHotKey::keyCodeM, GlobalHotKey::controlOption,
-            [alive = std::weak_ptr<bool>(alive_), this] {
-                if (alive.lock()) monitor_.setFloatingVisible(!monitor_.floatingVisible());
+            [alive = guard_.weak(), this] {
+                if (alive) monitor_.setFloatingVisible(!monitor_.floatingVisible());
             });
     }
 }

@@ -15,6 +15,7 @@
 #include "suite/protocol/GlanceRecord.hpp"
 #include "suite/ui/GlobalHotKey.hpp"
 #include "suite/ui/SuiteParticipant.hpp"
+#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 
@@ -98,7 +99,7 @@ private:
     kestrow::MainLoop& loop_;
     Observers observers_;
     bool notifyPending_ = false;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    kestrow::WeakGuard guard_;
 };
 
 class DesktopController {
@@ -135,7 +136,7 @@ private:
     kestrow::suite::HotKeyCenter* hotKeys_;
     std::unique_ptr<kestrow::suite::GlobalHotKey> hotKey_;
     kestrow::MainLoop::Token suiteObservation_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    kestrow::WeakGuard guard_;
 };
 
 }  // namespace brimlet

@@ -15,7 +15,7 @@ IntentRouter::IntentRouter(Environment environment) : environment_(std::move(env
 }
 
 IntentRouter::~IntentRouter() {
-    alive_.reset();
+    guard_.invalidate();
     if (auto monitor = monitor_.lock()) monitor->completePendingOpen = nullptr;
 }
 
@@ -23,8 +23,8 @@ void IntentRouter::link(const std::shared_ptr<MonitorStore>& monitor, const std:
     monitor_ = monitor;
     cleanup_ = cleanup;
     if (monitor) {
-        monitor->completePendingOpen = [alive = std::weak_ptr<bool>(alive_), this] {
-            if (alive.lock()) completePendingOpen();
+        monitor->completePendingOpen = [alive = guard_.weak(), this] {
+            if (alive) completePendingOpen();
         };
     }
 }

@@ -12,6 +12,7 @@
 #include "CleanupStore.hpp"
 #include "MonitorStore.hpp"
 #include "core/intents/ReopenSuppression.hpp"
+#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 
@@ -61,7 +62,7 @@ private:
     std::weak_ptr<CleanupStore> cleanup_;
     bool pendingCleanupOpen_ = false;
     ReopenSuppression lastRequest_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    kestrow::WeakGuard guard_;
 };
 
 // The system's uptime in seconds (the clock intent requests and reopens are compared on).

@@ -47,8 +47,7 @@ MonitorStore::MonitorStore(kestrow::MainLoop& loop, kestrow::UserDefaults& defau
       setAppearance_(std::move(options.setAppearance)),
       hasMenuBar_(options.hasMenuBar),
       alertSettings_(readAlertSettings(defaults)),
-      engine_(options.engine ? std::move(options.engine) : std::make_unique<MonitorEngine>()),
-      relay_(loop, "monitor-relay") {
+      engine_(options.engine ? std::move(options.engine) : std::make_unique<MonitorEngine>()) {
     launchedAt_ = loop_.now();
     evaluator_.wording = AlertWording::forThisPlatform();
     menuBarDisplay_ = readEnum<MenuBarDisplay>(defaults_, Keys::menuBarDisplay);
@@ -63,7 +62,7 @@ MonitorStore::MonitorStore(kestrow::MainLoop& loop, kestrow::UserDefaults& defau
 }
 
 MonitorStore::~MonitorStore() {
-    alive_.reset();
+    guard_.invalidate();
     loopTimer_.cancel();
     glanceTimer_.cancel();
 }
@@ -280,9 +279,8 @@ void MonitorStore::scheduleNextRound(std::uint64_t generation) {
 
 void MonitorStore::tick(std::function<void()> then) {
     ++samplesInFlight_;
-    relay_.deliver(engine_->snapshot(), [alive = std::weak_ptr<bool>(alive_), this,
-                                         then = std::move(then)](MonitorSnapshot snapshot) {
-        if (!alive.lock()) return;
+    engine_->reply(engine_->snapshot(), loop_, [alive = guard_.weak(), this, then = std::move(then)](MonitorSnapshot snapshot) {
+        if (!alive) return;
         --samplesInFlight_;
         handle(std::move(snapshot));
         if (then) then();
@@ -301,8 +299,8 @@ void MonitorStore::handle(MonitorSnapshot snapshot) {
     setGlance(snapshot_->glance());
 
     for (const Alert& alert : evaluator_.evaluate(*snapshot_, alertSettings_, wallDate())) {
-        notifier_.post(alert, [alive = std::weak_ptr<bool>(alive_), this](bool delivered) {
-            if (alive.lock() && !delivered) setHasUndeliveredAlert(true);
+        notifier_.post(alert, [alive = guard_.weak(), this](bool delivered) {
+            if (alive && !delivered) setHasUndeliveredAlert(true);
         });
     }
     changed();
@@ -330,8 +328,8 @@ void MonitorStore::readGlance() {
     if (glanceInFlight_ || currentInterval() <= glanceInterval) return;
     if (lastFullSampleAt_ && loop_.now() - *lastFullSampleAt_ < glanceInterval) return;
     glanceInFlight_ = true;
-    relay_.deliver(engine_->glance(), [alive = std::weak_ptr<bool>(alive_), this](SystemGlance glance) {
-        if (!alive.lock()) return;
+    engine_->reply(engine_->glance(), loop_, [alive = guard_.weak(), this](SystemGlance glance) {
+        if (!alive) return;
         glanceInFlight_ = false;
         if (!glanceIsShown()) return;
         const bool differs = !glance_ || !(*glance_ == glance);

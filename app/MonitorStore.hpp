@@ -18,12 +18,12 @@
 #include "MonitorSettings.hpp"
 #include "Notifier.hpp"
 #include "Observers.hpp"
-#include "ResultRelay.hpp"
 #include "base/MainLoop.hpp"
 #include "base/UserDefaults.hpp"
 #include "core/monitoring/Alerts.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 #include "core/monitoring/MonitorEngine.hpp"
+#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 
@@ -179,9 +179,8 @@ private:
     bool glanceInFlight_ = false;
     std::optional<double> lastFullSampleAt_;
 
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // relayed results check it
+    kestrow::WeakGuard guard_;  // the engine's replies check it
     std::unique_ptr<MonitorEngine> engine_;
-    ResultRelay relay_;  // last: joins before the engine it waits on goes
 };
 
 }  // namespace brimlet

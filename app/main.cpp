@@ -6,11 +6,13 @@
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <variant>
 #include <vector>
 
 #include "ApplicationRunner.hpp"
 #include "CleanerCommand.hpp"
+#include "Platform.hpp"
 #include "PlatformUsage.hpp"
 #include "SnapshotCommand.hpp"
 #include "SuiteLaunch.hpp"
@@ -34,6 +36,8 @@ int main(int argc, char** argv) {
     // Output is a courtesy: a reader that went away ("| head -1") must not kill the app before it
     // has published or written its stopped record. Writes to a closed pipe then just fail.
     std::signal(SIGPIPE, SIG_IGN);
+    // Every entry the platform provides, named once here so that a port missing one fails to link.
+    std::apply([](auto... seam) { (static_cast<void>(seam), ...); }, brimlet::platform::appSeams);
     const std::vector<std::string> arguments(argv, argv + argc);
     // Nothing else is examined in this mode, not even an invalid "--suite-folder".
     if (has(arguments, "--snapshot-json")) {

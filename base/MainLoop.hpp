@@ -7,12 +7,9 @@
 // fires on wake, not an hour late.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -111,87 +108,6 @@ public:
 private:
     double threshold_;
     std::optional<double> lastGap_;
-};
-
-// A loop for tests: its clocks move only when the test says so, and timers fire in order as the
-// test advances time, so timer, wake and grace rules are checked without waiting.
-class ManualMainLoop final : public MainLoop {
-public:
-    explicit ManualMainLoop(double wallStart = 1'700'000'000.0);
-    ~ManualMainLoop() override;
-
-    void post(Task task) override;
-    Token after(double seconds, Task task) override;
-    Token repeat(double interval, double tolerance, Task task) override;
-    Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}, Task onGone = {}) override;
-    Token onWake(Task task) override;
-    Token watchReadable(int fd, Task onReadable) override;
-    double now() const override { return now_; }
-    double wallClock() const override { return wallStart_ + now_; }
-    // Runs posted tasks as they arrive until `stop`.
-    void run() override;
-    void stop() override;
-
-    // Moves both clocks forward, firing every timer at its due time, with posted work run after each.
-    void advance(double seconds);
-    // The machine sleeps for `seconds`: the clocks jump, then wake observers fire, then every overdue
-    // timer fires once.
-    void sleep(double seconds);
-    // Runs the tasks posted so far (and those they post).
-    void runPending();
-    // Runs posted tasks, waiting for other threads' posts, until `done` holds (checked after every
-    // task, and at least every 10 ms) or `realSeconds` of real time passed; returns whether `done`
-    // held. Tasks still queued when it holds stay queued.
-    bool runUntil(const std::function<bool()>& done, double realSeconds);
-    // Reports a change in a watched folder, as the system would after a write; with `names`, as a
-    // system that names the entries it saw change.
-    void folderChanged(const std::string& path, const std::vector<std::string>& names = {});
-    // Reports that a watched folder was deleted or moved away: its watches end, as the system's do.
-    void folderGone(const std::string& path);
-    // Runs the tasks watching the descriptor once, as the system would when it became readable;
-    // false when nothing watches it.
-    bool descriptorReadable(int fd);
-
-    // What tests inspect: the interval and tolerance of live repeating timers.
-    struct TimerInfo {
-        double interval = 0;
-        double tolerance = 0;
-        double due = 0;
-    };
-    std::vector<TimerInfo> repeatingTimers() const;
-    std::vector<std::string> watchedFolders() const;
-
-private:
-    struct Timer {
-        double due = 0;
-        double interval = 0;  // 0: one-shot
-        double tolerance = 0;
-        std::shared_ptr<Task> task;
-    };
-    struct Watcher {
-        std::string path;
-        std::shared_ptr<Task> task;
-        NameFilter ignored;
-        std::shared_ptr<Task> gone;
-    };
-
-    bool runOne();
-    Token tokenFor(std::uint64_t id, int kind);
-    void fireTimer(std::uint64_t id);
-
-    double wallStart_;
-    double now_ = 0;
-    std::uint64_t nextId_ = 1;
-    std::map<std::uint64_t, Timer> timers_;
-    std::map<std::uint64_t, Watcher> watchers_;
-    std::map<std::uint64_t, std::shared_ptr<Task>> wakeObservers_;
-    std::map<std::uint64_t, std::pair<int, std::shared_ptr<Task>>> readables_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
-
-    mutable std::mutex mutex_;  // guards the posted queue and the stop flag
-    std::condition_variable posted_;
-    std::vector<Task> queue_;
-    bool stopped_ = false;
 };
 
 }  // namespace kestrow

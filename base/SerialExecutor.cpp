@@ -17,6 +17,11 @@ SerialExecutor::~SerialExecutor() {
     thread_.join();
 }
 
+void SerialExecutor::waitUntilIdle() {
+    std::unique_lock lock(mutex_);
+    idle_.wait(lock, [this] { return jobs_.empty() && !running_; });
+}
+
 void SerialExecutor::enqueue(std::function<void()> job) {
     {
         std::lock_guard lock(mutex_);
@@ -35,8 +40,15 @@ void SerialExecutor::loop() {
             if (jobs_.empty()) return;  // stopping, and nothing left to run
             job = std::move(jobs_.front());
             jobs_.pop_front();
+            running_ = true;
         }
         job();
+        job = nullptr;  // what the job held goes before it counts as done
+        {
+            std::lock_guard lock(mutex_);
+            running_ = false;
+        }
+        idle_.notify_all();
     }
 }
 

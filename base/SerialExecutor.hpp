@@ -8,9 +8,13 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
+
+#include "MainLoop.hpp"
 
 namespace kestrow {
 
@@ -31,6 +35,31 @@ public:
         return result;
     }
 
+    // Post and reply: hands the result of work submitted here back to `loop`'s thread as `then`,
+    // with no thread blocked waiting for it. Jobs run in order, so the job queued now runs right
+    // after the work and finds its result ready; it posts the value and leaves, and `then` (with
+    // whatever it holds) is released on the loop's thread, never on this one.
+    template <typename T, typename Then>
+    void replyWhenReady(std::future<T> pending, MainLoop& loop, Then then) {
+        enqueue([pending = std::make_shared<std::future<T>>(std::move(pending)), &loop,
+                 then = std::make_shared<Then>(std::move(then))]() mutable {
+            // A result the work could not produce (it threw) is dropped: there is nothing to hand on.
+            std::optional<T> value;
+            try {
+                value.emplace(pending->get());
+            } catch (...) {
+                loop.post([then = std::move(then)] {});
+                return;
+            }
+            loop.post([then = std::move(then), value = std::move(*value)]() mutable { (*then)(std::move(value)); });
+        });
+    }
+
+    // Returns once every job submitted so far has run, replies included: an owner that is going away
+    // calls it so that nothing posts to a loop after the owner (and what it guarantees) is gone.
+    // Not from the executor's own thread.
+    void waitUntilIdle();
+
     // True on the executor's own thread; work running there must not wait on its own futures.
     bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
 
@@ -42,6 +71,8 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_;
     std::deque<std::function<void()>> jobs_;
+    std::condition_variable idle_;
+    bool running_ = false;
     bool stopping_ = false;
     std::thread thread_;
 };

@@ -33,7 +33,7 @@ int onReply(sdbus::Message* message, void* userdata, sdbus::Error*) {
 FreedesktopNotifier::FreedesktopNotifier(kestrow::MainLoop& loop) : loop_(loop) {}
 
 FreedesktopNotifier::~FreedesktopNotifier() {
-    alive_.reset();
+    guard_.invalidate();
     cancelled_->store(true);
     sender_.reset();  // a post under way notices the flag within one slice
 }
@@ -99,7 +99,7 @@ kestrow::Status FreedesktopNotifier::notify(const Message& message, const std::a
 
 void FreedesktopNotifier::post(const Alert& alert, Completion done) {
     if (!sender_) sender_ = std::make_unique<kestrow::SerialExecutor>("notifier");
-    (void)sender_->submit([&loop = loop_, alive = std::weak_ptr<bool>(alive_), cancelled = cancelled_, alert,
+    (void)sender_->submit([&loop = loop_, alive = guard_.weak(), cancelled = cancelled_, alert,
                            done = std::move(done)] {
         const kestrow::Status status = notify(messageFor(alert), *cancelled);
         if (status.ok()) kestrow::log::info(logCategory, "alert posted: " + alert.title);
@@ -107,7 +107,7 @@ void FreedesktopNotifier::post(const Alert& alert, Completion done) {
             kestrow::log::error(logCategory, "alert not delivered: " + alert.title + " — " + alert.body + " (" +
                                                  status.message() + ")");
         loop.post([alive, done, delivered = status.ok()] {
-            if (alive.lock() && done) done(delivered);
+            if (alive && done) done(delivered);
         });
     });
 }

@@ -15,6 +15,7 @@
 #include "base/MainLoop.hpp"
 #include "base/SerialExecutor.hpp"
 #include "base/Status.hpp"
+#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 
@@ -49,7 +50,7 @@ public:
 
 private:
     kestrow::MainLoop& loop_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    kestrow::WeakGuard guard_;
     std::shared_ptr<std::atomic<bool>> cancelled_ = std::make_shared<std::atomic<bool>>(false);
     std::unique_ptr<kestrow::SerialExecutor> sender_;  // made on the first post
 };

@@ -19,9 +19,12 @@
 #include <cmath>
 #include <cstring>
 #include <deque>
+#include <map>
+#include <mutex>
 #include <set>
 
 #include "../Files.hpp"
+#include "../WeakGuard.hpp"
 
 namespace kestrow {
 
@@ -81,7 +84,7 @@ public:
     }
 
     ~EpollMainLoop() override {
-        alive_.reset();
+        guard_.invalidate();
         for (auto& [key, source] : sources_)
             if (source.fd >= 0) ::close(source.fd);
         if (inotify_ >= 0) ::close(inotify_);
@@ -191,8 +194,8 @@ private:
     }
 
     Token tokenFor(std::uint64_t key) {
-        return Token([alive = std::weak_ptr<bool>(alive_), this, key] {
-            if (alive.lock()) remove(key);
+        return Token([alive = guard_.weak(), this, key] {
+            if (alive) remove(key);
         });
     }
 
@@ -347,7 +350,7 @@ private:
     std::map<std::uint64_t, Source> sources_;
     std::map<int, std::set<std::uint64_t>> watchers_;
     WakeDetector wakes_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    kestrow::WeakGuard guard_;
 };
 
 }  // namespace

@@ -53,6 +53,15 @@ public:
     std::future<CleanupReport> clean(std::vector<std::string> ids, CleanupApproval approval, DeleteMode mode,
                                      Progress progress, CancelTest isCancelled);
 
+    // A result of the calls above, handed to `then` on `loop`'s thread as soon as it is ready.
+    template <typename T, typename Then>
+    void reply(std::future<T> pending, kestrow::MainLoop& loop, Then then) {
+        executor_.replyWhenReady(std::move(pending), loop, std::move(then));
+    }
+
+    // Returns once the work handed to the session so far, and its replies, are done.
+    void waitUntilIdle() { executor_.waitUntilIdle(); }
+
     const CleanupApproval::Token& identity() const { return identity_; }
 
     // For tests: the scanner's seams and the cleaner's collaborators, before any call is made.

@@ -22,6 +22,11 @@ public:
 
     std::future<MonitorSnapshot> snapshot();
     std::future<SystemGlance> glance();
+    // A result of the calls above, handed to `then` on `loop`'s thread as soon as it is ready.
+    template <typename T, typename Then>
+    void reply(std::future<T> pending, kestrow::MainLoop& loop, Then then) {
+        executor_.replyWhenReady(std::move(pending), loop, std::move(then));
+    }
 
     // The sampling steps of one snapshot, for callers already serialising their calls.
     static MonitorSnapshot assemble(ProcessSampler& processes, SystemSampler& system);

@@ -57,11 +57,11 @@ kestrow::Status textProblem(std::string_view field, std::string_view text, std::
     const auto scalars = unicodeScalars(text);
     // Text that is not UTF-8 has no scalars to count; it fails the length rule.
     if (!scalars || scalars->size() < lower || scalars->size() > upper)
-        return Status::failure(name + ": " + std::to_string(lower) + "-" + std::to_string(upper) + " scalars");
+        return Status::failure(kestrow::Cause::invalidArgument, name + ": " + std::to_string(lower) + "-" + std::to_string(upper) + " scalars");
     for (const char32_t c : *scalars) {
-        if (c == U'/' || c == U'\\') return Status::failure(name + ": no / or \\");
-        if (isControl(c)) return Status::failure(name + ": no control characters");
-        if (isBidiFormatting(c)) return Status::failure(name + ": no bidi formatting");
+        if (c == U'/' || c == U'\\') return Status::failure(kestrow::Cause::invalidArgument, name + ": no / or \\");
+        if (isControl(c)) return Status::failure(kestrow::Cause::invalidArgument, name + ": no control characters");
+        if (isBidiFormatting(c)) return Status::failure(kestrow::Cause::invalidArgument, name + ": no bidi formatting");
     }
     return Status::success();
 }
@@ -69,36 +69,36 @@ kestrow::Status textProblem(std::string_view field, std::string_view text, std::
 kestrow::Status problem(const GlanceMetric& metric) {
     using kestrow::Status;
     const auto id = unicodeScalars(metric.id);
-    if (!id || id->empty() || id->size() > 24) return Status::failure("metric id length");
+    if (!id || id->empty() || id->size() > 24) return Status::failure(kestrow::Cause::invalidArgument, "metric id length");
     for (const char32_t c : *id)
         if (!((c >= U'a' && c <= U'z') || (c >= U'0' && c <= U'9') || c == U'-'))
-            return Status::failure("metric id charset");
+            return Status::failure(kestrow::Cause::invalidArgument, "metric id charset");
     if (auto status = textProblem("label", metric.label, 1, 16); status.failed()) return status;
     if (auto status = textProblem("unit", metric.unit, 0, 6); status.failed()) return status;
     if (const double* v = std::get_if<double>(&metric.value)) {
-        if (!std::isfinite(*v)) return Status::failure("value: finite number");
+        if (!std::isfinite(*v)) return Status::failure(kestrow::Cause::invalidArgument, "value: finite number");
         const double scaled = *v * 100;
-        if (!(std::fabs(scaled - std::round(scaled)) < 0.000001)) return Status::failure("value: at most 2 decimals");
+        if (!(std::fabs(scaled - std::round(scaled)) < 0.000001)) return Status::failure(kestrow::Cause::invalidArgument, "value: at most 2 decimals");
     }
     return Status::success();
 }
 
 kestrow::Status problem(const GlanceRecord& record) {
     using kestrow::Status;
-    if (record.contract < 1) return Status::failure("contract: integer >= 1");
-    if (record.ttl < GlanceRecord::ttlMin || record.ttl > GlanceRecord::ttlMax) return Status::failure("ttl: 3-60");
-    if (!std::isfinite(record.at)) return Status::failure("at: required number");
-    if (record.metrics.size() > 4) return Status::failure("metrics: 0-4");
+    if (record.contract < 1) return Status::failure(kestrow::Cause::invalidArgument, "contract: integer >= 1");
+    if (record.ttl < GlanceRecord::ttlMin || record.ttl > GlanceRecord::ttlMax) return Status::failure(kestrow::Cause::invalidArgument, "ttl: 3-60");
+    if (!std::isfinite(record.at)) return Status::failure(kestrow::Cause::invalidArgument, "at: required number");
+    if (record.metrics.size() > 4) return Status::failure(kestrow::Cause::invalidArgument, "metrics: 0-4");
     std::set<std::string> seen;
     for (const GlanceMetric& metric : record.metrics) {
         if (auto status = problem(metric); status.failed()) return status;
-        if (!seen.insert(metric.id).second) return Status::failure("metric ids unique");
+        if (!seen.insert(metric.id).second) return Status::failure(kestrow::Cause::invalidArgument, "metric ids unique");
     }
     return Status::success();
 }
 
-GlanceEncodeResult encode(const GlanceRecord& record) {
-    if (auto status = problem(record); status.failed()) return GlanceValidationError{status.message()};
+kestrow::Result<std::string> encode(const GlanceRecord& record) {
+    if (auto status = problem(record); status.failed()) return status;
     JsonArray metrics;
     for (const GlanceMetric& m : record.metrics) {
         JsonObject object;
@@ -120,8 +120,8 @@ GlanceEncodeResult encode(const GlanceRecord& record) {
     object["state"] = JsonValue(record.state.rawValue());
     object["ttl"] = JsonValue(record.ttl);
     auto bytes = writeJson(JsonValue(std::move(object)), {.pretty = false, .escapeSlashes = false});
-    if (!bytes) return GlanceValidationError{"at: required number"};  // only a non-finite number fails
-    if (bytes->size() > maxBytes) return GlanceValidationError{"size: at most 2,048 bytes"};
+    if (!bytes) return kestrow::Status::failure(kestrow::Cause::invalidArgument, "at: required number");  // only a non-finite number fails
+    if (bytes->size() > maxBytes) return kestrow::Status::failure(kestrow::Cause::resourceExhausted, "size: at most 2,048 bytes");
     return std::move(*bytes);
 }
 

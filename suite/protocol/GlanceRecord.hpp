@@ -105,20 +105,13 @@ struct GlanceReadResult {
     bool operator==(const GlanceReadResult&) const = default;
 };
 
-struct GlanceValidationError {
-    std::string reason;
-    const std::string& description() const { return reason; }
-    bool operator==(const GlanceValidationError&) const = default;
-};
-
-// Encoding either gives the bytes or the reason the record cannot be written.
-using GlanceEncodeResult = std::variant<std::string, GlanceValidationError>;
 
 namespace GlanceCodec {
 
 inline constexpr std::size_t maxBytes = 2048;
 
-[[nodiscard]] GlanceEncodeResult encode(const GlanceRecord& record);
+// The bytes, or an invalid-argument failure whose text is the fixed reason the record cannot be written.
+[[nodiscard]] kestrow::Result<std::string> encode(const GlanceRecord& record);
 [[nodiscard]] GlanceReadResult decode(std::string_view bytes, std::string_view fileName);
 
 // The validation rules: the problem a record has, as a failure carrying the fixed reason text.

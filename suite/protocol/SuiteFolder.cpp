@@ -197,12 +197,12 @@ bool OpenSuiteFolder::stillNamed() const {
 
 kestrow::Status OpenSuiteFolder::write(const GlanceRecord& record) const {
     auto encoded = GlanceCodec::encode(record);
-    if (auto* error = std::get_if<GlanceValidationError>(&encoded)) return kestrow::Status::failure(error->reason);
+    if (encoded.failed()) return encoded.status();
     if (glancesFd_ < 0) return kestrow::Status::failure("cannot open " + folder_.glancesURL() + " (errno " +
                                                         std::to_string(ENOENT) + ")");
     // A record lives for seconds and is rewritten at half its life at the latest: waiting for the
     // disk on every write would cost far more than a record lost to a power cut.
-    return writeAtomicallyAt(glancesFd_, record.app.glanceFileName(), std::get<std::string>(encoded), 0600,
+    return writeAtomicallyAt(glancesFd_, record.app.glanceFileName(), *encoded, 0600,
                              Durability::transient);
 }
 

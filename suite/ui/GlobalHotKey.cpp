@@ -5,15 +5,15 @@ namespace kestrow::suite {
 HotKeyCenter::HotKeyCenter(HotKeySystem& system, MainLoop& loop) : system_(system), loop_(loop) {}
 
 HotKeyCenter::~HotKeyCenter() {
-    alive_.reset();
+    guard_.invalidate();
     if (handlerInstalled_) system_.removeHandler();
 }
 
 bool HotKeyCenter::handle(std::uint32_t eventSignature, std::uint32_t id) {
     if (eventSignature != signature || actions_.count(id) == 0) return false;
     // Run it later, outside the system's event dispatch; a shortcut invalidated meanwhile does nothing.
-    loop_.post([alive = std::weak_ptr<bool>(alive_), this, id] {
-        if (!alive.lock()) return;
+    loop_.post([alive = guard_.weak(), this, id] {
+        if (!alive) return;
         auto it = actions_.find(id);
         if (it == actions_.end()) return;
         std::function<void()> action = it->second;

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "base/MainLoop.hpp"
+#include "base/WeakGuard.hpp"
 
 namespace kestrow::suite {
 
@@ -56,7 +57,7 @@ private:
     std::map<std::uint32_t, std::function<void()>> actions_;
     bool handlerInstalled_ = false;
     std::size_t holders_ = 0;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    kestrow::WeakGuard guard_;
 };
 
 class GlobalHotKey {

@@ -210,11 +210,11 @@ void SuiteParticipant::startLock() {
         if (link.open) lockFiles.emplace_back(link.folder.lockURL(), link.open->descriptor());
     if (lockFiles.empty()) return;
     lock_ = std::make_unique<HostLock>(lockFiles, options_.lockTiming);
-    auto hop = [hop = lockHop_, alive = std::weak_ptr<bool>(alive_)](std::function<void()> work) {
+    auto hop = [hop = lockHop_, alive = guard_.weak()](std::function<void()> work) {
         std::lock_guard guard(hop->mutex);
         if (!hop->loop) return;
         hop->loop->post([alive, work = std::move(work)] {
-            if (alive.lock()) work();
+            if (alive) work();
         });
     };
     // Winning and losing the lock (its file replaced under us) both lead to a fresh evaluation,
@@ -243,7 +243,7 @@ void SuiteParticipant::reloadSettings() {
 
 SuiteParticipant::~SuiteParticipant() {
     shutdown();
-    alive_.reset();
+    guard_.invalidate();
 }
 
 void SuiteParticipant::logOnce(const std::string& key, const std::string& message) {

@@ -24,6 +24,7 @@
 #include "suite/protocol/HostLock.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 #include "suite/protocol/SuiteState.hpp"
+#include "base/WeakGuard.hpp"
 
 namespace kestrow::suite {
 
@@ -210,7 +211,7 @@ private:
     std::set<std::string> loggedProblems_;
     bool didShutdown_ = false;
     bool publishingSuspended_ = false;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // posts from the lock thread check it
+    kestrow::WeakGuard guard_;  // posts from the lock thread check it
 };
 
 }  // namespace kestrow::suite

@@ -11,6 +11,7 @@
 #include "base/MainLoop.hpp"
 #include "base/UserDefaults.hpp"
 #include "tests/monitoring/FakeReaders.hpp"
+#include "tests/support/ManualMainLoop.hpp"
 
 namespace brimlet::testing {
 

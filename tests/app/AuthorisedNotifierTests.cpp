@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "app/AuthorisedNotifier.hpp"
+#include "tests/support/ManualMainLoop.hpp"
 
 namespace brimlet {
 namespace {

@@ -12,6 +12,7 @@
 #include "tests/app/GatedFileOperations.hpp"
 #include "tests/cleanup/CleanupTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"
+#include "tests/support/ManualMainLoop.hpp"
 
 namespace brimlet {
 namespace {

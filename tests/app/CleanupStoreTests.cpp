@@ -14,6 +14,7 @@
 #include "tests/app/GatedFileOperations.hpp"
 #include "tests/cleanup/CleanupTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"
+#include "tests/support/ManualMainLoop.hpp"
 
 namespace brimlet {
 namespace {

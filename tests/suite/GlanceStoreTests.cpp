@@ -57,7 +57,7 @@ TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
     EXPECT_EQ(*all.at(SuiteApp::hollin).reason(), "not a regular file");  // and it did not block
     EXPECT_FALSE(store.read(SuiteApp::dismel));
     EXPECT_EQ(store.write(GlanceRecord(SuiteApp::brimlet, false, GlanceState::running, 1, 99, GlanceLevel::ok, {})),
-              kestrow::Status::failure("ttl: 3-60"));
+              kestrow::Status::failure(kestrow::Cause::invalidArgument, "ttl: 3-60"));
 }
 
 // Only a missing file is missing: a plain file where the "glances" folder should be makes every

@@ -9,6 +9,7 @@
 #include "base/Files.hpp"
 #include "base/MainLoop.hpp"
 #include "tests/support/TempFolder.hpp"
+#include "tests/support/ManualMainLoop.hpp"
 
 namespace kestrow {
 namespace {

@@ -3,6 +3,7 @@
 #include "FakeHotKeys.hpp"
 #include "suite/ui/FloatingLayout.hpp"
 #include "suite/ui/SuiteFormat.hpp"
+#include "tests/support/ManualMainLoop.hpp"
 
 namespace kestrow::suite {
 namespace {

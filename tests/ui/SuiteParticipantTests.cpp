@@ -14,6 +14,7 @@
 #include "FakeHotKeys.hpp"
 #include "suite/ui/SuiteParticipant.hpp"
 #include "tests/support/TempFolder.hpp"
+#include "tests/support/ManualMainLoop.hpp"
 
 namespace kestrow::suite {
 namespace {
