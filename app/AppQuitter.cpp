@@ -9,9 +9,14 @@ std::optional<RunningApplication> AppQuitter::runningApplication(const AppGroup&
                                                                  const std::vector<RunningApplication>& running) {
     if (!group.bundlePath) return std::nullopt;
     const std::string wanted = kestrow::standardizePath(*group.bundlePath);
+    // An application may run from another path than the one its bundle URL names (Safari from a
+    // Cryptex volume): the real paths then agree where the written ones do not.
+    std::optional<std::optional<std::string>> wantedReal;
     for (const RunningApplication& application : running) {
-        if (application.bundlePath && kestrow::standardizePath(*application.bundlePath) == wanted)
-            return application;
+        if (!application.bundlePath) continue;
+        if (kestrow::standardizePath(*application.bundlePath) == wanted) return application;
+        if (!wantedReal) wantedReal = kestrow::canonicalizePath(wanted);
+        if (*wantedReal && kestrow::canonicalizePath(*application.bundlePath) == **wantedReal) return application;
     }
     return std::nullopt;
 }

@@ -1,6 +1,10 @@
 #include "CleanupStore.hpp"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 
 #include "base/Checked.hpp"
 #include "base/Files.hpp"
@@ -18,6 +22,7 @@ CleanupStore::CleanupStore(kestrow::MainLoop& loop, std::string home, std::uniqu
       fileOperations_(fileOperations ? std::move(fileOperations) : std::make_unique<LiveFileOperations>()),
       relay_(loop, "cleanup-relay") {
     fullDiskAccessProbe = [home = home_] { return FullDiskAccess::isGranted(home); };
+    folderRefusalProbe = &CleanupStore::isRefused;
 }
 
 CleanupStore::~CleanupStore() {
@@ -114,6 +119,17 @@ bool CleanupStore::readFullDiskAccess() {
     return true;
 }
 
+bool CleanupStore::isRefused(const std::string& path) {
+    // A folder that is not there, or is no folder, is simply not looked in; only a refusal to
+    // open one that is there (the system's privacy protection, or its permissions) counts.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::close(fd);
+        return false;
+    }
+    return errno == EPERM || errno == EACCES;
+}
+
 void CleanupStore::refreshFullDiskAccess() {
     if (readFullDiskAccess()) observers_.notify();
 }
@@ -128,6 +144,10 @@ bool CleanupStore::start() {
     // earlier run are void in this one.
     session_ = makeSession();
     (void)readFullDiskAccess();  // the phase change below tells the observers
+    refusedFolders_.clear();
+    for (std::string_view folder : personalFolders)
+        if (folderRefusalProbe && folderRefusalProbe(home_ + "/" + std::string(folder)))
+            refusedFolders_.emplace_back(folder);
     measured_.reset();
     personal_.clear();
     selection_.clear();

@@ -7,12 +7,14 @@
 // spent in the next one. The last report stays available for export until a newer one replaces it.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "CleanupPhase.hpp"
@@ -86,6 +88,15 @@ public:
     void refreshFullDiskAccess();
     // The question asked; the live one looks at a protected folder of the home folder. For tests.
     std::function<std::optional<bool>()> fullDiskAccessProbe;
+
+    // The folders of the home folder the personal scan looks in that the system would not let it
+    // open ("Downloads"), in `personalFolders` order; read at every start. Finding nothing there is
+    // then no proof that nothing is there, and the screen says so.
+    static constexpr std::array<std::string_view, 3> personalFolders{"Desktop", "Documents", "Downloads"};
+    const std::vector<std::string>& refusedFolders() const { return refusedFolders_; }
+    // Whether the system refused to open the folder at that path; the live one opens it. For tests.
+    std::function<bool(const std::string& path)> folderRefusalProbe;
+    static bool isRefused(const std::string& path);
     const std::optional<CleanupReport>& lastReport() const { return lastReport_; }
 
     // How the chosen items go: the user's choice, Move to Trash at the start of every run. The
@@ -141,6 +152,7 @@ private:
     Progress progress_;
     std::optional<MeasureResult> measured_;
     std::vector<CleanupItem> personal_;
+    std::vector<std::string> refusedFolders_;
     std::set<std::string> selection_;
     std::optional<CleanupReport> lastReport_;
     std::optional<bool> fullDiskAccess_;

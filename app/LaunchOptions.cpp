@@ -48,6 +48,9 @@ const std::vector<LaunchOption>& options() {
                              "items are never deleted permanently")),
         with("--clean", valued("--report", "FILE.md|FILE.json", {}, everywhere,
                                "also write the report to that file, as Markdown or JSON")),
+        flag("--tui", everywhere,
+             "run full screen in this terminal: live figures with their grades and\n"
+             "5-minute charts, every app (ask one to quit), and the cleaner"),
         valued(SuiteFolderArgument::name, "PATH", {}, everywhere,
                "use a suite folder inside the temporary folder and the separate\n"
                "com.kestrow.brimlet.qa settings"),

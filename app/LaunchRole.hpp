@@ -21,6 +21,19 @@ struct LaunchRole {
         if (current == Policy::prohibited) return Policy::accessory;
         return std::nullopt;
     }
+
+    // The policy to take before the run loop starts. Outside its bundle (the executable of a build
+    // folder) nothing marks the application as a menu-bar one and it would start with a Dock icon;
+    // a background-only launch is left to `switchTo`.
+    static constexpr std::optional<Policy> beforeRun(Policy current) {
+        if (current == Policy::regular) return Policy::accessory;
+        return std::nullopt;
+    }
+
+    // Why the process keeps App Nap away for its life: a member whose icon is hidden has no window
+    // on screen, yet its sampling and its suite record must keep their pace. For the system's
+    // diagnostics only.
+    static constexpr std::string_view activityReason = "live figures and the suite record keep their pace";
 };
 
 }  // namespace brimlet

@@ -14,6 +14,7 @@
 #include "PlatformUsage.hpp"
 #include "SnapshotCommand.hpp"
 #include "SuiteLaunch.hpp"
+#include "tui/TerminalRunner.hpp"
 #include "base/UserDefaults.hpp"
 
 namespace {
@@ -63,6 +64,9 @@ int main(int argc, char** argv) {
     // a mistyped one never quietly starts a long-running process.
     if (const auto exit = brimlet::LaunchOptions::validate(arguments, platform)) return exitWith(*exit);
 
+    if (has(arguments, "--tui"))
+        return brimlet::runTerminalApplication(arguments, std::move(std::get<0>(folders)),
+                                               std::get<brimlet::SuiteLaunch::DefaultsDomain>(defaults));
     return brimlet::runApplication(arguments, std::move(std::get<0>(folders)),
                                    std::get<brimlet::SuiteLaunch::DefaultsDomain>(defaults));
 }

@@ -24,7 +24,7 @@ bool WakeDetector::sample(double continuous, double monotonic) {
 }
 
 namespace {
-enum Kind { timerKind, watcherKind, wakeKind };
+enum Kind { timerKind, watcherKind, wakeKind, readableKind };
 constexpr double shortestInterval = 0.001;  // a zero interval would fire forever without time passing
 }  // namespace
 
@@ -37,6 +37,7 @@ MainLoop::Token ManualMainLoop::tokenFor(std::uint64_t id, int kind) {
         if (!alive.lock()) return;
         if (kind == timerKind) timers_.erase(id);
         else if (kind == watcherKind) watchers_.erase(id);
+        else if (kind == readableKind) readables_.erase(id);
         else wakeObservers_.erase(id);
     });
 }
@@ -78,6 +79,21 @@ MainLoop::Token ManualMainLoop::onWake(Task task) {
     const std::uint64_t id = nextId_++;
     wakeObservers_[id] = std::make_shared<Task>(std::move(task));
     return tokenFor(id, wakeKind);
+}
+
+MainLoop::Token ManualMainLoop::watchReadable(int fd, Task onReadable) {
+    const std::uint64_t id = nextId_++;
+    readables_[id] = {fd, std::make_shared<Task>(std::move(onReadable))};
+    return tokenFor(id, readableKind);
+}
+
+bool ManualMainLoop::descriptorReadable(int fd) {
+    std::vector<std::shared_ptr<Task>> tasks;
+    for (const auto& [id, watch] : readables_)
+        if (watch.first == fd) tasks.push_back(watch.second);
+    for (const auto& task : tasks) (*task)();
+    runPending();
+    return !tasks.empty();
 }
 
 bool ManualMainLoop::runOne() {

@@ -83,6 +83,10 @@ public:
     virtual Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}, Task onGone = {}) = 0;
     // Fires once the machine woke from sleep.
     virtual Token onWake(Task task) = 0;
+    // Fires while the descriptor has something to read (a terminal's keys, the read end of a pipe
+    // a signal handler writes to): the task must read what is there, or it is called again at once.
+    // The descriptor stays the caller's; it must outlive the token.
+    virtual Token watchReadable(int fd, Task onReadable) = 0;
 
     virtual double now() const = 0;        // the continuous clock the timers count on
     virtual double wallClock() const = 0;  // seconds since 1970
@@ -121,6 +125,7 @@ public:
     Token repeat(double interval, double tolerance, Task task) override;
     Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}, Task onGone = {}) override;
     Token onWake(Task task) override;
+    Token watchReadable(int fd, Task onReadable) override;
     double now() const override { return now_; }
     double wallClock() const override { return wallStart_ + now_; }
     // Runs posted tasks as they arrive until `stop`.
@@ -143,6 +148,9 @@ public:
     void folderChanged(const std::string& path, const std::vector<std::string>& names = {});
     // Reports that a watched folder was deleted or moved away: its watches end, as the system's do.
     void folderGone(const std::string& path);
+    // Runs the tasks watching the descriptor once, as the system would when it became readable;
+    // false when nothing watches it.
+    bool descriptorReadable(int fd);
 
     // What tests inspect: the interval and tolerance of live repeating timers.
     struct TimerInfo {
@@ -177,6 +185,7 @@ private:
     std::map<std::uint64_t, Timer> timers_;
     std::map<std::uint64_t, Watcher> watchers_;
     std::map<std::uint64_t, std::shared_ptr<Task>> wakeObservers_;
+    std::map<std::uint64_t, std::pair<int, std::shared_ptr<Task>>> readables_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 
     mutable std::mutex mutex_;  // guards the posted queue and the stop flag

@@ -30,4 +30,7 @@ public:
 // Not owned: the start-up code keeps the session alive for the whole run and clears this first.
 @property(nonatomic, assign) brimlet::mac::ApplicationSession* session;
 
+// Takes the menu-bar role before the run loop starts where nothing else gave it (the bare executable).
++ (void)settleRoleBeforeRun;
+
 @end

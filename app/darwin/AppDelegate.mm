@@ -37,6 +37,11 @@ NSApplicationActivationPolicy appKitPolicy(LaunchRole::Policy policy) {
 
 @implementation AppDelegate
 
++ (void)settleRoleBeforeRun {
+    if (const auto policy = LaunchRole::beforeRun(rolePolicy(NSApp.activationPolicy)))
+        [NSApp setActivationPolicy:appKitPolicy(*policy)];
+}
+
 - (void)applicationDidFinishLaunching:(NSNotification*)notification {
     (void)notification;
     dispatch_assert_queue(dispatch_get_main_queue());

@@ -22,6 +22,7 @@ using namespace brimlet::mac::cleanup;
     int _shownPhase;
 
     NSView* _fullDiskAccessBanner;
+    NSTextField* _refusals;
     NSView* _content;
     NSView* _pane;
 
@@ -70,9 +71,12 @@ using namespace brimlet::mac::cleanup;
     NSStackView* header = stack(@[ icon, titles ], NSUserInterfaceLayoutOrientationHorizontal, 12);
 
     _fullDiskAccessBanner = [self makeFullDiskAccessBanner:_screen.fullDiskAccess];
+    _refusals = paragraph(@"", NSColor.systemOrangeColor);
+    _refusals.hidden = YES;
     _content = [[NSView alloc] initWithFrame:NSZeroRect];
 
-    NSStackView* column = stack(@[ header, _fullDiskAccessBanner, _content ], NSUserInterfaceLayoutOrientationVertical, 16);
+    NSStackView* column =
+        stack(@[ header, _fullDiskAccessBanner, _refusals, _content ], NSUserInterfaceLayoutOrientationVertical, 16);
     column.edgeInsets = NSEdgeInsetsMake(20, 24, 20, 24);
     [root addSubview:column];
     kestrow::mac::pinEdges(column, root);
@@ -174,6 +178,10 @@ using namespace brimlet::mac::cleanup;
     if (!self.viewLoaded) return;
     _screen = _presenter->screen();
     _fullDiskAccessBanner.hidden = !_screen.fullDiskAccess.visible;
+    NSMutableArray<NSString*>* refusals = [NSMutableArray array];
+    for (const std::string& line : _screen.refusals) [refusals addObject:text(line)];
+    _refusals.stringValue = [refusals componentsJoinedByString:@"\n"];
+    _refusals.hidden = refusals.count == 0;
 
     const brimlet::CleanupPhase phase = _screen.step;
     if (phase.value != _shownPhase) {

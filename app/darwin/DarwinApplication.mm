@@ -19,6 +19,8 @@
 #import "AppDelegate.h"
 #include "MacFrontEnd.hpp"
 #include "app/BrimletApplication.hpp"
+#include "app/LaunchRole.hpp"
+#include "base/darwin/StringBridge.hpp"
 #include "base/Files.hpp"
 #include "base/Log.hpp"
 #include "suite/ui/darwin/SystemSuiteUI.hpp"
@@ -109,6 +111,7 @@ public:
             application_->monitor().adoptOpenWindow(
                 [presenter = presenter_.get()](std::string_view identifier) { presenter->open(identifier); });
             menuBar_ = mac::makeMenuBar(*application_, *presenter_);
+            mainMenu_ = mac::installMainMenu(*presenter_);
         } else {
             kestrow::log::error(logCategory, "no windows in this build: the menu bar item and window requests are off");
         }
@@ -138,6 +141,12 @@ private:
     std::unique_ptr<BrimletApplication> application_;
     std::unique_ptr<mac::WindowPresenter> presenter_;
     std::unique_ptr<mac::MenuBar> menuBar_;
+    std::unique_ptr<mac::MainMenuInstallation> mainMenu_;
+    // Held for the life of the process: App Nap would slow the sampling and the suite record of a
+    // member that shows no window (its icon hidden), and its row would go stale in the suite.
+    id<NSObject> activity_ = [NSProcessInfo.processInfo
+        beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
+                          reason:kestrow::mac::toNSString(LaunchRole::activityReason)];
     TerminationSignals signals_;
     bool ended_ = false;
 };
@@ -170,6 +179,7 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
     auto session = std::make_unique<MacSession>(arguments, std::move(folders), std::move(loop), std::move(standard),
                                                 std::move(qaDefaults));
     delegate.session = session.get();
+    [AppDelegate settleRoleBeforeRun];
     [application run];
 
     // Reached only when something stopped the run loop instead of terminating the app.

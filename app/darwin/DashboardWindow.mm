@@ -396,7 +396,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
         button.tag = index;
         button.enabled = row.quit.enabled;
         button.toolTip = ns(row.quit.help);
-        button.accessibilityLabel = ns(row.quit.enabled ? row.quit.help : row.name + ": " + row.quit.help);
+        button.accessibilityLabel = ns(row.quit.spokenLabel());
+        button.accessibilityHelp = ns(row.quit.help);
         __weak KBDashboardViewController* weakSelf = self;
         brimlet::mac::onAction(button, ^(id sender) {
             [weakSelf confirmQuitOfRow:[static_cast<NSButton*>(sender) tag]];

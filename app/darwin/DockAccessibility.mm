@@ -31,34 +31,61 @@ NSArray* childrenOf(AXUIElementRef element) {
     return [value isKindOfClass:[NSArray class]] ? value : @[];
 }
 
-// A point or a size wrapped in an AXValue.
+// A point or a size wrapped in an AXValue; none for anything else (an error in a bulk read comes
+// back as an AXValue of the error type, which this rejects too).
 template <typename T>
-std::optional<T> wrappedValue(AXUIElementRef element, CFStringRef name, AXValueType type) {
-    id value = attribute(element, name);
+std::optional<T> unwrapped(id value, AXValueType type) {
     if (value == nil || CFGetTypeID((__bridge CFTypeRef)value) != AXValueGetTypeID()) return std::nullopt;
+    if (AXValueGetType((__bridge AXValueRef)value) != type) return std::nullopt;
     T result{};
     if (!AXValueGetValue((__bridge AXValueRef)value, type, &result)) return std::nullopt;
     return result;
 }
 
+// One question to the Dock per icon, not five: a slow Dock then costs one timeout per icon at most.
 std::optional<DockItem> dockItem(AXUIElementRef element) {
-    NSString* subrole = stringAttribute(element, kAXSubroleAttribute);
-    if (![subrole isEqualToString:(__bridge NSString*)kAXApplicationDockItemSubrole]) return std::nullopt;
-    const auto position = wrappedValue<CGPoint>(element, kAXPositionAttribute, kAXValueTypeCGPoint);
-    const auto size = wrappedValue<CGSize>(element, kAXSizeAttribute, kAXValueTypeCGSize);
+    NSArray* names = @[
+        (__bridge NSString*)kAXSubroleAttribute, (__bridge NSString*)kAXPositionAttribute,
+        (__bridge NSString*)kAXSizeAttribute, (__bridge NSString*)kAXTitleAttribute, (__bridge NSString*)kAXURLAttribute
+    ];
+    CFArrayRef copied = nullptr;
+    if (AXUIElementCopyMultipleAttributeValues(element, (__bridge CFArrayRef)names, 0, &copied) != kAXErrorSuccess ||
+        copied == nullptr)
+        return std::nullopt;
+    NSArray* values = CFBridgingRelease(copied);
+    if (values.count != names.count) return std::nullopt;
+    id subrole = values[0];
+    if (![subrole isKindOfClass:[NSString class]] ||
+        ![subrole isEqualToString:(__bridge NSString*)kAXApplicationDockItemSubrole])
+        return std::nullopt;
+    const auto position = unwrapped<CGPoint>(values[1], kAXValueTypeCGPoint);
+    const auto size = unwrapped<CGSize>(values[2], kAXValueTypeCGSize);
     if (!position || !size) return std::nullopt;
-
     DockItem item;
-    if (const char* title = stringAttribute(element, kAXTitleAttribute).UTF8String) item.title = title;
+    if ([values[3] isKindOfClass:[NSString class]])
+        if (const char* title = [(NSString*)values[3] UTF8String]) item.title = title;
     // The path in the file system's own bytes, as the process sampler reads applications' paths,
     // so that the two compare equal.
-    id url = attribute(element, kAXURLAttribute);
+    id url = values[4];
     char path[PATH_MAX];
     if ([url isKindOfClass:[NSURL class]] && [(NSURL*)url isFileURL] &&
         [(NSURL*)url getFileSystemRepresentation:path maxLength:sizeof path])
         item.bundlePath = std::string(path);
     item.axFrame = Rect{position->x, position->y, size->width, size->height};
     return item;
+}
+
+// Every element's questions give up after the timeout only when it is set on the system-wide
+// element; set on one element it covers that element alone, not the children read from it.
+void limitMessaging() {
+    static const bool limited = [] {
+        AXUIElementRef systemWide = AXUIElementCreateSystemWide();
+        if (systemWide == nullptr) return false;
+        AXUIElementSetMessagingTimeout(systemWide, dockMessagingTimeout);
+        CFRelease(systemWide);
+        return true;
+    }();
+    (void)limited;
 }
 
 }  // namespace
@@ -78,6 +105,7 @@ std::vector<DockItem> applicationItems() {
 
     id application = CFBridgingRelease(AXUIElementCreateApplication(dock.processIdentifier));
     if (application == nil) return items;
+    limitMessaging();
     AXUIElementRef root = (__bridge AXUIElementRef)application;
     AXUIElementSetMessagingTimeout(root, dockMessagingTimeout);
 

@@ -148,12 +148,16 @@ private:
     void show(const std::vector<DockBadge>& badges) {
         std::unordered_map<std::string, std::string> names;
         for (const AppGroup& group : store_.snapshot()->apps) names.emplace(group.id, group.name);
-        NSString* metricTitle = stringOf(std::string(metricFor(store_.dockBadges()).title()));
+        const std::string metricTitle(metricFor(store_.dockBadges()).title());
 
+        // Two tiles may stand for one group (the same app kept twice in the Dock): each gets its own
+        // window, keyed by the group and the tile's turn, so none is left on screen unowned.
         std::map<std::string, NSPanel*> kept;
+        std::map<std::string, int> seen;
         for (const DockBadge& badge : badges) {
+            const std::string key = badge.id + "\n" + std::to_string(seen[badge.id]++);
             NSPanel* window = nil;
-            if (auto found = windows_.find(badge.id); found != windows_.end()) {
+            if (auto found = windows_.find(key); found != windows_.end()) {
                 window = found->second;
                 windows_.erase(found);
             } else {
@@ -164,14 +168,13 @@ private:
             view.text = text;
             view.heavy = badge.isHeavy;
             const auto name = names.find(badge.id);
-            view.accessibilityLabel = [NSString
-                stringWithFormat:@"%@: %@ %@", name != names.end() ? stringOf(name->second) : stringOf(badge.id),
-                                 metricTitle, text];
+            view.accessibilityLabel = stringOf(
+                DockLayout::spokenLabel(name != names.end() ? name->second : badge.id, metricTitle, badge.text));
             view.accessibilityRole = NSAccessibilityStaticTextRole;
             view.needsDisplay = YES;
             [window setFrame:badgeFrame(badge.iconFrame, text) display:YES];
             [window orderFrontRegardless];
-            kept.emplace(badge.id, window);
+            kept.emplace(key, window);
         }
         removeAll();
         windows_ = std::move(kept);
@@ -189,7 +192,7 @@ private:
     }
 
     MonitorStore& store_;
-    std::map<std::string, NSPanel*> windows_;  // by application group id
+    std::map<std::string, NSPanel*> windows_;  // by application group id and the tile's turn
     bool askedForTrust_ = false;
     bool untrustedLogged_ = false;
 };

@@ -10,14 +10,12 @@
 
 #include "MonitorViews.hpp"
 #include "app/FloatingMonitorStyle.hpp"
-#include "app/MonitorReadout.hpp"
 #include "app/SuiteLaunch.hpp"
-#include "core/common/ByteFormat.hpp"
+#include "app/screens/MonitorScreens.hpp"
 #include "suite/ui/darwin/FloatingPanel.hpp"
 
 namespace {
 
-namespace R = brimlet::MonitorReadout;
 using brimlet::mac::figureFont;
 using brimlet::mac::makeLabel;
 using brimlet::mac::symbolImage;
@@ -38,14 +36,18 @@ NSAppearance* appearanceFor(brimlet::FloatingTheme theme) {
     return nil;
 }
 
-NSButton* chevronButton(NSString* symbol, std::string_view label, id target, SEL action) {
-    NSButton* button = [NSButton buttonWithImage:symbolImage(symbol, toNSString(label)) target:target action:action];
+NSButton* chevronButton(id target, SEL action) {
+    NSButton* button = [NSButton buttonWithImage:[[NSImage alloc] initWithSize:NSMakeSize(14, 14)] target:target action:action];
     button.bordered = NO;
     button.contentTintColor = NSColor.secondaryLabelColor;
-    button.toolTip = toNSString(label);
-    button.accessibilityLabel = toNSString(label);
     button.translatesAutoresizingMaskIntoConstraints = NO;
     return button;
+}
+
+void applyControl(NSButton* button, const brimlet::MonitorControl& control) {
+    button.image = symbolImage(toNSString(control.symbol), toNSString(control.spokenLabel()));
+    button.toolTip = toNSString(control.title);
+    button.accessibilityLabel = toNSString(control.spokenLabel());
 }
 
 void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat vertical) {
@@ -73,12 +75,15 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     NSStackView* _bar;
     NSStackView* _table;
     KBGaugeView* _barGauge;
+    NSImageView* _chip;
     NSTextField* _barMemory;
+    NSImageView* _cpuSymbol;
     NSTextField* _barCPU;
-    KBMetricRowView* _memory;
-    KBMetricRowView* _pressure;
-    KBMetricRowView* _cpu;
-    KBMetricRowView* _disk;
+    NSButton* _expand;
+    NSTextField* _title;
+    NSButton* _collapse;
+    NSMutableArray<KBMetricRowView*>* _rows;
+    brimlet::FloatingMonitorScreen _screen;
 }
 
 - (instancetype)initWithStore:(brimlet::MonitorStore&)store {
@@ -105,44 +110,39 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     [self addSubview:_solid];
 
     // The bar: memory gauge and percentage, CPU, and the control that expands it.
-    NSImageView* chip = brimlet::mac::symbolView(@"memorychip");
+    _chip = brimlet::mac::symbolView(@"memorychip");
     _barGauge = [[KBGaugeView alloc] initWithFrame:NSZeroRect];
     _barGauge.translatesAutoresizingMaskIntoConstraints = NO;
     [NSLayoutConstraint activateConstraints:@[
         [_barGauge.widthAnchor constraintEqualToConstant:56], [_barGauge.heightAnchor constraintEqualToConstant:6]
     ]];
-    _barMemory = makeLabel(@"—", figureFont(12, NSFontWeightSemibold), NSColor.labelColor);
-    NSImageView* cpu = brimlet::mac::symbolView(@"cpu");
-    _barCPU = makeLabel(@"—", figureFont(12, NSFontWeightSemibold), NSColor.labelColor);
-    NSButton* expand = chevronButton(@"chevron.down", R::expandFloatingLabel, self, @selector(expand:));
-    _bar = [NSStackView stackViewWithViews:@[ chip, _barGauge, _barMemory, cpu, _barCPU ]];
+    _barMemory = makeLabel(@"", figureFont(12, NSFontWeightSemibold), NSColor.labelColor);
+    _cpuSymbol = brimlet::mac::symbolView(@"cpu");
+    _barCPU = makeLabel(@"", figureFont(12, NSFontWeightSemibold), NSColor.labelColor);
+    _expand = chevronButton(self, @selector(expand:));
+    _bar = [NSStackView stackViewWithViews:@[ _chip, _barGauge, _barMemory, _cpuSymbol, _barCPU ]];
     _bar.spacing = 6;
-    [_bar addView:expand inGravity:NSStackViewGravityTrailing];
+    [_bar addView:_expand inGravity:NSStackViewGravityTrailing];
     [self addSubview:_bar];
     pinToEdges(_bar, self, 10, 7);
 
     // The table: the figures with their grades.
-    NSTextField* title = makeLabel(toNSString(R::productName), brimlet::mac::systemFont(11, NSFontWeightSemibold),
-                                   NSColor.secondaryLabelColor);
-    NSButton* collapse = chevronButton(@"chevron.up", R::collapseFloatingLabel, self, @selector(collapse:));
-    NSStackView* header = [NSStackView stackViewWithViews:@[ title ]];
-    [header addView:collapse inGravity:NSStackViewGravityTrailing];
-    _memory = [[KBMetricRowView alloc] initWithSymbol:@"memorychip" title:toNSString(R::memoryTitle)];
-    _pressure = [[KBMetricRowView alloc] initWithSymbol:@"gauge" title:toNSString(R::pressureTitle)];
-    _cpu = [[KBMetricRowView alloc] initWithSymbol:@"cpu" title:toNSString(R::cpuTitle)];
-    _disk = [[KBMetricRowView alloc] initWithSymbol:@"internaldrive" title:toNSString(R::freeDiskTitle)];
-    _table = [NSStackView stackViewWithViews:@[ header, _memory, _pressure, _cpu, _disk ]];
+    _title = makeLabel(@"", brimlet::mac::systemFont(11, NSFontWeightSemibold), NSColor.secondaryLabelColor);
+    _collapse = chevronButton(self, @selector(collapse:));
+    NSStackView* header = [NSStackView stackViewWithViews:@[ _title ]];
+    [header addView:_collapse inGravity:NSStackViewGravityTrailing];
+    _rows = [NSMutableArray array];
+    _table = [NSStackView stackViewWithViews:@[ header ]];
     _table.orientation = NSUserInterfaceLayoutOrientationVertical;
     _table.spacing = 8;
     _table.hidden = YES;
-    for (NSView* row in _table.arrangedSubviews) [row.widthAnchor constraintEqualToAnchor:_table.widthAnchor].active = YES;
+    [header.widthAnchor constraintEqualToAnchor:_table.widthAnchor].active = YES;
     [self addSubview:_table];
     pinToEdges(_table, self, 12, 10);
 
     brimlet::mac::trackHover(self);
     self.accessibilityElement = YES;
     self.accessibilityRole = NSAccessibilityGroupRole;
-    self.accessibilityLabel = toNSString(R::productName);
     return self;
 }
 
@@ -156,26 +156,29 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
 
 - (void)refresh {
     if (!_store) return;
-    const std::optional<brimlet::SystemGlance>& glance = _store->glance();
-    if (glance) {
-        _barGauge.fraction = glance->memoryFraction();
-        _barGauge.fillColour = brimlet::mac::pressureColour(glance->pressure);
-        _barMemory.stringValue = toNSString(std::to_string(R::memoryPercent(*glance)) + "%");
-        _barCPU.stringValue = toNSString(R::percent(glance->cpuLoad));
-        [_memory setFigure:toNSString(R::memoryUsage(glance->memoryUsed, glance->memoryTotal)) caption:nil];
-        [_memory setGaugeFraction:glance->memoryFraction() colour:brimlet::mac::pressureColour(glance->pressure)];
-        [_pressure setFigure:toNSString(R::pressureWord(glance->pressure)) caption:nil];
-        [_cpu setFigure:toNSString(R::percent(glance->cpuLoad)) caption:nil];
-        [_disk setFigure:toNSString(brimlet::ByteFormat::string(glance->diskFree)) caption:nil];
+    _screen = brimlet::MonitorScreens::floating(*_store);
+    _chip.image = symbolImage(toNSString(_screen.memorySymbol), nil);
+    _barGauge.hidden = !_screen.memoryGauge.has_value();
+    if (_screen.memoryGauge) _barGauge.fraction = *_screen.memoryGauge;
+    if (_screen.pressure) _barGauge.fillColour = brimlet::mac::pressureColour(*_screen.pressure);
+    _barMemory.stringValue = toNSString(_screen.memoryPercent);
+    _cpuSymbol.image = symbolImage(toNSString(_screen.cpuSymbol), nil);
+    _barCPU.stringValue = toNSString(_screen.cpu);
+    applyControl(_expand, _screen.expand);
+    applyControl(_collapse, _screen.collapse);
+    _title.stringValue = toNSString(_screen.title);
+    while (_rows.count < _screen.readings.size()) {
+        KBMetricRowView* row = [[KBMetricRowView alloc] initWithFrame:NSZeroRect];
+        [_rows addObject:row];
+        [_table addArrangedSubview:row];
+        [row.widthAnchor constraintEqualToAnchor:_table.widthAnchor].active = YES;
     }
-    // The grades need the full sample (swap counts for memory); until one exists they stay empty.
-    if (const std::optional<brimlet::MonitorSnapshot>& snapshot = _store->snapshot()) {
-        const brimlet::HealthRating health(snapshot->system);
-        [_memory setGrade:health.memory];
-        [_cpu setGrade:health.cpu];
-        [_disk setGrade:health.disk];
+    for (NSUInteger i = 0; i < _rows.count; ++i) {
+        _rows[i].hidden = i >= _screen.readings.size();
+        if (!_rows[i].hidden) [_rows[i] showReading:_screen.readings[i]];
     }
-    self.accessibilityValue = toNSString(R::menuBarAccessibilityLabel(glance));
+    self.accessibilityLabel = toNSString(_screen.accessibilityLabel);
+    self.accessibilityValue = toNSString(_screen.accessibilityValue);
 }
 
 - (void)expand:(id)sender {
@@ -205,13 +208,18 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
 
 - (NSMenu*)menuForEvent:(NSEvent*)event {
     (void)event;
+    if (!_store) return nil;
     NSMenu* menu = [[NSMenu alloc] init];
-    NSString* expandTitle = toNSString(_store && _store->floatingExpanded() ? R::collapseFloatingLabel : R::expandFloatingLabel);
-    [menu addItemWithTitle:expandTitle
-                    action:_store && _store->floatingExpanded() ? @selector(collapse:) : @selector(expand:)
-             keyEquivalent:@""]
-        .target = self;
-    [menu addItemWithTitle:toNSString(R::hideFloatingTitle) action:@selector(hideMonitor:) keyEquivalent:@""].target = self;
+    for (const brimlet::MonitorControl& control : brimlet::MonitorScreens::floating(*_store).menu) {
+        SEL action = nil;
+        switch (control.action) {
+            case brimlet::MonitorCommand::expandFloating: action = @selector(expand:); break;
+            case brimlet::MonitorCommand::collapseFloating: action = @selector(collapse:); break;
+            case brimlet::MonitorCommand::hideFloating: action = @selector(hideMonitor:); break;
+            default: continue;
+        }
+        [menu addItemWithTitle:toNSString(control.title) action:action keyEquivalent:@""].target = self;
+    }
     return menu;
 }
 

@@ -36,6 +36,14 @@ public:
 };
 std::unique_ptr<MenuBar> makeMenuBar(BrimletApplication& application, WindowPresenter& windows);
 
+// The application, Edit and Window menus, shown while one of the windows is in front: without them
+// ⌘W, ⌘Q and the text commands do nothing. Removed from the presenter when this goes.
+class MainMenuInstallation {
+public:
+    virtual ~MainMenuInstallation() = default;
+};
+std::unique_ptr<MainMenuInstallation> installMainMenu(WindowPresenter& windows);
+
 // The application's own floating monitor (bar or table) while the suite is inactive.
 std::unique_ptr<FloatingMonitorController> makeFloatingMonitor(MonitorStore& store);
 

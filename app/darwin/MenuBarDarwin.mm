@@ -3,6 +3,7 @@
 // monitor's popover. Removing the item from the menu bar by Command-dragging it away is the user's
 // answer too: the participant hears of it and a reopen of the application brings the item back.
 #include "MacFrontEnd.hpp"
+#include "base/darwin/Activation.hpp"
 
 #include <algorithm>
 #include <string>
@@ -110,7 +111,7 @@ public:
         }
         NSStatusBarButton* button = item_.button;
         // An accessory application must come forward for the popover to take the keyboard.
-        [NSApp activateIgnoringOtherApps:YES];
+        kestrow::mac::activateApplication();
         [popover_ showRelativeToRect:button.bounds ofView:button preferredEdge:NSRectEdgeMinY];
         [popover_.contentViewController.view.window makeKeyWindow];
     }

@@ -1,20 +1,17 @@
 #include "base/darwin/ViewLayout.hpp"
 #include "MonitorPopover.hpp"
 
-#include <unistd.h>
-
 #include <string>
 #include <vector>
 
 #include "MonitorViews.hpp"
-#include "app/AppQuitter.hpp"
+#include "WindowContent.hpp"
+#include "WindowKit.hpp"
 #include "app/BrimletWindows.hpp"
-#include "app/MonitorReadout.hpp"
-#include "core/common/ByteFormat.hpp"
+#include "app/screens/MonitorScreens.hpp"
 
 namespace {
 
-namespace R = brimlet::MonitorReadout;
 using brimlet::mac::figureFont;
 using brimlet::mac::makeLabel;
 using brimlet::mac::symbolImage;
@@ -22,7 +19,6 @@ using brimlet::mac::toNSString;
 
 constexpr CGFloat popoverWidth = 340;
 constexpr CGFloat inset = 14;
-constexpr std::size_t listedApps = 5;
 
 NSView* separator() {
     NSBox* line = [[NSBox alloc] initWithFrame:NSZeroRect];
@@ -31,26 +27,13 @@ NSView* separator() {
     return line;
 }
 
-// The running applications as AppQuitter reads them, in the system's order.
-std::vector<brimlet::RunningApplication> runningApplications() {
-    std::vector<brimlet::RunningApplication> running;
-    for (NSRunningApplication* application in NSWorkspace.sharedWorkspace.runningApplications) {
-        brimlet::RunningApplication entry;
-        entry.processIdentifier = application.processIdentifier;
-        NSString* path = application.bundleURL.path;
-        if (path != nil && path.UTF8String != nullptr) entry.bundlePath = std::string(path.UTF8String);
-        running.push_back(std::move(entry));
-    }
-    return running;
-}
-
 }  // namespace
 
 // One application of the list: its icon, name and figures, and a quit control that shows under the
 // pointer ("Hover an app to quit it"); VoiceOver and the keyboard reach the control at all times.
 @interface KBAppRowView : NSView
 @property(nonatomic, copy) void (^onQuit)(void);
-- (void)showGroup:(const brimlet::AppGroup&)group icon:(NSImage*)icon;
+- (void)showRow:(const brimlet::AppListRow&)row icon:(NSImage*)icon;
 @end
 
 @implementation KBAppRowView {
@@ -76,7 +59,8 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     _memory.alignment = NSTextAlignmentRight;
     _cpu = makeLabel(@"", figureFont(11, NSFontWeightRegular), NSColor.secondaryLabelColor);
     _cpu.alignment = NSTextAlignmentRight;
-    _quit = [NSButton buttonWithImage:symbolImage(@"xmark.circle.fill", nil) target:self action:@selector(quitPressed:)];
+    _quit = [NSButton buttonWithImage:[[NSImage alloc] initWithSize:NSMakeSize(18, 18)] target:self
+                               action:@selector(quitPressed:)];
     _quit.bordered = NO;
     _quit.contentTintColor = NSColor.secondaryLabelColor;
     _quit.translatesAutoresizingMaskIntoConstraints = NO;
@@ -106,17 +90,17 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     return self;
 }
 
-- (void)showGroup:(const brimlet::AppGroup&)group icon:(NSImage*)icon {
+- (void)showRow:(const brimlet::AppListRow&)row icon:(NSImage*)icon {
     _icon.image = icon;
-    _name.stringValue = toNSString(group.name);
-    _memory.stringValue = toNSString(brimlet::ByteFormat::memory(group.footprint));
-    _cpu.stringValue = toNSString(R::processPercent(group.cpuPercent));
-    const bool canQuit = brimlet::AppQuitter::canQuit(group);
-    _quit.enabled = canQuit;
-    _quit.toolTip = canQuit ? toNSString(R::quitControlLabel(group.name)) : toNSString(brimlet::AppQuitter::unavailableHelp);
-    _quit.accessibilityLabel = toNSString(R::quitControlLabel(group.name));
-    _quit.accessibilityHelp = canQuit ? nil : toNSString(brimlet::AppQuitter::unavailableHelp);
-    self.accessibilityLabel = toNSString(R::appRowLabel(group));
+    _name.stringValue = toNSString(row.name);
+    _memory.stringValue = toNSString(row.memory);
+    _cpu.stringValue = toNSString(row.cpu);
+    _quit.image = symbolImage(toNSString(row.quit.symbol), nil);
+    _quit.enabled = row.quit.enabled;
+    _quit.toolTip = toNSString(row.quit.enabled ? row.quit.spokenLabel() : row.quit.help);
+    _quit.accessibilityLabel = toNSString(row.quit.spokenLabel());
+    _quit.accessibilityHelp = row.quit.enabled ? nil : toNSString(row.quit.help);
+    self.accessibilityLabel = toNSString(row.accessibilityLabel);
     [self updateQuitVisibility];
 }
 
@@ -147,20 +131,21 @@ std::vector<brimlet::RunningApplication> runningApplications() {
 @implementation KBMonitorPopoverController {
     brimlet::MonitorStore* _store;
     brimlet::mac::WindowPresenter* _windows;
+    brimlet::PopoverScreen _screen;
     NSStackView* _stack;
+    NSTextField* _title;
+    NSImageView* _noteIcon;
+    NSTextField* _noteText;
     NSView* _note;
     NSTextField* _waiting;
     NSStackView* _metrics;
-    KBMetricRowView* _memory;
-    KBMetricRowView* _pressure;
-    KBMetricRowView* _swap;
-    KBMetricRowView* _cpu;
-    KBMetricRowView* _gpu;
-    KBMetricRowView* _disk;
-    KBMetricRowView* _thermal;
+    NSMutableArray<KBMetricRowView*>* _metricRows;
+    NSTextField* _appsTitle;
+    NSTextField* _appsHint;
     NSStackView* _apps;
     NSMutableArray<KBAppRowView*>* _appRows;
-    std::vector<brimlet::AppGroup> _shownApps;
+    NSStackView* _footer;
+    NSMutableArray<NSButton*>* _footerButtons;
     NSCache<NSString*, NSImage*>* _icons;
     BOOL _noteSeen;
     BOOL _shown;
@@ -170,7 +155,9 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     if ((self = [super initWithNibName:nil bundle:nil])) {
         _store = &store;
         _windows = &windows;
+        _metricRows = [NSMutableArray array];
         _appRows = [NSMutableArray array];
+        _footerButtons = [NSMutableArray array];
         _icons = [[NSCache alloc] init];
     }
     return self;
@@ -179,59 +166,39 @@ std::vector<brimlet::RunningApplication> runningApplications() {
 - (void)loadView {
     NSView* root = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, popoverWidth, 480)];
 
-    NSTextField* title = makeLabel(toNSString(R::productName), brimlet::mac::systemFont(13, NSFontWeightBold),
-                                   NSColor.labelColor);
-    title.accessibilityRole = NSAccessibilityStaticTextRole;
+    _title = makeLabel(@"", brimlet::mac::systemFont(13, NSFontWeightBold), NSColor.labelColor);
+    _title.accessibilityRole = NSAccessibilityStaticTextRole;
 
-    NSImageView* noteIcon = [NSImageView imageViewWithImage:symbolImage(@"exclamationmark.bubble", nil)];
-    noteIcon.contentTintColor = NSColor.systemOrangeColor;
-    NSTextField* noteText = [NSTextField wrappingLabelWithString:toNSString(R::undeliveredAlertNote)];
-    noteText.font = brimlet::mac::systemFont(11, NSFontWeightRegular);
-    noteText.preferredMaxLayoutWidth = popoverWidth - 2 * inset - 26;
-    NSStackView* note = [NSStackView stackViewWithViews:@[ noteIcon, noteText ]];
+    _noteIcon = [[NSImageView alloc] initWithFrame:NSZeroRect];
+    _noteIcon.contentTintColor = NSColor.systemOrangeColor;
+    _noteText = [NSTextField wrappingLabelWithString:@""];
+    _noteText.font = brimlet::mac::systemFont(11, NSFontWeightRegular);
+    _noteText.preferredMaxLayoutWidth = popoverWidth - 2 * inset - 26;
+    NSStackView* note = [NSStackView stackViewWithViews:@[ _noteIcon, _noteText ]];
     note.alignment = NSLayoutAttributeTop;
     note.hidden = YES;
     _note = note;
 
-    _waiting = makeLabel(toNSString(R::waitingForFirstSample), brimlet::mac::systemFont(12, NSFontWeightRegular), NSColor.secondaryLabelColor);
+    _waiting = makeLabel(@"", brimlet::mac::systemFont(12, NSFontWeightRegular), NSColor.secondaryLabelColor);
 
-    _memory = [[KBMetricRowView alloc] initWithSymbol:@"memorychip" title:toNSString(R::memoryTitle)];
-    _pressure = [[KBMetricRowView alloc] initWithSymbol:@"gauge" title:toNSString(R::pressureTitle)];
-    _swap = [[KBMetricRowView alloc] initWithSymbol:@"arrow.down.doc" title:toNSString(R::swapTitle)];
-    _cpu = [[KBMetricRowView alloc] initWithSymbol:@"cpu" title:toNSString(R::cpuTitle)];
-    _gpu = [[KBMetricRowView alloc] initWithSymbol:@"cube.transparent" title:toNSString(R::gpuTitle)];
-    _disk = [[KBMetricRowView alloc] initWithSymbol:@"internaldrive" title:toNSString(R::diskTitle)];
-    _thermal = [[KBMetricRowView alloc] initWithSymbol:@"thermometer" title:toNSString(R::thermalTitle)];
-    _metrics = [NSStackView stackViewWithViews:@[ _memory, _pressure, _swap, _cpu, _gpu, _disk, _thermal ]];
+    _metrics = [NSStackView stackViewWithViews:@[]];
     _metrics.orientation = NSUserInterfaceLayoutOrientationVertical;
     _metrics.spacing = 9;
-    for (NSView* row in _metrics.arrangedSubviews)
-        [row.widthAnchor constraintEqualToAnchor:_metrics.widthAnchor].active = YES;
 
-    NSTextField* appsTitle = makeLabel(toNSString(R::topAppsTitle), brimlet::mac::systemFont(11, NSFontWeightSemibold),
-                                       NSColor.secondaryLabelColor);
-    NSTextField* hint = makeLabel(toNSString(R::quitHint), brimlet::mac::systemFont(11, NSFontWeightRegular), NSColor.tertiaryLabelColor);
-    hint.alignment = NSTextAlignmentRight;
-    NSStackView* appsHeader = [NSStackView stackViewWithViews:@[ appsTitle, hint ]];
+    _appsTitle = makeLabel(@"", brimlet::mac::systemFont(11, NSFontWeightSemibold), NSColor.secondaryLabelColor);
+    _appsHint = makeLabel(@"", brimlet::mac::systemFont(11, NSFontWeightRegular), NSColor.tertiaryLabelColor);
+    _appsHint.alignment = NSTextAlignmentRight;
+    NSStackView* appsHeader = [NSStackView stackViewWithViews:@[ _appsTitle, _appsHint ]];
     appsHeader.distribution = NSStackViewDistributionEqualSpacing;
     _apps = [NSStackView stackViewWithViews:@[]];
     _apps.orientation = NSUserInterfaceLayoutOrientationVertical;
     _apps.spacing = 2;
 
-    NSButton* dashboard = [self footerButton:R::dashboardTitle symbol:@"gauge.medium" action:@selector(openDashboard:)];
-    NSButton* cleanup = [self footerButton:R::cleanupTitle symbol:@"sparkles" action:@selector(openCleanup:)];
-    NSButton* settings = [self footerButton:R::settingsTitle symbol:@"gearshape" action:@selector(openSettings:)];
-    NSButton* quit = [self footerButton:R::quitProductTitle symbol:@"power" action:@selector(quitProduct:)];
-    quit.imagePosition = NSImageOnly;
-    quit.toolTip = toNSString(R::quitProductTitle);
-    quit.keyEquivalent = @"q";
-    quit.keyEquivalentModifierMask = NSEventModifierFlagCommand;
-    NSStackView* footer = [NSStackView stackViewWithViews:@[ dashboard, cleanup, settings ]];
-    footer.spacing = 6;
-    [footer addView:quit inGravity:NSStackViewGravityTrailing];
+    _footer = [NSStackView stackViewWithViews:@[]];
+    _footer.spacing = 6;
 
     _stack = [NSStackView stackViewWithViews:@[
-        title, note, _waiting, _metrics, separator(), appsHeader, _apps, separator(), footer
+        _title, note, _waiting, _metrics, separator(), appsHeader, _apps, separator(), _footer
     ]];
     _stack.orientation = NSUserInterfaceLayoutOrientationVertical;
     _stack.alignment = NSLayoutAttributeLeading;
@@ -241,7 +208,7 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     kestrow::mac::pinEdges(_stack, root);
     NSMutableArray<NSLayoutConstraint*>* constraints =
         [NSMutableArray arrayWithArray:@[ [root.widthAnchor constraintEqualToConstant:popoverWidth] ]];
-    for (NSView* view in @[ note, _metrics, appsHeader, _apps, footer ])
+    for (NSView* view in @[ note, _metrics, appsHeader, _apps, _footer ])
         [constraints addObject:[view.widthAnchor constraintEqualToAnchor:_stack.widthAnchor constant:-2 * inset]];
     for (NSView* view in _stack.arrangedSubviews)
         if ([view isKindOfClass:NSBox.class])
@@ -251,55 +218,63 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     [self refresh];
 }
 
-- (NSButton*)footerButton:(std::string_view)title symbol:(NSString*)symbol action:(SEL)action {
-    NSButton* button = [NSButton buttonWithTitle:toNSString(title) image:symbolImage(symbol, nil) target:self action:action];
-    button.controlSize = NSControlSizeSmall;
-    button.font = brimlet::mac::systemFont(11, NSFontWeightRegular);
-    button.imagePosition = NSImageLeading;
-    button.accessibilityLabel = toNSString(title);
-    return button;
+// The footer: the windows as titled buttons, quitting the product as a symbol at the trailing end.
+- (void)showFooter:(const std::vector<brimlet::MonitorControl>&)controls {
+    if (_footerButtons.count == controls.size()) return;  // its words never change once made
+    for (NSButton* button in _footerButtons) [_footer removeView:button];
+    [_footerButtons removeAllObjects];
+    for (const brimlet::MonitorControl& control : controls) {
+        NSButton* button = [NSButton buttonWithTitle:toNSString(control.title)
+                                               image:symbolImage(toNSString(control.symbol), nil)
+                                              target:self
+                                              action:@selector(performCommand:)];
+        button.tag = static_cast<NSInteger>(control.action);
+        button.controlSize = NSControlSizeSmall;
+        button.font = brimlet::mac::systemFont(11, NSFontWeightRegular);
+        button.imagePosition = NSImageLeading;
+        button.accessibilityLabel = toNSString(control.spokenLabel());
+        if (!control.help.empty()) button.toolTip = toNSString(control.help);
+        if (control.action == brimlet::MonitorCommand::quitProduct) {
+            button.imagePosition = NSImageOnly;
+            button.keyEquivalent = @"q";
+            button.keyEquivalentModifierMask = NSEventModifierFlagCommand;
+            [_footer addView:button inGravity:NSStackViewGravityTrailing];
+        } else {
+            [_footer addView:button inGravity:NSStackViewGravityLeading];
+        }
+        [_footerButtons addObject:button];
+    }
 }
 
 - (void)refresh {
     if (!_store || !self.isViewLoaded) return;
-    const bool undelivered = _store->hasUndeliveredAlert();
-    _note.hidden = !undelivered;
-    if (undelivered && _shown) _noteSeen = YES;
-
-    const std::optional<brimlet::MonitorSnapshot>& snapshot = _store->snapshot();
-    _waiting.hidden = snapshot.has_value();
-    _metrics.hidden = !snapshot.has_value();
-    if (!snapshot) {
-        [self showApps:{}];
-        return;
+    _screen = brimlet::MonitorScreens::popover(*_store);
+    _title.stringValue = toNSString(_screen.title);
+    _note.hidden = _screen.note.empty();
+    _noteText.stringValue = toNSString(_screen.note);
+    _noteIcon.image = symbolImage(toNSString(_screen.noteSymbol), nil);
+    if (!_screen.note.empty() && _shown) _noteSeen = YES;
+    _waiting.stringValue = toNSString(_screen.waiting);
+    _waiting.hidden = _screen.waiting.empty();
+    _metrics.hidden = _screen.readings.empty();
+    while (_metricRows.count < _screen.readings.size()) {
+        KBMetricRowView* row = [[KBMetricRowView alloc] initWithFrame:NSZeroRect];
+        [_metricRows addObject:row];
+        [_metrics addArrangedSubview:row];
+        [row.widthAnchor constraintEqualToAnchor:_metrics.widthAnchor].active = YES;
     }
-    const brimlet::SystemStats& stats = snapshot->system;
-    const brimlet::HealthRating health(stats);
-    const brimlet::SystemGlance glance = snapshot->glance();
-
-    [_memory setFigure:toNSString(R::memoryUsage(stats.memoryUsed, stats.memoryTotal)) caption:nil];
-    [_memory setGrade:health.memory];
-    [_memory setGaugeFraction:glance.memoryFraction() colour:brimlet::mac::pressureColour(stats.pressure)];
-    [_pressure setFigure:toNSString(R::pressureWord(stats.pressure)) caption:nil];
-    [_swap setFigure:toNSString(brimlet::ByteFormat::memory(stats.swapUsed)) caption:toNSString(R::swapCaption)];
-    [_cpu setFigure:toNSString(R::percent(stats.cpuLoad)) caption:nil];
-    [_cpu setGrade:health.cpu];
-    std::optional<double> cpuFraction;
-    if (stats.cpuLoad) cpuFraction = *stats.cpuLoad / 100;
-    [_cpu setGaugeFraction:cpuFraction colour:health.cpu ? brimlet::mac::gradeColour(*health.cpu) : nil];
-    [_gpu setFigure:toNSString(R::percent(stats.gpuUtilization)) caption:nil];
-    [_disk setFigure:toNSString(R::diskSpace(stats.diskFree, stats.diskTotal))
-             caption:toNSString(R::diskRates(stats.diskReadPerSecond, stats.diskWritePerSecond))];
-    [_disk setGrade:health.disk];
-    [_thermal setFigure:toNSString(R::thermalWord(stats.thermal)) caption:toNSString(R::throttlingLine(stats.thermal))];
-    [_thermal setGrade:health.thermal];
-
-    [self showApps:snapshot->topApps(brimlet::AppMetric::memory, listedApps)];
+    for (NSUInteger i = 0; i < _metricRows.count; ++i) {
+        _metricRows[i].hidden = i >= _screen.readings.size();
+        if (!_metricRows[i].hidden) [_metricRows[i] showReading:_screen.readings[i]];
+    }
+    _appsTitle.stringValue = toNSString(_screen.appsTitle);
+    _appsHint.stringValue = toNSString(_screen.appsHint);
+    [self showApps];
+    [self showFooter:_screen.footer];
 }
 
-- (void)showApps:(std::vector<brimlet::AppGroup>)groups {
-    _shownApps = std::move(groups);
-    while (_appRows.count < _shownApps.size()) {
+- (void)showApps {
+    while (_appRows.count < _screen.apps.size()) {
         KBAppRowView* row = [[KBAppRowView alloc] initWithFrame:NSZeroRect];
         const NSUInteger index = _appRows.count;
         __weak KBMonitorPopoverController* weakSelf = self;
@@ -312,14 +287,14 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     }
     for (NSUInteger i = 0; i < _appRows.count; ++i) {
         KBAppRowView* row = _appRows[i];
-        row.hidden = i >= _shownApps.size();
-        if (!row.hidden) [row showGroup:_shownApps[i] icon:[self iconFor:_shownApps[i]]];
+        row.hidden = i >= _screen.apps.size();
+        if (!row.hidden) [row showRow:_screen.apps[i] icon:[self iconFor:_screen.apps[i]]];
     }
 }
 
-- (NSImage*)iconFor:(const brimlet::AppGroup&)group {
-    if (!group.bundlePath) return symbolImage(@"terminal", nil);
-    NSString* path = toNSString(*group.bundlePath);
+- (NSImage*)iconFor:(const brimlet::AppListRow&)row {
+    if (!row.bundlePath) return symbolImage(toNSString(row.fallbackSymbol), nil);
+    NSString* path = toNSString(*row.bundlePath);
     NSImage* icon = [_icons objectForKey:path];
     if (!icon) {
         icon = [NSWorkspace.sharedWorkspace iconForFile:path];
@@ -328,47 +303,35 @@ std::vector<brimlet::RunningApplication> runningApplications() {
     return icon;
 }
 
-// The confirmation first, then AppQuitter picks whom to ask (never this process) from the list of
-// running applications as it is after the user answered.
+// The question first, over the group as the latest sample has it; then AppQuitter picks whom to ask
+// (never this process) from the running applications as they are after the user answered.
 - (void)askToQuitAppAtIndex:(NSUInteger)index {
-    if (index >= _shownApps.size()) return;
-    const brimlet::AppGroup group = _shownApps[index];
-    if (!brimlet::AppQuitter::canQuit(group)) return;
-    NSAlert* alert = [[NSAlert alloc] init];
-    alert.messageText = toNSString(R::quitTitle(group.name));
-    alert.informativeText = toNSString(brimlet::AppQuitter::confirmation(group));
-    alert.icon = [self iconFor:group];
-    [alert addButtonWithTitle:toNSString(R::quitButton)];
-    [alert addButtonWithTitle:toNSString(R::cancelButton)];
-    [NSApp activateIgnoringOtherApps:YES];
-    if ([alert runModal] != NSAlertFirstButtonReturn) return;
-    brimlet::AppQuitter::quit(group, runningApplications(), getpid(), [](const brimlet::RunningApplication& target) {
-        [[NSRunningApplication runningApplicationWithProcessIdentifier:target.processIdentifier] terminate];
-    });
+    if (!_store || index >= _screen.apps.size()) return;
+    const brimlet::AppListRow row = _screen.apps[index];
+    const std::optional<brimlet::AppGroup> group = brimlet::MonitorScreens::group(*_store, row.id);
+    if (!group) return;
+    const std::optional<brimlet::MonitorDialog> question = brimlet::MonitorScreens::quitDialog(*group);
+    if (!question) return;
+    NSAlert* alert = brimlet::mac::makeAlert(*question);
+    alert.icon = [self iconFor:row];
+    brimlet::mac::activateApplication();
+    const brimlet::MonitorControl* chosen = brimlet::mac::answer(*question, [alert runModal]);
+    if (chosen && chosen->action == brimlet::MonitorCommand::confirmQuitApp) brimlet::mac::quitApplication(*group);
+}
+
+- (void)performCommand:(NSButton*)sender {
+    switch (static_cast<brimlet::MonitorCommand>(sender.tag)) {
+        case brimlet::MonitorCommand::openDashboard: [self openWindow:brimlet::BrimletWindows::dashboard]; break;
+        case brimlet::MonitorCommand::openCleanup: [self openWindow:brimlet::BrimletWindows::cleanup]; break;
+        case brimlet::MonitorCommand::openSettings: [self openWindow:brimlet::BrimletWindows::settings]; break;
+        case brimlet::MonitorCommand::quitProduct: [NSApp terminate:sender]; break;
+        default: break;
+    }
 }
 
 - (void)openWindow:(std::string_view)identifier {
     [self.popover performClose:nil];
     if (_windows) _windows->open(identifier);
-}
-
-- (void)openDashboard:(id)sender {
-    (void)sender;
-    [self openWindow:brimlet::BrimletWindows::dashboard];
-}
-
-- (void)openCleanup:(id)sender {
-    (void)sender;
-    [self openWindow:brimlet::BrimletWindows::cleanup];
-}
-
-- (void)openSettings:(id)sender {
-    (void)sender;
-    [self openWindow:brimlet::BrimletWindows::settings];
-}
-
-- (void)quitProduct:(id)sender {
-    [NSApp terminate:sender];
 }
 
 - (void)popoverDidShow {

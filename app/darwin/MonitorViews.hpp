@@ -8,7 +8,9 @@
 #include <optional>
 #include <string_view>
 
+#include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
+#include "app/screens/MonitorScreens.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
 namespace brimlet::mac {
@@ -20,7 +22,7 @@ NSImage* symbolImage(NSString* name, NSString* description);
 NSImageView* symbolView(NSString* name);
 // Sends the view mouseEntered:/mouseExited: whenever the pointer crosses it, active or not.
 void trackHover(NSView* view);
-NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour);
+using kestrow::mac::makeLabel;
 // The system font; and digits that do not jump as the figures change.
 NSFont* systemFont(CGFloat size, NSFontWeight weight);
 NSFont* figureFont(CGFloat size, NSFontWeight weight);
@@ -37,11 +39,9 @@ NSColor* pressureColour(MemoryPressure pressure);
 @end
 
 // One line of the readout: symbol, title and figure on top, an optional caption below, and the
-// area's grade as a coloured word at the end. VoiceOver reads the row as one element.
+// area's grade as a coloured word at the end. VoiceOver reads the row as one element, with the label
+// its presenter wrote.
 @interface KBMetricRowView : NSView
-- (instancetype)initWithSymbol:(NSString*)symbol title:(NSString*)title;
-- (void)setFigure:(NSString*)figure caption:(NSString*)caption;
-- (void)setGrade:(std::optional<brimlet::Rating>)grade;
-// A gauge under the title (memory and CPU rows); hidden until a fraction is set.
-- (void)setGaugeFraction:(std::optional<double>)fraction colour:(NSColor*)colour;
+// Draws `row`: its symbol, words, grade and gauge (hidden where the row has none).
+- (void)showReading:(const brimlet::ReadingRow&)row;
 @end

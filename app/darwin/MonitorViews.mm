@@ -23,15 +23,6 @@ void trackHover(NSView* view) {
                                   userInfo:nil]];
 }
 
-NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
-    NSTextField* label = [NSTextField labelWithString:text];
-    label.font = font;
-    label.textColor = colour;
-    label.lineBreakMode = NSLineBreakByTruncatingTail;
-    label.translatesAutoresizingMaskIntoConstraints = NO;
-    return label;
-}
-
 NSFont* systemFont(CGFloat size, NSFontWeight weight) { return [NSFont systemFontOfSize:size weight:weight]; }
 
 NSFont* figureFont(CGFloat size, NSFontWeight weight) {
@@ -99,23 +90,26 @@ using brimlet::mac::makeLabel;
 @end
 
 @implementation KBMetricRowView {
-    NSString* _title;
+    NSImageView* _icon;
+    NSString* _symbol;
+    NSTextField* _title;
     NSTextField* _figure;
     NSTextField* _caption;
     NSTextField* _grade;
     KBGaugeView* _gauge;
 }
 
-- (instancetype)initWithSymbol:(NSString*)symbol title:(NSString*)title {
-    if (!(self = [super initWithFrame:NSZeroRect])) return nil;
-    _title = [title copy];
+- (instancetype)initWithFrame:(NSRect)frame {
+    if (!(self = [super initWithFrame:frame])) return nil;
     self.translatesAutoresizingMaskIntoConstraints = NO;
 
-    NSImageView* icon = brimlet::mac::symbolView(symbol);
-    icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:13 weight:NSFontWeightMedium];
+    _icon = [[NSImageView alloc] initWithFrame:NSZeroRect];
+    _icon.contentTintColor = NSColor.secondaryLabelColor;
+    _icon.translatesAutoresizingMaskIntoConstraints = NO;
+    _icon.symbolConfiguration = [NSImageSymbolConfiguration configurationWithPointSize:13 weight:NSFontWeightMedium];
 
-    NSTextField* titleLabel = makeLabel(title, brimlet::mac::systemFont(13, NSFontWeightMedium), NSColor.labelColor);
-    _figure = makeLabel(@"—", figureFont(13, NSFontWeightRegular), NSColor.labelColor);
+    _title = makeLabel(@"", brimlet::mac::systemFont(13, NSFontWeightMedium), NSColor.labelColor);
+    _figure = makeLabel(@"", figureFont(13, NSFontWeightRegular), NSColor.labelColor);
     _figure.alignment = NSTextAlignmentRight;
     [_figure setContentCompressionResistancePriority:NSLayoutPriorityRequired
                                       forOrientation:NSLayoutConstraintOrientationHorizontal];
@@ -127,10 +121,10 @@ using brimlet::mac::makeLabel;
     _gauge.translatesAutoresizingMaskIntoConstraints = NO;
     _gauge.hidden = YES;
 
-    NSStackView* topLine = [NSStackView stackViewWithViews:@[ titleLabel, _figure ]];
+    NSStackView* topLine = [NSStackView stackViewWithViews:@[ _title, _figure ]];
     topLine.orientation = NSUserInterfaceLayoutOrientationHorizontal;
     topLine.distribution = NSStackViewDistributionFill;
-    [titleLabel setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
+    [_title setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
 
     NSStackView* column = [NSStackView stackViewWithViews:@[ topLine, _caption, _gauge ]];
     column.orientation = NSUserInterfaceLayoutOrientationVertical;
@@ -138,14 +132,14 @@ using brimlet::mac::makeLabel;
     column.spacing = 3;
     column.translatesAutoresizingMaskIntoConstraints = NO;
 
-    [self addSubview:icon];
+    [self addSubview:_icon];
     [self addSubview:column];
     [self addSubview:_grade];
     [NSLayoutConstraint activateConstraints:@[
-        [icon.leadingAnchor constraintEqualToAnchor:self.leadingAnchor],
-        [icon.widthAnchor constraintEqualToConstant:18],
-        [icon.centerYAnchor constraintEqualToAnchor:topLine.centerYAnchor],
-        [column.leadingAnchor constraintEqualToAnchor:icon.trailingAnchor constant:8],
+        [_icon.leadingAnchor constraintEqualToAnchor:self.leadingAnchor],
+        [_icon.widthAnchor constraintEqualToConstant:18],
+        [_icon.centerYAnchor constraintEqualToAnchor:topLine.centerYAnchor],
+        [column.leadingAnchor constraintEqualToAnchor:_icon.trailingAnchor constant:8],
         [column.topAnchor constraintEqualToAnchor:self.topAnchor],
         [column.bottomAnchor constraintEqualToAnchor:self.bottomAnchor],
         [topLine.widthAnchor constraintEqualToAnchor:column.widthAnchor],
@@ -159,35 +153,29 @@ using brimlet::mac::makeLabel;
 
     self.accessibilityElement = YES;
     self.accessibilityRole = NSAccessibilityStaticTextRole;
-    [self updateAccessibility];
     return self;
 }
 
-- (void)setFigure:(NSString*)figure caption:(NSString*)caption {
-    _figure.stringValue = figure != nil ? figure : @"—";
-    _caption.stringValue = caption != nil ? caption : @"";
-    _caption.hidden = caption.length == 0;
-    [self updateAccessibility];
-}
-
-- (void)setGrade:(std::optional<brimlet::Rating>)grade {
-    _grade.stringValue = grade ? brimlet::mac::toNSString(grade->rawValue()) : @"";
-    _grade.textColor = grade ? brimlet::mac::gradeColour(*grade) : NSColor.secondaryLabelColor;
-    [self updateAccessibility];
-}
-
-- (void)setGaugeFraction:(std::optional<double>)fraction colour:(NSColor*)colour {
-    _gauge.hidden = !fraction.has_value();
-    if (fraction) _gauge.fraction = *fraction;
-    if (colour) _gauge.fillColour = colour;
-}
-
-// "Memory, 8.00 GB of 16.00 GB, Memory spilled to disk …, Good": the parts as they are shown.
-- (void)updateAccessibility {
-    NSMutableArray<NSString*>* parts = [NSMutableArray arrayWithObjects:_title, _figure.stringValue, nil];
-    if (_caption.stringValue.length) [parts addObject:_caption.stringValue];
-    if (_grade.stringValue.length) [parts addObject:_grade.stringValue];
-    self.accessibilityLabel = [parts componentsJoinedByString:@", "];
+- (void)showReading:(const brimlet::ReadingRow&)row {
+    NSString* symbol = brimlet::mac::toNSString(row.symbol);
+    if (![symbol isEqualToString:_symbol]) {
+        _symbol = symbol;
+        _icon.image = brimlet::mac::symbolImage(symbol, nil);
+    }
+    _title.stringValue = brimlet::mac::toNSString(row.title);
+    _figure.stringValue = brimlet::mac::toNSString(row.value);
+    _caption.stringValue = brimlet::mac::toNSString(row.caption);
+    _caption.hidden = row.caption.empty();
+    _grade.stringValue = row.grade ? brimlet::mac::toNSString(row.grade->rawValue()) : @"";
+    _grade.textColor = row.grade ? brimlet::mac::gradeColour(*row.grade) : NSColor.secondaryLabelColor;
+    _gauge.hidden = !row.gauge.has_value();
+    if (row.gauge) {
+        _gauge.fraction = *row.gauge;
+        // Memory's gauge follows the pressure; the others their grade.
+        if (row.pressure) _gauge.fillColour = brimlet::mac::pressureColour(*row.pressure);
+        else if (row.grade) _gauge.fillColour = brimlet::mac::gradeColour(*row.grade);
+    }
+    self.accessibilityLabel = brimlet::mac::toNSString(row.accessibilityLabel);
 }
 
 @end

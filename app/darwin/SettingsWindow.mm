@@ -1,7 +1,7 @@
-// The settings window: alerts, the menu bar display, the floating monitor, Dock badges, launch at
-// login and the suite's own-icon choice. Each control writes through the store's setter (which
-// stores the value and lets the desktop follow) and is set back from the store whenever the
-// settings change elsewhere, for example the floating monitor toggled with its shortcut.
+// The settings window draws what SettingsPresenter describes: sections of rows, each a caption and a
+// checkbox, menu or note. A change goes back through the presenter to the store (which stores the
+// value and lets the desktop follow); the window is drawn again whenever the settings change
+// elsewhere, for example the floating monitor toggled with its shortcut.
 #include <functional>
 #include <string>
 #include <vector>
@@ -10,52 +10,36 @@
 #include "LoginItem.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
-#include "app/SettingsChoices.hpp"
+#include "app/screens/SettingsScreen.hpp"
 #include "base/Log.hpp"
 
 using brimlet::mac::ns;
-namespace Choices = brimlet::SettingsChoices;
 
 namespace {
 
 constexpr CGFloat noteWidth = 420;
 
-template <typename E>
-NSArray<NSString*>* enumTitles() {
-    NSMutableArray<NSString*>* titles = [NSMutableArray array];
-    for (const E& value : E::allCases()) [titles addObject:ns(Choices::title(value))];
-    return titles;
+NSColor* toneColour(brimlet::screens::Tone tone) {
+    switch (tone) {
+        case brimlet::screens::Tone::plain: return NSColor.labelColor;
+        case brimlet::screens::Tone::secondary: return NSColor.secondaryLabelColor;
+        case brimlet::screens::Tone::success: return NSColor.systemGreenColor;
+        case brimlet::screens::Tone::warning: return NSColor.systemOrangeColor;
+        case brimlet::screens::Tone::failure: return NSColor.systemRedColor;
+    }
+    return NSColor.secondaryLabelColor;
 }
 
-// A pop-up over every case of the enumeration, in case order, calling `set` with the one chosen.
-template <typename E>
-NSPopUpButton* enumPopUp(NSString* accessibilityLabel, std::function<void(E)> set) {
-    return brimlet::mac::makePopUp(enumTitles<E>(), -1, accessibilityLabel, ^(NSInteger index) {
-        const auto& cases = E::allCases();
-        if (index >= 0 && static_cast<std::size_t>(index) < cases.size()) set(cases[static_cast<std::size_t>(index)]);
-    });
+brimlet::LoginItemState loginState() {
+    using brimlet::mac::LoginItem::State;
+    switch (brimlet::mac::LoginItem::current()) {
+        case State::enabled: return brimlet::LoginItemState::enabled;
+        case State::disabled: return brimlet::LoginItemState::disabled;
+        case State::requiresApproval: return brimlet::LoginItemState::requiresApproval;
+        case State::unavailable: return brimlet::LoginItemState::unavailable;
+    }
+    return brimlet::LoginItemState::unavailable;
 }
-
-template <typename T>
-void fillThresholds(NSPopUpButton* popUp, const std::vector<brimlet::SettingChoice<T>>& choices, T current) {
-    [popUp removeAllItems];
-    for (const auto& choice : choices) [popUp addItemWithTitle:ns(choice.title)];
-    for (std::size_t i = 0; i < choices.size(); ++i)
-        if (choices[i].value == current) [popUp selectItemAtIndex:static_cast<NSInteger>(i)];
-}
-
-// What the controls show, so they are set again only when one of these changed, never under the
-// user's pointer on every sample.
-struct Shown {
-    brimlet::AlertSettings alerts;
-    brimlet::MenuBarDisplay menuBar;
-    bool floatingVisible = false;
-    brimlet::FloatingTheme theme;
-    brimlet::FloatingLook look;
-    brimlet::DockBadgeMode dock;
-    brimlet::DockBadgeSettings badges;
-    bool operator==(const Shown&) const = default;
-};
 
 }  // namespace
 
@@ -66,27 +50,10 @@ struct Shown {
 @implementation KBSettingsViewController {
     brimlet::BrimletApplication* _application;
     kestrow::MainLoop::Token _observation;
-    std::optional<Shown> _shown;
-    std::vector<brimlet::SettingChoice<std::uint64_t>> _lowDiskChoices;
-    std::vector<brimlet::SettingChoice<std::uint64_t>> _heavyAppChoices;
-    std::vector<brimlet::SettingChoice<std::uint64_t>> _dockMemoryChoices;
-    std::vector<brimlet::SettingChoice<double>> _dockCpuChoices;
-    NSButton* _pressureAlert;
-    NSButton* _lowDiskAlert;
-    NSPopUpButton* _lowDiskThreshold;
-    NSButton* _heavyAppAlert;
-    NSPopUpButton* _heavyAppThreshold;
-    NSPopUpButton* _menuBarDisplay;
-    NSButton* _ownIcon;
-    NSButton* _floatingVisible;
-    NSPopUpButton* _floatingTheme;
-    NSPopUpButton* _floatingLook;
-    NSPopUpButton* _dockMode;
-    NSPopUpButton* _dockMemory;
-    NSPopUpButton* _dockCpu;
-    NSButton* _launchAtLogin;
-    NSTextField* _loginProblem;
-    NSGridRow* _loginProblemRow;
+    std::string _loginFailure;
+    std::vector<brimlet::SettingsSection> _shown;
+    NSGridView* _grid;
+    NSMutableArray<NSView*>* _controls;  // one per row of the screen, in order
 }
 
 - (instancetype)initWithApplication:(brimlet::BrimletApplication&)application {
@@ -94,133 +61,140 @@ struct Shown {
     return self;
 }
 
-- (brimlet::MonitorStore&)store {
-    return _application->monitor();
+- (brimlet::SettingsScreen)screen {
+    brimlet::SettingsContext context;
+    context.ownIconWanted = _application->participant().ownIconWanted();
+    context.login = loginState();
+    context.loginFailure = _loginFailure;
+    return brimlet::SettingsPresenter::screen(_application->monitor(), context);
 }
-
-- (void)changeAlerts:(void (^)(brimlet::AlertSettings& settings))change {
-    brimlet::AlertSettings settings = [self store].alertSettings();
-    change(settings);
-    [self store].setAlertSettings(settings);
-}
-
-// ---- Layout
 
 - (void)loadView {
-    __weak KBSettingsViewController* weakSelf = self;
-    brimlet::BrimletApplication* application = _application;
-    brimlet::MonitorStore* store = &application->monitor();
-
-    // Alerts.
-    _pressureAlert = brimlet::mac::makeCheckbox(@"Memory pressure stays critical", true, ^(bool on) {
-        [weakSelf changeAlerts:^(brimlet::AlertSettings& s) { s.memoryPressureEnabled = on; }];
-    });
-    _lowDiskAlert = brimlet::mac::makeCheckbox(@"Disk space is low", true, ^(bool on) {
-        [weakSelf changeAlerts:^(brimlet::AlertSettings& s) { s.lowDiskEnabled = on; }];
-    });
-    _lowDiskThreshold = brimlet::mac::makePopUp(@[], -1, @"Low disk alert threshold", ^(NSInteger index) {
-        [weakSelf pickedLowDisk:index];
-    });
-    _heavyAppAlert = brimlet::mac::makeCheckbox(@"An app uses a lot of memory", true, ^(bool on) {
-        [weakSelf changeAlerts:^(brimlet::AlertSettings& s) { s.heavyAppEnabled = on; }];
-    });
-    _heavyAppThreshold = brimlet::mac::makePopUp(@[], -1, @"Heavy app alert threshold", ^(NSInteger index) {
-        [weakSelf pickedHeavyApp:index];
-    });
-
-    // Menu bar.
-    _menuBarDisplay = enumPopUp<brimlet::MenuBarDisplay>(
-        @"Menu bar shows", [store](brimlet::MenuBarDisplay value) { store->setMenuBarDisplay(value); });
-    kestrow::suite::SuiteParticipant* participant = &application->participant();
-    _ownIcon = brimlet::mac::makeCheckbox(ns(Choices::ownIconTitle), participant->ownIconWanted(), ^(bool on) {
-        const kestrow::Status status = participant->setOwnIconWanted(on);
-        if (status.failed()) kestrow::log::error("settings", "own icon setting not saved: " + status.message());
-    });
-
-    // Floating monitor.
-    _floatingVisible = brimlet::mac::makeCheckbox(@"Show the floating monitor", false, ^(bool on) {
-        store->setFloatingVisible(on);
-    });
-    _floatingTheme = enumPopUp<brimlet::FloatingTheme>(
-        @"Floating monitor theme", [store](brimlet::FloatingTheme value) { store->setFloatingTheme(value); });
-    _floatingLook = enumPopUp<brimlet::FloatingLook>(
-        @"Floating monitor look", [store](brimlet::FloatingLook value) { store->setFloatingLook(value); });
-
-    // Dock badges.
-    _dockMode = enumPopUp<brimlet::DockBadgeMode>(
-        ns(Choices::dockBadgesTitle), [store](brimlet::DockBadgeMode value) { store->setDockBadges(value); });
-    _dockMemory = brimlet::mac::makePopUp(@[], -1, @"Memory badge threshold", ^(NSInteger index) {
-        [weakSelf pickedDockMemory:index];
-    });
-    _dockCpu = brimlet::mac::makePopUp(@[], -1, @"CPU badge threshold", ^(NSInteger index) {
-        [weakSelf pickedDockCpu:index];
-    });
-
-    // Launch at login.
-    _launchAtLogin = brimlet::mac::makeCheckbox(ns(Choices::launchAtLoginTitle), false, ^(bool on) {
-        [weakSelf changeLoginItem:on];
-    });
-    _loginProblem = brimlet::mac::makeNote(@"", noteWidth);
-    _loginProblem.textColor = NSColor.systemRedColor;
-
-    NSGridView* grid = [NSGridView gridViewWithNumberOfColumns:2 rows:0];
-    grid.rowSpacing = 8;
-    grid.columnSpacing = 12;
-    [grid columnAtIndex:0].xPlacement = NSGridCellPlacementTrailing;
-    auto row = [grid](NSString* label, NSView* control) {
-        NSTextField* title = label ? [NSTextField labelWithString:label] : nil;
-        NSGridRow* added = [grid addRowWithViews:@[ title ? title : [NSGridCell emptyContentView], control ]];
-        added.rowAlignment = NSGridRowAlignmentFirstBaseline;
-        return added;
-    };
-    auto section = [grid](NSString* heading, bool first) {
-        NSView* empty = [NSGridCell emptyContentView];
-        NSGridRow* added = [grid addRowWithViews:@[ brimlet::mac::makeHeading(heading), empty ]];
-        [added mergeCellsInRange:NSMakeRange(0, 2)];
-        [added cellAtIndex:0].xPlacement = NSGridCellPlacementLeading;
-        added.topPadding = first ? 0 : 14;
-    };
-    auto note = [&row](NSString* text) {
-        NSGridRow* added = row(nil, brimlet::mac::makeNote(text, noteWidth));
-        added.topPadding = -2;
-    };
-
-    section(@"Alerts", true);
-    row(@"Notify me when:", _pressureAlert);
-    row(nil, _lowDiskAlert);
-    row(nil, _lowDiskThreshold);
-    row(nil, _heavyAppAlert);
-    row(nil, _heavyAppThreshold);
-    note(ns(Choices::alertsNote));
-
-    section(@"Menu Bar", false);
-    row(@"Menu bar shows:", _menuBarDisplay);
-    row(nil, _ownIcon);
-    note(ns(Choices::ownIconExplanation));
-
-    section(@"Floating Monitor", false);
-    row(@"Floating monitor:", _floatingVisible);
-    note(ns(Choices::floatingShortcutNote));
-    row(@"Theme:", _floatingTheme);
-    row(@"Look:", _floatingLook);
-
-    section(@"Dock", false);
-    row([ns(Choices::dockBadgesTitle) stringByAppendingString:@":"], _dockMode);
-    row(@"Memory badge from:", _dockMemory);
-    row(@"CPU badge from:", _dockCpu);
-    note(ns(Choices::dockAccessibilityNote));
-
-    section(@"Startup", false);
-    row(@"Login:", _launchAtLogin);
-    _loginProblemRow = row(nil, _loginProblem);
-    _loginProblemRow.hidden = YES;
-
+    _grid = [NSGridView gridViewWithNumberOfColumns:2 rows:0];
+    _grid.rowSpacing = 8;
+    _grid.columnSpacing = 12;
+    [_grid columnAtIndex:0].xPlacement = NSGridCellPlacementTrailing;
+    _controls = [NSMutableArray array];
     NSView* root = [[NSView alloc] init];
-    [root addSubview:grid];
-    kestrow::mac::pinEdges(grid, root, NSEdgeInsetsMake(20, 24, 20, 24));
+    [root addSubview:_grid];
+    kestrow::mac::pinEdges(_grid, root, NSEdgeInsetsMake(20, 24, 20, 24));
     self.view = root;
-    [self syncFromStore];
-    [self syncLoginItem];
+    [self sync];
+}
+
+// ---- Drawing
+
+// The rows are made again only when the screen's shape changes (a note comes or goes); otherwise
+// each control is set in place, and only when something it shows changed, never under the user's
+// pointer on every sample.
+- (void)sync {
+    if (!self.isViewLoaded) return;
+    const brimlet::SettingsScreen screen = [self screen];
+    if (screen.sections == _shown) return;
+    if (![self sameShape:screen.sections]) [self rebuild:screen.sections];
+    NSUInteger index = 0;
+    for (const brimlet::SettingsSection& section : screen.sections)
+        for (const brimlet::SettingsRow& row : section.rows) [self show:row in:_controls[index++]];
+    _shown = screen.sections;
+    [self fitWindow];
+}
+
+- (BOOL)sameShape:(const std::vector<brimlet::SettingsSection>&)sections {
+    if (sections.size() != _shown.size()) return NO;
+    for (std::size_t i = 0; i < sections.size(); ++i) {
+        if (sections[i].rows.size() != _shown[i].rows.size()) return NO;
+        for (std::size_t j = 0; j < sections[i].rows.size(); ++j)
+            if (sections[i].rows[j].kind != _shown[i].rows[j].kind) return NO;
+    }
+    return YES;
+}
+
+- (void)rebuild:(const std::vector<brimlet::SettingsSection>&)sections {
+    while (_grid.numberOfRows > 0) [_grid removeRowAtIndex:_grid.numberOfRows - 1];
+    [_controls removeAllObjects];
+    _shown.clear();
+    bool first = true;
+    for (const brimlet::SettingsSection& section : sections) {
+        NSGridRow* heading = [_grid addRowWithViews:@[ brimlet::mac::makeHeading(ns(section.heading)),
+                                                       [NSGridCell emptyContentView] ]];
+        [heading mergeCellsInRange:NSMakeRange(0, 2)];
+        [heading cellAtIndex:0].xPlacement = NSGridCellPlacementLeading;
+        heading.topPadding = first ? 0 : 14;
+        first = false;
+        for (const brimlet::SettingsRow& row : section.rows) {
+            NSView* control = [self makeControl:row];
+            NSView* caption = row.caption.empty() ? [NSGridCell emptyContentView] : [NSTextField labelWithString:ns(row.caption)];
+            NSGridRow* added = [_grid addRowWithViews:@[ caption, control ]];
+            added.rowAlignment = NSGridRowAlignmentFirstBaseline;
+            if (row.kind == brimlet::SettingsRow::Kind::note) added.topPadding = -2;
+            [_controls addObject:control];
+        }
+    }
+}
+
+- (NSView*)makeControl:(const brimlet::SettingsRow&)row {
+    __weak KBSettingsViewController* weakSelf = self;
+    const brimlet::SettingsCommand command = row.control.action;
+    switch (row.kind) {
+        case brimlet::SettingsRow::Kind::checkbox:
+            return brimlet::mac::makeCheckbox(ns(row.control.title), row.on, ^(bool on) {
+                [weakSelf perform:command on:on index:-1];
+            });
+        case brimlet::SettingsRow::Kind::choice:
+            return brimlet::mac::makePopUp(@[], -1, ns(row.control.spokenLabel()), ^(NSInteger index) {
+                [weakSelf perform:command on:false index:static_cast<int>(index)];
+            });
+        case brimlet::SettingsRow::Kind::note: return brimlet::mac::makeNote(ns(row.text), noteWidth);
+    }
+    return [NSGridCell emptyContentView];
+}
+
+- (void)show:(const brimlet::SettingsRow&)row in:(NSView*)view {
+    switch (row.kind) {
+        case brimlet::SettingsRow::Kind::checkbox: {
+            NSButton* box = static_cast<NSButton*>(view);
+            box.title = ns(row.control.title);
+            box.accessibilityLabel = ns(row.control.spokenLabel());
+            box.state = row.on ? NSControlStateValueOn : NSControlStateValueOff;
+            box.enabled = row.control.enabled;
+            break;
+        }
+        case brimlet::SettingsRow::Kind::choice: {
+            NSPopUpButton* popUp = static_cast<NSPopUpButton*>(view);
+            NSMutableArray<NSString*>* titles = [NSMutableArray array];
+            for (const std::string& choice : row.choices) [titles addObject:ns(choice)];
+            if (![popUp.itemTitles isEqualToArray:titles]) {
+                [popUp removeAllItems];
+                [popUp addItemsWithTitles:titles];
+            }
+            if (row.selected >= 0) [popUp selectItemAtIndex:row.selected];
+            popUp.enabled = row.control.enabled;
+            popUp.accessibilityLabel = ns(row.control.spokenLabel());
+            break;
+        }
+        case brimlet::SettingsRow::Kind::note: {
+            NSTextField* note = static_cast<NSTextField*>(view);
+            note.stringValue = ns(row.text);
+            note.textColor = toneColour(row.tone);
+            break;
+        }
+    }
+}
+
+// ---- Changes
+
+// The monitor store's settings go through the presenter; the suite's own-icon choice and the login
+// item are the participant's and the system's, and the switch then shows what they say.
+- (void)perform:(brimlet::SettingsCommand)command on:(bool)on index:(int)index {
+    if (brimlet::SettingsPresenter::apply(_application->monitor(), command, on, index)) return;  // the store tells
+    if (command == brimlet::SettingsCommand::ownIcon) {
+        const kestrow::Status status = _application->participant().setOwnIconWanted(on);
+        if (status.failed()) kestrow::log::error("settings", "own icon setting not saved: " + status.message());
+    } else if (command == brimlet::SettingsCommand::launchAtLogin) {
+        const kestrow::Status status = brimlet::mac::LoginItem::setEnabled(on);
+        _loginFailure = status.failed() ? status.message() : std::string();
+    }
+    [self sync];
 }
 
 // ---- Appearing and following the store
@@ -228,89 +202,14 @@ struct Shown {
 - (void)viewWillAppear {
     [super viewWillAppear];
     __weak KBSettingsViewController* weakSelf = self;
-    _observation = [self store].observe([weakSelf] { [weakSelf syncFromStore]; });
-    [self syncFromStore];
-    [self syncLoginItem];  // the user may have changed it in System Settings meanwhile
-    [self fitWindow];
-    _ownIcon.state = _application->participant().ownIconWanted() ? NSControlStateValueOn : NSControlStateValueOff;
+    _observation = _application->monitor().observe([weakSelf] { [weakSelf sync]; });
+    _shown.clear();  // the user may have changed the login item in System Settings meanwhile
+    [self sync];
 }
 
 - (void)viewDidDisappear {
     [super viewDidDisappear];
     _observation.cancel();
-}
-
-- (void)syncFromStore {
-    brimlet::MonitorStore& store = [self store];
-    const Shown now{store.alertSettings(),   store.menuBarDisplay(), store.floatingVisible(), store.floatingTheme(),
-                    store.floatingLook(),    store.dockBadges(),     store.dockBadgeSettings()};
-    if (_shown && *_shown == now) return;
-    _shown = now;
-
-    const auto on = [](bool value) { return value ? NSControlStateValueOn : NSControlStateValueOff; };
-    _pressureAlert.state = on(now.alerts.memoryPressureEnabled);
-    _lowDiskAlert.state = on(now.alerts.lowDiskEnabled);
-    _heavyAppAlert.state = on(now.alerts.heavyAppEnabled);
-    _lowDiskChoices = Choices::lowDiskThresholds(now.alerts.lowDiskThreshold);
-    fillThresholds(_lowDiskThreshold, _lowDiskChoices, now.alerts.lowDiskThreshold);
-    _lowDiskThreshold.enabled = now.alerts.lowDiskEnabled;
-    _heavyAppChoices = Choices::heavyAppThresholds(now.alerts.heavyAppThreshold);
-    fillThresholds(_heavyAppThreshold, _heavyAppChoices, now.alerts.heavyAppThreshold);
-    _heavyAppThreshold.enabled = now.alerts.heavyAppEnabled;
-
-    [_menuBarDisplay selectItemAtIndex:static_cast<NSInteger>(now.menuBar.value)];
-    _floatingVisible.state = on(now.floatingVisible);
-    [_floatingTheme selectItemAtIndex:static_cast<NSInteger>(now.theme.value)];
-    [_floatingLook selectItemAtIndex:static_cast<NSInteger>(now.look.value)];
-
-    [_dockMode selectItemAtIndex:static_cast<NSInteger>(now.dock.value)];
-    _dockMemoryChoices = Choices::dockMemoryThresholds(now.badges.memoryThreshold);
-    fillThresholds(_dockMemory, _dockMemoryChoices, now.badges.memoryThreshold);
-    _dockMemory.enabled = now.dock == brimlet::DockBadgeMode::memory;
-    _dockCpuChoices = Choices::dockCpuThresholds(now.badges.cpuThreshold);
-    fillThresholds(_dockCpu, _dockCpuChoices, now.badges.cpuThreshold);
-    _dockCpu.enabled = now.dock == brimlet::DockBadgeMode::cpu;
-}
-
-// ---- Thresholds
-
-- (void)pickedLowDisk:(NSInteger)index {
-    if (index < 0 || static_cast<std::size_t>(index) >= _lowDiskChoices.size()) return;
-    const std::uint64_t value = _lowDiskChoices[static_cast<std::size_t>(index)].value;
-    [self changeAlerts:^(brimlet::AlertSettings& s) { s.lowDiskThreshold = value; }];
-}
-
-- (void)pickedHeavyApp:(NSInteger)index {
-    if (index < 0 || static_cast<std::size_t>(index) >= _heavyAppChoices.size()) return;
-    const std::uint64_t value = _heavyAppChoices[static_cast<std::size_t>(index)].value;
-    [self changeAlerts:^(brimlet::AlertSettings& s) { s.heavyAppThreshold = value; }];
-}
-
-- (void)pickedDockMemory:(NSInteger)index {
-    if (index < 0 || static_cast<std::size_t>(index) >= _dockMemoryChoices.size()) return;
-    brimlet::DockBadgeSettings settings = [self store].dockBadgeSettings();
-    settings.memoryThreshold = _dockMemoryChoices[static_cast<std::size_t>(index)].value;
-    [self store].setDockBadgeSettings(settings);
-}
-
-- (void)pickedDockCpu:(NSInteger)index {
-    if (index < 0 || static_cast<std::size_t>(index) >= _dockCpuChoices.size()) return;
-    brimlet::DockBadgeSettings settings = [self store].dockBadgeSettings();
-    settings.cpuThreshold = _dockCpuChoices[static_cast<std::size_t>(index)].value;
-    [self store].setDockBadgeSettings(settings);
-}
-
-// ---- Launch at login
-
-- (void)changeLoginItem:(bool)on {
-    const kestrow::Status status = brimlet::mac::LoginItem::setEnabled(on);
-    [self syncLoginItem];
-    if (status.failed()) {
-        _loginProblem.stringValue = ns(Choices::loginItemFailure(status.message()));
-        _loginProblem.textColor = NSColor.systemRedColor;
-        _loginProblemRow.hidden = NO;
-    }
-    [self fitWindow];
 }
 
 // The window is as large as its content: a line that appears or goes grows or shrinks it, keeping
@@ -323,20 +222,6 @@ struct Shown {
     NSRect frame = [window frameRectForContentRect:NSMakeRect(0, 0, size.width, size.height)];
     frame.origin = NSMakePoint(NSMinX(current), NSMaxY(current) - NSHeight(frame));
     [window setFrame:frame display:YES animate:window.isVisible];
-}
-
-// The switch shows what the system says, not what was asked: a refused change snaps back.
-- (void)syncLoginItem {
-    using brimlet::mac::LoginItem::State;
-    const State state = brimlet::mac::LoginItem::current();
-    _launchAtLogin.enabled = state != State::unavailable;
-    _launchAtLogin.state =
-        state == State::enabled || state == State::requiresApproval ? NSControlStateValueOn : NSControlStateValueOff;
-    _loginProblemRow.hidden = state != State::requiresApproval;
-    if (state == State::requiresApproval) {
-        _loginProblem.stringValue = ns(Choices::loginItemApprovalNote);
-        _loginProblem.textColor = NSColor.secondaryLabelColor;
-    }
 }
 
 @end

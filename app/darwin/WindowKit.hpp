@@ -9,6 +9,9 @@
 #include <string>
 #include <string_view>
 
+#include "app/screens/ScreenParts.hpp"
+#include "base/darwin/Activation.hpp"
+#include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
@@ -17,8 +20,10 @@ namespace brimlet::mac {
 inline NSString* ns(std::string_view text) { return kestrow::mac::toNSString(text); }
 using kestrow::mac::utf8;
 
-// A one-line label that cannot be edited or selected, in a text style of the system.
-NSTextField* makeLabel(NSString* text, NSFontTextStyle style, NSColor* color);
+// A one-line label in a text style of the system.
+inline NSTextField* makeLabel(NSString* text, NSFontTextStyle style, NSColor* color) {
+    return kestrow::mac::makeLabel(text, [NSFont preferredFontForTextStyle:style options:@{}], color);
+}
 // A label that wraps at `width` points: notes and explanations under controls.
 NSTextField* makeNote(NSString* text, CGFloat width);
 // A section heading.
@@ -35,5 +40,37 @@ NSPopUpButton* makePopUp(NSArray<NSString*>* titles, NSInteger selected, NSStrin
                          void (^changed)(NSInteger index));
 // A checkbox whose title is also its VoiceOver label.
 NSButton* makeCheckbox(NSString* title, bool on, void (^changed)(bool on));
+
+using kestrow::mac::activateApplication;
+
+NSAlertStyle alertStyle(screens::DialogStyle style);
+
+// An alert that asks `dialog`: its style, title, message and buttons in order, so that the button
+// the user chose is `dialog.buttons[response - NSAlertFirstButtonReturn]`.
+template <typename Action>
+NSAlert* makeAlert(const screens::Dialog<Action>& dialog) {
+    NSAlert* alert = [[NSAlert alloc] init];
+    alert.alertStyle = alertStyle(dialog.style);
+    if (!dialog.symbol.empty())
+        if (NSImage* icon = [NSImage imageWithSystemSymbolName:ns(dialog.symbol) accessibilityDescription:nil])
+            alert.icon = icon;
+    alert.messageText = ns(dialog.title);
+    alert.informativeText = ns(dialog.message);
+    for (const screens::Control<Action>& control : dialog.buttons) {
+        NSButton* made = [alert addButtonWithTitle:ns(control.title)];
+        made.hasDestructiveAction = control.isDestructive;
+    }
+    return alert;
+}
+
+// The button of `dialog` a response stands for; the last one (the dismissing one) for any other end.
+template <typename Action>
+const screens::Control<Action>* answer(const screens::Dialog<Action>& dialog, NSModalResponse response) {
+    if (dialog.buttons.empty()) return nullptr;
+    const NSInteger index = response - NSAlertFirstButtonReturn;
+    if (index >= 0 && static_cast<std::size_t>(index) < dialog.buttons.size())
+        return &dialog.buttons[static_cast<std::size_t>(index)];
+    return &dialog.buttons.back();
+}
 
 }  // namespace brimlet::mac

@@ -21,14 +21,6 @@ namespace {
 const char blockTargetKey = 0;
 }
 
-NSTextField* makeLabel(NSString* text, NSFontTextStyle style, NSColor* color) {
-    NSTextField* label = [NSTextField labelWithString:text];
-    label.font = [NSFont preferredFontForTextStyle:style options:@{}];
-    label.textColor = color;
-    label.lineBreakMode = NSLineBreakByTruncatingTail;
-    return label;
-}
-
 NSTextField* makeNote(NSString* text, CGFloat width) {
     NSTextField* note = [NSTextField wrappingLabelWithString:text];
     note.font = [NSFont preferredFontForTextStyle:NSFontTextStyleFootnote options:@{}];
@@ -81,6 +73,15 @@ NSButton* makeCheckbox(NSString* title, bool on, void (^changed)(bool on)) {
         changed([static_cast<NSButton*>(sender) state] == NSControlStateValueOn);
     });
     return box;
+}
+
+NSAlertStyle alertStyle(screens::DialogStyle style) {
+    switch (style) {
+        case screens::DialogStyle::informational: return NSAlertStyleInformational;
+        case screens::DialogStyle::warning: return NSAlertStyleWarning;
+        case screens::DialogStyle::critical: return NSAlertStyleCritical;
+    }
+    return NSAlertStyleInformational;
 }
 
 }  // namespace brimlet::mac

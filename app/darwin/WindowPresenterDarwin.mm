@@ -9,6 +9,8 @@
 #include "MacFrontEnd.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
+#include "app/MonitorReadout.hpp"
+#include "base/darwin/Activation.hpp"
 #include "app/LiveSurface.hpp"
 #include "base/Log.hpp"
 
@@ -48,9 +50,9 @@ struct WindowKind {
 };
 
 constexpr WindowKind kinds[] = {
-    {BrimletWindows::dashboard, "Kestrow Brimlet", {1040, 820}, {820, 620}, true},
-    {BrimletWindows::cleanup, "Cleanup", {760, 720}, {600, 520}, false},
-    {BrimletWindows::settings, "Settings", {0, 0}, {0, 0}, false},
+    {BrimletWindows::dashboard, MonitorReadout::productName, {1040, 820}, {820, 620}, true},
+    {BrimletWindows::cleanup, MonitorReadout::cleanupTitle, {760, 720}, {600, 520}, false},
+    {BrimletWindows::settings, MonitorReadout::settingsTitle, {0, 0}, {0, 0}, false},
 };
 
 const WindowKind* kindFor(std::string_view identifier) {
@@ -93,7 +95,7 @@ public:
         Entry& entry = entryFor(*kind);
         NSWindow* window = entry.window;
         if (window.isMiniaturized) [window deminiaturize:nil];
-        [NSApp activateIgnoringOtherApps:YES];
+        kestrow::mac::activateApplication();
         [window makeKeyAndOrderFront:nil];
         // Activation of an accessory application can lag behind (another application may be in the
         // middle of a switch); ordering the window front regardless keeps it from opening behind.

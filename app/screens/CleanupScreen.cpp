@@ -110,6 +110,9 @@ CleanupScreen CleanupPresenter::screen() const {
     s.fullDiskAccess.openSettings =
         control("Open Privacy & Security\u2026", "gearshape", CleanupCommand::openFullDiskAccess);
 
+    for (const std::string& folder : store_.refusedFolders())
+        s.refusals.push_back("Kestrow Brimlet could not look in " + folder);
+
     s.step = store_.phase();
 
     s.idle.heading = "What will be looked at";

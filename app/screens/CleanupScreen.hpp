@@ -64,6 +64,9 @@ struct CleanupScreen {
         CleanupControl openSettings;
         bool operator==(const Banner&) const = default;
     } fullDiskAccess;
+    // One line per folder the system would not let the personal scan look in: what was not found
+    // there may still be there.
+    std::vector<std::string> refusals;
 
     CleanupPhase step;
 

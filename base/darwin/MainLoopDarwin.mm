@@ -103,6 +103,19 @@ public:
         return Token([center, observer] { [center removeObserver:observer]; });
     }
 
+    // A read source on the main queue; the descriptor stays the caller's, so cancelling closes nothing.
+    Token watchReadable(int fd, Task onReadable) override {
+        dispatch_source_t source =
+            dispatch_source_create(DISPATCH_SOURCE_TYPE_READ, static_cast<uintptr_t>(fd), 0, dispatch_get_main_queue());
+        if (!source) return Token();
+        auto shared = std::make_shared<Task>(std::move(onReadable));
+        dispatch_source_set_event_handler(source, ^{
+          (*shared)();
+        });
+        dispatch_resume(source);
+        return Token([source] { dispatch_source_cancel(source); });
+    }
+
     double now() const override { return continuousSeconds(); }
     double wallClock() const override { return wallSeconds(); }
 

@@ -1,6 +1,7 @@
 // The Linux main loop: one epoll set over an eventfd (posted tasks), one timerfd per timer on
-// CLOCK_BOOTTIME (so waits count time asleep), one inotify descriptor for every watched folder and a
-// signalfd that turns SIGINT, SIGTERM and SIGHUP into a clean stop.
+// CLOCK_BOOTTIME (so waits count time asleep), one inotify descriptor for every watched folder, the
+// callers' descriptors watched for reading, and a signalfd that turns SIGINT, SIGTERM and SIGHUP into
+// a clean stop.
 #include "../MainLoop.hpp"
 
 #include <fcntl.h>
@@ -133,6 +134,16 @@ public:
         return tokenFor(key);
     }
 
+    Token watchReadable(int fd, Task onReadable) override {
+        const std::uint64_t key = nextKey_++;
+        Source source;
+        source.readable = fd;
+        source.task = std::make_shared<Task>(std::move(onReadable));
+        sources_.emplace(key, std::move(source));
+        add(fd, key);
+        return tokenFor(key);
+    }
+
     double now() const override { return continuousSeconds(); }
     double wallClock() const override { return wallSeconds(); }
 
@@ -161,6 +172,7 @@ private:
         bool repeating = false;
         int wd = -1;  // inotify watch
         bool wake = false;
+        int readable = -1;  // a caller's descriptor, watched but never closed here
         std::shared_ptr<Task> task;
         NameFilter ignored;  // of an inotify watch
         std::shared_ptr<Task> gone;  // of an inotify watch: the folder itself went away
@@ -209,6 +221,7 @@ private:
             ::epoll_ctl(epoll_, EPOLL_CTL_DEL, source.fd, nullptr);
             ::close(source.fd);
         }
+        if (source.readable >= 0) ::epoll_ctl(epoll_, EPOLL_CTL_DEL, source.readable, nullptr);
         if (source.wd >= 0) {
             auto& keys = watchers_[source.wd];
             keys.erase(key);
@@ -230,6 +243,10 @@ private:
         if (key == inotifyKey) return readFolderEvents();
         auto it = sources_.find(key);
         if (it == sources_.end()) return;  // cancelled earlier in this turn
+        if (it->second.readable >= 0) {
+            std::shared_ptr<Task> task = it->second.task;
+            return (*task)();
+        }
         std::uint64_t expirations = 0;
         if (::read(it->second.fd, &expirations, sizeof expirations) != static_cast<ssize_t>(sizeof expirations))
             return;

@@ -90,6 +90,10 @@ Rect cocoaFrame(const Rect& frame, double primaryScreenHeight) {
     return Rect{frame.minX(), primaryScreenHeight - frame.maxY(), frame.absoluteWidth(), frame.absoluteHeight()};
 }
 
+std::string spokenLabel(std::string_view appName, std::string_view metricTitle, std::string_view text) {
+    return std::string(appName) + ": " + std::string(metricTitle) + " " + std::string(text);
+}
+
 std::string compactMemory(std::uint64_t bytes) {
     const double gibibytes = static_cast<double>(bytes) / 1'073'741'824.0;
     if (gibibytes >= 1) return format("%.1f GB", gibibytes);
@@ -105,12 +109,29 @@ std::vector<DockBadge> badges(const std::vector<DockItem>& items, const std::vec
     for (const AppGroup& group : apps)
         if (group.bundlePath) byPath.try_emplace(normalized(*group.bundlePath), &group);
 
+    // The same by real path, for an application that runs from another path than its Dock tile
+    // names (Safari from a Cryptex volume); made only when a tile finds no group by its path.
+    std::optional<std::unordered_map<std::string, const AppGroup*>> byRealPath;
+    const auto findReal = [&](const std::string& path) -> const AppGroup* {
+        if (!byRealPath) {
+            byRealPath.emplace();
+            for (const AppGroup& group : apps)
+                if (group.bundlePath)
+                    if (auto real = kestrow::canonicalizePath(*group.bundlePath)) byRealPath->try_emplace(*real, &group);
+        }
+        const auto real = kestrow::canonicalizePath(path);
+        if (!real) return nullptr;
+        const auto found = byRealPath->find(*real);
+        return found == byRealPath->end() ? nullptr : found->second;
+    };
+
     std::vector<DockBadge> result;
     for (const DockItem& item : items) {
         if (!item.bundlePath) continue;
         const auto found = byPath.find(normalized(*item.bundlePath));
-        if (found == byPath.end()) continue;
-        const AppGroup& group = *found->second;
+        const AppGroup* match = found != byPath.end() ? found->second : findReal(*item.bundlePath);
+        if (!match) continue;
+        const AppGroup& group = *match;
         auto badge = metric == DockBadgeMetric::memory ? memoryBadge(group, settings) : cpuBadge(group, settings);
         if (!badge) continue;
         badge->iconFrame = cocoaFrame(item.axFrame, primaryScreenHeight);

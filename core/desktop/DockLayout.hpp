@@ -105,6 +105,8 @@ Rect cocoaFrame(const Rect& frame, double primaryScreenHeight);
 std::string normalized(std::string_view path);
 
 // "1.5 GB" from one GiB up, else whole MB on binary divisors: short enough for a badge.
+// What VoiceOver reads for a badge: "Safari: Memory 1.2 GB".
+std::string spokenLabel(std::string_view appName, std::string_view metricTitle, std::string_view text);
 std::string compactMemory(std::uint64_t bytes);
 
 }  // namespace DockLayout

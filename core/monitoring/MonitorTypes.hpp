@@ -32,7 +32,6 @@ struct MemoryPressure : kestrow::RawValueEnum<MemoryPressure> {
 
     // The kernel's level: below 2 normal, 2 or 3 warning, 4 and above critical.
     static MemoryPressure fromKernelLevel(std::int32_t level);
-    int rank() const { return static_cast<int>(value); }
 };
 
 struct ThermalLevel : kestrow::RawValueEnum<ThermalLevel> {

@@ -78,24 +78,8 @@ public:
 // The live reader of this platform; one shared instance, safe to call from any thread.
 ProcessReading& liveProcessReading();
 
-// The process-information calls the rest of the product uses, answered by the live reader.
+// The kernel's argument record, read the same way on every platform that has one.
 struct ProcessReader {
-    using Usage = ProcessUsage;
-    using BSDInfo = ProcessBSDInfo;
-
-    static std::vector<std::int32_t> allPIDs() { return liveProcessReading().allPIDs(); }
-    static std::optional<Usage> usage(std::int32_t pid) { return liveProcessReading().usage(pid); }
-    static std::optional<BSDInfo> bsdInfo(std::int32_t pid) { return liveProcessReading().bsdInfo(pid); }
-    static std::optional<std::string> executablePath(std::int32_t pid) {
-        return liveProcessReading().executablePath(pid);
-    }
-    static std::optional<std::vector<std::string>> arguments(std::int32_t pid) {
-        return liveProcessReading().arguments(pid);
-    }
-    static std::optional<std::string> currentDirectory(std::int32_t pid) {
-        return liveProcessReading().currentDirectory(pid);
-    }
-
     // Parses the kernel's argument record: a 32-bit argc, the executable path and its zero padding,
     // then the arguments, each ending at a zero byte or at the end of the data.
     static std::optional<std::vector<std::string>> parseProcArgs(std::string_view bytes);

@@ -79,7 +79,6 @@ struct GlanceRecord {
 
     // Not stopped, and dated no more than 2 s ahead of now nor more than ttl behind it.
     [[nodiscard]] bool isFresh(double now) const;
-    bool sameContent(const GlanceRecord& other) const { return *this == other; }
     bool operator==(const GlanceRecord&) const = default;
 };
 

@@ -81,7 +81,6 @@ public:
     SuiteStatusItem* statusItem() { return item_.get(); }
     SuiteFloatingPanel* floatingPanel() { return panel_.get(); }
     const GlobalHotKey* hotKey() const { return hotKey_.get(); }
-    bool isTornDown() const { return tornDown_; }
 
 private:
     void applyFloating();

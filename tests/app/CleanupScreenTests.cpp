@@ -208,6 +208,43 @@ TEST_F(CleanupScreenRig, AnEmptyHomeOffersNothingToClean) {
     EXPECT_FALSE(presenter.perform(CleanupCommand::include, "pip-cache-never-measured").accepted);
 }
 
+// The system's privacy protection cannot be had here (and the tests may run as root, whom
+// permissions do not stop): the refusal is scripted, the folders are real.
+TEST_F(CleanupScreenRig, AFolderTheSystemWouldNotOpenIsToldNotSilentlyFoundEmpty) {
+    fillHome();
+    writeFile(home + "/Downloads/Installer.dmg", "dmg");
+    fs::create_directories(home + "/Desktop");
+    CleanupStore store(loop, home);
+    std::vector<std::string> refuse{home + "/Downloads", home + "/Desktop"};
+    std::vector<std::string> asked;
+    store.folderRefusalProbe = [&](const std::string& path) {
+        asked.push_back(path);
+        return std::find(refuse.begin(), refuse.end(), path) != refuse.end();
+    };
+    CleanupPresenter presenter(store);
+    EXPECT_TRUE(presenter.screen().refusals.empty()) << "nothing is said before anything was looked at";
+    ASSERT_TRUE(presenter.perform(CleanupCommand::measure).accepted);
+    ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
+    EXPECT_EQ(asked, (std::vector<std::string>{home + "/Desktop", home + "/Documents", home + "/Downloads"}));
+    EXPECT_EQ(presenter.screen().refusals, (std::vector<std::string>{"Kestrow Brimlet could not look in Desktop",
+                                                                     "Kestrow Brimlet could not look in Downloads"}));
+
+    // Allowed meanwhile: the next run looks again and says nothing.
+    refuse.clear();
+    ASSERT_TRUE(presenter.perform(CleanupCommand::measure).accepted);
+    EXPECT_TRUE(presenter.screen().refusals.empty());
+    ASSERT_TRUE(waitFor(store, CleanupPhase::ready));
+}
+
+TEST(CleanupStoreFolders, OnlyAFolderThatIsThereAndCannotBeOpenedIsRefused) {
+    TempFolder temp;
+    fs::create_directories(temp / "Downloads");
+    writeFile(temp / "Documents", "a file where the folder would be");
+    EXPECT_FALSE(CleanupStore::isRefused(temp / "Downloads"));
+    EXPECT_FALSE(CleanupStore::isRefused(temp / "Documents"));
+    EXPECT_FALSE(CleanupStore::isRefused(temp / "Desktop"));  // not there
+}
+
 TEST_F(CleanupScreenRig, OnlyTrashBoundItemsLeaveNoModeToChoose) {
     fillHome();
     CleanupStore store(loop, home);

@@ -63,6 +63,37 @@ TEST(AppQuitter, FirstStandardisedMatchAndNeverItself) {
               (RunningApplication{12, "/Applications/Safari.app/"}));
 }
 
+// Safari runs from a Cryptex volume while its bundle URL names /Applications: a link stands in for
+// the volume here. The real paths agree; an application elsewhere still does not match.
+TEST(AppQuitter, AnApplicationRunningFromAnotherPathMatchesWhenTheRealPathsAgree) {
+    kestrow::testing::TempFolder home;
+    std::filesystem::create_directories(home / "Cryptex/Safari.app/Contents");
+    std::filesystem::create_directories(home / "Applications");
+    std::filesystem::create_directories(home / "Elsewhere/Safari.app");
+    std::filesystem::create_directory_symlink(home / "Cryptex/Safari.app", home / "Applications/Safari.app");
+    const std::vector<RunningApplication> running{
+        {20, home / "Elsewhere/Safari.app"},
+        {21, home / "Cryptex/Safari.app"},
+    };
+    struct Case {
+        const char* what;
+        std::string bundlePath;
+        std::optional<std::int32_t> target;
+    };
+    const Case cases[] = {
+        {"group under the link, application at the real path", home / "Applications/Safari.app", 21},
+        {"group at the real path", home / "Cryptex/./Safari.app", 21},
+        {"real paths differ", home / "Other/Safari.app", std::nullopt},
+    };
+    for (const Case& c : cases) {
+        const auto target = AppQuitter::quitTarget(bundleGroup(c.bundlePath), running, 1);
+        EXPECT_EQ(target ? std::optional(target->processIdentifier) : std::nullopt, c.target) << c.what;
+    }
+    // And the other way round: the running side names the link.
+    const std::vector<RunningApplication> linked{{30, home / "Applications/Safari.app/"}};
+    EXPECT_EQ(AppQuitter::quitTarget(bundleGroup(home / "Cryptex/Safari.app"), linked, 1)->processIdentifier, 30);
+}
+
 TEST(AppQuitter, RowTexts) {
     EXPECT_FALSE(AppQuitter::canQuit(bundleGroup(std::nullopt)));
     EXPECT_TRUE(AppQuitter::canQuit(bundleGroup("/Applications/Safari.app")));
@@ -87,6 +118,14 @@ TEST(LaunchRole, OnlyABackgroundOnlyLaunchTakesTheMenuBarRole) {
         {Policy::regular, std::nullopt},          // never demoted from the Dock
     };
     for (const Case& c : cases) EXPECT_EQ(LaunchRole::switchTo(c.current), c.switchTo) << static_cast<int>(c.current);
+    // Before the run loop: the bare executable (no LSUIElement) starts as a menu-bar app too; a
+    // background-only launch waits for the switch above.
+    const Case beforeRun[] = {
+        {Policy::regular, Policy::accessory},
+        {Policy::accessory, std::nullopt},
+        {Policy::prohibited, std::nullopt},
+    };
+    for (const Case& c : beforeRun) EXPECT_EQ(LaunchRole::beforeRun(c.current), c.switchTo) << static_cast<int>(c.current);
     EXPECT_EQ(LaunchRole::backgroundLaunchMessage,
               "Launched background-only (an intent): switched to the menu bar app role");
     EXPECT_EQ(LaunchRole::logCategory, "launch");

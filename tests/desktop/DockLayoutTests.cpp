@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 
 #include "core/desktop/DockLayout.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {
@@ -42,6 +44,11 @@ TEST(DockLayout, NormalizedPathsAndFrames) {
     EXPECT_EQ(DockLayout::cocoaFrame(Rect{40, 60, -30, -40}, 900), (Rect{10, 840, 30, 40}));
     // A secondary screen above the primary one has negative Accessibility y.
     EXPECT_EQ(DockLayout::cocoaFrame(Rect{5, -500, 60, 64}, 900), (Rect{5, 1336, 60, 64}));
+}
+
+TEST(DockLayout, SpokenLabelNamesTheAppTheMetricAndTheFigure) {
+    EXPECT_EQ(DockLayout::spokenLabel("Safari", "Memory", "1.2 GB"), "Safari: Memory 1.2 GB");
+    EXPECT_EQ(DockLayout::spokenLabel("Xcode", "CPU", "85%"), "Xcode: CPU 85%");
 }
 
 TEST(DockLayout, CompactMemoryTexts) {
@@ -107,6 +114,23 @@ TEST(DockLayout, SharedBundlePathKeepsTheLargerGroupAndCommandLineGroupsNeverMat
     ASSERT_EQ(badges.size(), 1u);
     EXPECT_EQ(badges[0].id, "/Applications/Twin.app/");
     EXPECT_EQ(badges[0].text, "858 MB");
+}
+
+// A tile that names a link to where the application really runs from (Safari's Cryptex volume)
+// gets the badge of the group found at the real path; a tile whose real path is another gets none.
+TEST(DockLayout, ATileMatchesTheGroupWhoseRealPathAgrees) {
+    kestrow::testing::TempFolder root;
+    std::filesystem::create_directories(root / "Cryptex/Safari.app");
+    std::filesystem::create_directories(root / "Applications");
+    std::filesystem::create_directories(root / "Other.app");
+    std::filesystem::create_directory_symlink(root / "Cryptex/Safari.app", root / "Applications/Safari.app");
+    const std::vector<AppGroup> apps{app(root / "Cryptex/Safari.app", 900'000'000)};
+    const std::vector<DockItem> items{icon(root / "Applications/Safari.app", 0), icon(root / "Other.app", 60),
+                                      icon(root / "Missing.app", 120)};
+    const auto badges = DockLayout::badges(items, apps, DockBadgeMetric::memory, DockBadgeSettings(), screenHeight);
+    ASSERT_EQ(badges.size(), 1u);
+    EXPECT_EQ(badges[0].id, root / "Cryptex/Safari.app");
+    EXPECT_EQ(badges[0].iconFrame.x, 0);
 }
 
 TEST(DockLayoutDeathTest, QuadrupledThresholdOverflowIsFatalOnlyWhenReached) {

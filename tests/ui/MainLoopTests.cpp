@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -194,6 +195,45 @@ TEST_F(SystemMainLoop, ReportsWritesInAWatchedFolderUntilCancelled) {
     auto done = loop->after(0.2, [&] { loop->stop(); });
     loop->run();
     EXPECT_EQ(changes, before);
+}
+
+// A terminal's keys and a signal handler's pipe come through the loop like everything else: the
+// task runs on the loop's thread while there is something to read, and never after its token went.
+TEST_F(SystemMainLoop, ReportsADescriptorWithSomethingToReadUntilCancelled) {
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    std::string received;
+    auto watch = loop->watchReadable(ends[0], [&] {
+        char bytes[16];
+        const ssize_t n = ::read(ends[0], bytes, sizeof bytes);
+        if (n > 0) received.append(bytes, static_cast<std::size_t>(n));
+        if (received == "keys") loop->stop();
+    });
+    std::thread writer([&] { ASSERT_EQ(::write(ends[1], "keys", 4), 4); });
+    loop->run();
+    writer.join();
+    EXPECT_FALSE(timedOut);
+    EXPECT_EQ(received, "keys");
+
+    watch.cancel();
+    ASSERT_EQ(::write(ends[1], "more", 4), 4);
+    auto done = loop->after(0.2, [&] { loop->stop(); });
+    loop->run();
+    EXPECT_EQ(received, "keys");
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST(ManualMainLoop, ADescriptorIsReadableWhenTheTestSaysSo) {
+    ManualMainLoop loop;
+    int calls = 0;
+    auto watch = loop.watchReadable(7, [&] { ++calls; });
+    EXPECT_FALSE(loop.descriptorReadable(8));
+    EXPECT_TRUE(loop.descriptorReadable(7));
+    EXPECT_EQ(calls, 1);
+    watch.cancel();
+    EXPECT_FALSE(loop.descriptorReadable(7));
+    EXPECT_EQ(calls, 1);
 }
 
 TEST_F(SystemMainLoop, AWatcherDoesNotHearOfTheEntriesItIgnores) {

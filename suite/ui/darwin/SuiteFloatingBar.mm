@@ -19,16 +19,20 @@ constexpr double idleAlpha = 0.85;
 
 NSImage* roundedMask() { return kestrow::suite::mac::roundedMask(cornerRadius); }
 
-NSButton* makeIconButton(std::string_view symbol, std::string_view label, KestrowSuiteActionTarget* target) {
-    using namespace kestrow::suite;
-    NSButton* button = [NSButton buttonWithImage:mac::symbolImage(symbol, label, NSFont.smallSystemFontSize)
+NSButton* makeIconButton(KestrowSuiteActionTarget* target) {
+    NSButton* button = [NSButton buttonWithImage:[[NSImage alloc] initWithSize:NSMakeSize(12, 12)]
                                           target:target
                                           action:@selector(perform:)];
     button.bordered = NO;
     button.contentTintColor = NSColor.secondaryLabelColor;
-    [button setAccessibilityLabel:mac::toNSString(label)];
-    button.toolTip = mac::toNSString(label);
     return button;
+}
+
+void applyControl(NSButton* button, const kestrow::suite::SuiteControl& control) {
+    using namespace kestrow::suite;
+    button.image = mac::symbolImage(control.symbol, control.accessibilityLabel, NSFont.smallSystemFontSize);
+    [button setAccessibilityLabel:mac::toNSString(control.accessibilityLabel)];
+    button.toolTip = mac::toNSString(control.title);
 }
 
 kestrow::suite::Size toSize(NSSize size) {
@@ -55,10 +59,11 @@ kestrow::suite::Size toSize(NSSize size) {
     NSStackView* _detailed;
     NSStackView* _controls;
     NSButton* _expandButton;
+    NSButton* _hideButton;
     KestrowSuiteActionTarget* _expandTarget;
     KestrowSuiteActionTarget* _hideTarget;
     NSTrackingArea* _tracking;
-    std::vector<kestrow::suite::SuiteRowLine> _lines;  // what the bar shows now
+    kestrow::suite::SuiteBarScreen _screen;  // what the bar shows now
 }
 
 - (instancetype)initWithHost:(kestrow::suite::SuiteHost*)host {
@@ -70,14 +75,13 @@ kestrow::suite::Size toSize(NSSize size) {
     self.state = NSVisualEffectStateActive;  // the bar's window is never key, yet should not look dimmed
     self.maskImage = roundedMask();
     [self setAccessibilityRole:NSAccessibilityGroupRole];
-    [self setAccessibilityLabel:mac::toNSString(SuiteFormat::itemLabel)];
 
     _expandTarget = [[KestrowSuiteActionTarget alloc]
         initWithAction:[host](id) { host->setFloatingExpanded(!host->floatingExpanded()); }];
     _hideTarget = [[KestrowSuiteActionTarget alloc] initWithAction:[host](id) { host->setFloatingVisible(false); }];
-    _expandButton = makeIconButton("chevron.down", SuiteFormat::expandBarLabel, _expandTarget);
-    NSButton* hide = makeIconButton("xmark", SuiteFormat::hideBarLabel, _hideTarget);
-    _controls = [NSStackView stackViewWithViews:@[ _expandButton, hide ]];
+    _expandButton = makeIconButton(_expandTarget);
+    _hideButton = makeIconButton(_hideTarget);
+    _controls = [NSStackView stackViewWithViews:@[ _expandButton, _hideButton ]];
     _controls.orientation = NSUserInterfaceLayoutOrientationVertical;
     _controls.spacing = 4;
     _controls.translatesAutoresizingMaskIntoConstraints = NO;
@@ -100,33 +104,30 @@ kestrow::suite::Size toSize(NSSize size) {
     body.orientation = NSUserInterfaceLayoutOrientationVertical;
     body.alignment = NSLayoutAttributeLeading;
     body.spacing = expanded ? 4 : 0;
-    const NumberLocale locale = mac::currentNumberLocale();
     const CGFloat size = NSFont.smallSystemFontSize;
-    const std::vector<SuiteRow>& rows = _host->participant().rows();
-    for (std::size_t i = 0; i < rows.size() && i < _lines.size(); ++i) {
-        const SuiteRowLine& line = _lines[i];
-        KestrowSuiteRowView* view = [[KestrowSuiteRowView alloc] initWithLine:line
-                                                                      compact:YES
-                                                                       action:[line] { mac::openMember(line); }];
+    for (const SuiteMemberRow& member : _screen.members) {
+        const SuiteRowLine line = member.line;
+        KestrowSuiteRowView* view = [[KestrowSuiteRowView alloc] initWithMember:member
+                                                                        compact:YES
+                                                                         action:[line] { mac::openMember(line); }];
         view.dragsWindow = YES;
         [body addArrangedSubview:view];
-        const GlanceRecord* record = rows[i].record();
-        if (!expanded || !record) continue;
+        if (!expanded) continue;
         // Every value on its own line under the member: label on the left, figure on the right.
-        for (const GlanceMetric& metric : record->metrics) {
-            NSTextField* label = mac::makeLabel(mac::toNSString(metric.label), [NSFont systemFontOfSize:size],
+        for (const SuiteValueLine& value : member.values) {
+            NSTextField* label = mac::makeLabel(mac::toNSString(value.label), [NSFont systemFontOfSize:size],
                                                 NSColor.secondaryLabelColor);
-            NSTextField* value =
-                mac::makeLabel(mac::toNSString(SuiteFormat::text(metric, locale)),
+            NSTextField* figure =
+                mac::makeLabel(mac::toNSString(value.value),
                                [NSFont monospacedDigitSystemFontOfSize:size weight:NSFontWeightMedium],
-                               metric.level == GlanceLevel::ok ? NSColor.labelColor : mac::levelTint(metric.level, true));
-            NSStackView* metricLine = [NSStackView stackViewWithViews:@[ label, mac::makeSpacer(), value ]];
+                               value.level == GlanceLevel::ok ? NSColor.labelColor : mac::levelTint(value.level, true));
+            NSStackView* metricLine = [NSStackView stackViewWithViews:@[ label, mac::makeSpacer(), figure ]];
             metricLine.orientation = NSUserInterfaceLayoutOrientationHorizontal;
             metricLine.edgeInsets = NSEdgeInsetsMake(0, 24, 0, 4);  // under the name, past the glyph
-            for (NSView* part in @[ label, value ]) [part setAccessibilityElement:NO];
+            for (NSView* part in @[ label, figure ]) [part setAccessibilityElement:NO];
             [metricLine setAccessibilityElement:YES];
             [metricLine setAccessibilityRole:NSAccessibilityStaticTextRole];
-            [metricLine setAccessibilityLabel:mac::toNSString(metric.label + " " + SuiteFormat::text(metric, locale))];
+            [metricLine setAccessibilityLabel:mac::toNSString(value.accessibilityLabel)];
             [body addArrangedSubview:metricLine];
         }
     }
@@ -135,11 +136,13 @@ kestrow::suite::Size toSize(NSSize size) {
 }
 
 - (BOOL)reload {
-    std::vector<kestrow::suite::SuiteRowLine> lines = kestrow::suite::mac::currentLines(*_host);
+    kestrow::suite::SuiteBarScreen screen = kestrow::suite::mac::barScreen(*_host);
+    [self setAccessibilityLabel:kestrow::suite::mac::toNSString(screen.accessibilityLabel)];
+    applyControl(_hideButton, screen.hide);
     // Records are renewed every few seconds with the same figures: keep the views, the pointer's
     // highlight and a click in progress unless a line reads differently.
-    if (_body != nil && lines == _lines) return NO;
-    _lines = std::move(lines);
+    if (_body != nil && screen.members == _screen.members) return NO;
+    _screen = std::move(screen);
     _compact = [self bodyExpanded:NO];
     _detailed = [self bodyExpanded:YES];
     [self showBody];
@@ -162,11 +165,8 @@ kestrow::suite::Size toSize(NSSize size) {
         [_body.topAnchor constraintEqualToAnchor:self.topAnchor constant:padding],
         [_body.trailingAnchor constraintEqualToAnchor:_controls.leadingAnchor constant:-padding],
     ]];
-    const std::string_view symbol = _expanded ? "chevron.up" : "chevron.down";
-    const std::string_view label = _expanded ? SuiteFormat::collapseBarLabel : SuiteFormat::expandBarLabel;
-    _expandButton.image = mac::symbolImage(symbol, label, NSFont.smallSystemFontSize);
-    [_expandButton setAccessibilityLabel:mac::toNSString(label)];
-    _expandButton.toolTip = mac::toNSString(label);
+    // The expand control as the bar is drawn now, which may be ahead of the shared settings.
+    applyControl(_expandButton, SuiteScreens::bar({}, _expanded, NumberLocale{}).expand);
 }
 
 - (kestrow::suite::Size)sizeExpanded:(BOOL)expanded {

@@ -1,4 +1,5 @@
-// The popover under the shared menu bar item: one line per member, and the floating bar's switch.
+// The popover under the shared menu bar item, drawn from SuiteScreens::popover: one line per
+// member, and the floating bar's switch.
 // Compiled with ARC.
 #include "SuiteViews.hpp"
 
@@ -16,11 +17,12 @@ constexpr CGFloat minimumWidth = 280;
 @implementation KestrowSuitePopoverController {
     kestrow::suite::SuiteHost* _host;
     std::function<void()> _dismiss;
+    NSTextField* _title;
     NSStackView* _rows;
     NSButton* _barSwitch;
     NSTextField* _shortcut;
     KestrowSuiteActionTarget* _switchTarget;
-    std::vector<kestrow::suite::SuiteRowLine> _lines;  // what the rows show now
+    std::vector<kestrow::suite::SuiteMemberRow> _members;  // what the rows show now
 }
 
 - (instancetype)initWithHost:(kestrow::suite::SuiteHost*)host dismiss:(std::function<void()>)dismiss {
@@ -33,16 +35,14 @@ constexpr CGFloat minimumWidth = 280;
 
 - (void)loadView {
     using namespace kestrow::suite;
-    NSTextField* title = mac::makeLabel(mac::toNSString(SuiteFormat::itemLabel),
-                                        [NSFont systemFontOfSize:NSFont.systemFontSize weight:NSFontWeightSemibold],
-                                        NSColor.labelColor);
-    [title setAccessibilityRole:NSAccessibilityStaticTextRole];
+    _title = mac::makeLabel(@"", [NSFont systemFontOfSize:NSFont.systemFontSize weight:NSFontWeightSemibold],
+                            NSColor.labelColor);
+    [_title setAccessibilityRole:NSAccessibilityStaticTextRole];
 
     _rows = [[NSStackView alloc] initWithFrame:NSZeroRect];
     _rows.orientation = NSUserInterfaceLayoutOrientationVertical;
     _rows.alignment = NSLayoutAttributeLeading;
     _rows.spacing = 0;
-    [_rows setAccessibilityLabel:@"Suite members"];
 
     NSBox* separator = [[NSBox alloc] initWithFrame:NSZeroRect];
     separator.boxType = NSBoxSeparator;
@@ -51,17 +51,14 @@ constexpr CGFloat minimumWidth = 280;
     _switchTarget = [[KestrowSuiteActionTarget alloc] initWithAction:[host](id sender) {
         host->setFloatingVisible(((NSButton*)sender).state == NSControlStateValueOn);
     }];
-    _barSwitch = [NSButton checkboxWithTitle:mac::toNSString(SuiteFormat::showBarTitle)
-                                      target:_switchTarget
-                                      action:@selector(perform:)];
+    _barSwitch = [NSButton checkboxWithTitle:@"" target:_switchTarget action:@selector(perform:)];
     // The shortcut as a menu shows it: right-aligned and quiet.
-    _shortcut = mac::makeLabel(mac::toNSString(GlobalHotKey::displayName), [NSFont menuFontOfSize:0],
-                               NSColor.tertiaryLabelColor);
+    _shortcut = mac::makeLabel(@"", [NSFont menuFontOfSize:0], NSColor.tertiaryLabelColor);
     [_shortcut setAccessibilityElement:NO];  // the switch's label already names it
     NSStackView* footer = [NSStackView stackViewWithViews:@[ _barSwitch, mac::makeSpacer(), _shortcut ]];
     footer.orientation = NSUserInterfaceLayoutOrientationHorizontal;
 
-    NSStackView* content = [NSStackView stackViewWithViews:@[ title, _rows, separator, footer ]];
+    NSStackView* content = [NSStackView stackViewWithViews:@[ _title, _rows, separator, footer ]];
     content.orientation = NSUserInterfaceLayoutOrientationVertical;
     content.alignment = NSLayoutAttributeLeading;
     content.spacing = 8;
@@ -79,35 +76,39 @@ constexpr CGFloat minimumWidth = 280;
 - (void)reload {
     using namespace kestrow::suite;
     if (!self.viewLoaded) return;  // loadView lists them
-    std::vector<SuiteRowLine> lines = mac::currentLines(*_host);
+    SuitePopoverScreen screen = mac::popoverScreen(*_host);
+    _title.stringValue = mac::toNSString(screen.title);
+    [_rows setAccessibilityLabel:mac::toNSString(screen.membersLabel)];
     // Records are renewed every few seconds with the same figures: keep the views (and a click in
     // progress) unless a line reads differently.
-    if (lines != _lines || _rows.arrangedSubviews.count == 0) [self showLines:std::move(lines)];
+    if (screen.members != _members || _rows.arrangedSubviews.count == 0) [self showMembers:std::move(screen.members)];
 
-    const bool registered = _host->hotKeyRegistered();
-    _barSwitch.state = _host->floatingVisible() ? NSControlStateValueOn : NSControlStateValueOff;
-    NSString* label = mac::toNSString(SuiteFormat::showBarLabel(registered));
+    _barSwitch.title = mac::toNSString(screen.floatingBar.title);
+    _barSwitch.state = screen.floatingBar.on ? NSControlStateValueOn : NSControlStateValueOff;
+    NSString* label = mac::toNSString(screen.floatingBar.accessibilityLabel);
     [_barSwitch setAccessibilityLabel:label];
     _barSwitch.toolTip = label;
-    _shortcut.hidden = !registered;
+    _shortcut.stringValue = mac::toNSString(screen.shortcut);
+    _shortcut.hidden = screen.shortcut.empty();
     self.preferredContentSize = self.view.fittingSize;
 }
 
-- (void)showLines:(std::vector<kestrow::suite::SuiteRowLine>)lines {
+- (void)showMembers:(std::vector<kestrow::suite::SuiteMemberRow>)members {
     using namespace kestrow::suite;
     for (NSView* old in _rows.arrangedSubviews) {
         [_rows removeArrangedSubview:old];
         [old removeFromSuperview];
     }
-    _lines = std::move(lines);
-    for (const SuiteRowLine& line : _lines) {
+    _members = std::move(members);
+    for (const SuiteMemberRow& member : _members) {
         std::function<void()> dismiss = _dismiss;
-        KestrowSuiteRowView* view = [[KestrowSuiteRowView alloc] initWithLine:line
-                                                                      compact:NO
-                                                                       action:[line, dismiss] {
-                                                                           mac::openMember(line);
-                                                                           if (dismiss) dismiss();
-                                                                       }];
+        const SuiteRowLine line = member.line;
+        KestrowSuiteRowView* view = [[KestrowSuiteRowView alloc] initWithMember:member
+                                                                        compact:NO
+                                                                         action:[line, dismiss] {
+                                                                             mac::openMember(line);
+                                                                             if (dismiss) dismiss();
+                                                                         }];
         [_rows addArrangedSubview:view];
         [view.widthAnchor constraintEqualToAnchor:_rows.widthAnchor].active = YES;
     }

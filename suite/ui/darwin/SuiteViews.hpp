@@ -10,10 +10,12 @@
 #include <string_view>
 #include <vector>
 
+#include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "suite/ui/GlobalHotKey.hpp"
 #include "suite/ui/SuiteFormat.hpp"
 #include "suite/ui/SuiteHost.hpp"
+#include "suite/ui/SuiteScreens.hpp"
 
 // Calls a C++ function when a control fires; controls keep their targets weakly, so the owner holds it.
 @interface KestrowSuiteActionTarget : NSObject
@@ -26,9 +28,9 @@
 @interface KestrowSuiteRowView : NSView
 // A drag that starts on the line moves its window instead (the floating bar is all lines).
 @property BOOL dragsWindow;
-- (instancetype)initWithLine:(const kestrow::suite::SuiteRowLine&)line
-                     compact:(BOOL)compact
-                      action:(std::function<void()>)action;
+- (instancetype)initWithMember:(const kestrow::suite::SuiteMemberRow&)member
+                       compact:(BOOL)compact
+                        action:(std::function<void()>)action;
 @end
 
 // The shared item's popover: the suite's members, and the switch that shows the floating bar.
@@ -52,8 +54,7 @@ NSImage* symbolImage(std::string_view name, std::string_view description, CGFloa
 // The system colour for a level (ok green, notice orange, alert red), grey for a member not running.
 NSColor* levelTint(GlanceLevel level, bool running);
 
-// A label that never wraps or edits, in the given font and colour.
-NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour);
+using kestrow::mac::makeLabel;
 
 // A flexible gap that pushes what follows it to the far edge of a horizontal stack.
 NSView* makeSpacer();
@@ -62,8 +63,9 @@ NSView* makeSpacer();
 // visible, even while the application is not active; returns the new one to keep.
 NSTrackingArea* trackHover(NSView* view, NSTrackingArea* old);
 
-// The host's rows as the lines the views show, in the user's current locale.
-std::vector<SuiteRowLine> currentLines(SuiteHost& host);
+// The host's screens as their presenter describes them now, in the user's current locale.
+SuitePopoverScreen popoverScreen(SuiteHost& host);
+SuiteBarScreen barScreen(SuiteHost& host);
 
 // Another member's window comes forward through its open request; a member that is not running is
 // launched from wherever Launch Services finds it.

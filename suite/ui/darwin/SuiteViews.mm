@@ -33,11 +33,12 @@
     NSTrackingArea* _tracking;
 }
 
-- (instancetype)initWithLine:(const kestrow::suite::SuiteRowLine&)line
-                     compact:(BOOL)compact
-                      action:(std::function<void()>)action {
+- (instancetype)initWithMember:(const kestrow::suite::SuiteMemberRow&)member
+                       compact:(BOOL)compact
+                        action:(std::function<void()>)action {
     using namespace kestrow::suite;
     if (!(self = [super initWithFrame:NSZeroRect])) return nil;
+    const SuiteRowLine& line = member.line;
     _action = std::move(action);
 
     const CGFloat size = compact ? NSFont.smallSystemFontSize : NSFont.systemFontSize;
@@ -77,7 +78,7 @@
     [self setAccessibilityElement:YES];
     [self setAccessibilityRole:NSAccessibilityButtonRole];
     [self setAccessibilityLabel:mac::toNSString(line.accessibilityLabel)];
-    self.toolTip = mac::toNSString(line.app.displayName());
+    self.toolTip = mac::toNSString(member.help);
     return self;
 }
 
@@ -213,14 +214,6 @@ NSColor* levelTint(GlanceLevel level, bool running) {
     return NSColor.systemGreenColor;
 }
 
-NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
-    NSTextField* label = [NSTextField labelWithString:text];
-    label.font = font;
-    label.textColor = colour;
-    label.lineBreakMode = NSLineBreakByTruncatingTail;
-    label.maximumNumberOfLines = 1;
-    return label;
-}
 
 NSView* makeSpacer() {
     NSView* spacer = [[NSView alloc] initWithFrame:NSZeroRect];
@@ -239,11 +232,13 @@ NSTrackingArea* trackHover(NSView* view, NSTrackingArea* old) {
     return area;
 }
 
-std::vector<SuiteRowLine> currentLines(SuiteHost& host) {
-    const NumberLocale locale = currentNumberLocale();
-    std::vector<SuiteRowLine> lines;
-    for (const SuiteRow& row : host.participant().rows()) lines.push_back(SuiteFormat::rowLine(row, locale));
-    return lines;
+SuitePopoverScreen popoverScreen(SuiteHost& host) {
+    return SuiteScreens::popover(host.participant().rows(), host.floatingVisible(), host.hotKeyRegistered(),
+                                 currentNumberLocale());
+}
+
+SuiteBarScreen barScreen(SuiteHost& host) {
+    return SuiteScreens::bar(host.participant().rows(), host.floatingExpanded(), currentNumberLocale());
 }
 
 void openMember(const SuiteRowLine& line) {

@@ -2,6 +2,7 @@
 // under the same name, so the status bar keeps one position for it whichever member hosts.
 // Compiled with ARC.
 #include "SuiteViews.hpp"
+#include "base/darwin/Activation.hpp"
 
 #include "base/Log.hpp"
 #include "base/UserDefaults.hpp"
@@ -57,7 +58,9 @@ public:
 
     void withdraw() override {
         if (item_ == nil) return;
-        closePopover();
+        // At once, without the closing animation: the popover and its content go with the item,
+        // and its controls hold the host, which may be going too.
+        if (popover_.shown) [popover_ close];
         [NSStatusBar.systemStatusBar removeStatusItem:item_];
         item_ = nil;
     }
@@ -72,7 +75,7 @@ private:
         [controller_ reload];
         // An accessory application must come forward for the popover to take keys and to close
         // when the user clicks elsewhere.
-        [NSApp activateIgnoringOtherApps:YES];
+        kestrow::mac::activateApplication();
         [popover_ showRelativeToRect:button.bounds ofView:button preferredEdge:NSRectEdgeMinY];
     }
 
