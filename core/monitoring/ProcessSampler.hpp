@@ -48,6 +48,7 @@ private:
     };
 
     void resolveIdentity(ProcessSample& sample, const ProcessBSDInfo& info);
+    void arrange();
 
     ProcessReading& reader_;
     MachClock clock_;
@@ -55,7 +56,8 @@ private:
     std::optional<std::uint64_t> previousTime_;
     std::uint64_t sweep_ = 0;
     Result result_;
-    std::vector<ProcessSample> previousSamples_;  // last sweep's samples, moved from into the next
+    std::vector<std::size_t> order_;           // this sweep's samples, as slots of result_.processes
+    std::vector<std::size_t> where_, holder_;  // reused by arrange()
 };
 
 }  // namespace brimlet

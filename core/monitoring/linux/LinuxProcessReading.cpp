@@ -122,7 +122,6 @@ LinuxProcessReading::Held LinuxProcessReading::openFiles(std::int32_t pid) const
     if (!files.folder.valid()) return files;
     files.stat = linuxfs::Descriptor(openRelative(files.folder.get(), "stat", O_RDONLY));
     files.status = linuxfs::Descriptor(openRelative(files.folder.get(), "status", O_RDONLY));
-    files.statm = linuxfs::Descriptor(openRelative(files.folder.get(), "statm", O_RDONLY));
     files.io = linuxfs::Descriptor(openRelative(files.folder.get(), "io", O_RDONLY));
     return files;
 }
@@ -204,7 +203,9 @@ ProcessReading::Record LinuxProcessReading::read(std::int32_t pid) {
     Held files = openFiles(pid);
     auto record = readFiles(files);
     if (!record) return {};
-    if (heldFiles_ + files.count() <= heldFileLimit_) {
+    // statm serves only later sweeps: a process read once and let go never needs it.
+    if (heldFiles_ + files.count() + 1 <= heldFileLimit_) {
+        files.statm = linuxfs::Descriptor(openRelative(files.folder.get(), "statm", O_RDONLY));
         files.sweep = sweep_;
         heldFiles_ += files.count();
         held_.emplace(pid, std::move(files));
