@@ -63,7 +63,7 @@ const ProcessSampler::Result& ProcessSampler::sample() {
             entry.before = entry.counters;
             entry.hasBefore = entry.sweep + 1 == sweep_;
         }
-        order_.push_back(entry.slot);
+        order_.push_back(Placement{entry.slot, &entry});
         entry.counters = counters;
         entry.sweep = sweep_;
 
@@ -108,7 +108,7 @@ void ProcessSampler::arrange() {
     holder_.resize(count);
     for (std::size_t i = 0; i < count; ++i) where_[i] = holder_[i] = i;
     for (std::size_t i = 0; i < order_.size(); ++i) {
-        const std::size_t from = order_[i], at = where_[from];
+        const std::size_t from = order_[i].from, at = where_[from];
         if (at == i) continue;
         std::swap(samples[i], samples[at]);
         const std::size_t displaced = holder_[i];
@@ -119,7 +119,7 @@ void ProcessSampler::arrange() {
     }
     samples.resize(order_.size());
     // The later of two listings of one process is the one its entry follows.
-    for (std::size_t i = 0; i < samples.size(); ++i) entries_.find(samples[i].key)->second.slot = i;
+    for (std::size_t i = 0; i < order_.size(); ++i) order_[i].entry->slot = i;
     // A sweep with far fewer processes than the last gives its room back.
     if (samples.capacity() > 2 * samples.size() + 64) samples.shrink_to_fit();
 }
