@@ -1,10 +1,17 @@
-// Takes snapshots back to back on a warmed engine and prints what one costs, beside the cost of one
-// `ps -e -o pid,ppid,rss,time,args` run on the same machine.
+// Takes snapshots on a warmed engine and prints what one costs, beside the cost of one
+// `ps -e -o pid,ppid,rss,time,args` run and the floor of re-reading already-open /proc/PID/stat files
+// for the same processes, all on the same machine in the same run.
 //
-//   build/release/bench/snapshot_bench [--spawn N] [snapshots]
+//   build/release/bench/snapshot_bench [--spawn N] [--pace SECONDS] [snapshots]
 //
 // --spawn N starts N idle child processes first, so that the sweep is measured on a busy machine's
 // process count; every one of them is reaped before the figures are printed.
+// --pace SECONDS waits that long between snapshots, as the application does (2 s while live), so
+// that caches go cold between samples as they do in use; by default they are taken back to back.
+//
+// Besides the engine's figures it prints where one snapshot's CPU time goes (the process sweep, the
+// system figures, grouping), each measured on this thread's CPU clock with the samplers called
+// directly, and the floor: one pread of each process's held-open stat file.
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -12,7 +19,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
+#include <thread>
+#include <time.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +30,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/monitoring/AppGrouper.hpp"
 #include "core/monitoring/MonitorEngine.hpp"
 
 extern char** environ;
@@ -36,6 +47,50 @@ double selfCPU() {
     ::getrusage(RUSAGE_SELF, &usage);
     return cpuSeconds(usage);
 }
+
+double threadCPU() {
+    timespec ts{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+}
+
+double mean(const std::vector<double>& values) {
+    double total = 0;
+    for (double v : values) total += v;
+    return values.empty() ? 0 : total / static_cast<double>(values.size());
+}
+
+// The floor of a sweep: every process's stat file opened once and then only read again from its
+// start, with nothing parsed. What a sweep costs above this is the price of its figures.
+class HeldStatFiles {
+public:
+    HeldStatFiles() {
+        for (const std::int32_t pid : brimlet::liveProcessReading().allPIDs()) {
+            char path[32] = "/proc/";
+            char* end = std::to_chars(path + 6, path + 20, pid).ptr;
+            std::memcpy(end, "/stat", 6);
+            const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+            if (fd >= 0) fds_.push_back(fd);
+        }
+    }
+    HeldStatFiles(const HeldStatFiles&) = delete;
+    HeldStatFiles& operator=(const HeldStatFiles&) = delete;
+    ~HeldStatFiles() {
+        for (const int fd : fds_) ::close(fd);
+    }
+    std::size_t size() const { return fds_.size(); }
+    // One pass: returns how many files answered.
+    std::size_t sweep() {
+        std::size_t answered = 0;
+        for (const int fd : fds_)
+            if (::pread(fd, buffer_, sizeof buffer_, 0) > 0) ++answered;
+        return answered;
+    }
+
+private:
+    std::vector<int> fds_;
+    char buffer_[4096];
+};
 
 struct Figures {
     double median = 0, max = 0;
@@ -122,12 +177,14 @@ private:
 int main(int argc, char** argv) {
     int rounds = 50;
     int spawn = 0;
+    double pace = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string_view arg(argv[i]);
         if (arg == "--spawn" && i + 1 < argc) spawn = std::max(0, std::atoi(argv[++i]));
+        else if (arg == "--pace" && i + 1 < argc) pace = std::max(0.0, std::atof(argv[++i]));
         else if (!arg.empty() && arg.front() != '-') rounds = std::max(3, std::atoi(argv[i]));
         else {
-            std::fprintf(stderr, "usage: snapshot_bench [--spawn N] [snapshots]\n");
+            std::fprintf(stderr, "usage: snapshot_bench [--spawn N] [--pace SECONDS] [snapshots]\n");
             return 2;
         }
     }
@@ -139,8 +196,12 @@ int main(int argc, char** argv) {
     engine.snapshot().get();  // warm: identities cached, counters primed
     engine.snapshot().get();
 
+    const auto rest = [pace] {
+        if (pace > 0) std::this_thread::sleep_for(std::chrono::duration<double>(pace));
+    };
     std::vector<double> cpu, wall, processes;
     for (int i = 0; i < rounds; ++i) {
+        rest();
         const double cpuBefore = selfCPU();
         const auto start = std::chrono::steady_clock::now();
         const brimlet::MonitorSnapshot snap = engine.snapshot().get();
@@ -150,6 +211,42 @@ int main(int argc, char** argv) {
     }
     rusage self{};
     ::getrusage(RUSAGE_SELF, &self);
+
+    // The same steps called on this thread, each on this thread's CPU clock.
+    std::vector<double> sweepCPU, systemCPU, groupCPU;
+    {
+        brimlet::ProcessSampler processSampler;
+        brimlet::SystemSampler systemSampler;
+        processSampler.sample();
+        systemSampler.sample();
+        for (int i = 0; i < rounds; ++i) {
+            rest();
+            const double t0 = threadCPU();
+            const brimlet::ProcessSampler::Result& sampled = processSampler.sample();
+            const double t1 = threadCPU();
+            const brimlet::SystemStats stats = systemSampler.sample();
+            const double t2 = threadCPU();
+            const auto apps = brimlet::AppGrouper::group(sampled.processes);
+            const double t3 = threadCPU();
+            sweepCPU.push_back(t1 - t0);
+            systemCPU.push_back(t2 - t1);
+            groupCPU.push_back(t3 - t2);
+            (void)stats;
+            (void)apps;
+        }
+    }
+    std::vector<double> floorCPU;
+    std::size_t floorFiles = 0;
+    {
+        HeldStatFiles held;
+        held.sweep();
+        for (int i = 0; i < rounds; ++i) {
+            rest();
+            const double t0 = threadCPU();
+            floorFiles = held.sweep();
+            floorCPU.push_back(threadCPU() - t0);
+        }
+    }
 
     std::vector<double> psCPU, psWall;
     for (int i = 0; i < std::min(rounds, 20); ++i) {
@@ -177,6 +274,13 @@ int main(int argc, char** argv) {
     std::printf("CPU per process:   %.2f us (all snapshots' CPU over all processes read)\n",
                 cpuTotal * 1e6 / std::max(1.0, processTotal));
     std::printf("peak resident memory: %.1f MiB\n", static_cast<double>(self.ru_maxrss) / 1024.0);
+    std::printf("pace: %s\n", pace > 0 ? (std::to_string(pace) + " s between snapshots").c_str() : "back to back");
+    std::printf("steps on one thread (mean CPU): sweep %.3f ms, system figures %.3f ms, grouping %.3f ms\n",
+                mean(sweepCPU) * 1e3, mean(systemCPU) * 1e3, mean(groupCPU) * 1e3);
+    const double floorMean = mean(floorCPU);
+    std::printf("floor, pread of %zu held-open stat files: mean %.3f ms (%.2f us a file)\n", floorFiles,
+                floorMean * 1e3, floorMean * 1e6 / std::max<double>(1, static_cast<double>(floorFiles)));
+    std::printf("sweep / floor: %.2f\n", mean(sweepCPU) / std::max(1e-9, floorMean));
     if (!psCPU.empty()) {
         const Figures pc = summarise(psCPU), pw = summarise(psWall);
         std::printf("ps -e -o pid,ppid,rss,time,args (%zu runs): CPU median %.3f ms, max %.3f ms; "

@@ -22,16 +22,17 @@ void ProcessSampler::resolveIdentity(ProcessSample& sample, const ProcessBSDInfo
 const ProcessSampler::Result& ProcessSampler::sample() {
     const std::uint64_t now = reader_.uptimeNanoseconds();
     ++sweep_;
-    // Last sweep's samples become the source that this sweep's samples are moved out of.
-    std::swap(previousSamples_, result_.processes);
-    result_.processes.clear();
+    // Last sweep's samples stay where they lie and are updated in place; this sweep's order is
+    // gathered in order_ and applied at the end, so no second vector of samples is ever held.
+    std::vector<ProcessSample>& samples = result_.processes;
+    order_.clear();
     result_.hidden = 0;
 
     const std::vector<std::int32_t> ids = reader_.allPIDs();
     const bool canRate = previousTime_ && now != *previousTime_;
     // The uptime clock is monotonic, so the difference is never negative.
     const double elapsed = previousTime_ ? static_cast<double>(now - *previousTime_) : 0;
-    result_.processes.reserve(ids.size());
+    order_.reserve(ids.size());
     if (entries_.bucket_count() < ids.size()) entries_.reserve(ids.size());
 
     for (const std::int32_t pid : ids) {
@@ -47,23 +48,26 @@ const ProcessSampler::Result& ProcessSampler::sample() {
 
         auto [it, fresh] = entries_.try_emplace(key);
         Entry& entry = it->second;
-        if (fresh) {
-            ProcessSample& sample = result_.processes.emplace_back();
-            sample.key = key;
-            resolveIdentity(sample, info);
-        } else if (entry.sweep == sweep_) {
-            // Listed twice in one sweep: the second reading replaces the first, as a table would.
-            result_.processes.push_back(result_.processes[entry.slot]);
+        if (fresh || entry.sweep == sweep_) {
+            // Room grows by small steps: a doubling would hold as much again as the samples.
+            if (samples.size() == samples.capacity()) samples.reserve(samples.size() + samples.size() / 8 + 16);
+            if (fresh) {
+                samples.emplace_back().key = key;
+                resolveIdentity(samples.back(), info);
+            } else {
+                // Listed twice in one sweep: the second reading replaces the first, as a table would.
+                samples.push_back(samples[entry.slot]);
+            }
+            entry.slot = samples.size() - 1;
         } else {
             entry.before = entry.counters;
             entry.hasBefore = entry.sweep + 1 == sweep_;
-            result_.processes.push_back(std::move(previousSamples_[entry.slot]));
         }
+        order_.push_back(Placement{entry.slot, &entry});
         entry.counters = counters;
         entry.sweep = sweep_;
-        entry.slot = result_.processes.size() - 1;
 
-        ProcessSample& sample = result_.processes.back();
+        ProcessSample& sample = samples[entry.slot];
         sample.ppid = info.ppid;
         sample.footprint = usage.footprint;
         sample.cpuPercent.reset();
@@ -84,6 +88,7 @@ const ProcessSampler::Result& ProcessSampler::sample() {
         }
     }
     reader_.endSweep();
+    arrange();
 
     previousTime_ = now;
     // Forget processes that are gone, so a reused id is resolved afresh.
@@ -91,8 +96,32 @@ const ProcessSampler::Result& ProcessSampler::sample() {
         if (it->second.sweep == sweep_) ++it;
         else it = entries_.erase(it);
     }
-    previousSamples_.clear();
     return result_;
+}
+
+void ProcessSampler::arrange() {
+    // Puts sample order_[i] at position i by swaps, tracking where each sample now lies and which
+    // sample lies at each position. Samples no listing named end up past the end and are dropped.
+    std::vector<ProcessSample>& samples = result_.processes;
+    const std::size_t count = samples.size();
+    where_.resize(count);
+    holder_.resize(count);
+    for (std::size_t i = 0; i < count; ++i) where_[i] = holder_[i] = i;
+    for (std::size_t i = 0; i < order_.size(); ++i) {
+        const std::size_t from = order_[i].from, at = where_[from];
+        if (at == i) continue;
+        std::swap(samples[i], samples[at]);
+        const std::size_t displaced = holder_[i];
+        holder_[at] = displaced;
+        where_[displaced] = at;
+        holder_[i] = from;
+        where_[from] = i;
+    }
+    samples.resize(order_.size());
+    // The later of two listings of one process is the one its entry follows.
+    for (std::size_t i = 0; i < order_.size(); ++i) order_[i].entry->slot = i;
+    // A sweep with far fewer processes than the last gives its room back.
+    if (samples.capacity() > 2 * samples.size() + 64) samples.shrink_to_fit();
 }
 
 }  // namespace brimlet

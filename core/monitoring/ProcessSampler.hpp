@@ -47,7 +47,15 @@ private:
         std::size_t slot = 0;       // where its sample lies in the result of `sweep`
     };
 
+    // This sweep's i-th sample: its slot in result_.processes while the sweep runs, and its entry
+    // (entries are never moved by the map, so the pointer holds until the entry is erased).
+    struct Placement {
+        std::size_t from = 0;
+        Entry* entry = nullptr;
+    };
+
     void resolveIdentity(ProcessSample& sample, const ProcessBSDInfo& info);
+    void arrange();
 
     ProcessReading& reader_;
     MachClock clock_;
@@ -55,7 +63,8 @@ private:
     std::optional<std::uint64_t> previousTime_;
     std::uint64_t sweep_ = 0;
     Result result_;
-    std::vector<ProcessSample> previousSamples_;  // last sweep's samples, moved from into the next
+    std::vector<Placement> order_;
+    std::vector<std::size_t> where_, holder_;  // reused by arrange()
 };
 
 }  // namespace brimlet

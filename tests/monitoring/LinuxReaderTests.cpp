@@ -159,6 +159,95 @@ TEST(LinuxProcessReading, RereadsStatusAndIoWhenTheProcessStirsOrAfterABoundedWa
     }
 }
 
+// Without a swap area the anonymous memory comes from statm, whose figure is the status file's
+// RssAnon in pages; the status file is then read for the user id only when it can have changed.
+TEST(LinuxProcessReading, TakesAnonymousMemoryFromStatmWhileNoSwapExists) {
+    kestrow::testing::TempFolder temp;
+    const std::filesystem::path proc = temp / "proc", process = proc / "4242";
+    std::filesystem::create_directories(process);
+    for (const char* name : {"stat", "status", "io"})
+        std::filesystem::copy_file(std::filesystem::path(fixtures) / "proc/4242" / name, process / name);
+    std::filesystem::copy_file(std::filesystem::path(fixtures) / "proc/stat", proc / "stat");
+    const std::string stat = readText(process / "stat"), statusText = readText(process / "status");
+    const std::uint64_t page = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+    auto rewrite = [](const std::filesystem::path& path, const std::string& text) {
+        std::ofstream(path, std::ios::in | std::ios::out | std::ios::trunc) << text;
+    };
+    std::ofstream(proc / "swaps") << "";
+    std::ofstream(process / "statm") << "";
+    // The status file as the kernel writes it for a process with that many anonymous pages.
+    auto status = [&](std::uint64_t anonPages, const char* uid) {
+        std::string text = statusText;
+        std::size_t at = text.find("RssAnon:");
+        text.replace(at, text.find('\n', at) - at, "RssAnon:\t" + std::to_string(anonPages * page / 1024) + " kB");
+        at = text.find("Uid:");
+        text.replace(at, text.find('\n', at) - at, std::string("Uid:\t") + uid + "\t" + uid + "\t" + uid + "\t" + uid);
+        if (at = text.find("VmSwap:"); at != std::string::npos) text.replace(at, text.find('\n', at) - at, "VmSwap:\t0 kB");
+        return text;
+    };
+    auto statm = [](std::uint64_t anonPages) {
+        return "6051 " + std::to_string(anonPages + 300) + " 300 5 0 900 0\n";
+    };
+    auto stirred = [&](int n) {  // a stat line whose CPU time moved: the memory is read again
+        std::string text = stat;
+        text.replace(text.find(" 250 75 "), 8, " " + std::to_string(250 + n) + " 75 ");
+        return text;
+    };
+    const std::string noSwap = "Filename\tType\tSize\tUsed\tPriority\n";
+    const std::string oneSwap = noSwap + "/swapfile file 1048572 0 -2\n";
+
+    struct Step {
+        const char* what;
+        std::string swaps, stat, status, statm;
+        std::uint64_t anonPages;  // what the reading must report
+        std::uint32_t uid;
+    };
+    const std::vector<Step> steps = {
+        {"first sight reads status", noSwap, stirred(0), status(100, "501"), statm(100), 100, 501},
+        {"stirred: statm gives the memory", noSwap, stirred(1), status(140, "501"), statm(140), 140, 501},
+        {"a changed uid waits for its bound", noSwap, stirred(2), status(150, "502"), statm(150), 150, 501},
+        {"a swap area appears: status again", oneSwap, stirred(3), status(160, "502"), statm(999), 160, 502},
+        {"swap gone: statm again", noSwap, stirred(4), status(170, "503"), statm(170), 170, 502},
+        {"an exec (new name) reads status", noSwap,
+         [&] {
+             std::string text = stirred(5);
+             text.replace(text.find("my (weird) ) proc"), 17, "sudo");
+             return text;
+         }(),
+         status(180, "0"), statm(180), 180, 0},
+        {"unreadable swaps: status", "", stirred(6), status(190, "7"), statm(999), 190, 7},
+    };
+    LinuxProcessReading reader(proc.string());
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        rewrite(proc / "swaps", step.swaps);
+        rewrite(process / "stat", step.stat);
+        rewrite(process / "status", step.status);
+        rewrite(process / "statm", step.statm);
+        const ProcessReading::Record record = reader.read(4242);
+        reader.endSweep();
+        ASSERT_TRUE(record.usage && record.info);
+        // The same figure, to the byte, as the status file alone gives for that process.
+        const proctext::PidStatus fromStatus = proctext::parsePidStatus(step.status);
+        EXPECT_EQ(record.usage->footprint, fromStatus.rssAnon + fromStatus.vmSwap);
+        EXPECT_EQ(record.usage->footprint, step.anonPages * page);
+        EXPECT_EQ(record.info->uid, step.uid);
+    }
+
+    // The bound: after statusRefreshSweeps sweeps the status file is read again.
+    for (std::uint64_t i = 0; i <= LinuxProcessReading::statusRefreshSweeps; ++i) {
+        rewrite(proc / "swaps", noSwap);
+        rewrite(process / "stat", stirred(10 + static_cast<int>(i)));
+        rewrite(process / "status", status(200, "99"));
+        rewrite(process / "statm", statm(200));
+        const ProcessReading::Record record = reader.read(4242);
+        reader.endSweep();
+        ASSERT_TRUE(record.info);
+        if (record.info->uid == 99u) return;
+    }
+    ADD_FAILURE() << "the status file was not read again within the bound";
+}
+
 TEST(LinuxSystemReading, WalksFixtureZramDrmThermalAndDisks) {
     LinuxSystemReading reader(fixtures + "/proc", fixtures + "/sys", false);
     reader.beginSample();
@@ -314,7 +403,7 @@ TEST(LinuxProcessReading, KeepsFilesOnlyForLiveProcesses) {
             const ProcessSample* sample = find(result.processes, child->pid());
             ASSERT_NE(sample, nullptr);
             EXPECT_EQ(sample->name, "held-child");
-            EXPECT_EQ(openFilesOf(child->pid()), 3);  // stat, status and io; the folder is closed
+            EXPECT_EQ(openFilesOf(child->pid()), 4);  // stat, status, statm and io; the folder is closed
         }
     }
     // The children are gone and reaped: the next sweep lets their files go.
@@ -322,6 +411,37 @@ TEST(LinuxProcessReading, KeepsFilesOnlyForLiveProcesses) {
     for (const pid_t pid : pids) {
         EXPECT_EQ(find(after.processes, pid), nullptr);
         EXPECT_EQ(openFilesOf(pid), 0);
+    }
+}
+
+// On this machine, whatever source the reader picks: stopped processes (whose memory cannot move
+// between two readings) report exactly what their status files say, sweep after sweep.
+TEST(LinuxProcessReading, LiveFootprintsMatchTheStatusFile) {
+    std::vector<std::unique_ptr<NamedChild>> children;
+    for (int i = 0; i < 4; ++i) children.push_back(std::make_unique<NamedChild>("stopped-child"));
+    for (auto& child : children) {
+        ASSERT_TRUE(child->ready());
+        ASSERT_EQ(::kill(child->pid(), SIGSTOP), 0);
+    }
+    // Wait (generously) until every child is really stopped.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    for (auto& child : children) {
+        while (readText("/proc/" + std::to_string(child->pid()) + "/stat").find(") T ") == std::string::npos) {
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    LinuxProcessReading reader;
+    ProcessSampler sampler(reader);
+    for (int sweep = 0; sweep < 8; ++sweep) {
+        const ProcessSampler::Result& result = sampler.sample();
+        for (auto& child : children) {
+            const ProcessSample* sample = find(result.processes, child->pid());
+            ASSERT_NE(sample, nullptr);
+            const proctext::PidStatus status =
+                proctext::parsePidStatus(readText("/proc/" + std::to_string(child->pid()) + "/status"));
+            EXPECT_EQ(sample->footprint, status.rssAnon + status.vmSwap);
+        }
     }
 }
 

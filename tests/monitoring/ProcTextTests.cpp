@@ -2,8 +2,10 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <random>
 #include <sstream>
+#include <vector>
 
 #include "core/monitoring/linux/ProcText.hpp"
 
@@ -42,6 +44,51 @@ TEST(ProcText, StatusOfUserProcessAndKernelThread) {
     EXPECT_EQ(kernel.rssAnon, 0u);
     EXPECT_EQ(kernel.vmSwap, 0u);
     EXPECT_FALSE(proctext::parsePidStatus("Name:\tx\n").uid);
+}
+
+TEST(ProcText, StatmSwapsAndLoadavgFields) {
+    struct Statm {
+        const char* text;
+        std::optional<std::uint64_t> anonPages;
+    };
+    for (const Statm& c : std::vector<Statm>{{"6051 1024 600 5 0 900 0\n", 424},
+                                              {"0 0 0 0 0 0 0\n", 0},  // a kernel thread or a zombie
+                                              {"6051 1024 1024 5 0 900 0\n", 0},
+                                              {"6051 600 1024 5 0 900 0\n", std::nullopt},  // torn: never negative
+                                              {"6051 1024\n", std::nullopt},
+                                              {"6051\n", std::nullopt},
+                                              {"", std::nullopt}}) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(proctext::parseStatmAnonPages(c.text), c.anonPages);
+    }
+
+    struct Swaps {
+        const char* text;
+        bool none;
+    };
+    const char* header = "Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n";
+    for (const Swaps& c : std::vector<Swaps>{
+             {header, true},
+             {"", false},  // unreadable or not a swaps file: swap may exist
+             {"Filename Type Size Used Priority", false},
+             {"Filename Type Size Used Priority\n/dev/zram0 partition 4194300 0 100\n", false},
+             {"Filename Type Size Used Priority\n/swapfile file 1048572 12 -2\n", false}}) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(proctext::swapsListNone(c.text), c.none);
+    }
+
+    struct Loadavg {
+        const char* text;
+        std::optional<proctext::TaskCounter> tasks;
+    };
+    for (const Loadavg& c : std::vector<Loadavg>{{"0.52 0.58 0.59 1/467 31342\n", proctext::TaskCounter{467, 31342}},
+                                                 {"9.25 8.78 6.37 12/2301 4194303\n", proctext::TaskCounter{2301, 4194303}},
+                                                 {"0.52 0.58 0.59 1/467\n", std::nullopt},
+                                                 {"0.52 0.58 0.59\n", std::nullopt},
+                                                 {"", std::nullopt}}) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(proctext::parseLoadavgTasks(c.text), c.tasks);
+    }
 }
 
 TEST(ProcText, DiskstatsCountsWholeDisksOnly) {

@@ -37,22 +37,53 @@ struct PidName {
 
 int openRelative(int folder, const char* name, int flags) { return ::openat(folder, name, flags | O_CLOEXEC); }
 
+std::uint64_t pageSize() {
+    const long size = ::sysconf(_SC_PAGESIZE);
+    return size > 0 ? static_cast<std::uint64_t>(size) : 4096;
+}
+
+// Whether /proc/self under root names this very process: the listing then shows the process ids of
+// this process's own namespace, whose counter /proc/loadavg reports.
+bool ownsNamespace(const std::string& root) {
+    const auto self = linuxfs::readLink(root + "/self");
+    if (!self) return false;
+    std::int32_t pid = 0;
+    const auto r = std::from_chars(self->data(), self->data() + self->size(), pid);
+    return r.ec == std::errc() && r.ptr == self->data() + self->size() && pid == ::getpid();
+}
+
 }  // namespace
 
 std::size_t LinuxProcessReading::Held::count() const {
-    return static_cast<std::size_t>(folder.valid()) + stat.valid() + status.valid() + io.valid();
+    return static_cast<std::size_t>(folder.valid()) + stat.valid() + status.valid() + statm.valid() + io.valid();
 }
 
 LinuxProcessReading::LinuxProcessReading(std::string procRoot, std::optional<std::size_t> heldFileLimit)
     : root_(std::move(procRoot)),
       rootFolder_(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
       heldFileLimit_(heldFileLimit.value_or(defaultHeldFileLimit())),
-      ticksPerSecond_(ticksPerSecond()) {
+      ticksPerSecond_(ticksPerSecond()),
+      pageSize_(pageSize()),
+      sameNamespace_(ownsNamespace(root_)),
+      loadavgFile_(root_ + "/loadavg"),
+      swapsFile_(root_ + "/swaps") {
     std::string stat;
     if (linuxfs::readFile((root_ + "/stat").c_str(), stat)) bootTime_ = proctext::parseBootTime(stat).value_or(0);
 }
 
+bool LinuxProcessReading::listingStands(const std::optional<proctext::TaskCounter>& tasks) const {
+    return sameNamespace_ && tasks && listedTasks_ && *tasks == *listedTasks_;
+}
+
 std::vector<std::int32_t> LinuxProcessReading::allPIDs() {
+    std::optional<proctext::TaskCounter> tasks;
+    {
+        std::lock_guard lock(mutex_);
+        if (sameNamespace_) {
+            if (auto text = loadavgFile_.read()) tasks = proctext::parseLoadavgTasks(*text);
+        }
+        if (listingStands(tasks)) return listed_;
+    }
     std::vector<std::int32_t> pids;
     DIR* dir = ::opendir(root_.c_str());
     if (!dir) return pids;
@@ -65,7 +96,19 @@ std::vector<std::int32_t> LinuxProcessReading::allPIDs() {
         if (r.ec == std::errc() && r.ptr == end) pids.push_back(pid);
     }
     ::closedir(dir);
+    std::lock_guard lock(mutex_);
+    listedTasks_ = tasks;
+    if (tasks) listed_ = pids;
     return pids;
+}
+
+bool LinuxProcessReading::swapless() {
+    if (swapsSweep_ != sweep_) {
+        swapsSweep_ = sweep_;
+        const auto text = swapsFile_.read();
+        swapless_ = text && proctext::swapsListNone(*text);
+    }
+    return swapless_;
 }
 
 linuxfs::Descriptor LinuxProcessReading::openFolder(std::int32_t pid) const {
@@ -101,10 +144,24 @@ std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(Held& files
     if (quiet) {
         ++files.quietSweeps;
     } else {
-        if (!files.status.valid() || !statusText_.rereadWhole(files.status.get())) return std::nullopt;
-        proctext::PidStatus status = proctext::parsePidStatus(statusText_.text());
-        if (!status.uid) return std::nullopt;
-        files.lastStatus = status;
+        // Without swap there is no swapped-out memory, and the anonymous part of the resident
+        // memory is in statm, which costs the kernel a fraction of status to write out.
+        const bool statusDue = !swapless() || !files.lastStatus.uid || !files.statm.valid() ||
+                               sweep_ - files.statusSweep >= statusRefreshSweeps ||
+                               (files.lastStat && files.lastStat->comm != stat->comm);
+        if (statusDue) {
+            if (!files.status.valid() || !statusText_.rereadWhole(files.status.get())) return std::nullopt;
+            proctext::PidStatus status = proctext::parsePidStatus(statusText_.text());
+            if (!status.uid) return std::nullopt;
+            files.lastStatus = status;
+            files.statusSweep = sweep_;
+        } else {
+            if (!statmText_.rereadWhole(files.statm.get())) return std::nullopt;
+            const auto anonPages = proctext::parseStatmAnonPages(statmText_.text());
+            if (!anonPages) return std::nullopt;
+            files.lastStatus.rssAnon = kestrow::checkedMultiply(*anonPages, pageSize_, "anonymous memory overflow");
+            files.lastStatus.vmSwap = 0;
+        }
         // Another user's io file cannot be opened without ptrace rights: its rates stay unknown.
         files.lastIO.reset();
         if (files.io.valid() && ioText_.rereadWhole(files.io.get())) files.lastIO = proctext::parsePidIO(ioText_.text());
@@ -146,7 +203,9 @@ ProcessReading::Record LinuxProcessReading::read(std::int32_t pid) {
     Held files = openFiles(pid);
     auto record = readFiles(files);
     if (!record) return {};
-    if (heldFiles_ + files.count() <= heldFileLimit_) {
+    // statm serves only later sweeps: a process read once and let go never needs it.
+    if (heldFiles_ + files.count() + 1 <= heldFileLimit_) {
+        files.statm = linuxfs::Descriptor(openRelative(files.folder.get(), "statm", O_RDONLY));
         files.sweep = sweep_;
         heldFiles_ += files.count();
         held_.emplace(pid, std::move(files));

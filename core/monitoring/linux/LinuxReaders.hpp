@@ -48,8 +48,9 @@ private:
     // The open files of one process. The folder stays open only until the end of the sweep that
     // first met the process, for the executable and argument reads that follow on first sight.
     struct Held {
-        linuxfs::Descriptor folder, stat, status, io;
+        linuxfs::Descriptor folder, stat, status, statm, io;
         std::uint64_t sweep = 0;
+        std::uint64_t statusSweep = 0;  // the sweep that last read the status file
         // What the last full reading found, and how many sweeps since reused it.
         std::optional<proctext::PidStat> lastStat;
         proctext::PidStatus lastStatus;
@@ -62,6 +63,11 @@ public:
     // A process whose stat line shows no activity keeps its last status and io figures, but never
     // for more than this many sweeps in a row, which bounds how late a stray change shows.
     static constexpr int quietSweepsReused = 4;
+    // While no swap area exists, the anonymous memory comes from the small statm file and the
+    // status file is read for the user id only: on first sight, when the command name changes
+    // (an exec, which is when a set-user-id program changes it), and at least this many sweeps
+    // apart otherwise.
+    static constexpr std::uint64_t statusRefreshSweeps = 30;
 
 private:
 
@@ -70,18 +76,31 @@ private:
     Record readOnce(std::int32_t pid);
     std::optional<Record> readFiles(Held& files);
     std::optional<std::string> readLinkOf(std::int32_t pid, const char* name);
+    bool swapless();
+    bool listingStands(const std::optional<proctext::TaskCounter>& tasks) const;
 
     const std::string root_;
     const linuxfs::Descriptor rootFolder_;
     const std::size_t heldFileLimit_;
     const std::uint64_t ticksPerSecond_;
+    const std::uint64_t pageSize_;
     std::uint64_t bootTime_ = 0;
+    // The listing of /proc is kept with the task counter read just before it; while the counter
+    // reads the same, no task has been created or reaped, and the listing still stands. Only when
+    // this process's ids are those of the mounted /proc.
+    const bool sameNamespace_;
+    linuxfs::KeptFile loadavgFile_;
+    std::optional<proctext::TaskCounter> listedTasks_;
+    std::vector<std::int32_t> listed_;
 
     mutable std::mutex mutex_;
     std::unordered_map<std::int32_t, Held> held_;
     std::size_t heldFiles_ = 0;
     std::uint64_t sweep_ = 0;
-    linuxfs::FileBuffer statText_, statusText_, ioText_;
+    linuxfs::FileBuffer statText_, statusText_, statmText_, ioText_;
+    linuxfs::KeptFile swapsFile_;
+    std::uint64_t swapsSweep_ = ~std::uint64_t{0};
+    bool swapless_ = false;
 };
 
 class LinuxSystemReading final : public SystemReading {

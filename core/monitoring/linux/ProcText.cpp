@@ -206,6 +206,36 @@ PidStatus parsePidStatus(std::string_view text) {
     return status;
 }
 
+std::optional<std::uint64_t> parseStatmAnonPages(std::string_view text) {
+    const std::size_t first = text.find(' ');
+    if (first == std::string_view::npos) return std::nullopt;
+    text.remove_prefix(first + 1);
+    const auto resident = leadingNumber(text);
+    const std::size_t second = text.find(' ');
+    if (!resident || second == std::string_view::npos) return std::nullopt;
+    const auto shared = leadingNumber(text.substr(second + 1));
+    if (!shared || *shared > *resident) return std::nullopt;
+    return *resident - *shared;
+}
+
+bool swapsListNone(std::string_view text) {
+    const std::size_t header = text.find('\n');
+    if (header == std::string_view::npos) return false;
+    return text.substr(header + 1).find_first_not_of(" \n") == std::string_view::npos;
+}
+
+std::optional<TaskCounter> parseLoadavgTasks(std::string_view text) {
+    const std::size_t slash = text.find('/');
+    if (slash == std::string_view::npos) return std::nullopt;
+    text.remove_prefix(slash + 1);
+    const auto tasks = leadingNumber(text);
+    const std::size_t blank = text.find(' ');
+    if (!tasks || blank == std::string_view::npos) return std::nullopt;
+    const auto last = leadingNumber(text.substr(blank + 1));
+    if (!last) return std::nullopt;
+    return TaskCounter{*tasks, *last};
+}
+
 std::optional<PidIO> parsePidIO(std::string_view text) {
     PidIO io;
     bool haveRead = false, haveWrite = false;

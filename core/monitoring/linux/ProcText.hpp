@@ -65,6 +65,22 @@ struct PidStatus {
 };
 PidStatus parsePidStatus(std::string_view text);
 
+// /proc/PID/statm: resident pages less those backed by files or shared memory, which is the
+// kernel's own count of anonymous pages (the status file's RssAnon, in pages). None when the line
+// does not hold both fields.
+std::optional<std::uint64_t> parseStatmAnonPages(std::string_view text);
+
+// /proc/swaps lists a header line and then one line per swap area: true when it lists none.
+bool swapsListNone(std::string_view text);
+
+// /proc/loadavg: the fourth field's total of tasks and the last process id handed out.
+struct TaskCounter {
+    std::uint64_t tasks = 0;
+    std::uint64_t lastPID = 0;
+    bool operator==(const TaskCounter&) const = default;
+};
+std::optional<TaskCounter> parseLoadavgTasks(std::string_view text);
+
 struct PidIO {
     std::uint64_t readBytes = 0;
     std::uint64_t writeBytes = 0;
