@@ -6,8 +6,8 @@
 
 #include <tuple>
 
-#include "ApplicationRunner.hpp"
-#include "PlatformUsage.hpp"
+#include "app/startup/ApplicationRunner.hpp"
+#include "app/startup/PlatformUsage.hpp"
 #include "tui/TerminalRunner.hpp"
 
 namespace brimlet::platform {

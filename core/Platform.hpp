@@ -23,7 +23,7 @@ inline constexpr auto coreSeams = std::make_tuple(
     // Monitoring (core/monitoring/linux: /proc and /sys; darwin: Mach, libproc, IOKit).
     &liveSystemReading,                     // memory, pressure, swap, CPU ticks, GPU, disks, thermal state
     &liveProcessReading,                    // the process list and each process's raw figures
-    &MachClock::current,                    // CPU-time ticks to nanoseconds
+    &TickClock::current,                    // CPU-time ticks to nanoseconds
     &AlertWording::forThisPlatform,         // how alerts name the computer and what they suggest
     // The data volume (core/common).
     &DiskSpace::dataVolumeCandidates,       // where the user's data lives

@@ -7,8 +7,8 @@
 
 #include <vector>
 
-#include "app/BrimletApplication.hpp"
-#include "app/BrimletWindows.hpp"
+#include "app/startup/BrimletApplication.hpp"
+#include "app/desktop/BrimletWindows.hpp"
 
 namespace brimlet::mac {
 

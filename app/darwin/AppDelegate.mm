@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "TerminationSender.hpp"
-#include "app/LaunchRole.hpp"
-#include "app/QuitRule.hpp"
+#include "app/startup/LaunchRole.hpp"
+#include "app/desktop/QuitRule.hpp"
 #include "base/Log.hpp"
 
 namespace {

@@ -183,7 +183,7 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
         field.stringValue = toNSString(item.note);
         field.lineBreakMode = NSLineBreakByWordWrapping;
         field.maximumNumberOfLines = 2;
-        field.textColor = toneColour(item.noteTone);
+        field.textColor = toneColor(item.noteTone);
     }
     return field;
 }

@@ -14,18 +14,18 @@ namespace {
 
 constexpr std::string_view logCategory = "cleanup";
 
-// The sections as readable text, styled line by line through the text view (fonts and colours by range).
+// The sections as readable text, styled line by line through the text view (fonts and colors by range).
 void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Section>& sections) {
     NSMutableString* all = [NSMutableString string];
     struct Span {
         NSRange range;
         NSFont* font;
-        NSColor* colour;
+        NSColor* color;
     };
     std::vector<Span> spans;
-    auto line = [&](const std::string& value, NSFont* font, NSColor* colour) {
+    auto line = [&](const std::string& value, NSFont* font, NSColor* color) {
         NSString* piece = toNSString(value + "\n");
-        spans.push_back({NSMakeRange(all.length, piece.length), font, colour});
+        spans.push_back({NSMakeRange(all.length, piece.length), font, color});
         [all appendString:piece];
     };
     NSFont* body = systemFont(bodySize());
@@ -36,14 +36,14 @@ void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Sec
         line(section.title, heading, NSColor.labelColor);
         if (section.entries.empty()) line(section.empty, body, NSColor.secondaryLabelColor);
         for (const brimlet::CleanupScreen::Entry& entry : section.entries) {
-            line(entry.text, body, toneColour(entry.tone));
+            line(entry.text, body, toneColor(entry.tone));
             line(entry.path, small, NSColor.secondaryLabelColor);
         }
     }
     view.string = all;
     for (const Span& span : spans) {
         [view setFont:span.font range:span.range];
-        [view setTextColor:span.colour range:span.range];
+        [view setTextColor:span.color range:span.range];
     }
 }
 
@@ -114,7 +114,7 @@ void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Sec
     _shown = finished;
     _headline.stringValue = toNSString(finished.headline);
     _icon.image = symbol(toNSString(finished.symbol), nil);
-    _icon.contentTintColor = toneColour(finished.tone);
+    _icon.contentTintColor = toneColor(finished.tone);
     for (NSView* old in _lines.arrangedSubviews) [old removeFromSuperview];
     for (const std::string& line : finished.lines) [_lines addArrangedSubview:paragraph(toNSString(line), NSColor.labelColor)];
     [_entries setAccessibilityLabel:toNSString(finished.entriesLabel)];

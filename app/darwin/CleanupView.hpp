@@ -3,7 +3,7 @@
 
 #import <AppKit/AppKit.h>
 
-#include "app/BrimletApplication.hpp"
+#include "app/startup/BrimletApplication.hpp"
 
 namespace brimlet::mac {
 

@@ -12,7 +12,7 @@
 #include "WindowKit.hpp"
 #include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
-#include "app/CleanupStore.hpp"
+#include "app/stores/CleanupStore.hpp"
 #include "app/screens/CleanupScreen.hpp"
 
 namespace brimlet::mac::cleanup {
@@ -31,10 +31,10 @@ inline NSFont* digitsFont(CGFloat size, NSFontWeight weight = NSFontWeightRegula
     return [NSFont monospacedDigitSystemFontOfSize:size weight:weight];
 }
 
-// A one-line label in a system colour, so that dark mode follows by itself.
+// A one-line label in a system color, so that dark mode follows by itself.
 inline NSTextField* label(NSString* value, NSFont* font = systemFont(bodySize()),
-                          NSColor* colour = NSColor.labelColor) {
-    NSTextField* field = kestrow::mac::makeLabel(value, font, colour);
+                          NSColor* color = NSColor.labelColor) {
+    NSTextField* field = kestrow::mac::makeLabel(value, font, color);
     // Paths lose their middle: the folder names that tell two apart are mostly at their ends.
     field.lineBreakMode = NSLineBreakByTruncatingMiddle;
     [field setContentCompressionResistancePriority:NSLayoutPriorityDefaultLow
@@ -43,9 +43,9 @@ inline NSTextField* label(NSString* value, NSFont* font = systemFont(bodySize())
 }
 
 // A label that wraps inside the width its stack gives it.
-inline NSTextField* paragraph(NSString* value, NSColor* colour = NSColor.secondaryLabelColor) {
+inline NSTextField* paragraph(NSString* value, NSColor* color = NSColor.secondaryLabelColor) {
     NSTextField* field = [NSTextField wrappingLabelWithString:value];
-    field.textColor = colour;
+    field.textColor = color;
     field.selectable = NO;
     [field setContentCompressionResistancePriority:NSLayoutPriorityDefaultLow
                                     forOrientation:NSLayoutConstraintOrientationHorizontal];
@@ -86,7 +86,7 @@ inline NSButton* button(const brimlet::CleanupControl& control, id target, SEL a
     return made;
 }
 
-inline NSColor* toneColour(brimlet::screens::Tone tone) {
+inline NSColor* toneColor(brimlet::screens::Tone tone) {
     switch (tone) {
         case brimlet::screens::Tone::plain: return NSColor.labelColor;
         case brimlet::screens::Tone::secondary: return NSColor.secondaryLabelColor;

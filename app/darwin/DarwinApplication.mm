@@ -4,7 +4,7 @@
 // the intents' bridge, in that order, all before the run loop starts. The process normally ends in
 // -[NSApplication terminate:], which calls exit() after the delegate's applicationWillTerminate:;
 // that is where the suite hears this member stopped, so nothing after -run is relied on.
-#include "app/ApplicationRunner.hpp"
+#include "app/startup/ApplicationRunner.hpp"
 
 #import <AppKit/AppKit.h>
 #include <dispatch/dispatch.h>
@@ -19,9 +19,9 @@
 
 #import "AppDelegate.h"
 #include "MacFrontEnd.hpp"
-#include "app/BrimletApplication.hpp"
-#include "app/LaunchDefaults.hpp"
-#include "app/LaunchRole.hpp"
+#include "app/startup/BrimletApplication.hpp"
+#include "app/startup/LaunchDefaults.hpp"
+#include "app/startup/LaunchRole.hpp"
 #include "base/darwin/StringBridge.hpp"
 #include "base/Files.hpp"
 #include "base/Log.hpp"

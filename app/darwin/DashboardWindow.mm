@@ -9,14 +9,14 @@
 #include "MetricChartView.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
-#include "app/AppQuitter.hpp"
-#include "app/DashboardFigures.hpp"
-#include "app/MonitorReadout.hpp"
+#include "app/desktop/AppQuitter.hpp"
+#include "app/screens/DashboardFigures.hpp"
+#include "app/screens/MonitorReadout.hpp"
 #include "app/screens/MonitorScreens.hpp"
 
 using brimlet::mac::toNSString;
 
-// The rounded background of a figure, drawn with system colours so it follows dark mode.
+// The rounded background of a figure, drawn with system colors so it follows dark mode.
 @interface KBCardView : NSView
 @end
 

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "MonitorViews.hpp"
-#include "app/FloatingMonitorStyle.hpp"
-#include "app/SuiteLaunch.hpp"
+#include "app/screens/FloatingMonitorStyle.hpp"
+#include "app/startup/SuiteLaunch.hpp"
 #include "app/screens/MonitorScreens.hpp"
 #include "suite/ui/darwin/FloatingPanel.hpp"
 
@@ -160,7 +160,7 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     _chip.image = symbolImage(toNSString(_screen.memorySymbol), nil);
     _barGauge.hidden = !_screen.memoryGauge.has_value();
     if (_screen.memoryGauge) _barGauge.fraction = *_screen.memoryGauge;
-    if (_screen.pressure) _barGauge.fillColour = brimlet::mac::pressureColour(*_screen.pressure);
+    if (_screen.pressure) _barGauge.fillColor = brimlet::mac::pressureColor(*_screen.pressure);
     _barMemory.stringValue = toNSString(_screen.memoryPercent);
     _cpuSymbol.image = symbolImage(toNSString(_screen.cpuSymbol), nil);
     _barCPU.stringValue = toNSString(_screen.cpu);

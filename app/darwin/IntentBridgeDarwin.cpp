@@ -1,7 +1,7 @@
 // The App Intents answer from the running application through the C interface of app/IntentBridge.h.
 #include "MacFrontEnd.hpp"
 
-#include "app/IntentBridge.hpp"
+#include "app/desktop/IntentBridge.hpp"
 
 namespace brimlet::mac {
 

@@ -2,7 +2,7 @@
 
 #import <Foundation/Foundation.h>
 
-#include "app/SettingsChoices.hpp"
+#include "app/screens/SettingsChoices.hpp"
 #include "base/Log.hpp"
 #include "base/darwin/StringBridge.hpp"
 

@@ -4,7 +4,7 @@
 #include "MacFrontEnd.hpp"
 
 #include "WindowKit.hpp"
-#include "app/BrimletWindows.hpp"
+#include "app/desktop/BrimletWindows.hpp"
 #include "app/screens/MainMenu.hpp"
 
 // Opens the settings window; menu items hold their targets weakly, so the menu bar's owner keeps it.

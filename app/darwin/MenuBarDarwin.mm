@@ -10,7 +10,7 @@
 
 #include "MonitorPopover.hpp"
 #include "MonitorViews.hpp"
-#include "app/MonitorReadout.hpp"
+#include "app/screens/MonitorReadout.hpp"
 
 namespace brimlet::mac {
 namespace {

@@ -6,12 +6,12 @@
 
 #include <vector>
 
-#include "app/DashboardFigures.hpp"
+#include "app/screens/DashboardFigures.hpp"
 
 @interface KBMetricChartView : NSView
 // The points a full history holds: the chart's width is divided into this many steps.
 - (instancetype)initWithCapacity:(NSUInteger)capacity colors:(NSArray<NSColor*>*)colors;
-// One series per colour, in the same order; `ceiling` is the top of the scale. The VoiceOver label
+// One series per color, in the same order; `ceiling` is the top of the scale. The VoiceOver label
 // becomes `summary`.
 - (void)setSeries:(const std::vector<brimlet::ChartSeries>&)series
           ceiling:(double)ceiling

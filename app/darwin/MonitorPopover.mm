@@ -7,7 +7,7 @@
 #include "MonitorViews.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
-#include "app/BrimletWindows.hpp"
+#include "app/desktop/BrimletWindows.hpp"
 #include "app/screens/MonitorScreens.hpp"
 
 namespace {

@@ -29,7 +29,7 @@ NSFont* figureFont(CGFloat size, NSFontWeight weight) {
     return [NSFont monospacedDigitSystemFontOfSize:size weight:weight];
 }
 
-NSColor* gradeColour(Rating grade) {
+NSColor* gradeColor(Rating grade) {
     switch (grade.value) {
         case Rating::great: return NSColor.systemGreenColor;
         case Rating::good: return NSColor.systemTealColor;
@@ -39,7 +39,7 @@ NSColor* gradeColour(Rating grade) {
     return NSColor.secondaryLabelColor;
 }
 
-NSColor* pressureColour(MemoryPressure pressure) {
+NSColor* pressureColor(MemoryPressure pressure) {
     switch (pressure.value) {
         case MemoryPressure::normal: return NSColor.systemGreenColor;
         case MemoryPressure::warning: return NSColor.systemOrangeColor;
@@ -56,7 +56,7 @@ using brimlet::mac::makeLabel;
 @implementation KBGaugeView
 
 - (instancetype)initWithFrame:(NSRect)frame {
-    if ((self = [super initWithFrame:frame])) _fillColour = NSColor.controlAccentColor;
+    if ((self = [super initWithFrame:frame])) _fillColor = NSColor.controlAccentColor;
     return self;
 }
 
@@ -65,8 +65,8 @@ using brimlet::mac::makeLabel;
     self.needsDisplay = YES;
 }
 
-- (void)setFillColour:(NSColor*)fillColour {
-    _fillColour = fillColour;
+- (void)setFillColor:(NSColor*)fillColor {
+    _fillColor = fillColor;
     self.needsDisplay = YES;
 }
 
@@ -79,7 +79,7 @@ using brimlet::mac::makeLabel;
     if (_fraction <= 0) return;
     NSRect filled = bounds;
     filled.size.width = MAX(NSHeight(bounds), NSWidth(bounds) * _fraction);
-    [_fillColour setFill];
+    [_fillColor setFill];
     [[NSBezierPath bezierPathWithRoundedRect:filled xRadius:radius yRadius:radius] fill];
 }
 
@@ -167,13 +167,13 @@ using brimlet::mac::makeLabel;
     _caption.stringValue = brimlet::mac::toNSString(row.caption);
     _caption.hidden = row.caption.empty();
     _grade.stringValue = row.grade ? brimlet::mac::toNSString(row.grade->rawValue()) : @"";
-    _grade.textColor = row.grade ? brimlet::mac::gradeColour(*row.grade) : NSColor.secondaryLabelColor;
+    _grade.textColor = row.grade ? brimlet::mac::gradeColor(*row.grade) : NSColor.secondaryLabelColor;
     _gauge.hidden = !row.gauge.has_value();
     if (row.gauge) {
         _gauge.fraction = *row.gauge;
         // Memory's gauge follows the pressure; the others their grade.
-        if (row.pressure) _gauge.fillColour = brimlet::mac::pressureColour(*row.pressure);
-        else if (row.grade) _gauge.fillColour = brimlet::mac::gradeColour(*row.grade);
+        if (row.pressure) _gauge.fillColor = brimlet::mac::pressureColor(*row.pressure);
+        else if (row.grade) _gauge.fillColor = brimlet::mac::gradeColor(*row.grade);
     }
     self.accessibilityLabel = brimlet::mac::toNSString(row.accessibilityLabel);
 }

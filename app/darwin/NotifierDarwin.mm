@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "base/darwin/StringBridge.hpp"
-#include "app/AuthorisedNotifier.hpp"
+#include "app/desktop/AuthorisedNotifier.hpp"
 
 // Lets an alert show as a banner even while one of the app's windows is in front; without a
 // delegate the centre keeps a foreground app's notifications silent. A click on an alert opens

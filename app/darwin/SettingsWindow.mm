@@ -19,7 +19,7 @@ namespace {
 
 constexpr CGFloat noteWidth = 420;
 
-NSColor* toneColour(brimlet::screens::Tone tone) {
+NSColor* toneColor(brimlet::screens::Tone tone) {
     switch (tone) {
         case brimlet::screens::Tone::plain: return NSColor.labelColor;
         case brimlet::screens::Tone::secondary: return NSColor.secondaryLabelColor;
@@ -175,7 +175,7 @@ brimlet::LoginItemState loginState() {
         case brimlet::SettingsRow::Kind::note: {
             NSTextField* note = static_cast<NSTextField*>(view);
             note.stringValue = toNSString(row.text);
-            note.textColor = toneColour(row.tone);
+            note.textColor = toneColor(row.tone);
             break;
         }
     }

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "base/darwin/StringBridge.hpp"
-#include "app/QuitRule.hpp"
+#include "app/desktop/QuitRule.hpp"
 
 namespace brimlet::mac {
 

@@ -4,7 +4,7 @@
 
 #import <AppKit/AppKit.h>
 
-#include "app/BrimletApplication.hpp"
+#include "app/startup/BrimletApplication.hpp"
 
 namespace brimlet::mac {
 

@@ -1,5 +1,5 @@
 // Small AppKit helpers shared by the dashboard and settings windows: text from the core's UTF-8
-// strings, labels in the system's styles, colours for health grades, and controls that call a
+// strings, labels in the system's styles, colors for health grades, and controls that call a
 // block, so each window stays a plain list of views over its store.
 #pragma once
 
@@ -31,7 +31,7 @@ NSTextField* makeNote(NSString* text, CGFloat width);
 // A section heading.
 NSTextField* makeHeading(NSString* text);
 
-// The colour of a grade, from the system palette so it follows dark mode and increased contrast.
+// The color of a grade, from the system palette so it follows dark mode and increased contrast.
 NSColor* ratingColor(std::optional<Rating> rating);
 
 // Calls `block` with the control whenever it sends its action; the block lives as long as the control.

@@ -9,9 +9,9 @@
 #include "MacFrontEnd.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
-#include "app/MonitorReadout.hpp"
+#include "app/screens/MonitorReadout.hpp"
 #include "base/darwin/Activation.hpp"
-#include "app/LiveSurface.hpp"
+#include "app/stores/LiveSurface.hpp"
 #include "base/Log.hpp"
 
 // Tells the presenter when a window leaves or comes back to the screen.

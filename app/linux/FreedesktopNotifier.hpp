@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "app/Notifier.hpp"
+#include "app/desktop/Notifier.hpp"
 #include "base/MainLoop.hpp"
 #include "base/SerialExecutor.hpp"
 #include "base/Status.hpp"

@@ -2,7 +2,7 @@
 // participant publishes the monitor's glance and competes for the host lock, the cleanup store
 // waits idle, and alerts become desktop notifications, all on the epoll main loop. SIGINT and
 // SIGTERM stop the loop; the participant then writes its stopped record and frees the lock.
-#include "app/ApplicationRunner.hpp"
+#include "app/startup/ApplicationRunner.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "FreedesktopNotifier.hpp"
-#include "app/BrimletApplication.hpp"
-#include "app/LaunchDefaults.hpp"
+#include "app/startup/BrimletApplication.hpp"
+#include "app/startup/LaunchDefaults.hpp"
 #include "base/Files.hpp"
 #include "base/Log.hpp"
 

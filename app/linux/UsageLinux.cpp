@@ -1,4 +1,4 @@
-#include "../PlatformUsage.hpp"
+#include "app/startup/PlatformUsage.hpp"
 
 namespace brimlet {
 

@@ -1,7 +1,7 @@
 #include "CleanupScreen.hpp"
 
 #include "ScreenWording.hpp"
-#include "app/CleanupSummary.hpp"
+#include "app/screens/CleanupSummary.hpp"
 #include "core/cleanup/ApprovalScanner.hpp"
 #include "core/cleanup/SizeMeasurer.hpp"
 #include "core/common/ByteFormat.hpp"

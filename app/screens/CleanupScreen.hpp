@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ScreenParts.hpp"
-#include "app/CleanupStore.hpp"
+#include "app/stores/CleanupStore.hpp"
 
 namespace brimlet {
 

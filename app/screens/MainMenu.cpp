@@ -1,6 +1,6 @@
 #include "MainMenu.hpp"
 
-#include "app/MonitorReadout.hpp"
+#include "app/screens/MonitorReadout.hpp"
 
 namespace brimlet::MainMenu {
 

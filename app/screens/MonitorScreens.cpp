@@ -1,7 +1,7 @@
 #include "MonitorScreens.hpp"
 
-#include "app/AppQuitter.hpp"
-#include "app/MonitorReadout.hpp"
+#include "app/desktop/AppQuitter.hpp"
+#include "app/screens/MonitorReadout.hpp"
 #include "ScreenWording.hpp"
 #include "core/common/ByteFormat.hpp"
 #include "core/monitoring/MetricsHistory.hpp"

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "ScreenParts.hpp"
-#include "app/DashboardFigures.hpp"
-#include "app/MonitorStore.hpp"
+#include "app/screens/DashboardFigures.hpp"
+#include "app/stores/MonitorStore.hpp"
 
 namespace brimlet {
 
@@ -42,7 +42,7 @@ struct ReadingRow {
     std::string caption;
     std::optional<Rating> grade;
     std::optional<double> gauge;            // 0…1 where the figure has a gauge
-    std::optional<MemoryPressure> pressure;  // the gauge's colour follows the pressure, where given
+    std::optional<MemoryPressure> pressure;  // the gauge's color follows the pressure, where given
     std::string accessibilityLabel;
     bool operator==(const ReadingRow&) const = default;
 };

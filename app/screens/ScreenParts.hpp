@@ -9,7 +9,7 @@
 
 namespace brimlet::screens {
 
-// How a line stands out: a front end maps these to its colours and weights.
+// How a line stands out: a front end maps these to its colors and weights.
 enum class Tone { plain, secondary, success, warning, failure };
 
 // A push button, checkbox, menu entry or link. `action` is what the front end hands back to the

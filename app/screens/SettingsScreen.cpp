@@ -3,8 +3,8 @@
 #include <functional>
 #include <optional>
 
-#include "app/MonitorReadout.hpp"
-#include "app/SettingsChoices.hpp"
+#include "app/screens/MonitorReadout.hpp"
+#include "app/screens/SettingsChoices.hpp"
 
 namespace brimlet::SettingsPresenter {
 

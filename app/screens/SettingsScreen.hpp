@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ScreenParts.hpp"
-#include "app/MonitorStore.hpp"
+#include "app/stores/MonitorStore.hpp"
 
 namespace brimlet {
 

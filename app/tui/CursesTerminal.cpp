@@ -75,8 +75,8 @@ std::unique_ptr<CursesTerminal> CursesTerminal::open() {
     nodelay(stdscr, TRUE);
     set_escdelay(25);
     curs_set(0);
-    terminal->colour_ = wantsColour(std::getenv("NO_COLOR"), has_colors());
-    if (terminal->colour_) {
+    terminal->color_ = wantsColor(std::getenv("NO_COLOR"), has_colors());
+    if (terminal->color_) {
         start_color();
         use_default_colors();
         init_pair(plainPair, -1, -1);
@@ -107,8 +107,8 @@ void CursesTerminal::draw(const Frame& frame) {
         attr_t attributes = A_NORMAL;
         if (line.strong) attributes |= A_BOLD;
         if (line.selected) attributes |= A_REVERSE;
-        if (!colour_ && line.tone == screens::Tone::secondary) attributes |= A_DIM;
-        const short pair = colour_ ? pairFor(line.tone) : 0;
+        if (!color_ && line.tone == screens::Tone::secondary) attributes |= A_DIM;
+        const short pair = color_ ? pairFor(line.tone) : 0;
         wattr_set(stdscr, attributes, pair, nullptr);
         // The last cell of the last row is left alone: writing it would scroll some terminals.
         const std::string& text = line.text;

@@ -1,5 +1,5 @@
 // The terminal itself, through ncurses' wide-character interface: full screen on the alternate
-// screen, keys without echo, colours where wanted. It draws finished lines and reads keys; what the
+// screen, keys without echo, colors where wanted. It draws finished lines and reads keys; what the
 // lines say and what the keys do is the front end's.
 #pragma once
 
@@ -31,7 +31,7 @@ public:
 private:
     CursesTerminal() = default;
     bool unicode_ = true;
-    bool colour_ = false;
+    bool color_ = false;
 };
 
 }  // namespace brimlet::tui

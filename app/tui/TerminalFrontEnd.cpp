@@ -4,8 +4,8 @@
 #include <cctype>
 
 #include "TerminalText.hpp"
-#include "app/MonitorReadout.hpp"
-#include "app/SettingsChoices.hpp"
+#include "app/screens/MonitorReadout.hpp"
+#include "app/screens/SettingsChoices.hpp"
 #include "base/UnicodeCase.hpp"
 #include "core/common/ByteFormat.hpp"
 #include "suite/ui/SuiteScreens.hpp"

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "TerminalQuit.hpp"
-#include "app/CleanupStore.hpp"
-#include "app/MonitorStore.hpp"
+#include "app/stores/CleanupStore.hpp"
+#include "app/stores/MonitorStore.hpp"
 #include "app/screens/CleanupScreen.hpp"
 #include "app/screens/MonitorScreens.hpp"
 #include "app/screens/ScreenParts.hpp"

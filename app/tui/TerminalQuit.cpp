@@ -9,7 +9,7 @@ namespace brimlet::TerminalQuit {
 namespace {
 
 // Linux's kernel threads all descend from kthreadd (pid 2); launchd is pid 1 on the Mac.
-bool isSystem(std::int32_t pid, const ProcessBSDInfo& info, const SessionCheck& inOwnSession) {
+bool isSystem(std::int32_t pid, const ProcessIdentity& info, const SessionCheck& inOwnSession) {
     if (pid <= 2 || info.ppid == 2) return true;
     return info.uid == 0 && !(inOwnSession && inOwnSession(pid));
 }

@@ -22,7 +22,7 @@ inline constexpr std::string_view ownTerminalHelp =
     "Kestrow Brimlet and the terminal it runs in are never asked to quit from here.";
 inline constexpr std::string_view systemHelp = "System processes and other users' processes are never asked to quit.";
 
-using ProcessLookup = std::function<std::optional<ProcessBSDInfo>(std::int32_t pid)>;
+using ProcessLookup = std::function<std::optional<ProcessIdentity>(std::int32_t pid)>;
 
 // This process and everything above it, nearest first, up to (not including) init; at most 64 steps,
 // so a loop in hostile or racing data cannot hang the caller.

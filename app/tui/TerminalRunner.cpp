@@ -12,9 +12,9 @@
 
 #include "CursesTerminal.hpp"
 #include "TerminalFrontEnd.hpp"
-#include "app/BrimletApplication.hpp"
-#include "app/CleanerCommand.hpp"
-#include "app/LaunchDefaults.hpp"
+#include "app/startup/BrimletApplication.hpp"
+#include "app/commands/CleanerCommand.hpp"
+#include "app/startup/LaunchDefaults.hpp"
 #include "base/Log.hpp"
 #include "core/monitoring/ProcessReader.hpp"
 
@@ -114,7 +114,7 @@ int runTerminalApplication(const std::vector<std::string>& arguments, std::vecto
 
     ProcessReading& processes = liveProcessReading();
     tui::FrontEndSeams seams;
-    seams.lookup = [&processes](std::int32_t pid) { return processes.bsdInfo(pid); };
+    seams.lookup = [&processes](std::int32_t pid) { return processes.identity(pid); };
     seams.inOwnSession = [session = ::getsid(0)](std::int32_t pid) { return ::getsid(pid) == session; };
     seams.uid = static_cast<std::uint32_t>(::getuid());
     seams.protectedPids = TerminalQuit::protectedChain(static_cast<std::int32_t>(::getpid()), seams.lookup);

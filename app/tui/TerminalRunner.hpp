@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "app/SuiteLaunch.hpp"
+#include "app/startup/SuiteLaunch.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 
 namespace brimlet {

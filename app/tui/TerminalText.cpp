@@ -204,9 +204,9 @@ bool isUTF8Codeset(std::string_view codeset) {
     return lowered == "utf8";
 }
 
-bool wantsColour(const char* noColorVariable, bool terminalHasColours) {
+bool wantsColor(const char* noColorVariable, bool terminalHasColors) {
     if (noColorVariable && noColorVariable[0] != '\0') return false;
-    return terminalHasColours;
+    return terminalHasColors;
 }
 
 }  // namespace brimlet::tui

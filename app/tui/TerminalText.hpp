@@ -41,7 +41,7 @@ std::string bar(double fraction, std::size_t width, bool unicode);
 
 // Whether the terminal's character set (nl_langinfo(CODESET)) is UTF-8.
 bool isUTF8Codeset(std::string_view codeset);
-// Colour unless NO_COLOR is set to anything but the empty string, and only where the terminal has colours.
-bool wantsColour(const char* noColorVariable, bool terminalHasColours);
+// Color unless NO_COLOR is set to anything but the empty string, and only where the terminal has colors.
+bool wantsColor(const char* noColorVariable, bool terminalHasColors);
 
 }  // namespace brimlet::tui

@@ -6,10 +6,10 @@
 namespace kestrow::mac {
 
 // A label that never wraps, edits or selects, cut at its end when too long, laid out by constraints.
-inline NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* colour) {
+inline NSTextField* makeLabel(NSString* text, NSFont* font, NSColor* color) {
     NSTextField* label = [NSTextField labelWithString:text];
     label.font = font;
-    label.textColor = colour;
+    label.textColor = color;
     label.lineBreakMode = NSLineBreakByTruncatingTail;
     label.maximumNumberOfLines = 1;
     label.translatesAutoresizingMaskIntoConstraints = NO;

@@ -41,7 +41,7 @@ std::vector<std::string> liveProcessNames() {
     std::vector<std::string> names;
     ProcessReading& reader = liveProcessReading();
     for (const std::int32_t pid : reader.allPIDs()) {
-        if (auto info = reader.bsdInfo(pid)) names.push_back(info->name);
+        if (auto info = reader.identity(pid)) names.push_back(info->name);
         // The kernel shortens names (15 characters on Linux); the executable's file name is whole.
         if (auto path = reader.executablePath(pid)) names.push_back(path->substr(path->rfind('/') + 1));
     }
@@ -53,7 +53,7 @@ std::string lowercase(std::string text) {
     return text;
 }
 
-bool sameBytes(const std::string& a, const std::string& b, const CancelTest& isCancelled) {
+bool sameBytes(const std::string& a, const std::string& b, const CancelCheck& isCancelled) {
     const int fa = ::open(a.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
     const int fb = ::open(b.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
     bool same = fa >= 0 && fb >= 0;
@@ -88,7 +88,7 @@ bool ApprovalScanner::underProtectedRoot(const std::string& path) const {
     return NeverTouch::hasProtectedComponent(path);
 }
 
-std::vector<CleanupItem> ApprovalScanner::scan(const CancelTest& isCancelled) const {
+std::vector<CleanupItem> ApprovalScanner::scan(const CancelCheck& isCancelled) const {
     std::vector<CleanupItem> items = nodeModulesItems(isCancelled);
     for (CleanupItem& vm : virtualMachineItems()) items.push_back(std::move(vm));
     if (!isCancelled())
@@ -113,7 +113,7 @@ std::optional<bool> ApprovalScanner::isActive(const std::string& nodeModules) co
     return now() - *latest < activityWindow_;
 }
 
-std::vector<CleanupItem> ApprovalScanner::nodeModulesItems(const CancelTest& isCancelled) const {
+std::vector<CleanupItem> ApprovalScanner::nodeModulesItems(const CancelCheck& isCancelled) const {
     std::vector<CleanupItem> items;
     std::vector<std::pair<std::string, int>> stack = {{home_, 0}};
     std::size_t visited = 0;
@@ -192,7 +192,7 @@ std::vector<CleanupItem> ApprovalScanner::virtualMachineItems() const {
     return items;
 }
 
-std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const CancelTest& isCancelled) const {
+std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const CancelCheck& isCancelled) const {
     struct Candidate {
         std::string path;
         std::string name;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "CancelTest.hpp"
+#include "CancelCheck.hpp"
 #include "CleanupItem.hpp"
 #include "base/IsoDate.hpp"
 
@@ -34,11 +34,11 @@ public:
                              std::chrono::seconds activityWindow = defaultActivityWindow);
 
     // Everything, in this order: node_modules folders, virtual machines, duplicate installers.
-    std::vector<CleanupItem> scan(const CancelTest& isCancelled) const;
+    std::vector<CleanupItem> scan(const CancelCheck& isCancelled) const;
 
-    std::vector<CleanupItem> nodeModulesItems(const CancelTest& isCancelled) const;
+    std::vector<CleanupItem> nodeModulesItems(const CancelCheck& isCancelled) const;
     std::vector<CleanupItem> virtualMachineItems() const;
-    std::vector<CleanupItem> duplicateInstallerItems(const CancelTest& isCancelled) const;
+    std::vector<CleanupItem> duplicateInstallerItems(const CancelCheck& isCancelled) const;
 
     // Whether a project was worked on within the window; none when no timestamp can tell.
     std::optional<bool> isActive(const std::string& nodeModules) const;

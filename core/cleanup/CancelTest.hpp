@@ -12,13 +12,13 @@
 
 namespace brimlet {
 
-class CancelTest {
+class CancelCheck {
 public:
-    CancelTest() = default;
-    CancelTest(std::nullptr_t) {}  // NOLINT: nullptr reads as "never cancelled"
+    CancelCheck() = default;
+    CancelCheck(std::nullptr_t) {}  // NOLINT: nullptr reads as "never cancelled"
     template <typename F, typename = std::enable_if_t<std::is_invocable_r_v<bool, F&> &&
-                                                      !std::is_same_v<std::decay_t<F>, CancelTest>>>
-    CancelTest(F&& test) : test_(std::forward<F>(test)) {}  // NOLINT: any bool() callable converts
+                                                      !std::is_same_v<std::decay_t<F>, CancelCheck>>>
+    CancelCheck(F&& test) : test_(std::forward<F>(test)) {}  // NOLINT: any bool() callable converts
 
     // True when the work should stop; always false for an empty test.
     bool operator()() const { return test_ && test_(); }

@@ -88,7 +88,7 @@ std::vector<ProcessUse> InUseChecker::processesUsing(const std::string& realPath
     const std::int32_t self = ::getpid();
     for (const std::int32_t pid : reader.allPIDs()) {
         if (pid == self || !uses(pid, realPath, reader, files)) continue;
-        const auto info = reader.bsdInfo(pid);
+        const auto info = reader.identity(pid);
         users.push_back({pid, info ? info->name : std::string()});
     }
     return users;
@@ -187,7 +187,7 @@ Cleaner::Cleaner(const std::string& home, FileOperations& operations)
               if (item.blockedReason) ids.insert(item.id);
           return ids;
       }),
-      census([](const PinnedItem& item) { return SizeMeasurer::census(item, CancelTest()); }),
+      census([](const PinnedItem& item) { return SizeMeasurer::census(item, CancelCheck()); }),
       removalCheck([](const PinnedItem& item) { return RemovalCheck::wholeTree(item); }),
       mountPoints(currentMountPoints),
       home_(home) {}
@@ -226,7 +226,7 @@ kestrow::Status guarded(F&& operation) {
 }  // namespace
 
 CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vector<std::string>& allowedRoots,
-                           DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const {
+                           DeleteMode mode, const Progress& progress, const CancelCheck& isCancelled) const {
     std::vector<AllowedRoot> roots;
     for (const std::string& root : allowedRoots) roots.push_back({root, std::nullopt});
     return run(items, roots, mode, progress, isCancelled);
@@ -255,7 +255,7 @@ bool rootsUnchanged(const std::string& realPath, const std::vector<AllowedRoot>&
 }  // namespace
 
 CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vector<AllowedRoot>& allowedRoots,
-                           DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const {
+                           DeleteMode mode, const Progress& progress, const CancelCheck& isCancelled) const {
     CleanupReport report;
     report.startedAt = report.finishedAt = kestrow::currentDate();
     report.requestedMode = mode;
@@ -321,13 +321,13 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
                 continue;
             }
             // Only the tool deletes here; the folder is measured (by path) to tell what it took.
-            const std::uint64_t sizeBefore = SizeMeasurer::census(item.url, CancelTest()).bytes;
+            const std::uint64_t sizeBefore = SizeMeasurer::census(item.url, CancelCheck()).bytes;
             const auto [status, message] = deleteUnavailableSimulators();
             if (status != 0) {
                 fail("simctl failed: " + message);
                 continue;
             }
-            const std::uint64_t sizeAfter = SizeMeasurer::census(item.url, CancelTest()).bytes;
+            const std::uint64_t sizeAfter = SizeMeasurer::census(item.url, CancelCheck()).bytes;
             report.deleted.push_back({item.title, item.url, sizeBefore > sizeAfter ? sizeBefore - sizeAfter : 0,
                                       DeleteMode::permanent, false, std::nullopt});
             continue;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/Status.hpp"
-#include "CancelTest.hpp"
+#include "CancelCheck.hpp"
 #include "CleanupItem.hpp"
 #include "CleanupReport.hpp"
 #include "OpenFiles.hpp"
@@ -105,11 +105,11 @@ struct Cleaner {
     Cleaner(const std::string& home, FileOperations& operations);
 
     CleanupReport run(const std::vector<CleanupItem>& items, const std::vector<std::string>& allowedRoots,
-                      DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const;
+                      DeleteMode mode, const Progress& progress, const CancelCheck& isCancelled) const;
     // The same with the identity each root had when it was measured: a root that is no longer
     // that file allows nothing.
     CleanupReport run(const std::vector<CleanupItem>& items, const std::vector<AllowedRoot>& allowedRoots,
-                      DeleteMode mode, const Progress& progress, const CancelTest& isCancelled) const;
+                      DeleteMode mode, const Progress& progress, const CancelCheck& isCancelled) const;
 
     // Appended to the error of a removal that stopped part way, before the size of what went.
     static constexpr const char* partlyRemoved = " \u2014 part of it was removed (";

@@ -26,7 +26,7 @@ CleanupSession::CleanupSession(const std::string& home, FileOperations& fileOper
       cleaner_(home, fileOperations),
       identity_(CleanupApproval::Token::random()) {}
 
-std::future<MeasureResult> CleanupSession::measure(CancelTest isCancelled, SizeMeasurer::Measured onMeasured) {
+std::future<MeasureResult> CleanupSession::measure(CancelCheck isCancelled, SizeMeasurer::Measured onMeasured) {
     return executor_.submit([this, isCancelled = std::move(isCancelled), onMeasured = std::move(onMeasured)] {
         MeasureResult result;
         result.regenerable = catalog_.regenerableItems();
@@ -55,13 +55,13 @@ std::future<MeasureResult> CleanupSession::measure(CancelTest isCancelled, SizeM
     });
 }
 
-std::future<std::vector<FolderUsage>> CleanupSession::homeUsage(CancelTest isCancelled) {
+std::future<std::vector<FolderUsage>> CleanupSession::homeUsage(CancelCheck isCancelled) {
     return executor_.submit([this, isCancelled = std::move(isCancelled)] {
         return SizeMeasurer::homeUsage(home_, isCancelled);
     });
 }
 
-std::future<std::vector<CleanupItem>> CleanupSession::scanPersonal(CancelTest isCancelled) {
+std::future<std::vector<CleanupItem>> CleanupSession::scanPersonal(CancelCheck isCancelled) {
     return executor_.submit([this, isCancelled = std::move(isCancelled)] {
         std::vector<CleanupItem> items = scanner_.scan(isCancelled);
         // What each item takes, so the user weighs it before approving it. A cancelled pass keeps
@@ -97,7 +97,7 @@ kestrow::Status CleanupSession::consume(const CleanupApproval& approval, const s
 }
 
 std::future<CleanupReport> CleanupSession::clean(std::vector<std::string> ids, CleanupApproval approval,
-                                                 DeleteMode mode, Progress progress, CancelTest isCancelled) {
+                                                 DeleteMode mode, Progress progress, CancelCheck isCancelled) {
     return executor_.submit([this, ids = std::move(ids), approval = std::move(approval), mode,
                              progress = std::move(progress), isCancelled = std::move(isCancelled)] {
         if (const kestrow::Status accepted = consume(approval, ids); accepted.failed()) {

@@ -46,12 +46,12 @@ public:
 
     // Measures the regenerable items. `onMeasured` hears, from the measuring threads, how many of
     // how many are measured; a cancelled measure stops early and leaves sizes unknown or short.
-    std::future<MeasureResult> measure(CancelTest isCancelled = {}, SizeMeasurer::Measured onMeasured = {});
-    std::future<std::vector<FolderUsage>> homeUsage(CancelTest isCancelled);
-    std::future<std::vector<CleanupItem>> scanPersonal(CancelTest isCancelled);
+    std::future<MeasureResult> measure(CancelCheck isCancelled = {}, SizeMeasurer::Measured onMeasured = {});
+    std::future<std::vector<FolderUsage>> homeUsage(CancelCheck isCancelled);
+    std::future<std::vector<CleanupItem>> scanPersonal(CancelCheck isCancelled);
     std::future<CleanupApproval> approve(std::vector<std::string> ids);
     std::future<CleanupReport> clean(std::vector<std::string> ids, CleanupApproval approval, DeleteMode mode,
-                                     Progress progress, CancelTest isCancelled);
+                                     Progress progress, CancelCheck isCancelled);
 
     // A result of the calls above, handed to `then` on `loop`'s thread as soon as it is ready.
     template <typename T, typename Then>

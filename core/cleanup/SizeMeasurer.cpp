@@ -26,7 +26,7 @@ namespace {
 
 // Measures the folder behind `dir` (taken over): each entry costs one status read; mounts inside
 // are noted, neither entered nor counted.
-void measureFolder(DIR* dir, const EntryStatus& status, const std::string& path, const CancelTest& isCancelled,
+void measureFolder(DIR* dir, const EntryStatus& status, const std::string& path, const CancelCheck& isCancelled,
                    const EntryReader& reader, TreeCensus& census) {
     TreeWalk walk;
     walk.reader = reader;
@@ -51,7 +51,7 @@ void measureFolder(DIR* dir, const EntryStatus& status, const std::string& path,
     walk.run(dir, status, path);
 }
 
-TreeCensus censusOf(const EntryStatus& status, DIR* dir, const std::string& path, const CancelTest& isCancelled,
+TreeCensus censusOf(const EntryStatus& status, DIR* dir, const std::string& path, const CancelCheck& isCancelled,
                     const EntryReader& reader) {
     TreeCensus census;
     census.exists = true;
@@ -70,21 +70,21 @@ TreeCensus censusOf(const EntryStatus& status, DIR* dir, const std::string& path
 
 }  // namespace
 
-TreeCensus SizeMeasurer::census(const std::string& path, const CancelTest& isCancelled, const EntryReader& reader) {
+TreeCensus SizeMeasurer::census(const std::string& path, const CancelCheck& isCancelled, const EntryReader& reader) {
     const auto status = reader(AT_FDCWD, path.c_str());
     if (!status) return {0, 1, 0, false, std::nullopt, std::nullopt};
     DIR* dir = status->isDirectory() ? openListedFolder(AT_FDCWD, path.c_str(), *status) : nullptr;
     return censusOf(*status, dir, path, isCancelled, reader);
 }
 
-TreeCensus SizeMeasurer::census(const PinnedItem& item, const CancelTest& isCancelled, const EntryReader& reader) {
+TreeCensus SizeMeasurer::census(const PinnedItem& item, const CancelCheck& isCancelled, const EntryReader& reader) {
     const auto status = reader(item.parent.get(), item.name.c_str());
     if (!status || !(FileIdentity::of(*status) == item.identity())) return {0, 1, 0, false, std::nullopt, std::nullopt};
     DIR* dir = status->isDirectory() ? openListedFolder(item.parent.get(), item.name.c_str(), *status) : nullptr;
     return censusOf(*status, dir, item.path, isCancelled, reader);
 }
 
-MeasuredSize SizeMeasurer::allocatedSize(const std::string& path, const CancelTest& isCancelled,
+MeasuredSize SizeMeasurer::allocatedSize(const std::string& path, const CancelCheck& isCancelled,
                                          const EntryReader& reader) {
     const TreeCensus counted = census(path, isCancelled, reader);
     return {counted.bytes, counted.unreadable};
@@ -109,7 +109,7 @@ void SizeMeasurer::concurrently(std::size_t count, const std::function<void(std:
     for (std::thread& thread : threads) thread.join();
 }
 
-std::vector<TreeCensus> SizeMeasurer::censusAll(const std::vector<std::string>& paths, const CancelTest& isCancelled,
+std::vector<TreeCensus> SizeMeasurer::censusAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
                                                 const Measured& onMeasured) {
     std::vector<TreeCensus> results(paths.size());
     std::atomic<std::size_t> measured{0};
@@ -122,14 +122,14 @@ std::vector<TreeCensus> SizeMeasurer::censusAll(const std::vector<std::string>& 
 }
 
 std::vector<MeasuredSize> SizeMeasurer::measureAll(const std::vector<std::string>& paths,
-                                                   const CancelTest& isCancelled, const Measured& onMeasured) {
+                                                   const CancelCheck& isCancelled, const Measured& onMeasured) {
     std::vector<MeasuredSize> sizes;
     for (const TreeCensus& counted : censusAll(paths, isCancelled, onMeasured))
         sizes.push_back({counted.bytes, counted.unreadable});
     return sizes;
 }
 
-std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const CancelTest& isCancelled) {
+std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const CancelCheck& isCancelled) {
     std::vector<FolderUsage> folders;
     DIR* dir = ::opendir(home.c_str());
     if (!dir) return folders;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "CancelTest.hpp"
+#include "CancelCheck.hpp"
 #include "CleanupItem.hpp"
 #include "EntryStatus.hpp"
 #include "Pinning.hpp"
@@ -60,24 +60,24 @@ struct SizeMeasurer {
     // Sums allocated bytes below a path: hidden files included, every depth, links never followed
     // (a link counts for its own blocks). Folders that cannot be listed count as unreadable. Like
     // `du -x`, it stays on the path's own file system: a mount inside is neither entered nor counted.
-    static MeasuredSize allocatedSize(const std::string& path, const CancelTest& isCancelled,
+    static MeasuredSize allocatedSize(const std::string& path, const CancelCheck& isCancelled,
                                       const EntryReader& reader = readEntryStatus);
-    static TreeCensus census(const std::string& path, const CancelTest& isCancelled,
+    static TreeCensus census(const std::string& path, const CancelCheck& isCancelled,
                              const EntryReader& reader = readEntryStatus);
     // The same through a pinned item: what is measured is what would be removed.
-    static TreeCensus census(const PinnedItem& item, const CancelTest& isCancelled,
+    static TreeCensus census(const PinnedItem& item, const CancelCheck& isCancelled,
                              const EntryReader& reader = readEntryStatus);
 
     // The home folder's direct child folders (links excluded), measured concurrently, largest first.
-    static std::vector<FolderUsage> homeUsage(const std::string& home, const CancelTest& isCancelled);
+    static std::vector<FolderUsage> homeUsage(const std::string& home, const CancelCheck& isCancelled);
 
     // Called once a path's size is known, with how many are known so far; from any of the threads.
     using Measured = std::function<void(std::size_t measured, std::size_t total)>;
     // Each path measured, on at most maxThreads threads, results in the order given.
-    static std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelTest& isCancelled,
+    static std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
                                                 const Measured& onMeasured = {});
     // The same, each path's census in full (its identity included).
-    static std::vector<TreeCensus> censusAll(const std::vector<std::string>& paths, const CancelTest& isCancelled,
+    static std::vector<TreeCensus> censusAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
                                              const Measured& onMeasured = {});
 
     // Runs task(0) ... task(count − 1) on at most maxThreads threads (the caller's included) and

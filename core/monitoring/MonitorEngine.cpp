@@ -38,7 +38,7 @@ MonitorSnapshot MonitorEngine::assemble(ProcessSampler& processes, SystemSampler
     for (const ProcessSample* sample : heavy) {
         HeavyProcess entry{sample->pid(), sample->name, sample->footprint, sample->ppid, std::nullopt};
         if (auto it = names.find(sample->ppid); it != names.end()) entry.parentName = *it->second;
-        else if (auto info = processes.reader().bsdInfo(sample->ppid)) entry.parentName = info->name;
+        else if (auto info = processes.reader().identity(sample->ppid)) entry.parentName = info->name;
         snapshot.heavyProcesses.push_back(std::move(entry));
     }
 

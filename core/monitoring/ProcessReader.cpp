@@ -7,7 +7,7 @@
 
 namespace brimlet {
 
-std::uint64_t MachClock::nanoseconds(std::uint64_t ticks) const {
+std::uint64_t TickClock::nanoseconds(std::uint64_t ticks) const {
     if (denom == 0) kestrow::fatalError("clock with a zero denominator");
     const std::uint64_t whole = kestrow::checkedMultiply(ticks / denom, numer, "tick conversion overflow");
     const std::uint64_t part = kestrow::checkedMultiply(ticks % denom, numer, "tick conversion overflow") / denom;

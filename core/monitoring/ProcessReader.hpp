@@ -12,16 +12,16 @@
 namespace brimlet {
 
 // Converts the kernel's CPU-time ticks to nanoseconds: numer / denom nanoseconds a tick.
-struct MachClock {
+struct TickClock {
     std::uint64_t numer = 1;
     std::uint64_t denom = 1;
 
     // The running machine's clock, read from the kernel once and kept.
-    static MachClock current();
+    static TickClock current();
     // (ticks / denom) × numer + ((ticks mod denom) × numer) / denom: no overflow in between;
     // an overflow of the result, or a zero denom, is fatal.
     std::uint64_t nanoseconds(std::uint64_t ticks) const;
-    bool operator==(const MachClock&) const = default;
+    bool operator==(const TickClock&) const = default;
 };
 
 struct ProcessUsage {
@@ -34,12 +34,12 @@ struct ProcessUsage {
     bool operator==(const ProcessUsage&) const = default;
 };
 
-struct ProcessBSDInfo {
+struct ProcessIdentity {
     std::int32_t ppid = 0;
     std::uint32_t uid = 0;
     std::uint64_t startTime = 0;  // microseconds since the epoch
     std::string name;
-    bool operator==(const ProcessBSDInfo&) const = default;
+    bool operator==(const ProcessIdentity&) const = default;
 };
 
 // What the platform can tell about processes. Implementations return raw figures only.
@@ -49,19 +49,19 @@ public:
 
     virtual std::vector<std::int32_t> allPIDs() = 0;
     virtual std::optional<ProcessUsage> usage(std::int32_t pid) = 0;
-    virtual std::optional<ProcessBSDInfo> bsdInfo(std::int32_t pid) = 0;
+    virtual std::optional<ProcessIdentity> identity(std::int32_t pid) = 0;
     virtual std::optional<std::string> executablePath(std::int32_t pid) = 0;
     virtual std::optional<std::vector<std::string>> arguments(std::int32_t pid) = 0;
     virtual std::optional<std::string> currentDirectory(std::int32_t pid) = 0;
     // Monotonic time in nanoseconds, the base of every rate.
     virtual std::uint64_t uptimeNanoseconds() = 0;
-    virtual MachClock clock() = 0;
+    virtual TickClock clock() = 0;
 
     // Usage and BSD information of one process together; a backend whose two answers share one
     // kernel read overrides this to read it once. BSD information is only asked when usage exists.
     struct Record {
         std::optional<ProcessUsage> usage;
-        std::optional<ProcessBSDInfo> info;
+        std::optional<ProcessIdentity> info;
     };
     // The sampler's sweep reads every process through read() and then calls endSweep(). A backend
     // may keep what it needs to read a process again cheaply (open files) from one sweep to the
@@ -69,7 +69,7 @@ public:
     virtual Record read(std::int32_t pid) {
         Record record;
         record.usage = usage(pid);
-        if (record.usage) record.info = bsdInfo(pid);
+        if (record.usage) record.info = identity(pid);
         return record;
     }
     virtual void endSweep() {}

@@ -4,11 +4,11 @@
 
 namespace brimlet {
 
-ProcessSampler::ProcessSampler(ProcessReading& reader, MachClock clock) : reader_(reader), clock_(clock) {}
+ProcessSampler::ProcessSampler(ProcessReading& reader, TickClock clock) : reader_(reader), clock_(clock) {}
 
 ProcessSampler::ProcessSampler(ProcessReading& reader) : ProcessSampler(reader, reader.clock()) {}
 
-void ProcessSampler::resolveIdentity(ProcessSample& sample, const ProcessBSDInfo& info) {
+void ProcessSampler::resolveIdentity(ProcessSample& sample, const ProcessIdentity& info) {
     // Paths and arguments cost several kernel calls; they are read once per process lifetime.
     const std::int32_t pid = sample.key.pid;
     sample.name = info.name;
@@ -42,7 +42,7 @@ const ProcessSampler::Result& ProcessSampler::sample() {
             continue;
         }
         const ProcessUsage& usage = *record.usage;
-        const ProcessBSDInfo& info = *record.info;
+        const ProcessIdentity& info = *record.info;
         const ProcessKey key{pid, info.startTime};
         const Counters counters{usage.cpuTicks, usage.diskRead, usage.diskWritten, usage.diskCountersReadable};
 

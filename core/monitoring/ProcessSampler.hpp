@@ -20,7 +20,7 @@ public:
     };
 
     // The reader must outlive the sampler; the clock converts its CPU ticks.
-    ProcessSampler(ProcessReading& reader, MachClock clock);
+    ProcessSampler(ProcessReading& reader, TickClock clock);
     explicit ProcessSampler(ProcessReading& reader = liveProcessReading());
 
     // The result lives in the sampler and is reused: it stays valid until the next call. Each
@@ -54,11 +54,11 @@ private:
         Entry* entry = nullptr;
     };
 
-    void resolveIdentity(ProcessSample& sample, const ProcessBSDInfo& info);
+    void resolveIdentity(ProcessSample& sample, const ProcessIdentity& info);
     void arrange();
 
     ProcessReading& reader_;
-    MachClock clock_;
+    TickClock clock_;
     std::unordered_map<ProcessKey, Entry, ProcessKeyHash> entries_;
     std::optional<std::uint64_t> previousTime_;
     std::uint64_t sweep_ = 0;

@@ -17,11 +17,11 @@ namespace brimlet {
 
 // 10^9 / hertz nanoseconds a tick as a reduced fraction: 24 MHz gives 125/3, 1 GHz gives 1/1.
 // None for a frequency of 0.
-inline std::optional<MachClock> machClockForTickFrequency(std::uint64_t hertz) {
+inline std::optional<TickClock> tickClockForFrequency(std::uint64_t hertz) {
     if (hertz == 0) return std::nullopt;
     constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
     const std::uint64_t common = std::gcd(nanosecondsPerSecond, hertz);
-    return MachClock{nanosecondsPerSecond / common, hertz / common};
+    return TickClock{nanosecondsPerSecond / common, hertz / common};
 }
 
 }  // namespace brimlet

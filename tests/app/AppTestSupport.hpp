@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "app/BrimletApplication.hpp"
-#include "app/MonitorStore.hpp"
+#include "app/startup/BrimletApplication.hpp"
+#include "app/stores/MonitorStore.hpp"
 #include "base/MainLoop.hpp"
 #include "base/UserDefaults.hpp"
 #include "tests/monitoring/FakeReaders.hpp"

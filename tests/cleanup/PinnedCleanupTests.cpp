@@ -196,7 +196,7 @@ TEST(PinnedRemoval, AParentSwappedForALinkAfterTheCheckCostsNothingOutside) {
             Cleaner cleaner = quietCleaner(h.home, operations);
             cleaner.resolution = how;
             CleanupItem item = cacheItem(h.home);
-            const TreeCensus measured = SizeMeasurer::census(item.url, CancelTest());
+            const TreeCensus measured = SizeMeasurer::census(item.url, CancelCheck());
             item.measuredIdentity = measured.identity;
             bool swapped = false;
             // Runs after the policy's answer and the pinning, right before the removal.
@@ -280,7 +280,7 @@ TEST(PinnedRemoval, AParentBindMountedAfterMeasuringIsSkipped) {
         LiveFileOperations operations;
         Cleaner cleaner = quietCleaner(h.home, operations);
         CleanupItem item = cacheItem(h.home);
-        item.measuredIdentity = SizeMeasurer::census(item.url, CancelTest()).identity;
+        item.measuredIdentity = SizeMeasurer::census(item.url, CancelCheck()).identity;
         if (::mount((h.home + "/Documents").c_str(), (h.home + "/.cache").c_str(), nullptr, MS_BIND, nullptr) != 0) {
             std::fprintf(out, "bind mount: %s\n", std::strerror(errno));
             return 100;
@@ -451,7 +451,7 @@ TEST(Duplicates, OneFileIsNeverItsOwnDuplicate) {
                 break;
             case Setup::realCopy: writeFile(home + "/Desktop/Tool.dmg", installer); break;
         }
-        const auto items = ApprovalScanner(home).duplicateInstallerItems(CancelTest());
+        const auto items = ApprovalScanner(home).duplicateInstallerItems(CancelCheck());
         EXPECT_EQ(items.size(), setup == Setup::realCopy ? 1u : 0u);
     }
 
@@ -526,7 +526,7 @@ TEST(DeepTrees, AreWalkedWithABoundedNumberOfDescriptors) {
     ScopedDescriptorLimit limit(depth / 10);
     ASSERT_TRUE(limit.ok());
 
-    const TreeCensus census = SizeMeasurer::census(cache, CancelTest());
+    const TreeCensus census = SizeMeasurer::census(cache, CancelCheck());
     EXPECT_EQ(census.bytes, bytes);
     EXPECT_EQ(census.unreadable, 0);
     EXPECT_EQ(census.entries, 2u * depth);

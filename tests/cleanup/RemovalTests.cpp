@@ -79,7 +79,7 @@ TEST(MountInsideACache, IsNeitherMeasuredNorRemoved) {
             };
         }
 
-        EXPECT_EQ(SizeMeasurer::census(cache, CancelTest(), reader).bytes, blocksOf(cache + "/wheels/a.whl"));
+        EXPECT_EQ(SizeMeasurer::census(cache, CancelCheck(), reader).bytes, blocksOf(cache + "/wheels/a.whl"));
         EXPECT_EQ(RemovalCheck::wholeTree(cache, reader).message(),
                   std::string(RemovalCheck::mountInside) + ": " + mounted);
         // Even without the look first, the removal itself never steps onto the mount.
@@ -88,7 +88,7 @@ TEST(MountInsideACache, IsNeitherMeasuredNorRemoved) {
 
         LiveFileOperations operations;
         Cleaner cleaner = quietCleaner(home, operations);
-        cleaner.census = [&](const PinnedItem& item) { return SizeMeasurer::census(item, CancelTest(), reader); };
+        cleaner.census = [&](const PinnedItem& item) { return SizeMeasurer::census(item, CancelCheck(), reader); };
         cleaner.removalCheck = [&](const PinnedItem& item) { return RemovalCheck::wholeTree(item, reader); };
         const CleanupReport report =
             cleaner.run({cacheItem(cache)}, {cache}, DeleteMode::permanent, nullptr, nullptr);

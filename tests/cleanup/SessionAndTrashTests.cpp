@@ -134,7 +134,7 @@ TEST(CleanupSession, AnEmptyCancelTestMeansNeverCancelled) {
     LiveFileOperations operations;
     CleanupSession session(temp.path(), operations);
     EXPECT_EQ(session.scanPersonal(nullptr).get().size(), 1u);
-    EXPECT_EQ(session.homeUsage(CancelTest()).get().size(), 1u);
+    EXPECT_EQ(session.homeUsage(CancelCheck()).get().size(), 1u);
     const CleanupApproval approval = session.approve({}).get();
     EXPECT_FALSE(session.clean({}, approval, DeleteMode::trash, nullptr, nullptr).get().cancelled);
 }

@@ -27,7 +27,7 @@ std::uint64_t blocksOf(const std::string& path) {
 
 void writeBytes(const std::string& path, std::size_t size) { std::ofstream(path) << std::string(size, 'k'); }
 
-const CancelTest never = [] { return false; };
+const CancelCheck never = [] { return false; };
 
 TEST(SizeMeasurer, FilesFoldersLinksAndMissingPaths) {
     TempFolder temp;
@@ -57,7 +57,7 @@ TEST(SizeMeasurer, CancelTestIsAskedEvery2048Entries) {
     TempFolder temp;
     for (int i = 0; i < 2047; ++i) std::ofstream(temp / ("f" + std::to_string(i)));
     std::atomic<int> asked{0};
-    const CancelTest counting = [&] { return ++asked, false; };
+    const CancelCheck counting = [&] { return ++asked, false; };
     SizeMeasurer::allocatedSize(temp.path(), counting);
     EXPECT_EQ(asked.load(), 0);
     fs::create_directory(temp / "the-2048th");
@@ -108,17 +108,17 @@ TEST(SizeMeasurer, UnreadableFoldersAreCountedNotSummed) {
     EXPECT_EQ(measureAsNobody(temp / "tree/locked"), (MeasuredSize{0, 1}));
 }
 
-TEST(CancelTest, EmptyMeansNeverCancelledEverywhere) {
+TEST(CancelCheck, EmptyMeansNeverCancelledEverywhere) {
     const std::function<bool()> emptyFunction;
-    const CancelTest nevers[] = {CancelTest(), nullptr, emptyFunction, [] { return false; }};
-    for (const CancelTest& test : nevers) EXPECT_FALSE(test());
-    EXPECT_TRUE(CancelTest([] { return true; })());
+    const CancelCheck nevers[] = {CancelCheck(), nullptr, emptyFunction, [] { return false; }};
+    for (const CancelCheck& test : nevers) EXPECT_FALSE(test());
+    EXPECT_TRUE(CancelCheck([] { return true; })());
 
     TempFolder home;
     fs::create_directories(home / "Folder");
     fs::create_directories(home / "Other");
     std::ofstream(home / "Other/a") << "a";
-    EXPECT_EQ(SizeMeasurer::homeUsage(home.path(), CancelTest()).size(), 2u);
+    EXPECT_EQ(SizeMeasurer::homeUsage(home.path(), CancelCheck()).size(), 2u);
 }
 
 TEST(SizeMeasurer, MeasuringStartsABoundedNumberOfThreads) {

@@ -12,7 +12,7 @@ namespace brimlet::testing {
 
 struct FakeProcess {
     std::optional<ProcessUsage> usage;
-    std::optional<ProcessBSDInfo> info;
+    std::optional<ProcessIdentity> info;
     std::optional<std::string> path;
     std::optional<std::vector<std::string>> args;
     std::optional<std::string> cwd;
@@ -23,7 +23,7 @@ public:
     std::vector<std::int32_t> order;  // the kernel's listing order
     std::map<std::int32_t, FakeProcess> table;
     std::uint64_t now = 1'000'000'000;
-    MachClock machClock{1, 1};
+    TickClock tickClock{1, 1};
     int pathReads = 0;
     int argumentReads = 0;
     int bsdReads = 0;
@@ -33,7 +33,7 @@ public:
         order.push_back(pid);
         FakeProcess& p = table[pid];
         p.usage = ProcessUsage{footprint, 0, 0, 0, true};
-        p.info = ProcessBSDInfo{ppid, 501, startTime, std::move(name)};
+        p.info = ProcessIdentity{ppid, 501, startTime, std::move(name)};
         return p;
     }
 
@@ -42,7 +42,7 @@ public:
         auto it = table.find(pid);
         return it == table.end() ? std::nullopt : it->second.usage;
     }
-    std::optional<ProcessBSDInfo> bsdInfo(std::int32_t pid) override {
+    std::optional<ProcessIdentity> identity(std::int32_t pid) override {
         ++bsdReads;
         auto it = table.find(pid);
         return it == table.end() ? std::nullopt : it->second.info;
@@ -62,7 +62,7 @@ public:
         return it == table.end() ? std::nullopt : it->second.cwd;
     }
     std::uint64_t uptimeNanoseconds() override { return now; }
-    MachClock clock() override { return machClock; }
+    TickClock clock() override { return tickClock; }
 };
 
 class FakeSystemReading : public SystemReading {

@@ -16,7 +16,7 @@ namespace {
 TEST(TickFrequency, GivesTheSameClockAsTheTimebaseOfEachMachine) {
     struct Case {
         std::uint64_t hertz;
-        MachClock expected;
+        TickClock expected;
     };
     const Case cases[] = {
         {24'000'000, {125, 3}},      // Apple silicon
@@ -25,17 +25,17 @@ TEST(TickFrequency, GivesTheSameClockAsTheTimebaseOfEachMachine) {
         {3, {1'000'000'000, 3}},
     };
     for (const Case& c : cases) {
-        const auto clock = machClockForTickFrequency(c.hertz);
+        const auto clock = tickClockForFrequency(c.hertz);
         ASSERT_TRUE(clock) << c.hertz;
         EXPECT_EQ(*clock, c.expected) << c.hertz;
         EXPECT_EQ(clock->nanoseconds(c.hertz), 1'000'000'000u) << "one second of ticks, " << c.hertz;
     }
-    EXPECT_FALSE(machClockForTickFrequency(0));
+    EXPECT_FALSE(tickClockForFrequency(0));
 
     // 125/3 as mach_timebase_info gives it natively and 24 MHz as hw.tbfrequency gives it under
     // Rosetta convert alike, remainder truncated.
-    const MachClock fromFrequency = *machClockForTickFrequency(24'000'000);
-    const MachClock fromTimebase{125, 3};
+    const TickClock fromFrequency = *tickClockForFrequency(24'000'000);
+    const TickClock fromTimebase{125, 3};
     for (const std::uint64_t ticks : {1ull, 2ull, 3ull, 1000ull, 24'000'001ull, 1ull << 40}) {
         EXPECT_EQ(fromFrequency.nanoseconds(ticks), fromTimebase.nanoseconds(ticks)) << ticks;
     }
@@ -48,7 +48,7 @@ TEST(TickFrequency, TranslatedProcessSeesFullCpuFromNativeTicks) {
     // clock from the frequency one busy core reads 100 %, not 2.4 %.
     testing::FakeProcessReading reader;
     reader.add(7, 1, "busy");
-    ProcessSampler sampler(reader, *machClockForTickFrequency(24'000'000));
+    ProcessSampler sampler(reader, *tickClockForFrequency(24'000'000));
     sampler.sample();
     reader.now += 2'000'000'000;
     reader.table[7].usage->cpuTicks += 48'000'000;  // two seconds of one core

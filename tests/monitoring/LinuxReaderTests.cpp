@@ -52,7 +52,7 @@ TEST(LinuxProcessReading, WalksAFixtureProcTreeWhateverItKeepsOpen) {
         std::sort(pids.begin(), pids.end());
         EXPECT_EQ(pids, (std::vector<std::int32_t>{2, 4242, 4300, 4400}));  // not "self", "acpi", "uptime"
 
-        ProcessSampler sampler(reader, MachClock{1, 1});
+        ProcessSampler sampler(reader, TickClock{1, 1});
         const ProcessSampler::Result first = sampler.sample();
         EXPECT_EQ(first.hidden, 1);  // 4400 has no status
         ASSERT_EQ(first.processes.size(), 3u);
@@ -93,13 +93,13 @@ TEST(LinuxProcessReading, WalksAFixtureProcTreeWhateverItKeepsOpen) {
         EXPECT_EQ(reader.currentDirectory(4242), "/srv/work");
         EXPECT_EQ(reader.arguments(4242), (std::vector<std::string>{"/usr/bin/my tool", "--flag"}));
         EXPECT_EQ(reader.arguments(2), std::vector<std::string>{});
-        EXPECT_EQ(reader.bsdInfo(4300)->ppid, 4242);
+        EXPECT_EQ(reader.identity(4300)->ppid, 4242);
         EXPECT_FALSE(reader.usage(4400));
         EXPECT_FALSE(reader.usage(5000));
     }
     LinuxProcessReading nowhere("/nonexistent-proc-root");
     EXPECT_TRUE(nowhere.allPIDs().empty());
-    EXPECT_FALSE(nowhere.bsdInfo(1));
+    EXPECT_FALSE(nowhere.identity(1));
 }
 
 // A process that sleeps keeps its last memory and I/O figures for a few sweeps; any sign of

@@ -54,7 +54,7 @@ TEST(LiveProcesses, OwnProcessAndAChildThatComesAndGoes) {
     // posix_spawn returns before exec has replaced the image; wait until it has.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     const auto exec = [&] {
-        auto info = liveProcessReading().bsdInfo(child.pid());
+        auto info = liveProcessReading().identity(child.pid());
         return info && info->name == "sleep";
     };
     while (!exec() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -75,7 +75,7 @@ TEST(LiveProcesses, OwnProcessAndAChildThatComesAndGoes) {
     EXPECT_EQ(sleeper->app->key, "cmd:sleep");
     EXPECT_EQ(liveProcessReading().arguments(child.pid()), (std::vector<std::string>{"/bin/sleep", "37"}));
     EXPECT_EQ(liveProcessReading().currentDirectory(child.pid()), "/tmp");
-    EXPECT_GT(liveProcessReading().bsdInfo(child.pid())->startTime, self->key.startTime - 60'000'000);
+    EXPECT_GT(liveProcessReading().identity(child.pid())->startTime, self->key.startTime - 60'000'000);
 
     volatile double spin = 0;
     for (int i = 0; i < 20'000'000; ++i) spin = spin + i;

@@ -24,7 +24,7 @@ TEST_F(EngineFixture, HeavyProcessesThresholdOrderAndParents) {
     processes.add(4, GiB8 + 5, "largest", 900);    // parent not sampled, readable by BSD info
     processes.add(5, GiB8 + 1, "second-equal", 901);  // parent gone
     processes.add(6, 5, "hidden-parent", 1).usage.reset();
-    processes.table[900].info = ProcessBSDInfo{1, 0, 1, "outside"};
+    processes.table[900].info = ProcessIdentity{1, 0, 1, "outside"};
     MonitorEngine engine(processes, system);
     const MonitorSnapshot snap = engine.snapshot().get();
 

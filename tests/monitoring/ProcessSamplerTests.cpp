@@ -10,9 +10,9 @@ namespace {
 
 using testing::FakeProcessReading;
 
-TEST(MachClock, ConvertsWithoutIntermediateOverflow) {
+TEST(TickClock, ConvertsWithoutIntermediateOverflow) {
     struct Case {
-        MachClock clock;
+        TickClock clock;
         std::uint64_t ticks, nanoseconds;
     };
     const Case cases[] = {
@@ -28,8 +28,8 @@ TEST(MachClock, ConvertsWithoutIntermediateOverflow) {
 }
 
 TEST(MachClockDeathTest, OverflowOrZeroDenominatorIsFatal) {
-    EXPECT_DEATH(MachClock({2, 1}).nanoseconds(UINT64_MAX), "overflow");
-    EXPECT_DEATH(MachClock({1, 0}).nanoseconds(5), "zero denominator");
+    EXPECT_DEATH(TickClock({2, 1}).nanoseconds(UINT64_MAX), "overflow");
+    EXPECT_DEATH(TickClock({1, 0}).nanoseconds(5), "zero denominator");
 }
 
 std::string procArgs(std::int32_t argc, std::string_view rest) {
@@ -66,7 +66,7 @@ struct SamplerFixture : ::testing::Test {
 };
 
 TEST_F(SamplerFixture, RatesNeedTwoSamplesOfTheSameProcess) {
-    reader.machClock = {125, 3};
+    reader.tickClock = {125, 3};
     reader.add(10, 4096, "worker");
     reader.table[10].usage->cpuTicks = 3000;
     reader.table[10].usage->diskRead = 100;

@@ -84,13 +84,13 @@ public:
         return usage;
     }
 
-    std::optional<ProcessBSDInfo> bsdInfo(std::int32_t pid) override {
+    std::optional<ProcessIdentity> identity(std::int32_t pid) override {
         proc_bsdinfo info{};
         const int size = ::proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof info);
         if (size != static_cast<int>(sizeof info)) return std::nullopt;
         if (info.pbi_ppid > static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max()))
             kestrow::fatalError("parent process id beyond 32 bits");
-        ProcessBSDInfo result;
+        ProcessIdentity result;
         result.ppid = static_cast<std::int32_t>(info.pbi_ppid);
         result.uid = info.pbi_uid;
         result.startTime = info.pbi_start_tvsec * 1'000'000ULL + info.pbi_start_tvusec;
@@ -128,20 +128,20 @@ public:
 
     std::uint64_t uptimeNanoseconds() override { return ::clock_gettime_nsec_np(CLOCK_UPTIME_RAW); }
 
-    MachClock clock() override { return MachClock::current(); }
+    TickClock clock() override { return TickClock::current(); }
 };
 
 }  // namespace
 
-MachClock MachClock::current() {
-    static const MachClock clock = [] {
+TickClock TickClock::current() {
+    static const TickClock clock = [] {
         if (const auto frequency = timebaseFrequency())
-            if (const auto fromFrequency = machClockForTickFrequency(*frequency)) return *fromFrequency;
+            if (const auto fromFrequency = tickClockForFrequency(*frequency)) return *fromFrequency;
         // Without the frequency, the time base as this process sees it: right for a native build,
         // which is the only kind this project produces (the architecture is pinned to arm64).
         mach_timebase_info_data_t base{};
-        if (::mach_timebase_info(&base) != KERN_SUCCESS || base.denom == 0) return MachClock{1, 1};
-        return MachClock{base.numer, base.denom};
+        if (::mach_timebase_info(&base) != KERN_SUCCESS || base.denom == 0) return TickClock{1, 1};
+        return TickClock{base.numer, base.denom};
     }();
     return clock;
 }

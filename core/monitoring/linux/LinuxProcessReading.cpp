@@ -181,7 +181,7 @@ std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(Held& files
     }
 
     if (stat->ppid > std::numeric_limits<std::int32_t>::max()) kestrow::fatalError("parent process id beyond 32 bits");
-    ProcessBSDInfo info;
+    ProcessIdentity info;
     info.ppid = static_cast<std::int32_t>(stat->ppid);
     info.uid = *status.uid;
     info.startTime = proctext::startMicros(bootTime_, stat->startTicks, ticksPerSecond_);
@@ -239,7 +239,7 @@ std::size_t LinuxProcessReading::heldFileCount() const {
 // Single questions from elsewhere in the product read the process once and keep nothing open.
 std::optional<ProcessUsage> LinuxProcessReading::usage(std::int32_t pid) { return readOnce(pid).usage; }
 
-std::optional<ProcessBSDInfo> LinuxProcessReading::bsdInfo(std::int32_t pid) { return readOnce(pid).info; }
+std::optional<ProcessIdentity> LinuxProcessReading::identity(std::int32_t pid) { return readOnce(pid).info; }
 
 std::optional<std::string> LinuxProcessReading::readLinkOf(std::int32_t pid, const char* name) {
     std::optional<std::string> target;
@@ -283,11 +283,11 @@ std::optional<std::vector<std::string>> LinuxProcessReading::arguments(std::int3
 
 std::uint64_t LinuxProcessReading::uptimeNanoseconds() { return linuxfs::monotonicNanoseconds(); }
 
-MachClock LinuxProcessReading::clock() { return MachClock::current(); }
+TickClock LinuxProcessReading::clock() { return TickClock::current(); }
 
-MachClock MachClock::current() {
+TickClock TickClock::current() {
     // Linux reports CPU time in clock ticks of 1/_SC_CLK_TCK seconds.
-    static const MachClock clock{1'000'000'000ULL, ticksPerSecond()};
+    static const TickClock clock{1'000'000'000ULL, ticksPerSecond()};
     return clock;
 }
 

@@ -32,12 +32,12 @@ public:
 
     std::vector<std::int32_t> allPIDs() override;
     std::optional<ProcessUsage> usage(std::int32_t pid) override;
-    std::optional<ProcessBSDInfo> bsdInfo(std::int32_t pid) override;
+    std::optional<ProcessIdentity> identity(std::int32_t pid) override;
     std::optional<std::string> executablePath(std::int32_t pid) override;
     std::optional<std::vector<std::string>> arguments(std::int32_t pid) override;
     std::optional<std::string> currentDirectory(std::int32_t pid) override;
     std::uint64_t uptimeNanoseconds() override;
-    MachClock clock() override;
+    TickClock clock() override;
     Record read(std::int32_t pid) override;
     void endSweep() override;
 

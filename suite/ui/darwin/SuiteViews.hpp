@@ -51,7 +51,7 @@ NumberLocale currentNumberLocale();
 // A template SF Symbol at `pointSize`; nil when the system lacks it.
 NSImage* symbolImage(std::string_view name, std::string_view description, CGFloat pointSize);
 
-// The system colour for a level (ok green, notice orange, alert red), grey for a member not running.
+// The system color for a level (ok green, notice orange, alert red), grey for a member not running.
 NSColor* levelTint(GlanceLevel level, bool running);
 
 using kestrow::mac::makeLabel;

@@ -191,7 +191,7 @@ NSImage* symbolImage(std::string_view name, std::string_view description, CGFloa
         [image imageWithSymbolConfiguration:[NSImageSymbolConfiguration configurationWithPointSize:pointSize
                                                                                             weight:NSFontWeightRegular]];
     if (sized != nil) image = sized;
-    [image setTemplate:YES];  // drawn in the menu bar's own colour, light or dark
+    [image setTemplate:YES];  // drawn in the menu bar's own color, light or dark
     return image;
 }
 
