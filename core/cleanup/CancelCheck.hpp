@@ -1,7 +1,7 @@
-// The one way the cleanup subsystem asks whether the user stopped the work. An empty test means
+// The one way the cleanup subsystem asks whether the user stopped the work. An empty check means
 // "never cancelled" everywhere, so no caller has to invent a dummy and no callee has to guard a call.
 //
-// Measuring runs on several threads at once, and all of them poll the same test: the function it
+// Measuring runs on several threads at once, and all of them poll the same check: the function it
 // wraps must be safe to call from several threads (an atomic flag is the usual choice).
 #pragma once
 
