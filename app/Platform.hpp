@@ -12,10 +12,10 @@
 
 namespace brimlet::platform {
 
-inline constexpr auto appSeams = std::make_tuple(
-    &currentLaunchPlatform,     // which options of the launch table this build accepts
-    &platformDescription,       // what running it without a one-shot option does, for "--help"
-    &runApplication,            // the front end: the menu-bar app, or the headless runner
-    &runTerminalApplication);   // "--tui" (or a build without ncurses saying it is not there)
+inline constexpr auto appSeams =
+    std::make_tuple(&currentLaunchPlatform,    // which options of the launch table this build accepts
+                    &platformDescription,      // what running it without a one-shot option does, for "--help"
+                    &runApplication,           // the front end: the menu-bar app, or the headless runner
+                    &runTerminalApplication);  // "--tui" (or a build without ncurses saying it is not there)
 
 }  // namespace brimlet::platform

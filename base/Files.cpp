@@ -6,9 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <random>
@@ -26,7 +26,7 @@ SafeRead safeReadOpened(int fd, std::size_t limit) {
         if (error == ENOENT) return {SafeRead::Missing{}};
         return {SafeRead::Refused{"unreadable (errno " + std::to_string(error) + ")"}};
     }
-    struct stat st{};
+    struct stat st {};
     SafeRead result{SafeRead::Refused{"unreadable"}};
     if (::fstat(fd, &st) != 0) {
         ::close(fd);
@@ -191,7 +191,7 @@ std::size_t removeStaleAtomicWriteTemporariesAt(int heldFd, const std::vector<st
         bool ours = false;
         for (const std::string& target : targets) ours = ours || isAtomicWriteTemporary(name, target);
         if (!ours) continue;
-        struct stat st{};
+        struct stat st {};
         if (::fstatat(folderFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
         if (!S_ISREG(st.st_mode) || st.st_uid != ::getuid()) continue;
         const auto changed = std::chrono::system_clock::from_time_t(st.st_mtime);
@@ -248,7 +248,7 @@ std::optional<std::string> canonicalizePath(const std::string& path) {
     if (path == "/") return path;
     std::string current = path;
     std::vector<std::string> missing;  // innermost last
-    struct stat st{};
+    struct stat st {};
     while (::lstat(current.c_str(), &st) != 0) {
         const std::size_t slash = current.find_last_of('/');
         if (slash == std::string::npos) return std::nullopt;
@@ -265,8 +265,7 @@ std::optional<std::string> canonicalizePath(const std::string& path) {
 }
 
 std::string realHomeFolder() {
-    if (const passwd* entry = ::getpwuid(::getuid()); entry && entry->pw_dir && *entry->pw_dir)
-        return entry->pw_dir;
+    if (const passwd* entry = ::getpwuid(::getuid()); entry && entry->pw_dir && *entry->pw_dir) return entry->pw_dir;
     if (const char* home = std::getenv("HOME")) return home;
     return "/";
 }

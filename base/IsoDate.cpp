@@ -16,10 +16,10 @@ std::string formatIsoDate(Date date) {
     const year_month_day ymd{day};
     const long long secondsInDay = (second - day).count();
     char buffer[32];
-    const int n = std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02lld:%02lld:%02lldZ",
-                                static_cast<int>(ymd.year()), static_cast<unsigned>(ymd.month()),
-                                static_cast<unsigned>(ymd.day()), secondsInDay / 3600, (secondsInDay / 60) % 60,
-                                secondsInDay % 60);
+    const int n =
+        std::snprintf(buffer, sizeof buffer, "%04d-%02u-%02uT%02lld:%02lld:%02lldZ", static_cast<int>(ymd.year()),
+                      static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()), secondsInDay / 3600,
+                      (secondsInDay / 60) % 60, secondsInDay % 60);
     return std::string(buffer, static_cast<std::size_t>(n));
 }
 

@@ -364,8 +364,7 @@ private:
                 if (std::from_chars(first, last, v).ec == std::errc()) {
                     if (v <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
                         out = JsonValue(static_cast<std::int64_t>(v));
-                    else
-                        out = JsonValue(v);
+                    else out = JsonValue(v);
                     return true;
                 }
             }
@@ -630,13 +629,14 @@ std::string layOut(const Decimal& d, double magnitude) {
 
     std::size_t plainLength = 0;
     if (power < 0) plainLength = static_cast<std::size_t>(2 + (-power - 1) + n);  // 0.000ddd
-    else if (power < n - 1) plainLength = static_cast<std::size_t>(n + 1);       // ddd.ddd
-    else plainLength = static_cast<std::size_t>(power + 1);                      // dddddd
+    else if (power < n - 1) plainLength = static_cast<std::size_t>(n + 1);        // ddd.ddd
+    else plainLength = static_cast<std::size_t>(power + 1);                       // dddddd
     if (plainLength > scientific.size()) return scientific;
 
     if (power < 0) return "0." + std::string(static_cast<std::size_t>(-power - 1), '0') + digits;
-    if (power < n - 1) return digits.substr(0, static_cast<std::size_t>(power + 1)) + "." +
-                              digits.substr(static_cast<std::size_t>(power + 1));
+    if (power < n - 1)
+        return digits.substr(0, static_cast<std::size_t>(power + 1)) + "." +
+               digits.substr(static_cast<std::size_t>(power + 1));
     // A whole number written out in full shows its exact value, not the short digits padded with
     // zeros: 2^70 is 1180591620717411303424, not 1180591620717411300000.
     char buffer[400];

@@ -91,7 +91,7 @@ struct JsonParseError {
 std::variant<JsonValue, JsonParseError> parseJson(std::string_view text, JsonParseOptions options = {});
 
 struct JsonWriteOptions {
-    bool pretty = false;        // two blanks of indent, "key" : value, one item a line
+    bool pretty = false;         // two blanks of indent, "key" : value, one item a line
     bool escapeSlashes = false;  // write "/" as "\/"
 };
 

@@ -1,8 +1,6 @@
 #include "MainLoop.hpp"
 
-
 #include <chrono>
-
 
 namespace kestrow {
 

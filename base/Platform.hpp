@@ -15,14 +15,14 @@
 namespace kestrow::platform {
 
 inline constexpr auto baseSeams = std::make_tuple(
-    &continuousSeconds,            // MainLoop.hpp: a clock that keeps counting while the machine sleeps
-    &makeSystemMainLoop,           // MainLoop.hpp: the loop (epoll and signalfd; the main dispatch queue)
-    &thread::nameCurrent,          // ThreadSupport.hpp: names a thread for debuggers and the log
-    &thread::markCurrentAsUtility, // ThreadSupport.hpp: lowers a worker's priority where the system allows
+    &continuousSeconds,             // MainLoop.hpp: a clock that keeps counting while the machine sleeps
+    &makeSystemMainLoop,            // MainLoop.hpp: the loop (epoll and signalfd; the main dispatch queue)
+    &thread::nameCurrent,           // ThreadSupport.hpp: names a thread for debuggers and the log
+    &thread::markCurrentAsUtility,  // ThreadSupport.hpp: lowers a worker's priority where the system allows
     static_cast<void (*)(log::Subsystem, log::Level, std::string_view, std::string_view)>(&log::write),
-                                   // Log.hpp: the one log (stderr; the unified log)
-    &readCLocaleDouble,            // CLocaleNumbers.hpp: a number read in the C locale, whatever the user's
-    &UserDefaults::standard,       // UserDefaults.hpp: the application's defaults
-    &UserDefaults::named);         // UserDefaults.hpp: a named domain shared with other apps
+    // Log.hpp: the one log (stderr; the unified log)
+    &readCLocaleDouble,       // CLocaleNumbers.hpp: a number read in the C locale, whatever the user's
+    &UserDefaults::standard,  // UserDefaults.hpp: the application's defaults
+    &UserDefaults::named);    // UserDefaults.hpp: a named domain shared with other apps
 
 }  // namespace kestrow::platform

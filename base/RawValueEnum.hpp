@@ -36,7 +36,9 @@ constexpr bool namesExactly(std::index_sequence<I...>) {
 // With a fixed underlying type every int is a value of the enumeration, so looking one past the
 // last case is well defined.
 template <typename Value>
-concept CaseList = std::is_enum_v<Value> && requires { Value{0}; };
+concept CaseList = std::is_enum_v<Value> && requires {
+    Value{0};
+};
 
 }  // namespace raw_value_enum_detail
 

@@ -60,7 +60,7 @@ private:
 template <typename T>
 class [[nodiscard]] Result {
 public:
-    Result(T value) : state_(std::move(value)) {}  // NOLINT(google-explicit-constructor): reads as a return
+    Result(T value) : state_(std::move(value)) {}          // NOLINT(google-explicit-constructor): reads as a return
     Result(Status failure) : state_(std::move(failure)) {  // NOLINT(google-explicit-constructor)
         assert(std::get<Status>(state_).failed());
         if (std::get<Status>(state_).ok()) state_ = Status::failure("a result without a value");

@@ -14,30 +14,29 @@ constexpr bool upperOfPair(char32_t c, char32_t first, char32_t last) {
 char32_t latin(char32_t c) {
     if (c >= U'A' && c <= U'Z') return c + 0x20;
     if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 0x20;  // À–Þ, not ×
-    if (c == 0x130) return U'i';                                // İ (its full mapping adds U+0307)
-    if (c == 0x178) return 0xFF;                                // Ÿ → ÿ
+    if (c == 0x130) return U'i';                               // İ (its full mapping adds U+0307)
+    if (c == 0x178) return 0xFF;                               // Ÿ → ÿ
     // Latin Extended-A pairs: Ā/ā … Ķ/ķ and Ŋ/ŋ … Ŷ/ŷ start on even points, Ĺ/ĺ … Ň/ň and Ź/ź … Ž/ž
     // on odd ones; ı, ĸ, ŉ and ſ have no upper-case partner here.
-    if (upperOfPair(c, 0x100, 0x12F) || upperOfPair(c, 0x132, 0x137) || upperOfPair(c, 0x14A, 0x177))
-        return c + 1;
+    if (upperOfPair(c, 0x100, 0x12F) || upperOfPair(c, 0x132, 0x137) || upperOfPair(c, 0x14A, 0x177)) return c + 1;
     if (upperOfPair(c, 0x139, 0x148) || upperOfPair(c, 0x179, 0x17E)) return c + 1;
     return c;
 }
 
 char32_t greek(char32_t c) {
     if (upperOfPair(c, 0x370, 0x373) || c == 0x376) return c + 1;  // Ͱ, Ͳ, Ͷ
-    if (c == 0x37F) return 0x3F3;                                    // Ϳ → ϳ
-    if (c == 0x386) return 0x3AC;                                    // Ά
-    if (c >= 0x388 && c <= 0x38A) return c + 0x25;                  // Έ Ή Ί
-    if (c == 0x38C) return 0x3CC;                                    // Ό
-    if (c == 0x38E || c == 0x38F) return c + 0x3F;                   // Ύ Ώ
-    if (c >= 0x391 && c <= 0x3AB && c != 0x3A2) return c + 0x20;     // Α–Ω, Ϊ, Ϋ
-    if (c == 0x3CF) return 0x3D7;                                    // Ϗ → ϗ
+    if (c == 0x37F) return 0x3F3;                                  // Ϳ → ϳ
+    if (c == 0x386) return 0x3AC;                                  // Ά
+    if (c >= 0x388 && c <= 0x38A) return c + 0x25;                 // Έ Ή Ί
+    if (c == 0x38C) return 0x3CC;                                  // Ό
+    if (c == 0x38E || c == 0x38F) return c + 0x3F;                 // Ύ Ώ
+    if (c >= 0x391 && c <= 0x3AB && c != 0x3A2) return c + 0x20;   // Α–Ω, Ϊ, Ϋ
+    if (c == 0x3CF) return 0x3D7;                                  // Ϗ → ϗ
     if (upperOfPair(c, 0x3D8, 0x3EF)) return c + 1;                // archaic letters and Coptic
-    if (c == 0x3F4) return 0x3B8;                                    // ϴ → θ
-    if (c == 0x3F7 || c == 0x3FA) return c + 1;                      // Ϸ, Ϻ
-    if (c == 0x3F9) return 0x3F2;                                    // Ϲ → ϲ
-    if (c >= 0x3FD && c <= 0x3FF) return c - 0x82;                   // Ͻ Ͼ Ͽ → ͻ ͼ ͽ
+    if (c == 0x3F4) return 0x3B8;                                  // ϴ → θ
+    if (c == 0x3F7 || c == 0x3FA) return c + 1;                    // Ϸ, Ϻ
+    if (c == 0x3F9) return 0x3F2;                                  // Ϲ → ϲ
+    if (c >= 0x3FD && c <= 0x3FF) return c - 0x82;                 // Ͻ Ͼ Ͽ → ͻ ͼ ͽ
     return c;
 }
 

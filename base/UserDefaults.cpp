@@ -28,8 +28,8 @@ std::optional<double> UserDefaults::number(const std::string& key) const {
 }
 
 bool UserDefaults::isUsableDomain(const std::string& domain) {
-    return !domain.empty() && domain.size() <= 200 && domain.front() != '.' &&
-           domain.find('/') == std::string::npos && domain.find('\0') == std::string::npos;
+    return !domain.empty() && domain.size() <= 200 && domain.front() != '.' && domain.find('/') == std::string::npos &&
+           domain.find('\0') == std::string::npos;
 }
 
 std::optional<JsonValue> InMemoryUserDefaults::value(const std::string& key) const {
@@ -49,7 +49,8 @@ Status InMemoryUserDefaults::remove(const std::string& key) {
 }
 
 FileUserDefaults::FileUserDefaults(std::string folder, const std::string& domain)
-    : folder_(standardizePath(folder)), path_(folder_ + "/" + domain + ".json") {}
+    : folder_(standardizePath(folder)),
+      path_(folder_ + "/" + domain + ".json") {}
 
 std::string FileUserDefaults::defaultFolder() {
     const char* config = std::getenv("XDG_CONFIG_HOME");

@@ -24,7 +24,7 @@ double seconds(std::chrono::steady_clock::time_point since) {
 
 // The folders' own blocks: du counts them, the measurer (like the file manager it mirrors) does not.
 std::uint64_t folderBlocks(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return 0;
     std::uint64_t sum = static_cast<std::uint64_t>(st.st_blocks) * 512;
     DIR* dir = ::opendir(path.c_str());
@@ -48,7 +48,8 @@ int main(int argc, char** argv) {
     const auto build = std::chrono::steady_clock::now();
     const long perFolder = 500;
     for (long i = 0; i < files; ++i) {
-        const std::string folder = root + "/d" + std::to_string(i / perFolder / 20) + "/e" + std::to_string(i / perFolder);
+        const std::string folder =
+            root + "/d" + std::to_string(i / perFolder / 20) + "/e" + std::to_string(i / perFolder);
         if (i % perFolder == 0) std::filesystem::create_directories(folder);
         const std::string file = folder + "/f" + std::to_string(i);
         const int fd = ::open(file.c_str(), O_CREAT | O_WRONLY, 0644);

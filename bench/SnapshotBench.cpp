@@ -12,22 +12,22 @@
 // Besides the engine's figures it prints where one snapshot's CPU time goes (the process sweep, the
 // system figures, grouping), each measured on this thread's CPU clock with the samplers called
 // directly, and the floor: one pread of each process's held-open stat file.
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <thread>
-#include <time.h>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <thread>
+#include <time.h>
 #include <vector>
 
 #include "core/monitoring/AppGrouper.hpp"
@@ -138,8 +138,7 @@ public:
             if (pid == 0) {
                 ::close(fds[1]);
                 char byte = 0;
-                while (::read(fds[0], &byte, 1) < 0 && errno == EINTR) {
-                }
+                while (::read(fds[0], &byte, 1) < 0 && errno == EINTR) {}
                 ::_exit(0);
             }
             children_.push_back(pid);
@@ -159,8 +158,7 @@ public:
         std::size_t reaped = 0;
         for (const pid_t pid : children_) {
             int status = 0;
-            while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-            }
+            while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
             ++reaped;
         }
         children_.clear();
@@ -286,7 +284,8 @@ int main(int argc, char** argv) {
         std::printf("ps -e -o pid,ppid,rss,time,args (%zu runs): CPU median %.3f ms, max %.3f ms; "
                     "wall median %.3f ms\n",
                     psCPU.size(), pc.median * 1e3, pc.max * 1e3, pw.median * 1e3);
-        std::printf("snapshot CPU / ps CPU: %.2f (mean snapshot over median ps)\n", cpuMean / std::max(1e-9, pc.median));
+        std::printf("snapshot CPU / ps CPU: %.2f (mean snapshot over median ps)\n",
+                    cpuMean / std::max(1e-9, pc.median));
     } else {
         std::printf("ps: not available on this machine\n");
     }

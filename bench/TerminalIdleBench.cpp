@@ -103,25 +103,25 @@ int main(int argc, char** argv) {
            R"(\"lowDiskEnabled\":false,\"lowDiskThreshold\":10000000000,\"memoryPressureEnabled\":false}"})";
     std::ofstream(home + "/.config/btop/btop.conf") << "update_ms = 2000\n";
 
-    const std::string environment = "exec env HOME=" + shellQuoted(home) + " XDG_CONFIG_HOME=" + shellQuoted(home + "/.config") +
-                                    " XDG_CACHE_HOME=" + shellQuoted(home + "/.cache") + " XDG_DATA_HOME=" +
-                                    shellQuoted(home + "/.local/share") + " LANG=C.UTF-8 LC_ALL=C.UTF-8 TERM=xterm-256color ";
-    std::vector<Subject> subjects{{"KestrowBrimlet --tui", environment + shellQuoted(app) +
-                                                                " --tui --suite-folder " + shellQuoted(temp + "/suite")}};
+    const std::string environment =
+        "exec env HOME=" + shellQuoted(home) + " XDG_CONFIG_HOME=" + shellQuoted(home + "/.config") +
+        " XDG_CACHE_HOME=" + shellQuoted(home + "/.cache") + " XDG_DATA_HOME=" + shellQuoted(home + "/.local/share") +
+        " LANG=C.UTF-8 LC_ALL=C.UTF-8 TERM=xterm-256color ";
+    std::vector<Subject> subjects{{"KestrowBrimlet --tui", environment + shellQuoted(app) + " --tui --suite-folder " +
+                                                               shellQuoted(temp + "/suite")}};
     if (const std::string htop = findProgram("htop"); !htop.empty())
         subjects.push_back({"htop -d 20", environment + shellQuoted(htop) + " -d 20"});
-    else
-        std::puts("htop is not installed: skipped");
+    else std::puts("htop is not installed: skipped");
     if (const std::string btop = findProgram("btop"); !btop.empty())
         subjects.push_back({"btop (2000 ms)", environment + shellQuoted(btop) + " --utf-force"});
-    else
-        std::puts("btop is not installed: skipped");
+    else std::puts("btop is not installed: skipped");
 
     const std::string server = shellQuoted(tmux) + " -f /dev/null -S " + shellQuoted(temp + "/tmux.sock") + " ";
     for (std::size_t i = 0; i < subjects.size(); ++i) {
         std::string session = "s";
         session += std::to_string(i);
-        std::system((server + "new-session -d -x 100 -y 30 -s " + session + " " + shellQuoted(subjects[i].command)).c_str());
+        std::system(
+            (server + "new-session -d -x 100 -y 30 -s " + session + " " + shellQuoted(subjects[i].command)).c_str());
         subjects[i].pid = std::atoi(commandOutput(server + "list-panes -t " + session + " -F '#{pane_pid}'").c_str());
     }
     // Start-up is not idle: each program draws its first screens and reads its settings first.

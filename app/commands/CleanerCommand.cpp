@@ -141,9 +141,8 @@ std::vector<std::string> CleanPlan::ids() const {
 namespace CleanerCommand {
 
 bool isRequested(const std::vector<std::string>& arguments) {
-    return std::find_if(arguments.begin() + (arguments.empty() ? 0 : 1), arguments.end(), [](const std::string& a) {
-               return a == "--measure" || a == "--clean";
-           }) != arguments.end();
+    return std::find_if(arguments.begin() + (arguments.empty() ? 0 : 1), arguments.end(),
+                        [](const std::string& a) { return a == "--measure" || a == "--clean"; }) != arguments.end();
 }
 
 std::set<std::string> cacheIds() {
@@ -209,11 +208,13 @@ std::variant<CleanerRequest, Exit> parse(const std::vector<std::string>& argumen
             return usage("--item names a cache, and there is none called " + shown(id) +
                          " (--measure lists them; personal items are named with --approve)");
     for (const std::string& id : request.approvals)
-        if (caches.count(id)) return usage("--approve names a personal item, and " + shown(id) + " is a cache: use --item");
+        if (caches.count(id))
+            return usage("--approve names a personal item, and " + shown(id) + " is a cache: use --item");
     if (request.reportPath) {
         if (request.dryRun) return usage("--report cannot be used with --dry-run: a dry run has nothing to report");
         if (endsWithFolded(*request.reportPath, ".json")) request.reportFormat = CleanerRequest::ReportFormat::json;
-        else if (endsWithFolded(*request.reportPath, ".md")) request.reportFormat = CleanerRequest::ReportFormat::markdown;
+        else if (endsWithFolded(*request.reportPath, ".md"))
+            request.reportFormat = CleanerRequest::ReportFormat::markdown;
         else return usage("--report must name a .md or .json file, not " + shown(*request.reportPath));
     }
     return request;
@@ -224,8 +225,8 @@ std::variant<CleanPlan, Exit> plan(const CleanerRequest& request, const MeasureR
     CleanPlan plan;
     plan.mode = request.mode();
     for (const std::string& id : request.approvals) {
-        const bool found = std::any_of(personal.begin(), personal.end(),
-                                       [&](const CleanupItem& item) { return item.id == id; });
+        const bool found =
+            std::any_of(personal.begin(), personal.end(), [&](const CleanupItem& item) { return item.id == id; });
         if (!found)
             return usage("--approve " + shown(id) +
                          ": no personal item with that id was found (--measure lists them); nothing was cleaned");
@@ -235,7 +236,8 @@ std::variant<CleanPlan, Exit> plan(const CleanerRequest& request, const MeasureR
         if (everyCache) {
             // Every cache means those that can run as asked; a named one is tried, and its skip reported.
             if (!item.isSelectable()) {
-                plan.notes.push_back(shown(item.title) + " (" + shown(item.id) + ") is kept: " + shown(*item.blockedReason));
+                plan.notes.push_back(shown(item.title) + " (" + shown(item.id) +
+                                     ") is kept: " + shown(*item.blockedReason));
                 continue;
             }
             if (isSimulators(item) && !(plan.mode == DeleteMode::permanent)) {
@@ -277,8 +279,8 @@ std::string measureText(const std::string& home, const MeasureResult& measured,
             for (const CleanupItem& item : *items) {
                 std::string what = cleaningWouldDo(item);
                 if (item.note) what += " (" + *item.note + ")";
-                rows.push_back({shown(item.id), std::string(item.kind.rawValue()), sizeText(item.size), shown(item.title),
-                                shown(what)});
+                rows.push_back({shown(item.id), std::string(item.kind.rawValue()), sizeText(item.size),
+                                shown(item.title), shown(what)});
             }
         text += table(rows);
     }
@@ -365,7 +367,7 @@ std::string progressBar(const ProgressStep& step, std::size_t width) {
 std::string homeFolder(const char* homeVariable, uid_t user) {
     if (homeVariable && homeVariable[0] == '/') {
         const std::string home = kestrow::standardizePath(homeVariable);
-        struct stat st{};
+        struct stat st {};
         if (home != "/" && ::stat(home.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == user) return home;
     }
     return kestrow::realHomeFolder();
@@ -406,7 +408,7 @@ int CleanerRun::run() {
         const std::string& path = *request_.reportPath;
         const auto slash = path.rfind('/');
         const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-        struct stat st{};
+        struct stat st {};
         if (::stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
             output_.progress(usage("--report: there is no folder " + shown(folder)).standardError);
             return 2;
@@ -419,10 +421,12 @@ int CleanerRun::run() {
 
     CleanupSession session(home_, fileOperations_);
     output_.progress("Measuring the caches in " + shown(home_) + "\n");
-    MeasureResult measured =
-        session
-            .measure(isCancelled_, [this](std::size_t done, std::size_t total) { report({"Measuring", done, total, {}}); })
-            .get();
+    MeasureResult measured = session
+                                 .measure(isCancelled_,
+                                          [this](std::size_t done, std::size_t total) {
+                                              report({"Measuring", done, total, {}});
+                                          })
+                                 .get();
     endProgress();
     std::vector<CleanupItem> personal;
     if (!isCancelled_() && (!cleaning || !request_.approvals.empty())) {
@@ -452,14 +456,14 @@ int CleanerRun::run() {
 
     const std::vector<std::string> ids = chosen.ids();
     CleanupApproval approval = session.approve(ids).get();
-    const CleanupReport result =
-        session
-            .clean(ids, std::move(approval), chosen.mode,
-                   [this, total = ids.size()](std::size_t index, const CleanupItem& item) {
-                       report({"Cleaning", index, total, item.title});
-                   },
-                   isCancelled_)
-            .get();
+    const CleanupReport result = session
+                                     .clean(
+                                         ids, std::move(approval), chosen.mode,
+                                         [this, total = ids.size()](std::size_t index, const CleanupItem& item) {
+                                             report({"Cleaning", index, total, item.title});
+                                         },
+                                         isCancelled_)
+                                     .get();
     endProgress();
     const std::string markdown = result.markdown();
     output_.out(markdown);

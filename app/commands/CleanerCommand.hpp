@@ -34,10 +34,10 @@ struct CleanerRequest {
     enum class ReportFormat { markdown, json };
 
     Command command = Command::measure;
-    bool json = false;                    // --measure only
-    bool dryRun = false;                  // the rest: --clean only
-    std::vector<std::string> items;       // caches; empty: every cache found
-    std::vector<std::string> approvals;   // personal items
+    bool json = false;                   // --measure only
+    bool dryRun = false;                 // the rest: --clean only
+    std::vector<std::string> items;      // caches; empty: every cache found
+    std::vector<std::string> approvals;  // personal items
     bool permanent = false;
     std::optional<std::string> reportPath;
     ReportFormat reportFormat = ReportFormat::markdown;

@@ -20,7 +20,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "the flag is set from a si
 extern "C" void requestStop(int) { stopRequested.store(true); }
 
 void takeStopSignals() {
-    struct sigaction action{};
+    struct sigaction action {};
     action.sa_handler = requestStop;
     sigemptyset(&action.sa_mask);
     // The cleaner stops between items; an item under way runs to its end. A second signal is not
@@ -30,7 +30,7 @@ void takeStopSignals() {
 }
 
 std::size_t terminalWidth(int fd) {
-    struct winsize size{};
+    struct winsize size {};
     if (::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
     return 80;
 }

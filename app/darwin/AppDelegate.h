@@ -7,8 +7,8 @@
 
 #include <vector>
 
-#include "app/startup/BrimletApplication.hpp"
 #include "app/desktop/BrimletWindows.hpp"
+#include "app/startup/BrimletApplication.hpp"
 
 namespace brimlet::mac {
 
@@ -23,7 +23,7 @@ public:
     virtual void end() = 0;
 };
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac
 
 @interface AppDelegate : NSObject <NSApplicationDelegate>
 

@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "TerminationSender.hpp"
-#include "app/startup/LaunchRole.hpp"
 #include "app/desktop/QuitRule.hpp"
+#include "app/startup/LaunchRole.hpp"
 #include "base/Log.hpp"
 
 namespace {
@@ -17,23 +17,29 @@ using brimlet::LaunchRole;
 
 LaunchRole::Policy rolePolicy(NSApplicationActivationPolicy policy) {
     switch (policy) {
-        case NSApplicationActivationPolicyRegular: return LaunchRole::Policy::regular;
-        case NSApplicationActivationPolicyAccessory: return LaunchRole::Policy::accessory;
-        case NSApplicationActivationPolicyProhibited: return LaunchRole::Policy::prohibited;
+    case NSApplicationActivationPolicyRegular:
+        return LaunchRole::Policy::regular;
+    case NSApplicationActivationPolicyAccessory:
+        return LaunchRole::Policy::accessory;
+    case NSApplicationActivationPolicyProhibited:
+        return LaunchRole::Policy::prohibited;
     }
-    return LaunchRole::Policy::regular;  // a future policy: leave it alone
+    return LaunchRole::Policy::regular; // a future policy: leave it alone
 }
 
 NSApplicationActivationPolicy appKitPolicy(LaunchRole::Policy policy) {
     switch (policy) {
-        case LaunchRole::Policy::regular: return NSApplicationActivationPolicyRegular;
-        case LaunchRole::Policy::accessory: return NSApplicationActivationPolicyAccessory;
-        case LaunchRole::Policy::prohibited: return NSApplicationActivationPolicyProhibited;
+    case LaunchRole::Policy::regular:
+        return NSApplicationActivationPolicyRegular;
+    case LaunchRole::Policy::accessory:
+        return NSApplicationActivationPolicyAccessory;
+    case LaunchRole::Policy::prohibited:
+        return NSApplicationActivationPolicyProhibited;
     }
     return NSApplicationActivationPolicyAccessory;
 }
 
-}  // namespace
+} // namespace
 
 @implementation AppDelegate
 

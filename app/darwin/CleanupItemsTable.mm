@@ -1,7 +1,7 @@
 // The table of the "ready" step: one row per measured cache and scanned personal item, in the order
 // the store presents them (and cleans them), drawn from the presenter's rows.
-#include "base/darwin/ViewLayout.hpp"
 #include "CleanupViewSupport.hpp"
+#include "base/darwin/ViewLayout.hpp"
 
 #include <vector>
 
@@ -23,7 +23,7 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
     return true;
 }
 
-}  // namespace
+} // namespace
 
 // Space toggles the checkbox of the focused row, as in Finder's and Mail's lists.
 @interface KBCleanupTableView : NSTableView
@@ -64,8 +64,8 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
         NSUserInterfaceItemIdentifier identifier;
         CGFloat width;
     };
-    const Column layout[] = {{chooseColumn, 24}, {nameColumn, 250}, {categoryColumn, 120}, {sizeColumn, 90},
-                             {noteColumn, 200}};
+    const Column layout[] = {
+        {chooseColumn, 24}, {nameColumn, 250}, {categoryColumn, 120}, {sizeColumn, 90}, {noteColumn, 200}};
     for (std::size_t i = 0; i < std::size(layout); ++i) {
         NSTableColumn* made = [[NSTableColumn alloc] initWithIdentifier:layout[i].identifier];
         // The checkbox column has no heading; the others take the presenter's, in order.
@@ -80,9 +80,7 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
     _table.dataSource = self;
     _table.delegate = self;
     __weak KBCleanupItemsTable* weakSelf = self;
-    _table.toggleRow = ^(NSInteger row) {
-        [weakSelf toggleRow:row];
-    };
+    _table.toggleRow = ^(NSInteger row) { [weakSelf toggleRow:row]; };
 
     _scroll = [[NSScrollView alloc] initWithFrame:NSZeroRect];
     _scroll.documentView = _table;
@@ -169,7 +167,7 @@ bool sameItems(const std::vector<brimlet::CleanupItemRow>& a, const std::vector<
     NSTextField* field = [tableView makeViewWithIdentifier:column.identifier owner:self];
     if (!field) {
         field = label([NSString string]);
-        field.translatesAutoresizingMaskIntoConstraints = YES;  // the table places its cell views by frame
+        field.translatesAutoresizingMaskIntoConstraints = YES; // the table places its cell views by frame
         field.identifier = column.identifier;
     }
     if (column.identifier == categoryColumn) {

@@ -47,7 +47,7 @@ void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Sec
     }
 }
 
-}  // namespace
+} // namespace
 
 @implementation KBCleanupReportPane {
     brimlet::CleanupPresenter* _presenter;
@@ -115,8 +115,10 @@ void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Sec
     _headline.stringValue = toNSString(finished.headline);
     _icon.image = symbol(toNSString(finished.symbol), nil);
     _icon.contentTintColor = toneColor(finished.tone);
-    for (NSView* old in _lines.arrangedSubviews) [old removeFromSuperview];
-    for (const std::string& line : finished.lines) [_lines addArrangedSubview:paragraph(toNSString(line), NSColor.labelColor)];
+    for (NSView* old in _lines.arrangedSubviews)
+        [old removeFromSuperview];
+    for (const std::string& line : finished.lines)
+        [_lines addArrangedSubview:paragraph(toNSString(line), NSColor.labelColor)];
     [_entries setAccessibilityLabel:toNSString(finished.entriesLabel)];
     showEntries(_entries, finished.sections);
     for (auto [made, control] : {std::pair{_markdown, &finished.exportMarkdown}, std::pair{_json, &finished.exportJSON},
@@ -147,12 +149,12 @@ void showEntries(NSTextView* view, const std::vector<brimlet::CleanupScreen::Sec
     const std::string bytes = file->contents;
     [panel beginSheetModalForWindow:window
                   completionHandler:^(NSModalResponse response) {
-                    if (response != NSModalResponseOK || !panel.URL.fileURL) return;
-                    const kestrow::Status written = kestrow::writeAtomically(utf8(panel.URL.path), bytes, 0644);
-                    if (written.ok()) return;
-                    kestrow::log::error(logCategory, "cannot export the cleanup report: " + written.message());
-                    askDialog(brimlet::CleanupPresenter::exportFailed(written), window,
-                              [](const brimlet::CleanupControl&) {});
+                      if (response != NSModalResponseOK || !panel.URL.fileURL) return;
+                      const kestrow::Status written = kestrow::writeAtomically(utf8(panel.URL.path), bytes, 0644);
+                      if (written.ok()) return;
+                      kestrow::log::error(logCategory, "cannot export the cleanup report: " + written.message());
+                      askDialog(brimlet::CleanupPresenter::exportFailed(written), window,
+                                [](const brimlet::CleanupControl&) {});
                   }];
 }
 

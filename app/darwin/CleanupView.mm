@@ -2,8 +2,8 @@
 // phases and shows one step at a time. What each step says, what its controls do and which
 // questions it asks are the presenter's (app/screens/CleanupScreen); this file lays them out and
 // hands the user's actions back.
-#include "base/darwin/ViewLayout.hpp"
 #include "CleanupView.hpp"
+#include "base/darwin/ViewLayout.hpp"
 
 #include "CleanupReportPane.hpp"
 #include "CleanupViewSupport.hpp"
@@ -86,7 +86,8 @@ using namespace brimlet::mac::cleanup;
     ]];
     _content.translatesAutoresizingMaskIntoConstraints = NO;
     _fullDiskAccessBanner.translatesAutoresizingMaskIntoConstraints = NO;
-    [_content setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationVertical];
+    [_content setContentHuggingPriority:NSLayoutPriorityDefaultLow
+                         forOrientation:NSLayoutConstraintOrientationVertical];
     self.view = root;
 
     __weak KBCleanupViewController* weakSelf = self;
@@ -105,8 +106,8 @@ using namespace brimlet::mac::cleanup;
                                                                    object:window
                                                                     queue:NSOperationQueue.mainQueue
                                                                usingBlock:^(NSNotification* note) {
-                                                                 (void)note;
-                                                                 [weakSelf refreshFullDiskAccess];
+                                                                   (void)note;
+                                                                   [weakSelf refreshFullDiskAccess];
                                                                }];
     [self refreshFullDiskAccess];
 }
@@ -116,7 +117,8 @@ using namespace brimlet::mac::cleanup;
 }
 
 - (NSView*)makeFullDiskAccessBanner:(const brimlet::CleanupScreen::Banner&)banner {
-    NSImageView* icon = [NSImageView imageViewWithImage:symbol(toNSString(banner.symbol), toNSString(banner.accessibilityLabel))];
+    NSImageView* icon =
+        [NSImageView imageViewWithImage:symbol(toNSString(banner.symbol), toNSString(banner.accessibilityLabel))];
     icon.contentTintColor = NSColor.systemOrangeColor;
     NSTextField* note = paragraph(toNSString(banner.text), NSColor.labelColor);
     NSButton* open = button(banner.openSettings, self, @selector(controlFired:));
@@ -162,8 +164,8 @@ using namespace brimlet::mac::cleanup;
 - (void)controlFired:(NSButton*)sender {
     const auto action = static_cast<brimlet::CleanupCommand>(sender.tag);
     for (const brimlet::CleanupControl* control :
-         {&_screen.fullDiskAccess.openSettings, &_screen.idle.measure, &_screen.busy.cancel, &_screen.ready.measureAgain,
-          &_screen.ready.clean}) {
+         {&_screen.fullDiskAccess.openSettings, &_screen.idle.measure, &_screen.busy.cancel,
+          &_screen.ready.measureAgain, &_screen.ready.clean}) {
         if (control->action == action) {
             [self perform:*control];
             return;
@@ -179,7 +181,8 @@ using namespace brimlet::mac::cleanup;
     _screen = _presenter->screen();
     _fullDiskAccessBanner.hidden = !_screen.fullDiskAccess.visible;
     NSMutableArray<NSString*>* refusals = [NSMutableArray array];
-    for (const std::string& line : _screen.refusals) [refusals addObject:toNSString(line)];
+    for (const std::string& line : _screen.refusals)
+        [refusals addObject:toNSString(line)];
     _refusals.stringValue = [refusals componentsJoinedByString:@"\n"];
     _refusals.hidden = refusals.count == 0;
 
@@ -189,12 +192,19 @@ using namespace brimlet::mac::cleanup;
         [self showPane:[self paneForPhase:phase]];
     }
     switch (phase.value) {
-        case brimlet::CleanupPhase::measuring:
-        case brimlet::CleanupPhase::scanning:
-        case brimlet::CleanupPhase::cleaning: [self updateBusy]; break;
-        case brimlet::CleanupPhase::ready: [self updateReady]; break;
-        case brimlet::CleanupPhase::finished: [_report show:_screen.finished]; break;
-        case brimlet::CleanupPhase::idle: break;
+    case brimlet::CleanupPhase::measuring:
+    case brimlet::CleanupPhase::scanning:
+    case brimlet::CleanupPhase::cleaning:
+        [self updateBusy];
+        break;
+    case brimlet::CleanupPhase::ready:
+        [self updateReady];
+        break;
+    case brimlet::CleanupPhase::finished:
+        [_report show:_screen.finished];
+        break;
+    case brimlet::CleanupPhase::idle:
+        break;
     }
 }
 
@@ -217,18 +227,21 @@ using namespace brimlet::mac::cleanup;
 
 - (NSView*)paneForPhase:(brimlet::CleanupPhase)phase {
     switch (phase.value) {
-        case brimlet::CleanupPhase::idle: return [self idlePane];
-        case brimlet::CleanupPhase::measuring:
-        case brimlet::CleanupPhase::scanning:
-        case brimlet::CleanupPhase::cleaning: return [self busyPane];
-        case brimlet::CleanupPhase::ready: return [self readyPane];
-        case brimlet::CleanupPhase::finished: break;
+    case brimlet::CleanupPhase::idle:
+        return [self idlePane];
+    case brimlet::CleanupPhase::measuring:
+    case brimlet::CleanupPhase::scanning:
+    case brimlet::CleanupPhase::cleaning:
+        return [self busyPane];
+    case brimlet::CleanupPhase::ready:
+        return [self readyPane];
+    case brimlet::CleanupPhase::finished:
+        break;
     }
     __weak KBCleanupViewController* weakSelf = self;
-    _report = [[KBCleanupReportPane alloc] initWithPresenter:_presenter.get()
-                                                     perform:[weakSelf](const brimlet::CleanupControl& control) {
-                                                       [weakSelf perform:control];
-                                                     }];
+    _report = [[KBCleanupReportPane alloc]
+        initWithPresenter:_presenter.get()
+                  perform:[weakSelf](const brimlet::CleanupControl& control) { [weakSelf perform:control]; }];
     return _report.view;
 }
 
@@ -243,7 +256,8 @@ using namespace brimlet::mac::cleanup;
         NSImageView* icon = [NSImageView imageViewWithImage:symbol(toNSString(group.symbol), nil)];
         icon.contentTintColor = NSColor.secondaryLabelColor;
         NSTextField* name = label(toNSString(group.title), systemFont(bodySize(), NSFontWeightMedium));
-        NSStackView* lines = stack(@[ name, paragraph(toNSString(group.body)) ], NSUserInterfaceLayoutOrientationVertical, 2);
+        NSStackView* lines =
+            stack(@[ name, paragraph(toNSString(group.body)) ], NSUserInterfaceLayoutOrientationVertical, 2);
         NSStackView* row = stack(@[ icon, lines ], NSUserInterfaceLayoutOrientationHorizontal, 10);
         row.alignment = NSLayoutAttributeTop;
         [views addObject:row];
@@ -255,7 +269,8 @@ using namespace brimlet::mac::cleanup;
     [views addObject:button(idle.measure, self, @selector(controlFired:))];
 
     NSStackView* pane = stack(views, NSUserInterfaceLayoutOrientationVertical, 14);
-    for (NSView* view in wide) fillWidth(view, pane);
+    for (NSView* view in wide)
+        fillWidth(view, pane);
     return pane;
 }
 
@@ -297,16 +312,16 @@ using namespace brimlet::mac::cleanup;
     _spaceLabel = label([NSString string], systemFont(bodySize()), NSColor.secondaryLabelColor);
     _homeLabel = paragraph([NSString string], NSColor.secondaryLabelColor);
     __weak KBCleanupViewController* weakSelf = self;
-    _items = [[KBCleanupItemsTable alloc] initWithLabel:ready.itemsLabel
-                                                columns:ready.columns
-                                               onToggle:[weakSelf](const brimlet::CleanupControl& include) {
-                                                 [weakSelf perform:include];
-                                               }];
+    _items = [[KBCleanupItemsTable alloc]
+        initWithLabel:ready.itemsLabel
+              columns:ready.columns
+             onToggle:[weakSelf](const brimlet::CleanupControl& include) { [weakSelf perform:include]; }];
     NSScrollView* list = _items.view;
     [list setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationVertical];
     [list.heightAnchor constraintGreaterThanOrEqualToConstant:200].active = YES;
 
-    NSMutableArray<NSView*>* modeRow = [NSMutableArray arrayWithObject:label(toNSString(ready.modeTitle), systemFont(bodySize()))];
+    NSMutableArray<NSView*>* modeRow =
+        [NSMutableArray arrayWithObject:label(toNSString(ready.modeTitle), systemFont(bodySize()))];
     _modeChoices = [NSMutableArray array];
     for (const brimlet::CleanupScreen::ModeOption& option : ready.modes) {
         NSButton* radio = [NSButton radioButtonWithTitle:toNSString(option.choose.title)
@@ -327,9 +342,10 @@ using namespace brimlet::mac::cleanup;
     NSStackView* bottom =
         stack(@[ _totalLabel, spacer, _measureAgain, _cleanButton ], NSUserInterfaceLayoutOrientationHorizontal, 8);
 
-    NSStackView* pane =
-        stack(@[ _spaceLabel, _homeLabel, list, modes, _modeNote, bottom ], NSUserInterfaceLayoutOrientationVertical, 10);
-    for (NSView* view in @[ _homeLabel, list, _modeNote, bottom ]) fillWidth(view, pane);
+    NSStackView* pane = stack(@[ _spaceLabel, _homeLabel, list, modes, _modeNote, bottom ],
+                              NSUserInterfaceLayoutOrientationVertical, 10);
+    for (NSView* view in @[ _homeLabel, list, _modeNote, bottom ])
+        fillWidth(view, pane);
     return pane;
 }
 
@@ -358,4 +374,4 @@ NSViewController* makeCleanupViewController(BrimletApplication& application) {
     return [[KBCleanupViewController alloc] initWithStore:&application.cleanup()];
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

@@ -10,15 +10,15 @@
 #include <vector>
 
 #include "WindowKit.hpp"
+#include "app/screens/CleanupScreen.hpp"
+#include "app/stores/CleanupStore.hpp"
 #include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
-#include "app/stores/CleanupStore.hpp"
-#include "app/screens/CleanupScreen.hpp"
 
 namespace brimlet::mac::cleanup {
 
-using kestrow::mac::toNSString;
 using brimlet::mac::askDialog;
+using kestrow::mac::toNSString;
 using kestrow::mac::utf8;
 
 inline CGFloat bodySize() { return NSFont.systemFontSize; }
@@ -32,8 +32,7 @@ inline NSFont* digitsFont(CGFloat size, NSFontWeight weight = NSFontWeightRegula
 }
 
 // A one-line label in a system color, so that dark mode follows by itself.
-inline NSTextField* label(NSString* value, NSFont* font = systemFont(bodySize()),
-                          NSColor* color = NSColor.labelColor) {
+inline NSTextField* label(NSString* value, NSFont* font = systemFont(bodySize()), NSColor* color = NSColor.labelColor) {
     NSTextField* field = kestrow::mac::makeLabel(value, font, color);
     // Paths lose their middle: the folder names that tell two apart are mostly at their ends.
     field.lineBreakMode = NSLineBreakByTruncatingMiddle;
@@ -80,19 +79,20 @@ inline void apply(NSButton* made, const brimlet::CleanupControl& control) {
 }
 
 inline NSButton* button(const brimlet::CleanupControl& control, id target, SEL action) {
-    NSButton* made = control.symbol.empty() ? [NSButton buttonWithTitle:toNSString(control.title) target:target action:action]
-                                            : button(toNSString(control.title), toNSString(control.symbol), target, action);
+    NSButton* made = control.symbol.empty()
+                         ? [NSButton buttonWithTitle:toNSString(control.title) target:target action:action]
+                         : button(toNSString(control.title), toNSString(control.symbol), target, action);
     apply(made, control);
     return made;
 }
 
 inline NSColor* toneColor(brimlet::screens::Tone tone) {
     switch (tone) {
-        case brimlet::screens::Tone::plain: return NSColor.labelColor;
-        case brimlet::screens::Tone::secondary: return NSColor.secondaryLabelColor;
-        case brimlet::screens::Tone::success: return NSColor.systemGreenColor;
-        case brimlet::screens::Tone::warning: return NSColor.systemOrangeColor;
-        case brimlet::screens::Tone::failure: return NSColor.systemRedColor;
+    case brimlet::screens::Tone::plain: return NSColor.labelColor;
+    case brimlet::screens::Tone::secondary: return NSColor.secondaryLabelColor;
+    case brimlet::screens::Tone::success: return NSColor.systemGreenColor;
+    case brimlet::screens::Tone::warning: return NSColor.systemOrangeColor;
+    case brimlet::screens::Tone::failure: return NSColor.systemRedColor;
     }
     return NSColor.labelColor;
 }
@@ -101,8 +101,8 @@ inline NSStackView* stack(NSArray<NSView*>* views, NSUserInterfaceLayoutOrientat
     NSStackView* made = [NSStackView stackViewWithViews:views];
     made.orientation = orientation;
     made.spacing = spacing;
-    made.alignment = orientation == NSUserInterfaceLayoutOrientationVertical ? NSLayoutAttributeLeading
-                                                                              : NSLayoutAttributeCenterY;
+    made.alignment =
+        orientation == NSUserInterfaceLayoutOrientationVertical ? NSLayoutAttributeLeading : NSLayoutAttributeCenterY;
     return made;
 }
 

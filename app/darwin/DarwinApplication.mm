@@ -22,9 +22,9 @@
 #include "app/startup/BrimletApplication.hpp"
 #include "app/startup/LaunchDefaults.hpp"
 #include "app/startup/LaunchRole.hpp"
-#include "base/darwin/StringBridge.hpp"
 #include "base/Files.hpp"
 #include "base/Log.hpp"
+#include "base/darwin/StringBridge.hpp"
 #include "suite/ui/darwin/SystemSuiteUI.hpp"
 
 namespace brimlet {
@@ -40,20 +40,18 @@ class TerminationSignals {
 public:
     TerminationSignals() {
         for (const int number : {SIGINT, SIGTERM}) {
-            ::signal(number, SIG_IGN);  // the source below sees the signal instead of the default action
-            dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL,
-                                                              static_cast<uintptr_t>(number), 0,
-                                                              dispatch_get_main_queue());
+            ::signal(number, SIG_IGN); // the source below sees the signal instead of the default action
+            dispatch_source_t source = dispatch_source_create(
+                DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number), 0, dispatch_get_main_queue());
             if (source == nullptr) continue;
-            dispatch_source_set_event_handler(source, ^{
-              [NSApp terminate:nil];
-            });
+            dispatch_source_set_event_handler(source, ^{ [NSApp terminate:nil]; });
             dispatch_resume(source);
             sources_.push_back(source);
         }
     }
     ~TerminationSignals() {
-        for (dispatch_source_t source : sources_) dispatch_source_cancel(source);
+        for (dispatch_source_t source : sources_)
+            dispatch_source_cancel(source);
     }
     TerminationSignals(const TerminationSignals&) = delete;
     TerminationSignals& operator=(const TerminationSignals&) = delete;
@@ -73,8 +71,7 @@ class MacSession final : public mac::ApplicationSession {
 public:
     MacSession(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
                std::unique_ptr<kestrow::MainLoop> loop, LaunchDefaults defaults)
-        : loop_(std::move(loop)),
-          defaults_(std::move(defaults)),
+        : loop_(std::move(loop)), defaults_(std::move(defaults)),
           // A click on an alert opens the dashboard, once the application is there to open it.
           notifier_(mac::makeUserNotificationNotifier(*loop_,
                                                       [this] {
@@ -128,7 +125,7 @@ public:
         if (ended_) return;
         ended_ = true;
         kestrow::log::info(logCategory, "stopping");
-        mac::installIntentBridge(nullptr);  // no intent reaches a store from here on
+        mac::installIntentBridge(nullptr); // no intent reaches a store from here on
         application_->shutdown();
     }
 
@@ -143,14 +140,14 @@ private:
     std::unique_ptr<mac::MainMenuInstallation> mainMenu_;
     // Held for the life of the process: App Nap would slow the sampling and the suite record of a
     // member that shows no window (its icon hidden), and its row would go stale in the suite.
-    id<NSObject> activity_ = [NSProcessInfo.processInfo
-        beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
-                          reason:kestrow::mac::toNSString(LaunchRole::activityReason)];
+    id<NSObject> activity_ =
+        [NSProcessInfo.processInfo beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
+                                                     reason:kestrow::mac::toNSString(LaunchRole::activityReason)];
     TerminationSignals signals_;
     bool ended_ = false;
 };
 
-}  // namespace
+} // namespace
 
 int runApplication(const std::vector<std::string>& arguments, std::vector<kestrow::suite::SuiteFolder> folders,
                    const SuiteLaunch::DefaultsDomain& suiteDomain) {
@@ -158,17 +155,19 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
     // ("-NSDocumentRevisionsDebugMode YES", "-AppleLanguages (…)") were let through there.
     NSApplication* application = [NSApplication sharedApplication];
     AppDelegate* delegate = [[AppDelegate alloc] init];
-    application.delegate = delegate;  // a weak reference: `delegate` keeps it for the run
+    application.delegate = delegate; // a weak reference: `delegate` keeps it for the run
 
-    std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(false);  // signals: see above
-    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened = LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
+    std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(false); // signals: see above
+    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened =
+        LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
     if (const SuiteLaunch::Exit* exit = std::get_if<SuiteLaunch::Exit>(&opened)) {
         std::fputs(exit->standardError.c_str(), stderr);
         return exit->status;
     }
 
     kestrow::log::info(logCategory, "starting the menu-bar app");
-    for (const auto& folder : folders) kestrow::log::info(logCategory, "suite folder: " + folder.url);
+    for (const auto& folder : folders)
+        kestrow::log::info(logCategory, "suite folder: " + folder.url);
 
     auto session = std::make_unique<MacSession>(arguments, std::move(folders), std::move(loop),
                                                 std::get<LaunchDefaults>(std::move(opened)));
@@ -182,4 +181,4 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
     return 0;
 }
 
-}  // namespace brimlet
+} // namespace brimlet

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "base/darwin/ViewLayout.hpp"
 #include "MetricChartView.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
@@ -13,6 +12,7 @@
 #include "app/screens/DashboardFigures.hpp"
 #include "app/screens/MonitorReadout.hpp"
 #include "app/screens/MonitorScreens.hpp"
+#include "base/darwin/ViewLayout.hpp"
 
 using brimlet::mac::toNSString;
 
@@ -91,7 +91,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     card.box.accessibilityLabel = toNSString(figure.accessibilityLabel());
 }
 
-}  // namespace
+} // namespace
 
 @interface KBDashboardViewController : NSViewController <NSTableViewDataSource, NSTableViewDelegate>
 - (instancetype)initWithApplication:(brimlet::BrimletApplication&)application;
@@ -131,15 +131,14 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     NSView* root = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, 1040, 820)];
     _screen = brimlet::MonitorScreens::dashboard(_application->monitor());
 
-    _status = brimlet::mac::makeLabel(toNSString(_screen.status), NSFontTextStyleSubheadline, NSColor.secondaryLabelColor);
+    _status =
+        brimlet::mac::makeLabel(toNSString(_screen.status), NSFontTextStyleSubheadline, NSColor.secondaryLabelColor);
     _dismissAlertHint = [NSButton buttonWithTitle:toNSString(_screen.dismissAlertNote.title) target:nil action:nil];
     _dismissAlertHint.controlSize = NSControlSizeSmall;
     _dismissAlertHint.hidden = YES;
     _dismissAlertHint.accessibilityLabel = toNSString(_screen.dismissAlertNote.spokenLabel());
     brimlet::BrimletApplication* application = _application;
-    brimlet::mac::onAction(_dismissAlertHint, ^(id) {
-        application->monitor().setHasUndeliveredAlert(false);
-    });
+    brimlet::mac::onAction(_dismissAlertHint, ^(id) { application->monitor().setHasUndeliveredAlert(false); });
     NSStackView* header = [NSStackView stackViewWithViews:@[ _status, _dismissAlertHint ]];
 
     // Nine figures in three rows of three.
@@ -159,7 +158,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     figures.orientation = NSUserInterfaceLayoutOrientationVertical;
     figures.spacing = 12;
     figures.alignment = NSLayoutAttributeLeading;
-    for (NSView* line in rows) [line.widthAnchor constraintEqualToAnchor:figures.widthAnchor].active = YES;
+    for (NSView* line in rows)
+        [line.widthAnchor constraintEqualToAnchor:figures.widthAnchor].active = YES;
 
     NSColor* readColor = NSColor.systemBlueColor;
     NSColor* writeColor = NSColor.systemOrangeColor;
@@ -187,9 +187,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     _quitSelected.enabled = NO;
     _quitSelected.accessibilityLabel = toNSString(_screen.quitSelected.spokenLabel());
     __weak KBDashboardViewController* weakSelf = self;
-    brimlet::mac::onAction(_quitSelected, ^(id) {
-        [weakSelf confirmQuitOfRow:weakSelf ? [weakSelf selectedRow] : -1];
-    });
+    brimlet::mac::onAction(_quitSelected,
+                           ^(id) { [weakSelf confirmQuitOfRow:weakSelf ? [weakSelf selectedRow] : -1]; });
     NSView* spacer = [[NSView alloc] init];
     [spacer setContentHuggingPriority:1 forOrientation:NSLayoutConstraintOrientationHorizontal];
     NSStackView* footer = [NSStackView stackViewWithViews:@[ _hiddenNote, spacer, _quitSelected ]];
@@ -200,7 +199,7 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
     ]];
     stack.orientation = NSUserInterfaceLayoutOrientationVertical;
     stack.alignment = NSLayoutAttributeLeading;
-    stack.distribution = NSStackViewDistributionFill;  // the table takes whatever height is left
+    stack.distribution = NSStackViewDistributionFill; // the table takes whatever height is left
     stack.spacing = 14;
     stack.edgeInsets = NSEdgeInsetsMake(16, 20, 16, 20);
     [stack setCustomSpacing:6 afterView:stack.arrangedSubviews[2]];
@@ -225,11 +224,13 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 - (NSView*)legendWithReads:(NSColor*)reads writes:(NSColor*)writes {
     // The disk chart's two lines, in the presenter's order: reads, then writes.
     const std::vector<std::string>& names = _screen.diskLegend;
-    NSTextField* r = brimlet::mac::makeLabel(toNSString(names.size() > 0 ? names[0] : std::string()), NSFontTextStyleCaption1, reads);
-    NSTextField* w = brimlet::mac::makeLabel(toNSString(names.size() > 1 ? names[1] : std::string()), NSFontTextStyleCaption1, writes);
+    NSTextField* r = brimlet::mac::makeLabel(toNSString(names.size() > 0 ? names[0] : std::string()),
+                                             NSFontTextStyleCaption1, reads);
+    NSTextField* w = brimlet::mac::makeLabel(toNSString(names.size() > 1 ? names[1] : std::string()),
+                                             NSFontTextStyleCaption1, writes);
     NSStackView* legend = [NSStackView stackViewWithViews:@[ r, w ]];
     legend.spacing = 10;
-    legend.accessibilityElement = NO;  // the chart's own label names both lines
+    legend.accessibilityElement = NO; // the chart's own label names both lines
     return legend;
 }
 
@@ -303,20 +304,22 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 
 - (void)viewDidDisappear {
     [super viewDidDisappear];
-    _observation.cancel();  // nothing to redraw while nobody can see it
+    _observation.cancel(); // nothing to redraw while nobody can see it
 }
 
 - (void)refresh {
     brimlet::MonitorStore& store = _application->monitor();
     NSString* selectedID = nil;
-    if (const NSInteger row = [self selectedRow]; row >= 0) selectedID = toNSString(_rows[static_cast<std::size_t>(row)].id);
+    if (const NSInteger row = [self selectedRow]; row >= 0)
+        selectedID = toNSString(_rows[static_cast<std::size_t>(row)].id);
     _screen = brimlet::MonitorScreens::dashboard(store, selectedID ? brimlet::mac::utf8(selectedID) : std::string());
     _status.stringValue = toNSString(_screen.status);
-    _status.textColor = _screen.statusTone == brimlet::screens::Tone::warning ? NSColor.systemOrangeColor
-                                                                              : NSColor.secondaryLabelColor;
+    _status.textColor =
+        _screen.statusTone == brimlet::screens::Tone::warning ? NSColor.systemOrangeColor : NSColor.secondaryLabelColor;
     _dismissAlertHint.hidden = !_screen.showsDismiss;
     if (_screen.figures.empty()) return;
-    for (std::size_t i = 0; i < _cards.size() && i < _screen.figures.size(); ++i) fill(_cards[i], _screen.figures[i]);
+    for (std::size_t i = 0; i < _cards.size() && i < _screen.figures.size(); ++i)
+        fill(_cards[i], _screen.figures[i]);
     [self showCharts];
     _rows = _screen.rows;
     [_table reloadData];
@@ -368,7 +371,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
 }
 
 - (NSImage*)iconForRow:(const brimlet::AppListRow&)row {
-    if (!row.bundlePath) return [NSImage imageWithSystemSymbolName:toNSString(row.fallbackSymbol) accessibilityDescription:nil];
+    if (!row.bundlePath)
+        return [NSImage imageWithSystemSymbolName:toNSString(row.fallbackSymbol) accessibilityDescription:nil];
     NSString* key = toNSString(row.id);
     NSImage* icon = [_icons objectForKey:key];
     if (!icon) {
@@ -399,9 +403,8 @@ void fill(FigureCard& card, const brimlet::DashboardFigure& figure) {
         button.accessibilityLabel = toNSString(row.quit.spokenLabel());
         button.accessibilityHelp = toNSString(row.quit.help);
         __weak KBDashboardViewController* weakSelf = self;
-        brimlet::mac::onAction(button, ^(id sender) {
-            [weakSelf confirmQuitOfRow:[static_cast<NSButton*>(sender) tag]];
-        });
+        brimlet::mac::onAction(button,
+                               ^(id sender) { [weakSelf confirmQuitOfRow:[static_cast<NSButton*>(sender) tag]]; });
         return button;
     }
 
@@ -499,4 +502,4 @@ NSViewController* makeDashboardViewController(BrimletApplication& application) {
     return [[KBDashboardViewController alloc] initWithApplication:application];
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

@@ -35,8 +35,7 @@ NSArray* childrenOf(AXUIElementRef element) {
 
 // A point or a size wrapped in an AXValue; none for anything else (an error in a bulk read comes
 // back as an AXValue of the error type, which this rejects too).
-template <typename T>
-std::optional<T> unwrapped(id value, AXValueType type) {
+template <typename T> std::optional<T> unwrapped(id value, AXValueType type) {
     if (value == nil || CFGetTypeID((__bridge CFTypeRef)value) != AXValueGetTypeID()) return std::nullopt;
     if (AXValueGetType((__bridge AXValueRef)value) != type) return std::nullopt;
     T result{};
@@ -64,8 +63,7 @@ std::optional<DockItem> dockItem(AXUIElementRef element) {
     const auto size = unwrapped<CGSize>(values[2], kAXValueTypeCGSize);
     if (!position || !size) return std::nullopt;
     DockItem item;
-    if ([values[3] isKindOfClass:[NSString class]])
-        item.title = kestrow::mac::utf8((NSString*)values[3]);
+    if ([values[3] isKindOfClass:[NSString class]]) item.title = kestrow::mac::utf8((NSString*)values[3]);
     // The path in the file system's own bytes, as the process sampler reads applications' paths,
     // so that the two compare equal.
     id url = values[4];
@@ -90,7 +88,7 @@ void limitMessaging() {
     (void)limited;
 }
 
-}  // namespace
+} // namespace
 
 bool isTrusted(bool prompt) {
     if (!prompt) return AXIsProcessTrusted();
@@ -123,4 +121,4 @@ std::vector<DockItem> applicationItems() {
     return items;
 }
 
-}  // namespace brimlet::mac::DockAccessibility
+} // namespace brimlet::mac::DockAccessibility

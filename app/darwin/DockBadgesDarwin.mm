@@ -20,12 +20,12 @@
 namespace {
 
 constexpr CGFloat badgeHeight = 16;
-constexpr CGFloat badgeTextPadding = 5;  // each side
-constexpr CGFloat badgeInset = 2;        // from the icon's top right corner
+constexpr CGFloat badgeTextPadding = 5; // each side
+constexpr CGFloat badgeInset = 2;       // from the icon's top right corner
 
 NSFont* badgeFont() { return [NSFont monospacedDigitSystemFontOfSize:10.5 weight:NSFontWeightSemibold]; }
 
-}  // namespace
+} // namespace
 
 // A capsule with the figure: a dark glass one in the ordinary case, the system's red one when the
 // application uses at least four times the threshold.
@@ -46,7 +46,8 @@ NSFont* badgeFont() { return [NSFont monospacedDigitSystemFontOfSize:10.5 weight
     [fill setFill];
     [capsule fill];
 
-    NSDictionary* attributes = @{NSFontAttributeName : badgeFont(), NSForegroundColorAttributeName : [NSColor whiteColor]};
+    NSDictionary* attributes =
+        @{NSFontAttributeName : badgeFont(), NSForegroundColorAttributeName : [NSColor whiteColor]};
     const NSSize textSize = [self.text sizeWithAttributes:attributes];
     const NSPoint origin = NSMakePoint(NSMidX(bounds) - textSize.width / 2, NSMidY(bounds) - textSize.height / 2);
     [self.text drawAtPoint:origin withAttributes:attributes];
@@ -61,12 +62,13 @@ namespace {
 // The badge's window: borderless, clear, above the Dock, on every Space and beside full-screen
 // windows, never key, never main, and transparent to the mouse so the icon below still gets clicks.
 NSPanel* makeBadgeWindow() {
-    NSPanel* window = [[NSPanel alloc] initWithContentRect:NSMakeRect(0, 0, badgeHeight, badgeHeight)
-                                                 styleMask:NSWindowStyleMaskBorderless | NSWindowStyleMaskNonactivatingPanel
-                                                   backing:NSBackingStoreBuffered
-                                                     defer:YES];
+    NSPanel* window =
+        [[NSPanel alloc] initWithContentRect:NSMakeRect(0, 0, badgeHeight, badgeHeight)
+                                   styleMask:NSWindowStyleMaskBorderless | NSWindowStyleMaskNonactivatingPanel
+                                     backing:NSBackingStoreBuffered
+                                       defer:YES];
     window.releasedWhenClosed = NO;
-    window.hidesOnDeactivate = NO;  // this accessory application is almost never the active one
+    window.hidesOnDeactivate = NO; // this accessory application is almost never the active one
     window.opaque = NO;
     window.backgroundColor = [NSColor clearColor];
     window.hasShadow = NO;
@@ -134,9 +136,11 @@ private:
         const std::vector<DockItem> items = DockAccessibility::applicationItems();
         std::vector<Rect> iconFrames;
         iconFrames.reserve(items.size());
-        for (const DockItem& item : items) iconFrames.push_back(DockLayout::cocoaFrame(item.axFrame, primaryScreenHeight));
+        for (const DockItem& item : items)
+            iconFrames.push_back(DockLayout::cocoaFrame(item.axFrame, primaryScreenHeight));
         std::vector<Rect> screenFrames;
-        for (NSScreen* screen in screens) screenFrames.push_back(rectOf(screen.frame));
+        for (NSScreen* screen in screens)
+            screenFrames.push_back(rectOf(screen.frame));
         if (!DockLayout::isDockVisible(iconFrames, screenFrames)) return std::nullopt;
 
         return DockLayout::badges(items, store_.snapshot()->apps, metricFor(store_.dockBadges()),
@@ -147,7 +151,8 @@ private:
     // badge that only changes its figure does not flicker.
     void show(const std::vector<DockBadge>& badges) {
         std::unordered_map<std::string, std::string> names;
-        for (const AppGroup& group : store_.snapshot()->apps) names.emplace(group.id, group.name);
+        for (const AppGroup& group : store_.snapshot()->apps)
+            names.emplace(group.id, group.name);
         const std::string metricTitle(metricFor(store_.dockBadges()).title());
 
         // Two tiles may stand for one group (the same app kept twice in the Dock): each gets its own
@@ -181,7 +186,8 @@ private:
     }
 
     void removeAll() {
-        for (auto& [id, window] : windows_) [window orderOut:nil];
+        for (auto& [id, window] : windows_)
+            [window orderOut:nil];
         windows_.clear();
     }
 
@@ -192,15 +198,15 @@ private:
     }
 
     MonitorStore& store_;
-    std::map<std::string, NSPanel*> windows_;  // by application group id and the tile's turn
+    std::map<std::string, NSPanel*> windows_; // by application group id and the tile's turn
     bool askedForTrust_ = false;
     bool untrustedLogged_ = false;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<DockBadgeController> makeDockBadges(MonitorStore& store) {
     return std::make_unique<DarwinDockBadges>(store);
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

@@ -10,8 +10,8 @@
 
 #include "MonitorViews.hpp"
 #include "app/screens/FloatingMonitorStyle.hpp"
-#include "app/startup/SuiteLaunch.hpp"
 #include "app/screens/MonitorScreens.hpp"
+#include "app/startup/SuiteLaunch.hpp"
 #include "suite/ui/darwin/FloatingPanel.hpp"
 
 namespace {
@@ -29,15 +29,20 @@ NSImage* roundedMask() { return kestrow::suite::mac::roundedMask(cornerRadius); 
 
 NSAppearance* appearanceFor(brimlet::FloatingTheme theme) {
     switch (theme.value) {
-        case brimlet::FloatingTheme::system: return nil;  // follows the system
-        case brimlet::FloatingTheme::light: return [NSAppearance appearanceNamed:NSAppearanceNameAqua];
-        case brimlet::FloatingTheme::dark: return [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
+    case brimlet::FloatingTheme::system:
+        return nil; // follows the system
+    case brimlet::FloatingTheme::light:
+        return [NSAppearance appearanceNamed:NSAppearanceNameAqua];
+    case brimlet::FloatingTheme::dark:
+        return [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
     }
     return nil;
 }
 
 NSButton* chevronButton(id target, SEL action) {
-    NSButton* button = [NSButton buttonWithImage:[[NSImage alloc] initWithSize:NSMakeSize(14, 14)] target:target action:action];
+    NSButton* button = [NSButton buttonWithImage:[[NSImage alloc] initWithSize:NSMakeSize(14, 14)]
+                                          target:target
+                                          action:action];
     button.bordered = NO;
     button.contentTintColor = NSColor.secondaryLabelColor;
     button.translatesAutoresizingMaskIntoConstraints = NO;
@@ -59,7 +64,7 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     ]];
 }
 
-}  // namespace
+} // namespace
 
 @interface KBFloatingMonitorView : NSView
 - (instancetype)initWithStore:(brimlet::MonitorStore&)store;
@@ -213,10 +218,17 @@ void pinToEdges(NSView* view, NSView* container, CGFloat horizontal, CGFloat ver
     for (const brimlet::MonitorControl& control : brimlet::MonitorScreens::floating(*_store).menu) {
         SEL action = nil;
         switch (control.action) {
-            case brimlet::MonitorCommand::expandFloating: action = @selector(expand:); break;
-            case brimlet::MonitorCommand::collapseFloating: action = @selector(collapse:); break;
-            case brimlet::MonitorCommand::hideFloating: action = @selector(hideMonitor:); break;
-            default: continue;
+        case brimlet::MonitorCommand::expandFloating:
+            action = @selector(expand:);
+            break;
+        case brimlet::MonitorCommand::collapseFloating:
+            action = @selector(collapse:);
+            break;
+        case brimlet::MonitorCommand::hideFloating:
+            action = @selector(hideMonitor:);
+            break;
+        default:
+            continue;
         }
         [menu addItemWithTitle:toNSString(control.title) action:action keyEquivalent:@""].target = self;
     }
@@ -247,7 +259,8 @@ public:
         : store_(store), defaults_(standardDefaults()), place_(*defaults_, store.persistsSettings()) {
         view_ = [[KBFloatingMonitorView alloc] initWithStore:store_];
         panel_ = std::make_unique<kestrow::suite::mac::FloatingPanel>(
-            view_, barSize, expandedSize, place_.topLeft(), [this](kestrow::suite::Point topLeft) { place_.moved(topLeft); },
+            view_, barSize, expandedSize, place_.topLeft(),
+            [this](kestrow::suite::Point topLeft) { place_.moved(topLeft); },
             FloatingMonitorStyle::idleAlpha(store_.floatingLook()));
         // New figures redraw only what is on screen; the look and the size follow `sync`.
         observation_ = store_.observe([this] {
@@ -295,10 +308,10 @@ private:
     bool suppressed_ = false;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<FloatingMonitorController> makeFloatingMonitor(MonitorStore& store) {
     return std::make_unique<PanelFloatingMonitor>(store);
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

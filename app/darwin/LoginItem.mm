@@ -11,7 +11,7 @@
 // ServiceManagement's SMAppService.h; the deployment target of 13.0 guarantees the class exists on
 // every system that runs the app, and the lookup failing is still handled as "unavailable".
 @protocol KBMainAppService <NSObject>
-@property(readonly) NSInteger status;  // SMAppServiceStatus
+@property(readonly) NSInteger status; // SMAppServiceStatus
 - (BOOL)registerAndReturnError:(NSError**)error;
 - (BOOL)unregisterAndReturnError:(NSError**)error;
 @end
@@ -31,7 +31,7 @@ constexpr NSInteger statusRequiresApproval = 2;
 
 id<KBMainAppService> mainAppService() {
     // ServiceManagement is not linked (its SDK stubs lack the class); load it once by path.
-    static Class serviceClass = [] () -> Class {
+    static Class serviceClass = []() -> Class {
         [[NSBundle bundleWithPath:@"/System/Library/Frameworks/ServiceManagement.framework"] load];
         return NSClassFromString(@"SMAppService");
     }();
@@ -39,16 +39,20 @@ id<KBMainAppService> mainAppService() {
     return [static_cast<Class<KBAppServiceClass>>(serviceClass) mainAppService];
 }
 
-}  // namespace
+} // namespace
 
 State current() {
     id<KBMainAppService> service = mainAppService();
     if (!service) return State::unavailable;
     switch (service.status) {
-        case statusEnabled: return State::enabled;
-        case statusRequiresApproval: return State::requiresApproval;
-        case statusNotRegistered: return State::disabled;
-        default: return State::disabled;  // not found: nothing is registered
+    case statusEnabled:
+        return State::enabled;
+    case statusRequiresApproval:
+        return State::requiresApproval;
+    case statusNotRegistered:
+        return State::disabled;
+    default:
+        return State::disabled; // not found: nothing is registered
     }
 }
 
@@ -64,4 +68,4 @@ kestrow::Status setEnabled(bool enabled) {
     return kestrow::Status::failure(std::move(text));
 }
 
-}  // namespace brimlet::mac::LoginItem
+} // namespace brimlet::mac::LoginItem

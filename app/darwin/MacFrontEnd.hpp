@@ -9,11 +9,11 @@
 #include <string_view>
 #include <vector>
 
-#include "app/startup/BrimletApplication.hpp"
 #include "app/desktop/BrimletWindows.hpp"
 #include "app/desktop/DesktopController.hpp"
-#include "app/stores/MonitorStore.hpp"
 #include "app/desktop/Notifier.hpp"
+#include "app/startup/BrimletApplication.hpp"
+#include "app/stores/MonitorStore.hpp"
 #include "base/MainLoop.hpp"
 
 namespace brimlet::mac {

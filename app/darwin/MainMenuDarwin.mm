@@ -26,23 +26,40 @@ namespace {
 
 SEL selectorFor(MenuCommand command) {
     switch (command) {
-        case MenuCommand::separator: return nil;
-        case MenuCommand::about: return @selector(orderFrontStandardAboutPanel:);
-        case MenuCommand::settings: return @selector(openSettings:);
-        case MenuCommand::hide: return @selector(hide:);
-        case MenuCommand::hideOthers: return @selector(hideOtherApplications:);
-        case MenuCommand::showAll: return @selector(unhideAllApplications:);
-        case MenuCommand::quit: return @selector(terminate:);
-        case MenuCommand::undo: return @selector(undo:);
-        case MenuCommand::redo: return @selector(redo:);
-        case MenuCommand::cut: return @selector(cut:);
-        case MenuCommand::copy: return @selector(copy:);
-        case MenuCommand::paste: return @selector(paste:);
-        case MenuCommand::selectAll: return @selector(selectAll:);
-        case MenuCommand::minimize: return @selector(performMiniaturize:);
-        case MenuCommand::zoom: return @selector(performZoom:);
-        case MenuCommand::close: return @selector(performClose:);
-        case MenuCommand::bringAllToFront: return @selector(arrangeInFront:);
+    case MenuCommand::separator:
+        return nil;
+    case MenuCommand::about:
+        return @selector(orderFrontStandardAboutPanel:);
+    case MenuCommand::settings:
+        return @selector(openSettings:);
+    case MenuCommand::hide:
+        return @selector(hide:);
+    case MenuCommand::hideOthers:
+        return @selector(hideOtherApplications:);
+    case MenuCommand::showAll:
+        return @selector(unhideAllApplications:);
+    case MenuCommand::quit:
+        return @selector(terminate:);
+    case MenuCommand::undo:
+        return @selector(undo:);
+    case MenuCommand::redo:
+        return @selector(redo:);
+    case MenuCommand::cut:
+        return @selector(cut:);
+    case MenuCommand::copy:
+        return @selector(copy:);
+    case MenuCommand::paste:
+        return @selector(paste:);
+    case MenuCommand::selectAll:
+        return @selector(selectAll:);
+    case MenuCommand::minimize:
+        return @selector(performMiniaturize:);
+    case MenuCommand::zoom:
+        return @selector(performZoom:);
+    case MenuCommand::close:
+        return @selector(performClose:);
+    case MenuCommand::bringAllToFront:
+        return @selector(arrangeInFront:);
     }
     return nil;
 }
@@ -85,10 +102,10 @@ private:
     KBSettingsMenuTarget* target_;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<MainMenuInstallation> installMainMenu(WindowPresenter& windows) {
     return std::make_unique<SystemMainMenu>(windows);
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

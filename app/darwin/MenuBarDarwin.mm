@@ -16,7 +16,7 @@ namespace brimlet::mac {
 namespace {
 class StatusMenuBar;
 }
-}  // namespace brimlet::mac
+} // namespace brimlet::mac
 
 // The Objective-C side of the item: the button's action, the popover's delegate and the observer
 // of the item's visibility. It forwards to the C++ owner while that one lives.
@@ -35,7 +35,7 @@ constexpr CGFloat barHeight = 13;
 constexpr CGFloat barGap = 3;
 NSString* const autosaveName = @"KestrowBrimlet";
 char visibleContextTag;
-void* const visibleContext = &visibleContextTag;  // tells our KVO registration from a superclass's
+void* const visibleContext = &visibleContextTag; // tells our KVO registration from a superclass's
 
 // The memory chip with a small upright gauge beside it, filled from the bottom. A template image,
 // so the menu bar tints it for its appearance and for a selected item.
@@ -50,24 +50,24 @@ NSImage* menuBarImage(bool withBar, int percent) {
     const NSSize chipSize = chip.size;
     const NSSize size = NSMakeSize(chipSize.width + barGap + barWidth, MAX(chipSize.height, barHeight));
     const double fraction = std::clamp(percent, 0, 100) / 100.0;
-    NSImage* image = [NSImage imageWithSize:size
-                                    flipped:NO
-                             drawingHandler:^BOOL(NSRect) {
-                                 [chip drawInRect:NSMakeRect(0, (size.height - chipSize.height) / 2, chipSize.width,
-                                                             chipSize.height)];
-                                 const NSRect frame = NSMakeRect(chipSize.width + barGap, (size.height - barHeight) / 2,
-                                                                 barWidth, barHeight);
-                                 [NSColor.blackColor set];
-                                 NSBezierPath* outline = [NSBezierPath bezierPathWithRoundedRect:NSInsetRect(frame, 0.5, 0.5)
-                                                                                        xRadius:1.5
-                                                                                        yRadius:1.5];
-                                 outline.lineWidth = 1;
-                                 [outline stroke];
-                                 NSRect filled = NSInsetRect(frame, 1.5, 1.5);
-                                 filled.size.height *= fraction;
-                                 NSRectFill(filled);
-                                 return YES;
-                             }];
+    NSImage* image = [NSImage
+         imageWithSize:size
+               flipped:NO
+        drawingHandler:^BOOL(NSRect) {
+            [chip drawInRect:NSMakeRect(0, (size.height - chipSize.height) / 2, chipSize.width, chipSize.height)];
+            const NSRect frame =
+                NSMakeRect(chipSize.width + barGap, (size.height - barHeight) / 2, barWidth, barHeight);
+            [NSColor.blackColor set];
+            NSBezierPath* outline = [NSBezierPath bezierPathWithRoundedRect:NSInsetRect(frame, 0.5, 0.5)
+                                                                    xRadius:1.5
+                                                                    yRadius:1.5];
+            outline.lineWidth = 1;
+            [outline stroke];
+            NSRect filled = NSInsetRect(frame, 1.5, 1.5);
+            filled.size.height *= fraction;
+            NSRectFill(filled);
+            return YES;
+        }];
     [image setTemplate:YES];
     return image;
 }
@@ -140,10 +140,8 @@ public:
 
 private:
     void applyPresence() {
-        if (application_.suite().showsOwnIcon())
-            makeItem();
-        else
-            removeItem();
+        if (application_.suite().showsOwnIcon()) makeItem();
+        else removeItem();
     }
 
     void makeItem() {
@@ -167,7 +165,7 @@ private:
     void removeItem() {
         if (!item_) return;
         if (popover_.shown) [popover_ close];
-        popoverDidClose();  // whether or not `close` told the delegate, the surface is counted off once
+        popoverDidClose(); // whether or not `close` told the delegate, the surface is counted off once
         [item_ removeObserver:target_ forKeyPath:@"visible" context:visibleContext];
         [NSStatusBar.systemStatusBar removeStatusItem:item_];
         item_ = nil;
@@ -210,13 +208,13 @@ private:
     kestrow::MainLoop::Token storeObservation_;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<MenuBar> makeMenuBar(BrimletApplication& application, WindowPresenter& windows) {
     return std::make_unique<StatusMenuBar>(application, windows);
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac
 
 @implementation KBStatusItemTarget
 

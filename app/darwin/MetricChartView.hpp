@@ -13,7 +13,5 @@
 - (instancetype)initWithCapacity:(NSUInteger)capacity colors:(NSArray<NSColor*>*)colors;
 // One series per color, in the same order; `ceiling` is the top of the scale. The VoiceOver label
 // becomes `summary`.
-- (void)setSeries:(const std::vector<brimlet::ChartSeries>&)series
-          ceiling:(double)ceiling
-          summary:(NSString*)summary;
+- (void)setSeries:(const std::vector<brimlet::ChartSeries>&)series ceiling:(double)ceiling summary:(NSString*)summary;
 @end

@@ -1,5 +1,5 @@
-#include "base/darwin/ViewLayout.hpp"
 #include "MonitorPopover.hpp"
+#include "base/darwin/ViewLayout.hpp"
 
 #include <string>
 #include <vector>
@@ -27,7 +27,7 @@ NSView* separator() {
     return line;
 }
 
-}  // namespace
+} // namespace
 
 // One application of the list: its icon, name and figures, and a quit control that shows under the
 // pointer ("Hover an app to quit it"); VoiceOver and the keyboard reach the control at all times.
@@ -59,14 +59,16 @@ NSView* separator() {
     _memory.alignment = NSTextAlignmentRight;
     _cpu = makeLabel(@"", figureFont(11, NSFontWeightRegular), NSColor.secondaryLabelColor);
     _cpu.alignment = NSTextAlignmentRight;
-    _quit = [NSButton buttonWithImage:[[NSImage alloc] initWithSize:NSMakeSize(18, 18)] target:self
+    _quit = [NSButton buttonWithImage:[[NSImage alloc] initWithSize:NSMakeSize(18, 18)]
+                               target:self
                                action:@selector(quitPressed:)];
     _quit.bordered = NO;
     _quit.contentTintColor = NSColor.secondaryLabelColor;
     _quit.translatesAutoresizingMaskIntoConstraints = NO;
     _quit.alphaValue = 0;
 
-    for (NSView* view in @[ _icon, _name, _memory, _cpu, _quit ]) [self addSubview:view];
+    for (NSView* view in @[ _icon, _name, _memory, _cpu, _quit ])
+        [self addSubview:view];
     [NSLayoutConstraint activateConstraints:@[
         [self.heightAnchor constraintEqualToConstant:24],
         [_icon.leadingAnchor constraintEqualToAnchor:self.leadingAnchor],
@@ -197,9 +199,8 @@ NSView* separator() {
     _footer = [NSStackView stackViewWithViews:@[]];
     _footer.spacing = 6;
 
-    _stack = [NSStackView stackViewWithViews:@[
-        _title, note, _waiting, _metrics, separator(), appsHeader, _apps, separator(), _footer
-    ]];
+    _stack = [NSStackView
+        stackViewWithViews:@[ _title, note, _waiting, _metrics, separator(), appsHeader, _apps, separator(), _footer ]];
     _stack.orientation = NSUserInterfaceLayoutOrientationVertical;
     _stack.alignment = NSLayoutAttributeLeading;
     _stack.spacing = 10;
@@ -220,8 +221,9 @@ NSView* separator() {
 
 // The footer: the windows as titled buttons, quitting the product as a symbol at the trailing end.
 - (void)showFooter:(const std::vector<brimlet::MonitorControl>&)controls {
-    if (_footerButtons.count == controls.size()) return;  // its words never change once made
-    for (NSButton* button in _footerButtons) [_footer removeView:button];
+    if (_footerButtons.count == controls.size()) return; // its words never change once made
+    for (NSButton* button in _footerButtons)
+        [_footer removeView:button];
     [_footerButtons removeAllObjects];
     for (const brimlet::MonitorControl& control : controls) {
         NSButton* button = [NSButton buttonWithTitle:toNSString(control.title)
@@ -278,9 +280,7 @@ NSView* separator() {
         KBAppRowView* row = [[KBAppRowView alloc] initWithFrame:NSZeroRect];
         const NSUInteger index = _appRows.count;
         __weak KBMonitorPopoverController* weakSelf = self;
-        row.onQuit = ^{
-            [weakSelf askToQuitAppAtIndex:index];
-        };
+        row.onQuit = ^{ [weakSelf askToQuitAppAtIndex:index]; };
         [_appRows addObject:row];
         [_apps addArrangedSubview:row];
         [row.widthAnchor constraintEqualToAnchor:_apps.widthAnchor].active = YES;
@@ -321,11 +321,20 @@ NSView* separator() {
 
 - (void)performCommand:(NSButton*)sender {
     switch (static_cast<brimlet::MonitorCommand>(sender.tag)) {
-        case brimlet::MonitorCommand::openDashboard: [self openWindow:brimlet::BrimletWindows::dashboard]; break;
-        case brimlet::MonitorCommand::openCleanup: [self openWindow:brimlet::BrimletWindows::cleanup]; break;
-        case brimlet::MonitorCommand::openSettings: [self openWindow:brimlet::BrimletWindows::settings]; break;
-        case brimlet::MonitorCommand::quitProduct: [NSApp terminate:sender]; break;
-        default: break;
+    case brimlet::MonitorCommand::openDashboard:
+        [self openWindow:brimlet::BrimletWindows::dashboard];
+        break;
+    case brimlet::MonitorCommand::openCleanup:
+        [self openWindow:brimlet::BrimletWindows::cleanup];
+        break;
+    case brimlet::MonitorCommand::openSettings:
+        [self openWindow:brimlet::BrimletWindows::settings];
+        break;
+    case brimlet::MonitorCommand::quitProduct:
+        [NSApp terminate:sender];
+        break;
+    default:
+        break;
     }
 }
 

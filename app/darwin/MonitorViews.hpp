@@ -8,9 +8,9 @@
 #include <optional>
 #include <string_view>
 
+#include "app/screens/MonitorScreens.hpp"
 #include "base/darwin/Labels.hpp"
 #include "base/darwin/StringBridge.hpp"
-#include "app/screens/MonitorScreens.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
 namespace brimlet::mac {

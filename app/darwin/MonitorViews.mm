@@ -16,11 +16,11 @@ NSImageView* symbolView(NSString* name) {
 }
 
 void trackHover(NSView* view) {
-    [view addTrackingArea:[[NSTrackingArea alloc]
-                              initWithRect:NSZeroRect
-                                   options:NSTrackingMouseEnteredAndExited | NSTrackingActiveAlways | NSTrackingInVisibleRect
-                                     owner:view
-                                  userInfo:nil]];
+    [view addTrackingArea:[[NSTrackingArea alloc] initWithRect:NSZeroRect
+                                                       options:NSTrackingMouseEnteredAndExited |
+                                                               NSTrackingActiveAlways | NSTrackingInVisibleRect
+                                                         owner:view
+                                                      userInfo:nil]];
 }
 
 NSFont* systemFont(CGFloat size, NSFontWeight weight) { return [NSFont systemFontOfSize:size weight:weight]; }
@@ -31,24 +31,31 @@ NSFont* figureFont(CGFloat size, NSFontWeight weight) {
 
 NSColor* gradeColor(Rating grade) {
     switch (grade.value) {
-        case Rating::great: return NSColor.systemGreenColor;
-        case Rating::good: return NSColor.systemTealColor;
-        case Rating::fair: return NSColor.systemOrangeColor;
-        case Rating::poor: return NSColor.systemRedColor;
+    case Rating::great:
+        return NSColor.systemGreenColor;
+    case Rating::good:
+        return NSColor.systemTealColor;
+    case Rating::fair:
+        return NSColor.systemOrangeColor;
+    case Rating::poor:
+        return NSColor.systemRedColor;
     }
     return NSColor.secondaryLabelColor;
 }
 
 NSColor* pressureColor(MemoryPressure pressure) {
     switch (pressure.value) {
-        case MemoryPressure::normal: return NSColor.systemGreenColor;
-        case MemoryPressure::warning: return NSColor.systemOrangeColor;
-        case MemoryPressure::critical: return NSColor.systemRedColor;
+    case MemoryPressure::normal:
+        return NSColor.systemGreenColor;
+    case MemoryPressure::warning:
+        return NSColor.systemOrangeColor;
+    case MemoryPressure::critical:
+        return NSColor.systemRedColor;
     }
     return NSColor.secondaryLabelColor;
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac
 
 using brimlet::mac::figureFont;
 using brimlet::mac::makeLabel;
@@ -84,7 +91,7 @@ using brimlet::mac::makeLabel;
 }
 
 - (BOOL)isAccessibilityElement {
-    return NO;  // the row it sits in reads the figure
+    return NO; // the row it sits in reads the figure
 }
 
 @end
@@ -124,7 +131,8 @@ using brimlet::mac::makeLabel;
     NSStackView* topLine = [NSStackView stackViewWithViews:@[ _title, _figure ]];
     topLine.orientation = NSUserInterfaceLayoutOrientationHorizontal;
     topLine.distribution = NSStackViewDistributionFill;
-    [_title setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
+    [_title setContentHuggingPriority:NSLayoutPriorityDefaultLow
+                       forOrientation:NSLayoutConstraintOrientationHorizontal];
 
     NSStackView* column = [NSStackView stackViewWithViews:@[ topLine, _caption, _gauge ]];
     column.orientation = NSUserInterfaceLayoutOrientationVertical;

@@ -12,8 +12,8 @@
 #include <string>
 #include <utility>
 
-#include "base/darwin/StringBridge.hpp"
 #include "app/desktop/AuthorisedNotifier.hpp"
+#include "base/darwin/StringBridge.hpp"
 
 // Lets an alert show as a banner even while one of the app's windows is in front; without a
 // delegate the centre keeps a foreground app's notifications silent. A click on an alert opens
@@ -40,7 +40,7 @@
     (void)center;
     // Only the click on the alert itself; a dismissal is not a wish to see anything.
     if (_onOpen && [response.actionIdentifier isEqualToString:UNNotificationDefaultActionIdentifier])
-        _loop->post(_onOpen);  // the centre may answer on a queue of its own
+        _loop->post(_onOpen); // the centre may answer on a queue of its own
     completionHandler();
 }
 
@@ -75,7 +75,7 @@ public:
         if (NSBundle.mainBundle.bundleIdentifier == nil) return;
         center_ = [UNUserNotificationCenter currentNotificationCenter];
         presenter_ = [[BrimletNotificationPresenter alloc] initWithLoop:&loop onOpen:std::move(onOpen)];
-        center_.delegate = presenter_;  // a weak reference: this object keeps the presenter alive
+        center_.delegate = presenter_; // a weak reference: this object keeps the presenter alive
     }
 
     ~UserNotificationCentre() override {
@@ -89,7 +89,7 @@ public:
     void requestAuthorisation(Answer answered) override {
         [center_ requestAuthorizationWithOptions:UNAuthorizationOptionAlert
                                completionHandler:^(BOOL granted, NSError* error) {
-                                 answered(granted ? std::string() : error != nil ? describe(error) : "not allowed");
+                                   answered(granted ? std::string() : error != nil ? describe(error) : "not allowed");
                                }];
     }
 
@@ -103,10 +103,9 @@ public:
         UNNotificationRequest* request = [UNNotificationRequest requestWithIdentifier:identifier
                                                                               content:content
                                                                               trigger:nil];
-        [center_ addNotificationRequest:request
-                  withCompletionHandler:^(NSError* error) {
-                    answered(error != nil ? describe(error) : std::string());
-                  }];
+        [center_
+            addNotificationRequest:request
+             withCompletionHandler:^(NSError* error) { answered(error != nil ? describe(error) : std::string()); }];
     }
 
 private:
@@ -115,10 +114,11 @@ private:
     BrimletNotificationPresenter* presenter_ = nil;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<Notifier> makeUserNotificationNotifier(kestrow::MainLoop& loop, std::function<void()> onOpen) {
-    return std::make_unique<AuthorisedNotifier>(loop, std::make_unique<UserNotificationCentre>(loop, std::move(onOpen)));
+    return std::make_unique<AuthorisedNotifier>(loop,
+                                                std::make_unique<UserNotificationCentre>(loop, std::move(onOpen)));
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "base/darwin/ViewLayout.hpp"
 #include "LoginItem.hpp"
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
 #include "app/screens/SettingsScreen.hpp"
 #include "base/Log.hpp"
+#include "base/darwin/ViewLayout.hpp"
 
 using brimlet::mac::toNSString;
 
@@ -21,11 +21,16 @@ constexpr CGFloat noteWidth = 420;
 
 NSColor* toneColor(brimlet::screens::Tone tone) {
     switch (tone) {
-        case brimlet::screens::Tone::plain: return NSColor.labelColor;
-        case brimlet::screens::Tone::secondary: return NSColor.secondaryLabelColor;
-        case brimlet::screens::Tone::success: return NSColor.systemGreenColor;
-        case brimlet::screens::Tone::warning: return NSColor.systemOrangeColor;
-        case brimlet::screens::Tone::failure: return NSColor.systemRedColor;
+    case brimlet::screens::Tone::plain:
+        return NSColor.labelColor;
+    case brimlet::screens::Tone::secondary:
+        return NSColor.secondaryLabelColor;
+    case brimlet::screens::Tone::success:
+        return NSColor.systemGreenColor;
+    case brimlet::screens::Tone::warning:
+        return NSColor.systemOrangeColor;
+    case brimlet::screens::Tone::failure:
+        return NSColor.systemRedColor;
     }
     return NSColor.secondaryLabelColor;
 }
@@ -33,15 +38,19 @@ NSColor* toneColor(brimlet::screens::Tone tone) {
 brimlet::LoginItemState loginState() {
     using brimlet::mac::LoginItem::State;
     switch (brimlet::mac::LoginItem::current()) {
-        case State::enabled: return brimlet::LoginItemState::enabled;
-        case State::disabled: return brimlet::LoginItemState::disabled;
-        case State::requiresApproval: return brimlet::LoginItemState::requiresApproval;
-        case State::unavailable: return brimlet::LoginItemState::unavailable;
+    case State::enabled:
+        return brimlet::LoginItemState::enabled;
+    case State::disabled:
+        return brimlet::LoginItemState::disabled;
+    case State::requiresApproval:
+        return brimlet::LoginItemState::requiresApproval;
+    case State::unavailable:
+        return brimlet::LoginItemState::unavailable;
     }
     return brimlet::LoginItemState::unavailable;
 }
 
-}  // namespace
+} // namespace
 
 @interface KBSettingsViewController : NSViewController
 - (instancetype)initWithApplication:(brimlet::BrimletApplication&)application;
@@ -53,7 +62,7 @@ brimlet::LoginItemState loginState() {
     std::string _loginFailure;
     std::vector<brimlet::SettingsSection> _shown;
     NSGridView* _grid;
-    NSMutableArray<NSView*>* _controls;  // one per row of the screen, in order
+    NSMutableArray<NSView*>* _controls; // one per row of the screen, in order
 }
 
 - (instancetype)initWithApplication:(brimlet::BrimletApplication&)application {
@@ -94,7 +103,8 @@ brimlet::LoginItemState loginState() {
     if (![self sameShape:screen.sections]) [self rebuild:screen.sections];
     NSUInteger index = 0;
     for (const brimlet::SettingsSection& section : screen.sections)
-        for (const brimlet::SettingsRow& row : section.rows) [self show:row in:_controls[index++]];
+        for (const brimlet::SettingsRow& row : section.rows)
+            [self show:row in:_controls[index++]];
     _shown = screen.sections;
     [self fitWindow];
 }
@@ -110,20 +120,22 @@ brimlet::LoginItemState loginState() {
 }
 
 - (void)rebuild:(const std::vector<brimlet::SettingsSection>&)sections {
-    while (_grid.numberOfRows > 0) [_grid removeRowAtIndex:_grid.numberOfRows - 1];
+    while (_grid.numberOfRows > 0)
+        [_grid removeRowAtIndex:_grid.numberOfRows - 1];
     [_controls removeAllObjects];
     _shown.clear();
     bool first = true;
     for (const brimlet::SettingsSection& section : sections) {
-        NSGridRow* heading = [_grid addRowWithViews:@[ brimlet::mac::makeHeading(toNSString(section.heading)),
-                                                       [NSGridCell emptyContentView] ]];
+        NSGridRow* heading = [_grid
+            addRowWithViews:@[ brimlet::mac::makeHeading(toNSString(section.heading)), [NSGridCell emptyContentView] ]];
         [heading mergeCellsInRange:NSMakeRange(0, 2)];
         [heading cellAtIndex:0].xPlacement = NSGridCellPlacementLeading;
         heading.topPadding = first ? 0 : 14;
         first = false;
         for (const brimlet::SettingsRow& row : section.rows) {
             NSView* control = [self makeControl:row];
-            NSView* caption = row.caption.empty() ? [NSGridCell emptyContentView] : [NSTextField labelWithString:toNSString(row.caption)];
+            NSView* caption = row.caption.empty() ? [NSGridCell emptyContentView]
+                                                  : [NSTextField labelWithString:toNSString(row.caption)];
             NSGridRow* added = [_grid addRowWithViews:@[ caption, control ]];
             added.rowAlignment = NSGridRowAlignmentFirstBaseline;
             if (row.kind == brimlet::SettingsRow::Kind::note) added.topPadding = -2;
@@ -136,48 +148,49 @@ brimlet::LoginItemState loginState() {
     __weak KBSettingsViewController* weakSelf = self;
     const brimlet::SettingsCommand command = row.control.action;
     switch (row.kind) {
-        case brimlet::SettingsRow::Kind::checkbox:
-            return brimlet::mac::makeCheckbox(toNSString(row.control.title), row.on, ^(bool on) {
-                [weakSelf perform:command on:on index:-1];
-            });
-        case brimlet::SettingsRow::Kind::choice:
-            return brimlet::mac::makePopUp(@[], -1, toNSString(row.control.spokenLabel()), ^(NSInteger index) {
-                [weakSelf perform:command on:false index:static_cast<int>(index)];
-            });
-        case brimlet::SettingsRow::Kind::note: return brimlet::mac::makeNote(toNSString(row.text), noteWidth);
+    case brimlet::SettingsRow::Kind::checkbox:
+        return brimlet::mac::makeCheckbox(toNSString(row.control.title), row.on,
+                                          ^(bool on) { [weakSelf perform:command on:on index:-1]; });
+    case brimlet::SettingsRow::Kind::choice:
+        return brimlet::mac::makePopUp(@[], -1, toNSString(row.control.spokenLabel()), ^(NSInteger index) {
+            [weakSelf perform:command on:false index:static_cast<int>(index)];
+        });
+    case brimlet::SettingsRow::Kind::note:
+        return brimlet::mac::makeNote(toNSString(row.text), noteWidth);
     }
     return [NSGridCell emptyContentView];
 }
 
 - (void)show:(const brimlet::SettingsRow&)row in:(NSView*)view {
     switch (row.kind) {
-        case brimlet::SettingsRow::Kind::checkbox: {
-            NSButton* box = static_cast<NSButton*>(view);
-            box.title = toNSString(row.control.title);
-            box.accessibilityLabel = toNSString(row.control.spokenLabel());
-            box.state = row.on ? NSControlStateValueOn : NSControlStateValueOff;
-            box.enabled = row.control.enabled;
-            break;
+    case brimlet::SettingsRow::Kind::checkbox: {
+        NSButton* box = static_cast<NSButton*>(view);
+        box.title = toNSString(row.control.title);
+        box.accessibilityLabel = toNSString(row.control.spokenLabel());
+        box.state = row.on ? NSControlStateValueOn : NSControlStateValueOff;
+        box.enabled = row.control.enabled;
+        break;
+    }
+    case brimlet::SettingsRow::Kind::choice: {
+        NSPopUpButton* popUp = static_cast<NSPopUpButton*>(view);
+        NSMutableArray<NSString*>* titles = [NSMutableArray array];
+        for (const std::string& choice : row.choices)
+            [titles addObject:toNSString(choice)];
+        if (![popUp.itemTitles isEqualToArray:titles]) {
+            [popUp removeAllItems];
+            [popUp addItemsWithTitles:titles];
         }
-        case brimlet::SettingsRow::Kind::choice: {
-            NSPopUpButton* popUp = static_cast<NSPopUpButton*>(view);
-            NSMutableArray<NSString*>* titles = [NSMutableArray array];
-            for (const std::string& choice : row.choices) [titles addObject:toNSString(choice)];
-            if (![popUp.itemTitles isEqualToArray:titles]) {
-                [popUp removeAllItems];
-                [popUp addItemsWithTitles:titles];
-            }
-            if (row.selected >= 0) [popUp selectItemAtIndex:row.selected];
-            popUp.enabled = row.control.enabled;
-            popUp.accessibilityLabel = toNSString(row.control.spokenLabel());
-            break;
-        }
-        case brimlet::SettingsRow::Kind::note: {
-            NSTextField* note = static_cast<NSTextField*>(view);
-            note.stringValue = toNSString(row.text);
-            note.textColor = toneColor(row.tone);
-            break;
-        }
+        if (row.selected >= 0) [popUp selectItemAtIndex:row.selected];
+        popUp.enabled = row.control.enabled;
+        popUp.accessibilityLabel = toNSString(row.control.spokenLabel());
+        break;
+    }
+    case brimlet::SettingsRow::Kind::note: {
+        NSTextField* note = static_cast<NSTextField*>(view);
+        note.stringValue = toNSString(row.text);
+        note.textColor = toneColor(row.tone);
+        break;
+    }
     }
 }
 
@@ -186,7 +199,7 @@ brimlet::LoginItemState loginState() {
 // The monitor store's settings go through the presenter; the suite's own-icon choice and the login
 // item are the participant's and the system's, and the switch then shows what they say.
 - (void)perform:(brimlet::SettingsCommand)command on:(bool)on index:(int)index {
-    if (brimlet::SettingsPresenter::apply(_application->monitor(), command, on, index)) return;  // the store tells
+    if (brimlet::SettingsPresenter::apply(_application->monitor(), command, on, index)) return; // the store tells
     if (command == brimlet::SettingsCommand::ownIcon) {
         const kestrow::Status status = _application->participant().setOwnIconWanted(on);
         if (status.failed()) kestrow::log::error("settings", "own icon setting not saved: " + status.message());
@@ -203,7 +216,7 @@ brimlet::LoginItemState loginState() {
     [super viewWillAppear];
     __weak KBSettingsViewController* weakSelf = self;
     _observation = _application->monitor().observe([weakSelf] { [weakSelf sync]; });
-    _shown.clear();  // the user may have changed the login item in System Settings meanwhile
+    _shown.clear(); // the user may have changed the login item in System Settings meanwhile
     [self sync];
 }
 
@@ -232,4 +245,4 @@ NSViewController* makeSettingsViewController(BrimletApplication& application) {
     return [[KBSettingsViewController alloc] initWithApplication:application];
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

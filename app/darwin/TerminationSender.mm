@@ -10,8 +10,8 @@
 
 #include <string>
 
-#include "base/darwin/StringBridge.hpp"
 #include "app/desktop/QuitRule.hpp"
+#include "base/darwin/StringBridge.hpp"
 
 namespace brimlet::mac {
 
@@ -26,15 +26,15 @@ id senderCode(NSAppleEventDescriptor* event) {
     NSAppleEventDescriptor* processID = [event attributeDescriptorForKeyword:QuitRule::senderProcessIDKeyword];
     NSDictionary* attributes = nil;
     switch (QuitRule::senderLookup(auditToken != nil, processID != nil)) {
-        case QuitRule::SenderLookup::byAuditToken:
-            // The descriptor's bytes are the sender's audit_token_t, which is what the attribute takes.
-            attributes = @{(__bridge NSString*)kSecGuestAttributeAudit : auditToken.data};
-            break;
-        case QuitRule::SenderLookup::byProcessID:
-            attributes = @{(__bridge NSString*)kSecGuestAttributePid : @(processID.int32Value)};
-            break;
-        case QuitRule::SenderLookup::none:
-            return nil;
+    case QuitRule::SenderLookup::byAuditToken:
+        // The descriptor's bytes are the sender's audit_token_t, which is what the attribute takes.
+        attributes = @{(__bridge NSString*)kSecGuestAttributeAudit : auditToken.data};
+        break;
+    case QuitRule::SenderLookup::byProcessID:
+        attributes = @{(__bridge NSString*)kSecGuestAttributePid : @(processID.int32Value)};
+        break;
+    case QuitRule::SenderLookup::none:
+        return nil;
     }
     SecCodeRef code = nullptr;
     if (SecCodeCopyGuestWithAttributes(nullptr, (__bridge CFDictionaryRef)attributes, kSecCSDefaultFlags, &code) !=
@@ -64,12 +64,12 @@ std::optional<std::string> signingIdentifier(SecCodeRef code) {
         information == nullptr)
         return std::nullopt;
     NSDictionary* dictionary = CFBridgingRelease(information);
-    id identifier = dictionary[(__bridge NSString*)kSecCodeInfoIdentifier];  // absent when unsigned
+    id identifier = dictionary[(__bridge NSString*)kSecCodeInfoIdentifier]; // absent when unsigned
     if (![identifier isKindOfClass:[NSString class]]) return std::nullopt;
     return utf8IfAny(identifier);
 }
 
-}  // namespace
+} // namespace
 
 std::optional<IntentQuitPolicy::Request> currentQuitRequest() {
     NSAppleEventDescriptor* event = [[NSAppleEventManager sharedAppleEventManager] currentAppleEvent];
@@ -85,4 +85,4 @@ std::optional<IntentQuitPolicy::Request> currentQuitRequest() {
     return QuitRule::request(event.eventClass, event.eventID, hasQuitReason, std::move(path), std::move(signingID));
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

@@ -30,17 +30,19 @@ NSTextField* makeNote(NSString* text, CGFloat width) {
     return note;
 }
 
-NSTextField* makeHeading(NSString* text) {
-    return makeLabel(text, NSFontTextStyleHeadline, NSColor.labelColor);
-}
+NSTextField* makeHeading(NSString* text) { return makeLabel(text, NSFontTextStyleHeadline, NSColor.labelColor); }
 
 NSColor* ratingColor(std::optional<Rating> rating) {
     if (!rating) return NSColor.secondaryLabelColor;
     switch (rating->value) {
-        case Rating::great: return NSColor.systemGreenColor;
-        case Rating::good: return NSColor.systemTealColor;
-        case Rating::fair: return NSColor.systemOrangeColor;
-        case Rating::poor: return NSColor.systemRedColor;
+    case Rating::great:
+        return NSColor.systemGreenColor;
+    case Rating::good:
+        return NSColor.systemTealColor;
+    case Rating::fair:
+        return NSColor.systemOrangeColor;
+    case Rating::poor:
+        return NSColor.systemRedColor;
     }
     return NSColor.secondaryLabelColor;
 }
@@ -59,9 +61,7 @@ NSPopUpButton* makePopUp(NSArray<NSString*>* titles, NSInteger selected, NSStrin
     [popUp addItemsWithTitles:titles];
     if (selected >= 0 && selected < static_cast<NSInteger>(titles.count)) [popUp selectItemAtIndex:selected];
     popUp.accessibilityLabel = accessibilityLabel;
-    onAction(popUp, ^(id sender) {
-        changed([static_cast<NSPopUpButton*>(sender) indexOfSelectedItem]);
-    });
+    onAction(popUp, ^(id sender) { changed([static_cast<NSPopUpButton*>(sender) indexOfSelectedItem]); });
     return popUp;
 }
 
@@ -69,19 +69,20 @@ NSButton* makeCheckbox(NSString* title, bool on, void (^changed)(bool on)) {
     NSButton* box = [NSButton checkboxWithTitle:title target:nil action:nil];
     box.state = on ? NSControlStateValueOn : NSControlStateValueOff;
     box.accessibilityLabel = title;
-    onAction(box, ^(id sender) {
-        changed([static_cast<NSButton*>(sender) state] == NSControlStateValueOn);
-    });
+    onAction(box, ^(id sender) { changed([static_cast<NSButton*>(sender) state] == NSControlStateValueOn); });
     return box;
 }
 
 NSAlertStyle alertStyle(screens::DialogStyle style) {
     switch (style) {
-        case screens::DialogStyle::informational: return NSAlertStyleInformational;
-        case screens::DialogStyle::warning: return NSAlertStyleWarning;
-        case screens::DialogStyle::critical: return NSAlertStyleCritical;
+    case screens::DialogStyle::informational:
+        return NSAlertStyleInformational;
+    case screens::DialogStyle::warning:
+        return NSAlertStyleWarning;
+    case screens::DialogStyle::critical:
+        return NSAlertStyleCritical;
     }
     return NSAlertStyleInformational;
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

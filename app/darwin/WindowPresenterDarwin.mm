@@ -10,9 +10,9 @@
 #include "WindowContent.hpp"
 #include "WindowKit.hpp"
 #include "app/screens/MonitorReadout.hpp"
-#include "base/darwin/Activation.hpp"
 #include "app/stores/LiveSurface.hpp"
 #include "base/Log.hpp"
+#include "base/darwin/Activation.hpp"
 
 // Tells the presenter when a window leaves or comes back to the screen.
 @interface KBWindowWatcher : NSObject <NSWindowDelegate>
@@ -44,8 +44,8 @@ namespace {
 struct WindowKind {
     std::string_view identifier;
     std::string_view title;
-    NSSize size;        // zero: the content's fitting size
-    NSSize minimum;     // zero: not resizable
+    NSSize size;    // zero: the content's fitting size
+    NSSize minimum; // zero: not resizable
     bool showsLiveFigures;
 };
 
@@ -81,7 +81,7 @@ public:
         [NSNotificationCenter.defaultCenter removeObserver:unhideObserver_];
         for (auto& [identifier, entry] : entries_) {
             entry.window.delegate = nil;
-            entry.surface.reset();  // a live window that goes away stops counting
+            entry.surface.reset(); // a live window that goes away stops counting
             [entry.window orderOut:nil];
         }
     }
@@ -117,7 +117,7 @@ private:
     struct Entry {
         NSWindow* window = nil;
         KBWindowWatcher* watcher = nil;
-        std::unique_ptr<LiveSurface> surface;  // only for windows that show live figures
+        std::unique_ptr<LiveSurface> surface; // only for windows that show live figures
     };
 
     NSViewController* contentFor(const WindowKind& kind) {
@@ -137,13 +137,13 @@ private:
                                                        styleMask:mask
                                                          backing:NSBackingStoreBuffered
                                                            defer:YES];
-        window.releasedWhenClosed = NO;  // kept, so it reopens as the user left it
+        window.releasedWhenClosed = NO; // kept, so it reopens as the user left it
         window.identifier = toNSString(kind.identifier);
         window.title = toNSString(kind.title);
         window.tabbingMode = NSWindowTabbingModeDisallowed;
         // Open on the Space the user is on, not the one the window was last seen on.
         window.collectionBehavior = window.collectionBehavior | NSWindowCollectionBehaviorMoveToActiveSpace;
-        window.autorecalculatesKeyViewLoop = YES;  // Tab follows the layout, top to bottom
+        window.autorecalculatesKeyViewLoop = YES; // Tab follows the layout, top to bottom
         window.contentViewController = contentFor(kind);
 
         NSString* autosaveName = [@"KestrowBrimlet." stringByAppendingString:toNSString(kind.identifier)];
@@ -165,11 +165,9 @@ private:
             entry.surface = std::make_unique<LiveSurface>([monitor] { monitor->surfaceAppeared(); },
                                                           [monitor] { monitor->surfaceDisappeared(); });
             LiveSurface* surface = entry.surface.get();
-            entry.watcher.onScreenChanged = ^(BOOL onScreen) {
-                surface->setOnScreen(onScreen);
-            };
+            entry.watcher.onScreenChanged = ^(BOOL onScreen) { surface->setOnScreen(onScreen); };
         }
-        window.delegate = entry.watcher;  // the delegate is weak; the entry keeps the watcher
+        window.delegate = entry.watcher; // the delegate is weak; the entry keeps the watcher
         return entries_.emplace(key, std::move(entry)).first->second;
     }
 
@@ -186,10 +184,10 @@ private:
     id unhideObserver_ = nil;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<WindowPresenter> makeWindowPresenter(BrimletApplication& application) {
     return std::make_unique<WindowPresenterDarwin>(application);
 }
 
-}  // namespace brimlet::mac
+} // namespace brimlet::mac

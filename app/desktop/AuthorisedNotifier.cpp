@@ -7,17 +7,17 @@
 namespace brimlet {
 
 AuthorisedNotifier::AuthorisedNotifier(kestrow::MainLoop& loop, std::unique_ptr<NotificationCentre> centre)
-    : loop_(loop), centre_(std::move(centre)), self_(std::make_shared<AuthorisedNotifier*>(this)) {
+    : loop_(loop),
+      centre_(std::move(centre)),
+      self_(std::make_shared<AuthorisedNotifier*>(this)) {
     if (const std::string reason = centre_->unavailableReason(); !reason.empty())
         kestrow::log::error(logCategory, reason + ": alerts cannot be posted as notifications");
 }
 
-AuthorisedNotifier::~AuthorisedNotifier() {
-    *self_ = nullptr;
-}
+AuthorisedNotifier::~AuthorisedNotifier() { *self_ = nullptr; }
 
-NotificationCentre::Answer AuthorisedNotifier::onLoop(
-    std::function<void(AuthorisedNotifier&, const std::string&)> then) {
+NotificationCentre::Answer
+AuthorisedNotifier::onLoop(std::function<void(AuthorisedNotifier&, const std::string&)> then) {
     kestrow::MainLoop* loop = &loop_;  // lives for the process, longer than this notifier
     std::weak_ptr<AuthorisedNotifier*> self = self_;
     return [loop, self, then = std::move(then)](std::string problem) {
@@ -38,14 +38,14 @@ void AuthorisedNotifier::post(const Alert& alert, Completion done) {
         return;
     }
     switch (authorisation_) {
-        case Authorisation::unasked:
-            waiting_.push_back({alert, std::move(done)});
-            authorisation_ = Authorisation::asking;
-            centre_->requestAuthorisation(
-                onLoop([](AuthorisedNotifier& notifier, const std::string& problem) { notifier.answered(problem); }));
-            return;
-        case Authorisation::asking: waiting_.push_back({alert, std::move(done)}); return;
-        case Authorisation::answered: add(alert, std::move(done)); return;
+    case Authorisation::unasked:
+        waiting_.push_back({alert, std::move(done)});
+        authorisation_ = Authorisation::asking;
+        centre_->requestAuthorisation(
+            onLoop([](AuthorisedNotifier& notifier, const std::string& problem) { notifier.answered(problem); }));
+        return;
+    case Authorisation::asking: waiting_.push_back({alert, std::move(done)}); return;
+    case Authorisation::answered: add(alert, std::move(done)); return;
     }
 }
 

@@ -6,7 +6,8 @@ using kestrow::suite::GlanceLevel;
 using kestrow::suite::GlanceMetric;
 
 ParticipantLink::ParticipantLink(kestrow::suite::SuiteParticipant& participant, kestrow::MainLoop& loop)
-    : participant_(participant), loop_(loop) {
+    : participant_(participant),
+      loop_(loop) {
     participant_.onChange([this](kestrow::suite::SuiteParticipant::Property) {
         if (now_) now_();
         if (notifyPending_) return;
@@ -91,19 +92,19 @@ void DesktopController::handOverHotKey() {
         }
     } else if (!hotKey_ && hotKeys_ && !suite_.hostsHere()) {
         // Through the store's setter, so the choice is saved and the monitor follows.
-        hotKey_ = std::make_unique<GlobalHotKey>(
-            *hotKeys_, GlobalHotKey::keyCodeM, GlobalHotKey::controlOption,
-            [alive = guard_.weak(), this] {
-                if (alive) monitor_.setFloatingVisible(!monitor_.floatingVisible());
-            });
+        hotKey_ = std::make_unique<GlobalHotKey>(*hotKeys_, GlobalHotKey::keyCodeM, GlobalHotKey::controlOption,
+                                                 [alive = guard_.weak(), this] {
+                                                     if (alive)
+                                                         monitor_.setFloatingVisible(!monitor_.floatingVisible());
+                                                 });
     }
 }
 
 GlanceLevel DesktopController::recordLevel(SuiteGlance::Level level) {
     switch (level.value) {
-        case SuiteGlance::Level::ok: return GlanceLevel::ok;
-        case SuiteGlance::Level::notice: return GlanceLevel::notice;
-        case SuiteGlance::Level::alert: return GlanceLevel::alert;
+    case SuiteGlance::Level::ok: return GlanceLevel::ok;
+    case SuiteGlance::Level::notice: return GlanceLevel::notice;
+    case SuiteGlance::Level::alert: return GlanceLevel::alert;
     }
     return GlanceLevel::ok;
 }

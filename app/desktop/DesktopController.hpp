@@ -11,11 +11,11 @@
 
 #include "app/stores/MonitorStore.hpp"
 #include "base/MainLoop.hpp"
+#include "base/WeakGuard.hpp"
 #include "core/monitoring/SuiteGlance.hpp"
 #include "suite/protocol/GlanceRecord.hpp"
 #include "suite/ui/GlobalHotKey.hpp"
 #include "suite/ui/SuiteParticipant.hpp"
-#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 

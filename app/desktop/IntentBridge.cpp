@@ -65,7 +65,8 @@ BrimletIntentAnswer* failure(BrimletIntentStatus status, const char* text) {
 BrimletIntentAnswer* memoryAnswer(const SystemGlance& glance) {
     auto* answer = static_cast<BrimletIntentAnswer*>(allocate(sizeof(BrimletIntentAnswer)));
     answer->status = BrimletIntentStatusAnswered;
-    answer->percent = IntentAnswers::memoryPercent(IntentAnswers::memoryFraction(glance.memoryUsed, glance.memoryTotal));
+    answer->percent =
+        IntentAnswers::memoryPercent(IntentAnswers::memoryFraction(glance.memoryUsed, glance.memoryTotal));
     answer->dialog = copyText(IntentAnswers::memoryDialog(answer->percent));
     return answer;
 }
@@ -137,8 +138,7 @@ BrimletIntentAnswer* brimlet_intent_wait_answer(BrimletIntentQuestion* question,
                 if (!value) return brimlet::failure(BrimletIntentStatusTimedOut, timedOutText);
                 if constexpr (std::is_same_v<Reading, std::future<brimlet::SystemGlance>>)
                     return brimlet::memoryAnswer(*value);
-                else
-                    return brimlet::topAppsAnswer(*value);
+                else return brimlet::topAppsAnswer(*value);
             }
         },
         question->reading);
@@ -156,7 +156,8 @@ void brimlet_intent_free_answer(BrimletIntentAnswer* answer) {
 
 BrimletIntentStatus brimlet_intent_open_cleanup(void) {
     if (!brimlet::installedApplication) {
-        kestrow::log::info(brimlet::logCategory, "The cleanup intent arrived before the application: it opens once there is one");
+        kestrow::log::info(brimlet::logCategory,
+                           "The cleanup intent arrived before the application: it opens once there is one");
         brimlet::cleanupOpenDeferred = true;
         return BrimletIntentStatusAnswered;
     }
@@ -166,9 +167,9 @@ BrimletIntentStatus brimlet_intent_open_cleanup(void) {
 
 const char* brimlet_intent_status_text(BrimletIntentStatus status) {
     switch (status) {
-        case BrimletIntentStatusAnswered: return "";
-        case BrimletIntentStatusUnavailable: return unavailableText;
-        case BrimletIntentStatusTimedOut: return timedOutText;
+    case BrimletIntentStatusAnswered: return "";
+    case BrimletIntentStatusUnavailable: return unavailableText;
+    case BrimletIntentStatusTimedOut: return timedOutText;
     }
     return unavailableText;
 }

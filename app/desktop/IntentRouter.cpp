@@ -30,9 +30,9 @@ void IntentRouter::link(const std::shared_ptr<MonitorStore>& monitor, const std:
 }
 
 std::future<MonitorSnapshot> IntentRouter::topAppsSnapshot() {
-    if (auto monitor = monitor_.lock(); monitor && monitor->snapshot() &&
-                                        IntentAnswers::isFresh(monitor->snapshot()->date, environment_.now(),
-                                                               snapshotMaxAge)) {
+    if (auto monitor = monitor_.lock();
+        monitor && monitor->snapshot() &&
+        IntentAnswers::isFresh(monitor->snapshot()->date, environment_.now(), snapshotMaxAge)) {
         std::promise<MonitorSnapshot> ready;
         ready.set_value(*monitor->snapshot());
         return ready.get_future();

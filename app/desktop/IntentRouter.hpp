@@ -11,8 +11,8 @@
 #include "app/desktop/BrimletWindows.hpp"
 #include "app/stores/CleanupStore.hpp"
 #include "app/stores/MonitorStore.hpp"
-#include "core/intents/ReopenSuppression.hpp"
 #include "base/WeakGuard.hpp"
+#include "core/intents/ReopenSuppression.hpp"
 
 namespace brimlet {
 
@@ -21,10 +21,10 @@ public:
     static constexpr double snapshotMaxAge = 2;
 
     struct Environment {
-        std::function<double()> uptime;                                     // system uptime, seconds
-        std::function<kestrow::Date()> now;                                 // wall clock
-        std::function<std::vector<BrimletWindows::Window>()> windows;       // the application's windows
-        std::function<std::unique_ptr<MonitorEngine>()> makeEngine;         // for a reading of its own
+        std::function<double()> uptime;                                // system uptime, seconds
+        std::function<kestrow::Date()> now;                            // wall clock
+        std::function<std::vector<BrimletWindows::Window>()> windows;  // the application's windows
+        std::function<std::unique_ptr<MonitorEngine>()> makeEngine;    // for a reading of its own
     };
 
     enum class Target { cleanup };

@@ -49,8 +49,7 @@ struct QuitRule {
 
     // `cleanupPhase` is absent when the cleanup store is gone, which counts as not busy.
     static Reply reply(const std::optional<IntentQuitPolicy::Request>& request,
-                       const std::vector<BrimletWindows::Window>& windows,
-                       std::optional<CleanupPhase> cleanupPhase);
+                       const std::vector<BrimletWindows::Window>& windows, std::optional<CleanupPhase> cleanupPhase);
 
     static std::string refusalMessage(bool windowOpen, bool cleanupBusy);
 };

@@ -7,8 +7,7 @@
 
 namespace brimlet::ReopenRule {
 
-inline bool opensDashboard(const ReopenSuppression& lastIntent, double arrivedAt, double checkedAt,
-                           bool showsOwnIcon) {
+inline bool opensDashboard(const ReopenSuppression& lastIntent, double arrivedAt, double checkedAt, bool showsOwnIcon) {
     return lastIntent.reopenOpensDashboard(arrivedAt, checkedAt) && !showsOwnIcon;
 }
 

@@ -45,12 +45,8 @@ FreedesktopNotifier::Message FreedesktopNotifier::messageFor(const Alert& alert)
         message.icon = "dialog-warning";
         message.urgency = 2;
         break;
-    case AlertKind::lowDisk:
-        message.icon = "drive-harddisk";
-        break;
-    case AlertKind::heavyApp:
-        message.icon = "dialog-information";
-        break;
+    case AlertKind::lowDisk: message.icon = "drive-harddisk"; break;
+    case AlertKind::heavyApp: message.icon = "dialog-information"; break;
     }
     return message;
 }
@@ -87,8 +83,9 @@ kestrow::Status FreedesktopNotifier::notify(const Message& message, const std::a
         else if (now >= giveUp) status = kestrow::Status::failure("Notify failed: no answer within 5 s");
         if (status.failed()) break;
         const auto slice = std::min<std::chrono::steady_clock::duration>(giveUp - now, cancelSlice);
-        result = bus->wait(connection, static_cast<std::uint64_t>(
-                                           std::chrono::duration_cast<std::chrono::microseconds>(slice).count()));
+        result =
+            bus->wait(connection,
+                      static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(slice).count()));
         if (result < 0 && result != -EINTR) status = kestrow::Status::failure(describe("Notify", result));
     }
     if (status.ok() && !reply.error.empty()) status = kestrow::Status::failure("Notify failed: " + reply.error);
@@ -99,17 +96,17 @@ kestrow::Status FreedesktopNotifier::notify(const Message& message, const std::a
 
 void FreedesktopNotifier::post(const Alert& alert, Completion done) {
     if (!sender_) sender_ = std::make_unique<kestrow::SerialExecutor>("notifier");
-    (void)sender_->submit([&loop = loop_, alive = guard_.weak(), cancelled = cancelled_, alert,
-                           done = std::move(done)] {
-        const kestrow::Status status = notify(messageFor(alert), *cancelled);
-        if (status.ok()) kestrow::log::info(logCategory, "alert posted: " + alert.title);
-        else
-            kestrow::log::error(logCategory, "alert not delivered: " + alert.title + " — " + alert.body + " (" +
-                                                 status.message() + ")");
-        loop.post([alive, done, delivered = status.ok()] {
-            if (alive && done) done(delivered);
+    (void)sender_->submit(
+        [&loop = loop_, alive = guard_.weak(), cancelled = cancelled_, alert, done = std::move(done)] {
+            const kestrow::Status status = notify(messageFor(alert), *cancelled);
+            if (status.ok()) kestrow::log::info(logCategory, "alert posted: " + alert.title);
+            else
+                kestrow::log::error(logCategory, "alert not delivered: " + alert.title + " — " + alert.body + " (" +
+                                                     status.message() + ")");
+            loop.post([alive, done, delivered = status.ok()] {
+                if (alive && done) done(delivered);
+            });
         });
-    });
 }
 
 }  // namespace brimlet

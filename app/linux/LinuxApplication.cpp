@@ -30,7 +30,8 @@ int runApplication(const std::vector<std::string>& arguments, std::vector<kestro
     // First, before any thread starts: the loop takes SIGINT and SIGTERM for itself.
     std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(true);
 
-    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened = LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
+    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened =
+        LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
     if (const SuiteLaunch::Exit* exit = std::get_if<SuiteLaunch::Exit>(&opened)) {
         std::fputs(exit->standardError.c_str(), stderr);
         return exit->status;

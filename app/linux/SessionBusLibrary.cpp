@@ -18,8 +18,7 @@ const Library* load() {
     static Library loaded;
     const bool complete = bind(handle, loaded.openUser, "sd_bus_open_user") &&
                           bind(handle, loaded.closeUnref, "sd_bus_close_unref") &&
-                          bind(handle, loaded.process, "sd_bus_process") &&
-                          bind(handle, loaded.wait, "sd_bus_wait") &&
+                          bind(handle, loaded.process, "sd_bus_process") && bind(handle, loaded.wait, "sd_bus_wait") &&
                           bind(handle, loaded.callMethodAsync, "sd_bus_call_method_async") &&
                           bind(handle, loaded.slotUnref, "sd_bus_slot_unref") &&
                           bind(handle, loaded.messageError, "sd_bus_message_get_error") &&

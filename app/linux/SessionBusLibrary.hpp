@@ -26,9 +26,9 @@ struct Library {
     Bus* (*closeUnref)(Bus* bus) = nullptr;  // closes at once, without flushing what is queued
     int (*process)(Bus* bus, Message** received) = nullptr;
     int (*wait)(Bus* bus, std::uint64_t timeoutMicroseconds) = nullptr;
-    int (*callMethodAsync)(Bus* bus, Slot** slot, const char* destination, const char* path,
-                           const char* interface, const char* member, MessageHandler callback, void* userdata,
-                           const char* types, ...) = nullptr;
+    int (*callMethodAsync)(Bus* bus, Slot** slot, const char* destination, const char* path, const char* interface,
+                           const char* member, MessageHandler callback, void* userdata, const char* types,
+                           ...) = nullptr;
     Slot* (*slotUnref)(Slot* slot) = nullptr;
     const Error* (*messageError)(Message* message) = nullptr;
     int (*messageRead)(Message* message, const char* types, ...) = nullptr;

@@ -12,7 +12,8 @@ namespace {
 
 using screens::Tone;
 
-constexpr std::string_view tagline = "Measure first. Auto-clean only what rebuilds itself. You approve anything personal.";
+constexpr std::string_view tagline =
+    "Measure first. Auto-clean only what rebuilds itself. You approve anything personal.";
 constexpr std::string_view emDash = "\u2014";
 
 std::string joined(const std::vector<std::string>& parts, std::string_view separator) {
@@ -167,8 +168,8 @@ CleanupScreen::Busy CleanupPresenter::busy() const {
 CleanupScreen::Ready CleanupPresenter::ready() const {
     CleanupScreen::Ready r;
     if (const auto& measured = store_.measured())
-        r.space = ByteFormat::string(measured->freeBytes) + " free of " + ByteFormat::string(measured->totalBytes) + " " +
-                  ScreenWording::forThisPlatform().onThisMachine;
+        r.space = ByteFormat::string(measured->freeBytes) + " free of " + ByteFormat::string(measured->totalBytes) +
+                  " " + ScreenWording::forThisPlatform().onThisMachine;
     if (store_.isMeasuringHome()) {
         r.home = "Measuring the folders of your home folder\u2026";
     } else if (const auto& usage = store_.homeUsage()) {
@@ -188,8 +189,9 @@ CleanupScreen::Ready CleanupPresenter::ready() const {
     for (const DeleteMode mode : {DeleteMode(DeleteMode::trash), DeleteMode(DeleteMode::permanent)}) {
         CleanupScreen::ModeOption option;
         option.mode = mode;
-        option.choose = control(std::string(mode.title()), "",
-                                mode == DeleteMode::trash ? CleanupCommand::chooseTrash : CleanupCommand::choosePermanent);
+        option.choose =
+            control(std::string(mode.title()), "",
+                    mode == DeleteMode::trash ? CleanupCommand::chooseTrash : CleanupCommand::choosePermanent);
         option.choose.enabled = r.modesEnabled;
         option.chosen = shown == mode;
         r.modes.push_back(std::move(option));
@@ -201,7 +203,8 @@ CleanupScreen::Ready CleanupPresenter::ready() const {
     if (permanent && chosen.personal != 0)
         notes.emplace_back("Personal items still go to the Trash: they are never deleted permanently.");
     if (!permanent && chosen.needsPermanent)
-        notes.emplace_back("Unavailable simulators can only be deleted permanently; with Move to Trash they are skipped.");
+        notes.emplace_back(
+            "Unavailable simulators can only be deleted permanently; with Move to Trash they are skipped.");
     r.modeNote = joined(notes, " ");
 
     if (chosen.count == 0) {
@@ -233,8 +236,8 @@ CleanupScreen::Finished CleanupPresenter::finished() const {
         removed.entries.push_back({CleanupReport::entryText(entry), entry.path, Tone::plain});
     CleanupScreen::Section skipped{"Skipped (" + std::to_string(report.skipped.size()) + ")", {}, "Nothing."};
     for (const CleanupReport::Skipped& entry : report.skipped)
-        skipped.entries.push_back(
-            {CleanupReport::entryText(entry), entry.path, CleanupSummary::isError(entry) ? Tone::failure : Tone::plain});
+        skipped.entries.push_back({CleanupReport::entryText(entry), entry.path,
+                                   CleanupSummary::isError(entry) ? Tone::failure : Tone::plain});
     f.sections = {std::move(removed), std::move(skipped)};
 
     f.exportMarkdown = control("Export Markdown\u2026", "doc.text", CleanupCommand::exportMarkdown);
@@ -330,34 +333,34 @@ CleanupPresenter::Outcome CleanupPresenter::perform(CleanupCommand command, cons
         return dialog ? Outcome{true, std::move(dialog)} : Outcome{false, std::nullopt};
     };
     switch (command) {
-        case CleanupCommand::measure: return accepted(store_.start());
-        case CleanupCommand::cancel:
-            if (!store_.isBusy() || store_.isStopping()) return accepted(false);
-            store_.cancel();
-            return accepted(true);
-        case CleanupCommand::chooseTrash:
-        case CleanupCommand::choosePermanent:
-            if (!store_.deleteModeApplies()) return accepted(false);
-            store_.chooseDeleteMode(command == CleanupCommand::chooseTrash ? DeleteMode::trash : DeleteMode::permanent);
-            return accepted(true);
-        case CleanupCommand::include:
-            // One explicit confirmation per personal item; the clean then binds exactly the approved items.
-            if (store_.needsApproval(target)) return asking(approvalDialog(target));
-            return accepted(store_.setSelected(target, true));
-        case CleanupCommand::exclude: return accepted(store_.setSelected(target, false));
-        // The store may have moved on (a new run) while the question was up: it checks the id.
-        case CleanupCommand::approve: return accepted(store_.approvePersonal(target));
-        case CleanupCommand::clean: return asking(cleanDialog());
-        case CleanupCommand::confirmClean: return accepted(store_.clean());
-        case CleanupCommand::startOver:
-            if (store_.isBusy()) return accepted(false);
-            store_.resetToIdle();
-            return accepted(true);
-        case CleanupCommand::exportMarkdown:
-        case CleanupCommand::exportJSON: return accepted(exportFile(command).has_value());
-        case CleanupCommand::openFullDiskAccess:
-        case CleanupCommand::dismiss:
-        case CleanupCommand::none: return accepted(true);
+    case CleanupCommand::measure: return accepted(store_.start());
+    case CleanupCommand::cancel:
+        if (!store_.isBusy() || store_.isStopping()) return accepted(false);
+        store_.cancel();
+        return accepted(true);
+    case CleanupCommand::chooseTrash:
+    case CleanupCommand::choosePermanent:
+        if (!store_.deleteModeApplies()) return accepted(false);
+        store_.chooseDeleteMode(command == CleanupCommand::chooseTrash ? DeleteMode::trash : DeleteMode::permanent);
+        return accepted(true);
+    case CleanupCommand::include:
+        // One explicit confirmation per personal item; the clean then binds exactly the approved items.
+        if (store_.needsApproval(target)) return asking(approvalDialog(target));
+        return accepted(store_.setSelected(target, true));
+    case CleanupCommand::exclude: return accepted(store_.setSelected(target, false));
+    // The store may have moved on (a new run) while the question was up: it checks the id.
+    case CleanupCommand::approve: return accepted(store_.approvePersonal(target));
+    case CleanupCommand::clean: return asking(cleanDialog());
+    case CleanupCommand::confirmClean: return accepted(store_.clean());
+    case CleanupCommand::startOver:
+        if (store_.isBusy()) return accepted(false);
+        store_.resetToIdle();
+        return accepted(true);
+    case CleanupCommand::exportMarkdown:
+    case CleanupCommand::exportJSON: return accepted(exportFile(command).has_value());
+    case CleanupCommand::openFullDiskAccess:
+    case CleanupCommand::dismiss:
+    case CleanupCommand::none: return accepted(true);
     }
     return accepted(false);
 }

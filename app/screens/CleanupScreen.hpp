@@ -16,17 +16,17 @@ namespace brimlet {
 
 enum class CleanupCommand {
     none,
-    measure,             // start a run (also "Measure Again")
-    cancel,              // stop measuring at once, or cleaning after the item in hand
-    chooseTrash,         // the delete mode
+    measure,      // start a run (also "Measure Again")
+    cancel,       // stop measuring at once, or cleaning after the item in hand
+    chooseTrash,  // the delete mode
     choosePermanent,
-    include,             // tick the item `target`; a personal one asks first
-    exclude,             // untick the item `target`
-    approve,             // the user confirmed the personal item `target`
-    clean,               // asks for confirmation first
-    confirmClean,        // the user confirmed the clean
+    include,       // tick the item `target`; a personal one asks first
+    exclude,       // untick the item `target`
+    approve,       // the user confirmed the personal item `target`
+    clean,         // asks for confirmation first
+    confirmClean,  // the user confirmed the clean
     startOver,
-    exportMarkdown,      // the front end asks where, then writes `CleanupPresenter::exportFile`
+    exportMarkdown,  // the front end asks where, then writes `CleanupPresenter::exportFile`
     exportJSON,
     openFullDiskAccess,  // the front end opens `CleanupScreen::Banner::settingsURL`
     dismiss,             // a dialog's cancel: nothing happens
@@ -85,10 +85,10 @@ struct CleanupScreen {
     } idle;
 
     struct Busy {
-        std::string line;            // what is happening, also what the progress bar says to VoiceOver
-        std::string progressLabel;   // the bar's name
+        std::string line;           // what is happening, also what the progress bar says to VoiceOver
+        std::string progressLabel;  // the bar's name
         std::size_t completed = 0;
-        std::size_t total = 0;       // 0: the step cannot tell how far it is
+        std::size_t total = 0;  // 0: the step cannot tell how far it is
         CleanupControl cancel;
         bool operator==(const Busy&) const = default;
     } busy;
@@ -100,14 +100,14 @@ struct CleanupScreen {
         bool operator==(const ModeOption&) const = default;
     };
     struct Ready {
-        std::string space;            // "123.4 GB free of 494.4 GB on this Mac"
-        std::string home;             // the home folder's largest folders; empty: nothing to show
+        std::string space;  // "123.4 GB free of 494.4 GB on this Mac"
+        std::string home;   // the home folder's largest folders; empty: nothing to show
         std::vector<CleanupItemRow> rows;
-        std::string itemsLabel;       // the table's name
+        std::string itemsLabel;            // the table's name
         std::vector<std::string> columns;  // the table's headings after the checkbox
         std::string modeTitle;
         std::vector<ModeOption> modes;
-        bool modesEnabled = false;    // the mode only matters while something could go for good
+        bool modesEnabled = false;  // the mode only matters while something could go for good
         std::string modeNote;
         std::string total;
         CleanupControl measureAgain;
@@ -122,9 +122,9 @@ struct CleanupScreen {
         bool operator==(const Entry&) const = default;
     };
     struct Section {
-        std::string title;   // "Removed (2)"
+        std::string title;  // "Removed (2)"
         std::vector<Entry> entries;
-        std::string empty;   // shown when there are no entries
+        std::string empty;  // shown when there are no entries
         bool operator==(const Section&) const = default;
     };
     struct Finished {

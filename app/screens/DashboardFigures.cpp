@@ -31,20 +31,20 @@ std::string DashboardFigure::accessibilityLabel() const {
 
 std::string_view ChartLine::title() const {
     switch (value) {
-        case memory: return "Memory";
-        case cpu: return "CPU";
-        case diskRead: return "Disk reads";
-        case diskWrite: return "Disk writes";
+    case memory: return "Memory";
+    case cpu: return "CPU";
+    case diskRead: return "Disk reads";
+    case diskWrite: return "Disk writes";
     }
     return "";
 }
 
 std::string ChartLine::text(double v) const {
     switch (value) {
-        case memory: return ByteFormat::memory(v <= 0 ? 0 : static_cast<std::uint64_t>(v));
-        case cpu: return MonitorReadout::processPercent(v);
-        case diskRead:
-        case diskWrite: return ByteFormat::rate(std::max(v, 0.0));
+    case memory: return ByteFormat::memory(v <= 0 ? 0 : static_cast<std::uint64_t>(v));
+    case cpu: return MonitorReadout::processPercent(v);
+    case diskRead:
+    case diskWrite: return ByteFormat::rate(std::max(v, 0.0));
     }
     return "";
 }
@@ -59,18 +59,21 @@ std::vector<DashboardFigure> figures(const MonitorSnapshot& snapshot) {
                    "of " + ByteFormat::memory(s.memoryTotal) + " \u00B7 " + ByteFormat::memory(s.memoryCompressed) +
                        " compressed \u00B7 " + ByteFormat::memory(s.memoryWired) + " wired",
                    health.memory});
-    out.push_back({"pressure", "Memory pressure", std::string(MonitorReadout::pressureWord(s.pressure)), ScreenWording::forThisPlatform().pressureCaption,
-                   std::nullopt});
+    out.push_back({"pressure", "Memory pressure", std::string(MonitorReadout::pressureWord(s.pressure)),
+                   ScreenWording::forThisPlatform().pressureCaption, std::nullopt});
     out.push_back({"swap", "Memory spilled to disk", ByteFormat::memory(s.swapUsed), "Swap in use", std::nullopt});
-    out.push_back({"cpu", "CPU", MonitorReadout::processPercent(s.cpuLoad), s.cpuLoad ? "All cores" : "Measured from the second sample",
-                   health.cpu});
-    out.push_back({"gpu", "GPU", MonitorReadout::processPercent(s.gpuUtilization),
-                   s.gpuUtilization ? "Busiest graphics processor" : ScreenWording::forThisPlatform().graphicsNotReported, std::nullopt});
+    out.push_back({"cpu", "CPU", MonitorReadout::processPercent(s.cpuLoad),
+                   s.cpuLoad ? "All cores" : "Measured from the second sample", health.cpu});
+    out.push_back(
+        {"gpu", "GPU", MonitorReadout::processPercent(s.gpuUtilization),
+         s.gpuUtilization ? "Busiest graphics processor" : ScreenWording::forThisPlatform().graphicsNotReported,
+         std::nullopt});
     out.push_back({"diskRead", "Disk reads", ByteFormat::rate(s.diskReadPerSecond), "All disks", std::nullopt});
     out.push_back({"diskWrite", "Disk writes", ByteFormat::rate(s.diskWritePerSecond), "All disks", std::nullopt});
     out.push_back({"diskFree", "Free space", ByteFormat::string(s.diskFree),
                    "of " + ByteFormat::string(s.diskTotal) + " on the data volume", health.disk});
-    out.push_back({"thermal", ScreenWording::forThisPlatform().thermalCaption, std::string(MonitorReadout::throttlingAnswer(s.thermal)),
+    out.push_back({"thermal", ScreenWording::forThisPlatform().thermalCaption,
+                   std::string(MonitorReadout::throttlingAnswer(s.thermal)),
                    "Thermal state " + std::string(s.thermal.rawValue()), health.thermal});
     return out;
 }
@@ -91,10 +94,10 @@ ChartSeries series(const MetricsHistory& history, ChartLine line) {
     out.values.reserve(history.points.size());
     for (const HistoryPoint& point : history.points) {
         switch (line.value) {
-            case ChartLine::memory: out.values.emplace_back(static_cast<double>(point.memoryUsed)); break;
-            case ChartLine::cpu: out.values.push_back(point.cpuLoad); break;
-            case ChartLine::diskRead: out.values.push_back(point.diskReadPerSecond); break;
-            case ChartLine::diskWrite: out.values.push_back(point.diskWritePerSecond); break;
+        case ChartLine::memory: out.values.emplace_back(static_cast<double>(point.memoryUsed)); break;
+        case ChartLine::cpu: out.values.push_back(point.cpuLoad); break;
+        case ChartLine::diskRead: out.values.push_back(point.diskReadPerSecond); break;
+        case ChartLine::diskWrite: out.values.push_back(point.diskWritePerSecond); break;
         }
     }
     return out;
@@ -144,9 +147,8 @@ std::vector<AppRow> rows(const MonitorSnapshot& snapshot) {
         row.id = group.id;
         row.name = group.name;
         row.memory = ByteFormat::memory(group.footprint);
-        row.cpu = group.cpuPercent && std::isfinite(*group.cpuPercent)
-                      ? tenthsPercent(std::max(*group.cpuPercent, 0.0))
-                      : std::string(MonitorReadout::unknown);
+        row.cpu = group.cpuPercent && std::isfinite(*group.cpuPercent) ? tenthsPercent(std::max(*group.cpuPercent, 0.0))
+                                                                       : std::string(MonitorReadout::unknown);
         row.processes = std::to_string(group.pids.size());
         row.canQuit = AppQuitter::canQuit(group);
         row.quitHelp = row.canQuit ? quitHelp(group.name) : std::string(AppQuitter::unavailableHelp);
@@ -154,7 +156,6 @@ std::vector<AppRow> rows(const MonitorSnapshot& snapshot) {
     }
     return out;
 }
-
 
 std::string quitHelp(std::string_view name) { return "Ask " + std::string(name) + " to quit"; }
 

@@ -60,7 +60,6 @@ inline constexpr std::string_view undeliveredAlertNote =
 // Memory, pressure, swap, CPU, GPU, disk reads and writes, free space and thermal state, in that order.
 std::vector<DashboardFigure> figures(const MonitorSnapshot& snapshot);
 
-
 // "" when every process could be read; otherwise why some are missing from the table.
 std::string hiddenProcessNote(std::int64_t hiddenProcessCount);
 

@@ -8,10 +8,10 @@ namespace brimlet {
 
 double FloatingMonitorStyle::idleAlpha(FloatingLook look) {
     switch (look.value) {
-        case FloatingLook::glass:
-        case FloatingLook::solid: return 1.0;
-        case FloatingLook::subtle: return 0.7;
-        case FloatingLook::faint: return 0.35;
+    case FloatingLook::glass:
+    case FloatingLook::solid: return 1.0;
+    case FloatingLook::subtle: return 0.7;
+    case FloatingLook::faint: return 0.35;
     }
     return 1.0;
 }
@@ -43,7 +43,8 @@ void FloatingMonitorPlace::moved(kestrow::suite::Point topLeft) {
     kestrow::JsonObject object;
     object["x"] = kestrow::JsonValue(topLeft.x);
     object["y"] = kestrow::JsonValue(topLeft.y);
-    if (const kestrow::Status status = defaults_.set(std::string(key), kestrow::JsonValue(std::move(object))); !status.ok())
+    if (const kestrow::Status status = defaults_.set(std::string(key), kestrow::JsonValue(std::move(object)));
+        !status.ok())
         kestrow::log::error("monitor", "floating monitor position not saved: " + status.message());
 }
 

@@ -32,9 +32,9 @@ enum class MenuCommand {
 struct MenuEntry {
     std::string title;
     MenuCommand command = MenuCommand::separator;
-    std::string key;         // the key equivalent, lower case; empty: none
-    bool shift = false;      // with Shift besides Command
-    bool option = false;     // with Option besides Command
+    std::string key;      // the key equivalent, lower case; empty: none
+    bool shift = false;   // with Shift besides Command
+    bool option = false;  // with Option besides Command
     bool operator==(const MenuEntry&) const = default;
 };
 

@@ -30,29 +30,29 @@ int memoryPercent(const SystemGlance& glance) { return static_cast<int>(std::lro
 
 std::string_view pressureWord(MemoryPressure pressure) {
     switch (pressure.value) {
-        case MemoryPressure::normal: return "Normal";
-        case MemoryPressure::warning: return "Warning";
-        case MemoryPressure::critical: return "Critical";
+    case MemoryPressure::normal: return "Normal";
+    case MemoryPressure::warning: return "Warning";
+    case MemoryPressure::critical: return "Critical";
     }
     return "Normal";
 }
 
 std::string_view thermalWord(ThermalLevel level) {
     switch (level.value) {
-        case ThermalLevel::nominal: return "Nominal";
-        case ThermalLevel::fair: return "Fair";
-        case ThermalLevel::serious: return "Serious";
-        case ThermalLevel::critical: return "Critical";
+    case ThermalLevel::nominal: return "Nominal";
+    case ThermalLevel::fair: return "Fair";
+    case ThermalLevel::serious: return "Serious";
+    case ThermalLevel::critical: return "Critical";
     }
     return "Nominal";
 }
 
 std::string_view throttlingAnswer(ThermalLevel level) {
     switch (level.value) {
-        case ThermalLevel::nominal: return "No";
-        case ThermalLevel::fair: return "Not yet";
-        case ThermalLevel::serious: return "Yes";
-        case ThermalLevel::critical: return "Heavily";
+    case ThermalLevel::nominal: return "No";
+    case ThermalLevel::fair: return "Not yet";
+    case ThermalLevel::serious: return "Yes";
+    case ThermalLevel::critical: return "Heavily";
     }
     return "No";
 }

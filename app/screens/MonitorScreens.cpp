@@ -1,8 +1,8 @@
 #include "MonitorScreens.hpp"
 
+#include "ScreenWording.hpp"
 #include "app/desktop/AppQuitter.hpp"
 #include "app/screens/MonitorReadout.hpp"
-#include "ScreenWording.hpp"
 #include "core/common/ByteFormat.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 
@@ -107,8 +107,8 @@ PopoverScreen popover(const MonitorStore& store) {
     }
     const SystemStats& stats = snapshot->system;
     const HealthRating health(stats);
-    ReadingRow memory = reading("memory", "memorychip", R::memoryTitle, R::memoryUsage(stats.memoryUsed, stats.memoryTotal),
-                                {}, health.memory);
+    ReadingRow memory = reading("memory", "memorychip", R::memoryTitle,
+                                R::memoryUsage(stats.memoryUsed, stats.memoryTotal), {}, health.memory);
     memory.gauge = snapshot->glance().memoryFraction();
     memory.pressure = stats.pressure;
     ReadingRow cpu = reading("cpu", "cpu", R::cpuTitle, R::percent(stats.cpuLoad), {}, health.cpu);
@@ -116,7 +116,8 @@ PopoverScreen popover(const MonitorStore& store) {
     s.readings = {
         memory,
         reading("pressure", "gauge", R::pressureTitle, std::string(R::pressureWord(stats.pressure))),
-        reading("swap", "arrow.down.doc", R::swapTitle, ByteFormat::memory(stats.swapUsed), std::string(R::swapCaption)),
+        reading("swap", "arrow.down.doc", R::swapTitle, ByteFormat::memory(stats.swapUsed),
+                std::string(R::swapCaption)),
         cpu,
         reading("gpu", "cube.transparent", R::gpuTitle, R::percent(stats.gpuUtilization)),
         reading("disk", "internaldrive", R::diskTitle, R::diskSpace(stats.diskFree, stats.diskTotal),
@@ -159,8 +160,8 @@ FloatingMonitorScreen floating(const MonitorStore& store) {
             cpuGrade = health.cpu;
             diskGrade = health.disk;
         }
-        memory = reading("memory", "memorychip", R::memoryTitle, R::memoryUsage(glance->memoryUsed, glance->memoryTotal),
-                         {}, memoryGrade);
+        memory = reading("memory", "memorychip", R::memoryTitle,
+                         R::memoryUsage(glance->memoryUsed, glance->memoryTotal), {}, memoryGrade);
         memory.gauge = glance->memoryFraction();
         memory.pressure = glance->pressure;
         pressure = reading("pressure", "gauge", R::pressureTitle, std::string(R::pressureWord(glance->pressure)));

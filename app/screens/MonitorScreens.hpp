@@ -21,8 +21,8 @@ enum class MonitorCommand {
     openCleanup,
     openSettings,
     quitProduct,
-    quitApp,           // asks to quit the application group `target`; a dialog comes first
-    confirmQuitApp,    // the user confirmed: ask the group `target` to quit
+    quitApp,         // asks to quit the application group `target`; a dialog comes first
+    confirmQuitApp,  // the user confirmed: ask the group `target` to quit
     expandFloating,
     collapseFloating,
     hideFloating,
@@ -35,13 +35,13 @@ using MonitorDialog = screens::Dialog<MonitorCommand>;
 
 // One figure of a list of readings, as the popover and the floating monitor show them.
 struct ReadingRow {
-    std::string id;      // "memory", "pressure", "swap", "cpu", "gpu", "disk", "thermal"
+    std::string id;  // "memory", "pressure", "swap", "cpu", "gpu", "disk", "thermal"
     std::string symbol;
     std::string title;
-    std::string value;   // the em dash while unknown
+    std::string value;  // the em dash while unknown
     std::string caption;
     std::optional<Rating> grade;
-    std::optional<double> gauge;            // 0…1 where the figure has a gauge
+    std::optional<double> gauge;             // 0…1 where the figure has a gauge
     std::optional<MemoryPressure> pressure;  // the gauge's color follows the pressure, where given
     std::string accessibilityLabel;
     bool operator==(const ReadingRow&) const = default;
@@ -56,16 +56,16 @@ struct AppListRow {
     std::string memory;
     std::string cpu;
     std::string processes;
-    MonitorControl quit;                    // disabled, with its reason as help, when it cannot quit
+    MonitorControl quit;  // disabled, with its reason as help, when it cannot quit
     std::string accessibilityLabel;
     bool operator==(const AppListRow&) const = default;
 };
 
 struct PopoverScreen {
     std::string title;
-    std::string note;          // the undelivered alert; empty: hidden
+    std::string note;  // the undelivered alert; empty: hidden
     std::string noteSymbol;
-    std::string waiting;       // before the first sample; empty once figures exist
+    std::string waiting;  // before the first sample; empty once figures exist
     std::vector<ReadingRow> readings;
     std::string appsTitle;
     std::string appsHint;
@@ -84,7 +84,7 @@ struct FloatingMonitorScreen {
     std::string memoryPercent;
     std::string cpuSymbol;
     std::string cpu;
-    MonitorControl expand;    // expands, or collapses when expanded
+    MonitorControl expand;  // expands, or collapses when expanded
     MonitorControl collapse;
     // The table.
     std::vector<ReadingRow> readings;

@@ -56,37 +56,37 @@ std::vector<SettingChoice<double>> dockCpuThresholds(double current) {
 
 std::string_view title(MenuBarDisplay display) {
     switch (display.value) {
-        case MenuBarDisplay::iconOnly: return "Icon only";
-        case MenuBarDisplay::bar: return "Memory bar";
-        case MenuBarDisplay::barAndPercent: return "Memory bar and percentage";
+    case MenuBarDisplay::iconOnly: return "Icon only";
+    case MenuBarDisplay::bar: return "Memory bar";
+    case MenuBarDisplay::barAndPercent: return "Memory bar and percentage";
     }
     return "";
 }
 
 std::string_view title(FloatingTheme theme) {
     switch (theme.value) {
-        case FloatingTheme::system: return "Match the system";
-        case FloatingTheme::light: return "Light";
-        case FloatingTheme::dark: return "Dark";
+    case FloatingTheme::system: return "Match the system";
+    case FloatingTheme::light: return "Light";
+    case FloatingTheme::dark: return "Dark";
     }
     return "";
 }
 
 std::string_view title(FloatingLook look) {
     switch (look.value) {
-        case FloatingLook::glass: return "Glass";
-        case FloatingLook::solid: return "Solid";
-        case FloatingLook::subtle: return "Subtle";
-        case FloatingLook::faint: return "Faint";
+    case FloatingLook::glass: return "Glass";
+    case FloatingLook::solid: return "Solid";
+    case FloatingLook::subtle: return "Subtle";
+    case FloatingLook::faint: return "Faint";
     }
     return "";
 }
 
 std::string_view title(DockBadgeMode mode) {
     switch (mode.value) {
-        case DockBadgeMode::off: return "Off";
-        case DockBadgeMode::memory: return "Memory";
-        case DockBadgeMode::cpu: return "CPU";
+    case DockBadgeMode::off: return "Off";
+    case DockBadgeMode::memory: return "Memory";
+    case DockBadgeMode::cpu: return "CPU";
     }
     return "";
 }

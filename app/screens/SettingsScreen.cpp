@@ -12,7 +12,8 @@ namespace C = SettingsChoices;
 
 namespace {
 
-SettingsRow checkbox(std::string caption, std::string_view title, SettingsCommand action, bool on, bool enabled = true) {
+SettingsRow checkbox(std::string caption, std::string_view title, SettingsCommand action, bool on,
+                     bool enabled = true) {
     SettingsRow row;
     row.kind = SettingsRow::Kind::checkbox;
     row.caption = std::move(caption);
@@ -133,8 +134,7 @@ SettingsScreen screen(const MonitorStore& store, const SettingsContext& context)
     // A refusal is told until the next change; the approval the system waits for, while it waits.
     if (!context.loginFailure.empty())
         startup.rows.push_back(note(C::loginItemFailure(context.loginFailure), screens::Tone::failure));
-    else if (login == LoginItemState::requiresApproval)
-        startup.rows.push_back(note(C::loginItemApprovalNote));
+    else if (login == LoginItemState::requiresApproval) startup.rows.push_back(note(C::loginItemApprovalNote));
 
     s.sections = {alertSection, menuBar, floating, dockSection, startup};
     return s;
@@ -144,47 +144,47 @@ bool apply(MonitorStore& store, SettingsCommand command, bool on, int index) {
     AlertSettings alerts = store.alertSettings();
     DockBadgeSettings badges = store.dockBadgeSettings();
     switch (command) {
-        case SettingsCommand::memoryPressureAlert: alerts.memoryPressureEnabled = on; break;
-        case SettingsCommand::lowDiskAlert: alerts.lowDiskEnabled = on; break;
-        case SettingsCommand::heavyAppAlert: alerts.heavyAppEnabled = on; break;
-        case SettingsCommand::lowDiskThreshold: {
-            const auto value = pickValue(C::lowDiskThresholds(alerts.lowDiskThreshold), index);
-            if (!value) return false;
-            alerts.lowDiskThreshold = *value;
-            break;
-        }
-        case SettingsCommand::heavyAppThreshold: {
-            const auto value = pickValue(C::heavyAppThresholds(alerts.heavyAppThreshold), index);
-            if (!value) return false;
-            alerts.heavyAppThreshold = *value;
-            break;
-        }
-        case SettingsCommand::menuBarDisplay:
-            return pickCase<MenuBarDisplay>(index, [&](MenuBarDisplay value) { store.setMenuBarDisplay(value); });
-        case SettingsCommand::floatingVisible: store.setFloatingVisible(on); return true;
-        case SettingsCommand::floatingTheme:
-            return pickCase<FloatingTheme>(index, [&](FloatingTheme value) { store.setFloatingTheme(value); });
-        case SettingsCommand::floatingLook:
-            return pickCase<FloatingLook>(index, [&](FloatingLook value) { store.setFloatingLook(value); });
-        case SettingsCommand::dockBadges:
-            return pickCase<DockBadgeMode>(index, [&](DockBadgeMode value) { store.setDockBadges(value); });
-        case SettingsCommand::dockMemoryThreshold: {
-            const auto value = pickValue(C::dockMemoryThresholds(badges.memoryThreshold), index);
-            if (!value) return false;
-            badges.memoryThreshold = *value;
-            store.setDockBadgeSettings(badges);
-            return true;
-        }
-        case SettingsCommand::dockCpuThreshold: {
-            const auto value = pickValue(C::dockCpuThresholds(badges.cpuThreshold), index);
-            if (!value) return false;
-            badges.cpuThreshold = *value;
-            store.setDockBadgeSettings(badges);
-            return true;
-        }
-        case SettingsCommand::ownIcon:
-        case SettingsCommand::launchAtLogin:
-        case SettingsCommand::none: return false;
+    case SettingsCommand::memoryPressureAlert: alerts.memoryPressureEnabled = on; break;
+    case SettingsCommand::lowDiskAlert: alerts.lowDiskEnabled = on; break;
+    case SettingsCommand::heavyAppAlert: alerts.heavyAppEnabled = on; break;
+    case SettingsCommand::lowDiskThreshold: {
+        const auto value = pickValue(C::lowDiskThresholds(alerts.lowDiskThreshold), index);
+        if (!value) return false;
+        alerts.lowDiskThreshold = *value;
+        break;
+    }
+    case SettingsCommand::heavyAppThreshold: {
+        const auto value = pickValue(C::heavyAppThresholds(alerts.heavyAppThreshold), index);
+        if (!value) return false;
+        alerts.heavyAppThreshold = *value;
+        break;
+    }
+    case SettingsCommand::menuBarDisplay:
+        return pickCase<MenuBarDisplay>(index, [&](MenuBarDisplay value) { store.setMenuBarDisplay(value); });
+    case SettingsCommand::floatingVisible: store.setFloatingVisible(on); return true;
+    case SettingsCommand::floatingTheme:
+        return pickCase<FloatingTheme>(index, [&](FloatingTheme value) { store.setFloatingTheme(value); });
+    case SettingsCommand::floatingLook:
+        return pickCase<FloatingLook>(index, [&](FloatingLook value) { store.setFloatingLook(value); });
+    case SettingsCommand::dockBadges:
+        return pickCase<DockBadgeMode>(index, [&](DockBadgeMode value) { store.setDockBadges(value); });
+    case SettingsCommand::dockMemoryThreshold: {
+        const auto value = pickValue(C::dockMemoryThresholds(badges.memoryThreshold), index);
+        if (!value) return false;
+        badges.memoryThreshold = *value;
+        store.setDockBadgeSettings(badges);
+        return true;
+    }
+    case SettingsCommand::dockCpuThreshold: {
+        const auto value = pickValue(C::dockCpuThresholds(badges.cpuThreshold), index);
+        if (!value) return false;
+        badges.cpuThreshold = *value;
+        store.setDockBadgeSettings(badges);
+        return true;
+    }
+    case SettingsCommand::ownIcon:
+    case SettingsCommand::launchAtLogin:
+    case SettingsCommand::none: return false;
     }
     store.setAlertSettings(alerts);
     return true;

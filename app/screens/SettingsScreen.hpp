@@ -19,14 +19,14 @@ enum class SettingsCommand {
     heavyAppAlert,
     heavyAppThreshold,
     menuBarDisplay,
-    ownIcon,          // the suite participant's choice, not the monitor store's
+    ownIcon,  // the suite participant's choice, not the monitor store's
     floatingVisible,
     floatingTheme,
     floatingLook,
     dockBadges,
     dockMemoryThreshold,
     dockCpuThreshold,
-    launchAtLogin,    // the system's login item, not the monitor store's
+    launchAtLogin,  // the system's login item, not the monitor store's
 };
 
 using SettingsControl = screens::Control<SettingsCommand>;
@@ -41,8 +41,8 @@ struct SettingsRow {
     SettingsControl control;  // title (checkbox), spoken label, enabled, action
     bool on = false;          // a checkbox's state
     std::vector<std::string> choices;
-    int selected = -1;        // the choice in effect
-    std::string text;         // a note's words
+    int selected = -1;  // the choice in effect
+    std::string text;   // a note's words
     screens::Tone tone = screens::Tone::secondary;
     bool operator==(const SettingsRow&) const = default;
 };

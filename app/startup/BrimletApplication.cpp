@@ -10,7 +10,8 @@ using kestrow::suite::SuiteApp;
 using kestrow::suite::SuiteParticipant;
 
 BrimletApplication::BrimletApplication(BrimletPlatform platform)
-    : loop_(platform.loop), router_(std::move(platform.intents)) {
+    : loop_(platform.loop),
+      router_(std::move(platform.intents)) {
     monitor_ = std::make_shared<MonitorStore>(platform.loop, platform.monitorDefaults, platform.notifier,
                                               platform.arguments, std::move(platform.monitorOptions));
 

@@ -11,16 +11,16 @@
 #include <string>
 #include <vector>
 
-#include "app/stores/CleanupStore.hpp"
 #include "app/desktop/DesktopController.hpp"
 #include "app/desktop/IntentRouter.hpp"
-#include "app/stores/MonitorStore.hpp"
 #include "app/desktop/Notifier.hpp"
+#include "app/stores/CleanupStore.hpp"
+#include "app/stores/MonitorStore.hpp"
 #include "base/MainLoop.hpp"
 #include "base/UserDefaults.hpp"
+#include "base/WeakGuard.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 #include "suite/ui/SuiteParticipant.hpp"
-#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 
@@ -29,9 +29,9 @@ struct BrimletPlatform {
     kestrow::UserDefaults& monitorDefaults;  // the application's standard defaults
     kestrow::UserDefaults& suiteDefaults;    // the standard ones, or the ".qa" domain of a test run
     Notifier& notifier;
-    std::vector<std::string> arguments;      // the program path first
+    std::vector<std::string> arguments;  // the program path first
     std::vector<kestrow::suite::SuiteFolder> suiteFolders;
-    std::string home;                        // the folder cleanup works in
+    std::string home;  // the folder cleanup works in
     kestrow::suite::SuiteStatusItemFactory statusItems;
     // Made once the monitor store exists, which they show; empty: the platform has none.
     std::function<std::unique_ptr<FloatingMonitorController>(MonitorStore&)> makeFloating;

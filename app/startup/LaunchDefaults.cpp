@@ -3,7 +3,7 @@
 namespace brimlet {
 
 std::variant<LaunchDefaults, SuiteLaunch::Exit> LaunchDefaults::open(const SuiteLaunch::DefaultsDomain& suiteDomain,
-                                                                      const std::string& applicationDomain) {
+                                                                     const std::string& applicationDomain) {
     LaunchDefaults opened;
     opened.standard_ = kestrow::UserDefaults::standard(applicationDomain);
     if (!opened.standard_) {

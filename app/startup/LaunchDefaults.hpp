@@ -17,7 +17,7 @@ public:
     // Opens both. Without defaults of its own (a domain no file can be named after) the settings
     // last for this run only; a test domain that cannot be opened ends the run with the exit given.
     static std::variant<LaunchDefaults, SuiteLaunch::Exit> open(const SuiteLaunch::DefaultsDomain& suiteDomain,
-                                                                 const std::string& applicationDomain);
+                                                                const std::string& applicationDomain);
 
     // The monitor's settings: always the application's own.
     kestrow::UserDefaults& monitor() const { return *standard_; }

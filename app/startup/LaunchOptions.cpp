@@ -41,8 +41,8 @@ const std::vector<LaunchOption>& options() {
              "skipped (the report says why)"),
         with("--clean", flag("--dry-run", everywhere, "show what would be cleaned and change nothing")),
         with("--clean", valued("--item", "ID", {}, everywhere, "only this cache (repeatable)")),
-        with("--clean", valued("--approve", "ID", {}, everywhere,
-                               "also move this personal item to the Trash (repeatable)")),
+        with("--clean",
+             valued("--approve", "ID", {}, everywhere, "also move this personal item to the Trash (repeatable)")),
         with("--clean", flag("--permanent", everywhere,
                              "delete the caches instead of moving them to the Trash; personal\n"
                              "items are never deleted permanently")),
@@ -145,10 +145,12 @@ std::optional<SuiteLaunch::Exit> LaunchOptions::validate(const std::vector<std::
         given.push_back(option);
         if (!option->takesValue()) continue;
         const std::string name(option->name);
-        const bool present = i + 1 < arguments.size() && !arguments[i + 1].empty() && !arguments[i + 1].starts_with("--");
+        const bool present =
+            i + 1 < arguments.size() && !arguments[i + 1].empty() && !arguments[i + 1].starts_with("--");
         if (!present) return usage(name + " needs a value: " + std::string(option->valueName));
         const std::string& value = arguments[++i];
-        if (hasControlCharacter(value)) return usage(name + " must not contain control characters: " + printable(value));
+        if (hasControlCharacter(value))
+            return usage(name + " must not contain control characters: " + printable(value));
         if (option->name == SuiteFolderArgument::name && !isCreatablePath(value))
             return usage(name + " names a folder no file system can hold: " + printable(value));
         if (!option->choices.empty() &&
@@ -166,11 +168,10 @@ std::optional<SuiteLaunch::Exit> LaunchOptions::validate(const std::vector<std::
 }
 
 std::string LaunchOptions::help(LaunchPlatform platform, std::string_view whatItDoes) {
-    std::string text =
-        "usage: KestrowBrimlet [options]\n"
-        "       KestrowBrimlet --measure [--json]\n"
-        "       KestrowBrimlet --clean [--dry-run] [--item ID]... [--approve ID]... [--permanent]\n"
-        "                      [--report FILE.md|FILE.json]\n\n";
+    std::string text = "usage: KestrowBrimlet [options]\n"
+                       "       KestrowBrimlet --measure [--json]\n"
+                       "       KestrowBrimlet --clean [--dry-run] [--item ID]... [--approve ID]... [--permanent]\n"
+                       "                      [--report FILE.md|FILE.json]\n\n";
     text += whatItDoes;
     text += "\noptions:\n";
     for (const LaunchOption& option : options()) {

@@ -22,8 +22,9 @@ bool hasSuiteFolderSwitch(const std::vector<std::string>& arguments) {
 
 std::string SuiteLaunch::realSuiteFolder(const std::string& realHome) { return SuiteFolder::standard(realHome).url; }
 
-std::variant<std::vector<SuiteFolder>, SuiteLaunch::Exit> SuiteLaunch::folders(
-    const std::vector<std::string>& arguments, const std::string& temporaryDirectory, const std::string& realHome) {
+std::variant<std::vector<SuiteFolder>, SuiteLaunch::Exit>
+SuiteLaunch::folders(const std::vector<std::string>& arguments, const std::string& temporaryDirectory,
+                     const std::string& realHome) {
     auto resolved = SuiteFolderArgument::resolve(arguments, {temporaryDirectory}, realSuiteFolder(realHome));
     if (const auto* problem = std::get_if<SuiteFolderArgument::Problem>(&resolved))
         return Exit{std::string(messagePrefix) + problem->description() + "\n", 2};
@@ -43,8 +44,8 @@ std::variant<std::vector<SuiteFolder>, SuiteLaunch::Exit> SuiteLaunch::folders(
     return SuiteFolder::reachable(std::nullopt);
 }
 
-std::variant<std::vector<SuiteFolder>, SuiteLaunch::Exit> SuiteLaunch::folders(
-    const std::vector<std::string>& arguments) {
+std::variant<std::vector<SuiteFolder>, SuiteLaunch::Exit>
+SuiteLaunch::folders(const std::vector<std::string>& arguments) {
     return folders(arguments, temporaryDirectory(), SuiteFolder::realHome());
 }
 
@@ -54,9 +55,9 @@ SuiteLaunch::DefaultsDomain SuiteLaunch::defaultsDomain(const std::vector<std::s
     return DefaultsDomain{std::string(bundleIdentifier) + ".qa"};
 }
 
-std::variant<SuiteLaunch::DefaultsDomain, SuiteLaunch::Exit> SuiteLaunch::defaults(
-    const std::vector<std::string>& arguments, std::string_view bundleIdentifier,
-    const std::function<bool(const DefaultsDomain&)>& opens) {
+std::variant<SuiteLaunch::DefaultsDomain, SuiteLaunch::Exit>
+SuiteLaunch::defaults(const std::vector<std::string>& arguments, std::string_view bundleIdentifier,
+                      const std::function<bool(const DefaultsDomain&)>& opens) {
     DefaultsDomain domain = defaultsDomain(arguments, bundleIdentifier);
     // The standard domain always exists; only the separate test domain can be refused.
     if (!domain.isStandard() && !opens(domain)) return qaDefaultsUnavailable();

@@ -38,17 +38,16 @@ struct SuiteLaunch {
 
     // "--suite-folder" resolved against the temporary folder and the real suite folder: one folder
     // when it is given and valid, the default reachable folders when it is absent.
-    static std::variant<std::vector<kestrow::suite::SuiteFolder>, Exit> folders(
-        const std::vector<std::string>& arguments, const std::string& temporaryDirectory,
-        const std::string& realHome);
+    static std::variant<std::vector<kestrow::suite::SuiteFolder>, Exit>
+    folders(const std::vector<std::string>& arguments, const std::string& temporaryDirectory,
+            const std::string& realHome);
     // The same for this process: its temporary folder and the real home.
-    static std::variant<std::vector<kestrow::suite::SuiteFolder>, Exit> folders(
-        const std::vector<std::string>& arguments);
+    static std::variant<std::vector<kestrow::suite::SuiteFolder>, Exit>
+    folders(const std::vector<std::string>& arguments);
 
     // The bundle identifier followed by ".qa" when "--suite-folder" is among the arguments (the
     // program path excluded), else the standard domain.
-    static DefaultsDomain defaultsDomain(const std::vector<std::string>& arguments,
-                                         std::string_view bundleIdentifier);
+    static DefaultsDomain defaultsDomain(const std::vector<std::string>& arguments, std::string_view bundleIdentifier);
     // As above, ending the process when the ".qa" domain cannot be opened (`opens` answers that; it
     // is not asked about the standard domain).
     static std::variant<DefaultsDomain, Exit> defaults(const std::vector<std::string>& arguments,

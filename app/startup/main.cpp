@@ -10,11 +10,11 @@
 #include <variant>
 #include <vector>
 
-#include "app/startup/ApplicationRunner.hpp"
-#include "app/commands/CleanerCommand.hpp"
 #include "app/Platform.hpp"
-#include "app/startup/PlatformUsage.hpp"
+#include "app/commands/CleanerCommand.hpp"
 #include "app/commands/SnapshotCommand.hpp"
+#include "app/startup/ApplicationRunner.hpp"
+#include "app/startup/PlatformUsage.hpp"
 #include "app/startup/SuiteLaunch.hpp"
 #include "app/tui/TerminalRunner.hpp"
 #include "base/UserDefaults.hpp"
@@ -55,7 +55,8 @@ int main(int argc, char** argv) {
         return 0;
     }
     // The cleaner for scripts checks its own arguments and never starts the application.
-    if (brimlet::CleanerCommand::isRequested(arguments)) return brimlet::CleanerCommand::runProcess(arguments, platform);
+    if (brimlet::CleanerCommand::isRequested(arguments))
+        return brimlet::CleanerCommand::runProcess(arguments, platform);
 
     auto folders = brimlet::SuiteLaunch::folders(arguments);
     if (const auto* exit = std::get_if<brimlet::SuiteLaunch::Exit>(&folders)) return exitWith(*exit);

@@ -12,7 +12,7 @@ namespace brimlet {
 struct CleanupPhase : kestrow::RawValueEnum<CleanupPhase> {
     enum Value : int { idle, measuring, scanning, ready, cleaning, finished };
     static constexpr std::array<std::string_view, 6> rawValues{"idle",  "measuring", "scanning",
-                                                                "ready", "cleaning",  "finished"};
+                                                               "ready", "cleaning",  "finished"};
     Value value = idle;
 
     constexpr CleanupPhase() = default;

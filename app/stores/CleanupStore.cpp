@@ -43,12 +43,13 @@ std::shared_ptr<CleanupSession> CleanupStore::makeSession() {
 
 template <typename T, typename F>
 void CleanupStore::whenCurrent(std::future<T> future, std::uint64_t generation, F then) {
-    session_->reply(std::move(future), loop_, [alive = guard_.weak(), this, generation, session = session_,
-                                               then = std::move(then)](T value) mutable {
-        // `session` keeps a replaced session alive until its last result is in.
-        if (!alive || generation != generation_) return;
-        then(std::move(value));
-    });
+    session_->reply(
+        std::move(future), loop_,
+        [alive = guard_.weak(), this, generation, session = session_, then = std::move(then)](T value) mutable {
+            // `session` keeps a replaced session alive until its last result is in.
+            if (!alive || generation != generation_) return;
+            then(std::move(value));
+        });
 }
 
 void CleanupStore::setPhase(CleanupPhase phase) {
@@ -115,7 +116,9 @@ void CleanupStore::chooseDeleteMode(DeleteMode mode) {
     observers_.notify();
 }
 
-DeleteMode CleanupStore::deleteMode() const { return deleteModeApplies() ? chosenMode_ : DeleteMode(DeleteMode::trash); }
+DeleteMode CleanupStore::deleteMode() const {
+    return deleteModeApplies() ? chosenMode_ : DeleteMode(DeleteMode::trash);
+}
 
 bool CleanupStore::readFullDiskAccess() {
     std::optional<bool> granted = fullDiskAccessProbe ? fullDiskAccessProbe() : std::nullopt;
@@ -160,7 +163,7 @@ bool CleanupStore::start() {
     progress_ = Progress{};
     setPhase(CleanupPhase::measuring);
     auto onMeasured = [&loop = loop_, alive = guard_.weak(), this, generation](std::size_t measured,
-                                                                                           std::size_t total) {
+                                                                               std::size_t total) {
         loop.post([alive, this, generation, measured, total] {
             if (!alive || generation != generation_ || !(phase_ == CleanupPhase::measuring)) return;
             progress_ = Progress{measured, total, {}};
@@ -236,13 +239,13 @@ bool CleanupStore::clean() {
                 observers_.notify();
             });
         };
-        whenCurrent(session_->clean(ids, std::move(approval), mode, onProgress,
-                                    [flag = cancelFlag_] { return flag->load(); }),
-                    generation, [this](CleanupReport report) {
-                        if (report.refusal) kestrow::log::error(logCategory, "cleanup refused: " + *report.refusal);
-                        lastReport_ = std::move(report);
-                        setPhase(CleanupPhase::finished);
-                    });
+        whenCurrent(
+            session_->clean(ids, std::move(approval), mode, onProgress, [flag = cancelFlag_] { return flag->load(); }),
+            generation, [this](CleanupReport report) {
+                if (report.refusal) kestrow::log::error(logCategory, "cleanup refused: " + *report.refusal);
+                lastReport_ = std::move(report);
+                setPhase(CleanupPhase::finished);
+            });
     });
     return true;
 }
@@ -299,7 +302,8 @@ kestrow::Status CleanupStore::exportReport(const std::string& folder) const {
     const auto json = lastReport_->json();
     if (!json) return kestrow::Status::failure("The report could not be encoded.");
     const std::string base = folder + "/" + reportBaseName(*lastReport_);
-    if (kestrow::Status written = kestrow::writeAtomically(base + ".md", lastReport_->markdown(), 0644); written.failed())
+    if (kestrow::Status written = kestrow::writeAtomically(base + ".md", lastReport_->markdown(), 0644);
+        written.failed())
         return written;
     return kestrow::writeAtomically(base + ".json", *json, 0644);
 }

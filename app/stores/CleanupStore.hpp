@@ -21,8 +21,8 @@
 #include "app/stores/Observers.hpp"
 #include "base/MainLoop.hpp"
 #include "base/Status.hpp"
-#include "core/cleanup/CleanupSession.hpp"
 #include "base/WeakGuard.hpp"
+#include "core/cleanup/CleanupSession.hpp"
 
 namespace brimlet {
 
@@ -41,11 +41,11 @@ public:
     // What the chosen items add up to: the total line and the delete-mode choice of the view.
     struct SelectionSummary {
         std::size_t count = 0;
-        std::uint64_t bytes = 0;         // measured sizes of the chosen items
-        std::size_t unmeasured = 0;      // chosen items whose size is known only after the run
-        std::size_t personal = 0;        // chosen personal items: they go to the Trash in either mode
-        bool permanentApplies = false;   // some chosen item would be deleted permanently if asked
-        bool needsPermanent = false;     // some chosen item runs only when deleting permanently
+        std::uint64_t bytes = 0;        // measured sizes of the chosen items
+        std::size_t unmeasured = 0;     // chosen items whose size is known only after the run
+        std::size_t personal = 0;       // chosen personal items: they go to the Trash in either mode
+        bool permanentApplies = false;  // some chosen item would be deleted permanently if asked
+        bool needsPermanent = false;    // some chosen item runs only when deleting permanently
         bool operator==(const SelectionSummary&) const = default;
     };
 
@@ -55,7 +55,9 @@ public:
     CleanupStore(const CleanupStore&) = delete;
     CleanupStore& operator=(const CleanupStore&) = delete;
 
-    kestrow::MainLoop::Token observe(std::function<void()> onChange) { return observers_.subscribe(std::move(onChange)); }
+    kestrow::MainLoop::Token observe(std::function<void()> onChange) {
+        return observers_.subscribe(std::move(onChange));
+    }
 
     CleanupPhase phase() const { return phase_; }
     bool isBusy() const { return phase_.isBusy(); }

@@ -12,7 +12,8 @@ namespace brimlet {
 class LiveSurface {
 public:
     LiveSurface(std::function<void()> appeared, std::function<void()> disappeared)
-        : appeared_(std::move(appeared)), disappeared_(std::move(disappeared)) {}
+        : appeared_(std::move(appeared)),
+          disappeared_(std::move(disappeared)) {}
     // A surface that goes away while on screen stops counting with it.
     ~LiveSurface() { setOnScreen(false); }
     LiveSurface(const LiveSurface&) = delete;

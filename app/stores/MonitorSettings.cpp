@@ -12,8 +12,7 @@ AlertSettings readAlertSettings(const kestrow::UserDefaults& defaults) {
     if (!text) return AlertSettings();
     auto parsed = kestrow::parseJson(*text);
     AlertSettings settings;
-    if (const auto* json = std::get_if<kestrow::JsonValue>(&parsed); json && fromJson(*json, settings))
-        return settings;
+    if (const auto* json = std::get_if<kestrow::JsonValue>(&parsed); json && fromJson(*json, settings)) return settings;
     return AlertSettings();
 }
 

@@ -279,12 +279,13 @@ void MonitorStore::scheduleNextRound(std::uint64_t generation) {
 
 void MonitorStore::tick(std::function<void()> then) {
     ++samplesInFlight_;
-    engine_->reply(engine_->snapshot(), loop_, [alive = guard_.weak(), this, then = std::move(then)](MonitorSnapshot snapshot) {
-        if (!alive) return;
-        --samplesInFlight_;
-        handle(std::move(snapshot));
-        if (then) then();
-    });
+    engine_->reply(engine_->snapshot(), loop_,
+                   [alive = guard_.weak(), this, then = std::move(then)](MonitorSnapshot snapshot) {
+                       if (!alive) return;
+                       --samplesInFlight_;
+                       handle(std::move(snapshot));
+                       if (then) then();
+                   });
 }
 
 void MonitorStore::handle(MonitorSnapshot snapshot) {

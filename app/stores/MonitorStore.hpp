@@ -15,15 +15,15 @@
 #include <string_view>
 #include <vector>
 
-#include "app/stores/MonitorSettings.hpp"
 #include "app/desktop/Notifier.hpp"
+#include "app/stores/MonitorSettings.hpp"
 #include "app/stores/Observers.hpp"
 #include "base/MainLoop.hpp"
 #include "base/UserDefaults.hpp"
+#include "base/WeakGuard.hpp"
 #include "core/monitoring/Alerts.hpp"
 #include "core/monitoring/MetricsHistory.hpp"
 #include "core/monitoring/MonitorEngine.hpp"
-#include "base/WeakGuard.hpp"
 
 namespace brimlet {
 
@@ -32,7 +32,7 @@ enum class MonitorAppearance { light, dark };
 
 // What the platform hands the monitor store beside its loop, defaults and notifier.
 struct MonitorStoreOptions {
-    std::unique_ptr<MonitorEngine> engine;           // empty: the live engine of this machine
+    std::unique_ptr<MonitorEngine> engine;                 // empty: the live engine of this machine
     std::function<void(MonitorAppearance)> setAppearance;  // empty: the platform has none to force
     // False where the application has no menu bar item of its own (headless Linux): the menu
     // bar display then shows nothing, and only a floating monitor would need the glance.
@@ -62,7 +62,9 @@ public:
     MonitorStore& operator=(const MonitorStore&) = delete;
 
     // ---- Observed: subscribers are called after any of these changed.
-    kestrow::MainLoop::Token observe(std::function<void()> onChange) { return observers_.subscribe(std::move(onChange)); }
+    kestrow::MainLoop::Token observe(std::function<void()> onChange) {
+        return observers_.subscribe(std::move(onChange));
+    }
 
     const std::optional<MonitorSnapshot>& snapshot() const { return snapshot_; }
     const MetricsHistory& history() const { return history_; }

@@ -29,11 +29,11 @@ enum Pair : short { plainPair = 1, secondaryPair, successPair, warningPair, fail
 
 short pairFor(screens::Tone tone) {
     switch (tone) {
-        case screens::Tone::plain: return plainPair;
-        case screens::Tone::secondary: return secondaryPair;
-        case screens::Tone::success: return successPair;
-        case screens::Tone::warning: return warningPair;
-        case screens::Tone::failure: return failurePair;
+    case screens::Tone::plain: return plainPair;
+    case screens::Tone::secondary: return secondaryPair;
+    case screens::Tone::success: return successPair;
+    case screens::Tone::warning: return warningPair;
+    case screens::Tone::failure: return failurePair;
     }
     return plainPair;
 }
@@ -41,18 +41,18 @@ short pairFor(screens::Tone tone) {
 int translate(wint_t key, bool function) {
     if (!function) return key == L'\r' ? Key::enter : static_cast<int>(key);
     switch (key) {
-        case KEY_UP: return Key::up;
-        case KEY_DOWN: return Key::down;
-        case KEY_LEFT: return Key::left;
-        case KEY_RIGHT: return Key::right;
-        case KEY_PPAGE: return Key::pageUp;
-        case KEY_NPAGE: return Key::pageDown;
-        case KEY_HOME: return Key::home;
-        case KEY_END: return Key::end;
-        case KEY_BACKSPACE: return Key::backspace;
-        case KEY_BTAB: return Key::backTab;
-        case KEY_ENTER: return Key::enter;
-        default: return 0;
+    case KEY_UP: return Key::up;
+    case KEY_DOWN: return Key::down;
+    case KEY_LEFT: return Key::left;
+    case KEY_RIGHT: return Key::right;
+    case KEY_PPAGE: return Key::pageUp;
+    case KEY_NPAGE: return Key::pageDown;
+    case KEY_HOME: return Key::home;
+    case KEY_END: return Key::end;
+    case KEY_BACKSPACE: return Key::backspace;
+    case KEY_BTAB: return Key::backTab;
+    case KEY_ENTER: return Key::enter;
+    default: return 0;
     }
 }
 

@@ -53,66 +53,92 @@ constexpr std::string_view suiteInactiveNote =
 Command commandFor(int key, const KeyContext& context) {
     if (context.dialog) {
         switch (key) {
-            case Key::enter: case '\r': case 'y': case 'Y': return Command::confirm;
-            case Key::escape: case 'n': case 'N': case 'q': case 'Q': return Command::dismiss;
-            default: return Command::none;
+        case Key::enter:
+        case '\r':
+        case 'y':
+        case 'Y': return Command::confirm;
+        case Key::escape:
+        case 'n':
+        case 'N':
+        case 'q':
+        case 'Q': return Command::dismiss;
+        default: return Command::none;
         }
     }
     if (context.help) {
         switch (key) {
-            case Key::escape: case '?': case 'q': case 'Q': case Key::enter: case '\r': return Command::dismiss;
-            default: return Command::none;
+        case Key::escape:
+        case '?':
+        case 'q':
+        case 'Q':
+        case Key::enter:
+        case '\r': return Command::dismiss;
+        default: return Command::none;
         }
     }
     if (context.editingFilter) {
         switch (key) {
-            case Key::enter: case '\r': return Command::confirm;
-            case Key::escape: return Command::dismiss;
-            default: return Command::none;  // typed into the filter
+        case Key::enter:
+        case '\r': return Command::confirm;
+        case Key::escape: return Command::dismiss;
+        default: return Command::none;  // typed into the filter
         }
     }
     switch (key) {
-        case 'q': case 'Q': return Command::quit;
-        case '?': return Command::help;
-        case '1': return Command::showOverview;
-        case '2': return Command::showApps;
-        case '3': return Command::showCleanup;
-        case '4': return Command::showSettings;
-        case '5': return Command::showSuite;
-        case Key::tab: case Key::right: return Command::nextPage;
-        case Key::backTab: case Key::left: return Command::previousPage;
-        case Key::up: case 'k': return Command::up;
-        case Key::down: case 'j': return Command::down;
-        case Key::pageUp: return Command::pageUp;
-        case Key::pageDown: return Command::pageDown;
-        case Key::home: case 'g': return Command::top;
-        case Key::end: case 'G': return Command::bottom;
-        default: break;
+    case 'q':
+    case 'Q': return Command::quit;
+    case '?': return Command::help;
+    case '1': return Command::showOverview;
+    case '2': return Command::showApps;
+    case '3': return Command::showCleanup;
+    case '4': return Command::showSettings;
+    case '5': return Command::showSuite;
+    case Key::tab:
+    case Key::right: return Command::nextPage;
+    case Key::backTab:
+    case Key::left: return Command::previousPage;
+    case Key::up:
+    case 'k': return Command::up;
+    case Key::down:
+    case 'j': return Command::down;
+    case Key::pageUp: return Command::pageUp;
+    case Key::pageDown: return Command::pageDown;
+    case Key::home:
+    case 'g': return Command::top;
+    case Key::end:
+    case 'G': return Command::bottom;
+    default: break;
     }
     if (context.page == Page::apps) {
         switch (key) {
-            case 's': return Command::sortNext;
-            case '/': return Command::filter;
-            case Key::enter: case '\r': case 'x': return Command::askQuitApp;
-            default: return Command::none;
+        case 's': return Command::sortNext;
+        case '/': return Command::filter;
+        case Key::enter:
+        case '\r':
+        case 'x': return Command::askQuitApp;
+        default: return Command::none;
         }
     }
     if (context.page == Page::settings) {
         switch (key) {
-            case ' ': case Key::enter: case '\r': return Command::toggleItem;
-            default: return Command::none;
+        case ' ':
+        case Key::enter:
+        case '\r': return Command::toggleItem;
+        default: return Command::none;
         }
     }
     if (context.page == Page::cleanup) {
         switch (key) {
-            case 'm': return Command::measure;
-            case 'c': case Key::escape: return Command::cancel;
-            case ' ': return Command::toggleItem;
-            case 'd': return Command::toggleMode;
-            case Key::enter: case '\r': return Command::clean;
-            case 'r': return Command::startOver;
-            case 'e': return Command::exportReport;
-            default: return Command::none;
+        case 'm': return Command::measure;
+        case 'c':
+        case Key::escape: return Command::cancel;
+        case ' ': return Command::toggleItem;
+        case 'd': return Command::toggleMode;
+        case Key::enter:
+        case '\r': return Command::clean;
+        case 'r': return Command::startOver;
+        case 'e': return Command::exportReport;
+        default: return Command::none;
         }
     }
     return Command::none;
@@ -126,8 +152,8 @@ std::vector<KeyHint> footerHints(const KeyContext& context) {
     if (context.page == Page::apps)
         hints.insert(hints.end(), {{"\u2191\u2193", "select"}, {"s", "sort"}, {"/", "filter"}, {"x", "quit app"}});
     if (context.page == Page::cleanup)
-        hints.insert(hints.end(), {{"m", "measure"}, {"Space", "choose"}, {"Enter", "clean"}, {"c", "cancel"},
-                                   {"e", "export"}});
+        hints.insert(hints.end(),
+                     {{"m", "measure"}, {"Space", "choose"}, {"Enter", "clean"}, {"c", "cancel"}, {"e", "export"}});
     if (context.page == Page::settings) hints.insert(hints.end(), {{"\u2191\u2193", "select"}, {"Space", "change"}});
     hints.insert(hints.end(), {{"?", "help"}, {"q", "quit"}});
     return hints;
@@ -141,21 +167,21 @@ std::vector<KeyHint> helpHints(Page page) {
     };
     if (page == Page::apps) {
         hints.insert(hints.end(), {
-            {"s", "sort by memory, CPU, disk or name"},
-            {"/", "filter by name (Enter keeps it, Esc clears it)"},
-            {"x  Enter", "ask the selected app to quit (SIGTERM, after you confirm)"},
-        });
+                                      {"s", "sort by memory, CPU, disk or name"},
+                                      {"/", "filter by name (Enter keeps it, Esc clears it)"},
+                                      {"x  Enter", "ask the selected app to quit (SIGTERM, after you confirm)"},
+                                  });
     }
     if (page == Page::cleanup) {
         hints.insert(hints.end(), {
-            {"m", "measure (again)"},
-            {"Space", "choose or drop the selected item; personal items ask first"},
-            {"d", "switch between Move to Trash and Delete permanently"},
-            {"Enter", "clean the chosen items, after you confirm"},
-            {"c  Esc", "cancel measuring or cleaning"},
-            {"e", "export the report as Markdown and JSON into the working folder"},
-            {"r", "start over"},
-        });
+                                      {"m", "measure (again)"},
+                                      {"Space", "choose or drop the selected item; personal items ask first"},
+                                      {"d", "switch between Move to Trash and Delete permanently"},
+                                      {"Enter", "clean the chosen items, after you confirm"},
+                                      {"c  Esc", "cancel measuring or cleaning"},
+                                      {"e", "export the report as Markdown and JSON into the working folder"},
+                                      {"r", "start over"},
+                                  });
     }
     if (page == Page::settings)
         hints.insert(hints.end(), {{"Space  Enter", "switch an alert on or off, or pick the next threshold"}});
@@ -165,20 +191,20 @@ std::vector<KeyHint> helpHints(Page page) {
 
 std::string_view sortTitle(AppSort sort) {
     switch (sort) {
-        case AppSort::memory: return "memory";
-        case AppSort::cpu: return "CPU";
-        case AppSort::disk: return "disk";
-        case AppSort::name: return "name";
+    case AppSort::memory: return "memory";
+    case AppSort::cpu: return "CPU";
+    case AppSort::disk: return "disk";
+    case AppSort::name: return "name";
     }
     return "memory";
 }
 
 AppSort nextSort(AppSort sort) {
     switch (sort) {
-        case AppSort::memory: return AppSort::cpu;
-        case AppSort::cpu: return AppSort::disk;
-        case AppSort::disk: return AppSort::name;
-        case AppSort::name: return AppSort::memory;
+    case AppSort::memory: return AppSort::cpu;
+    case AppSort::cpu: return AppSort::disk;
+    case AppSort::disk: return AppSort::name;
+    case AppSort::name: return AppSort::memory;
     }
     return AppSort::memory;
 }
@@ -190,9 +216,9 @@ std::vector<AppGroup> sortedApps(const std::vector<AppGroup>& apps, AppSort sort
         if (wanted.empty() || lowered(group.name).find(wanted) != std::string::npos) listed.push_back(group);
     const auto key = [sort](const AppGroup& group) -> double {
         switch (sort) {
-            case AppSort::cpu: return group.cpuPercent.value_or(-1);
-            case AppSort::disk: return group.diskTotalPerSecond().value_or(-1);
-            default: return static_cast<double>(group.footprint);
+        case AppSort::cpu: return group.cpuPercent.value_or(-1);
+        case AppSort::disk: return group.diskTotalPerSecond().value_or(-1);
+        default: return static_cast<double>(group.footprint);
         }
     };
     std::stable_sort(listed.begin(), listed.end(), [&](const AppGroup& a, const AppGroup& b) {
@@ -215,18 +241,21 @@ std::string tooSmallText(std::size_t columns, std::size_t rows) {
 }
 
 TerminalFrontEnd::TerminalFrontEnd(MonitorStore& monitor, CleanupStore& cleanup, FrontEndSeams seams)
-    : monitor_(monitor), cleanup_(cleanup), presenter_(cleanup), seams_(std::move(seams)) {}
+    : monitor_(monitor),
+      cleanup_(cleanup),
+      presenter_(cleanup),
+      seams_(std::move(seams)) {}
 
-KeyContext TerminalFrontEnd::context() const {
-    return KeyContext{page_, dialog_.has_value(), help_, editingFilter_};
-}
+KeyContext TerminalFrontEnd::context() const { return KeyContext{page_, dialog_.has_value(), help_, editingFilter_}; }
 
 void TerminalFrontEnd::setStatus(std::string text, Tone tone) {
     status_ = std::move(text);
     statusTone_ = tone;
 }
 
-std::string TerminalFrontEnd::text(std::string_view utf8) const { return seams_.unicode ? std::string(utf8) : ascii(utf8); }
+std::string TerminalFrontEnd::text(std::string_view utf8) const {
+    return seams_.unicode ? std::string(utf8) : ascii(utf8);
+}
 
 std::vector<AppGroup> TerminalFrontEnd::listedApps() const {
     const auto& snapshot = monitor_.snapshot();
@@ -264,17 +293,17 @@ void TerminalFrontEnd::move(int by) {
 void TerminalFrontEnd::changeSetting() {
     AlertSettings alerts = monitor_.alertSettings();
     switch (selectedSetting_) {
-        case 0: alerts.memoryPressureEnabled = !alerts.memoryPressureEnabled; break;
-        case 1: alerts.lowDiskEnabled = !alerts.lowDiskEnabled; break;
-        case 2:
-            alerts.lowDiskThreshold =
-                nextChoice(SettingsChoices::lowDiskThresholds(alerts.lowDiskThreshold), alerts.lowDiskThreshold);
-            break;
-        case 3: alerts.heavyAppEnabled = !alerts.heavyAppEnabled; break;
-        default:
-            alerts.heavyAppThreshold =
-                nextChoice(SettingsChoices::heavyAppThresholds(alerts.heavyAppThreshold), alerts.heavyAppThreshold);
-            break;
+    case 0: alerts.memoryPressureEnabled = !alerts.memoryPressureEnabled; break;
+    case 1: alerts.lowDiskEnabled = !alerts.lowDiskEnabled; break;
+    case 2:
+        alerts.lowDiskThreshold =
+            nextChoice(SettingsChoices::lowDiskThresholds(alerts.lowDiskThreshold), alerts.lowDiskThreshold);
+        break;
+    case 3: alerts.heavyAppEnabled = !alerts.heavyAppEnabled; break;
+    default:
+        alerts.heavyAppThreshold =
+            nextChoice(SettingsChoices::heavyAppThresholds(alerts.heavyAppThreshold), alerts.heavyAppThreshold);
+        break;
     }
     monitor_.setAlertSettings(alerts);
 }
@@ -286,15 +315,17 @@ void TerminalFrontEnd::askQuitApp() {
     if (it == listed.end()) it = listed.begin();
     if (it == listed.end()) return;
     const AppGroup group = *it;
-    const TerminalQuit::Plan plan = TerminalQuit::plan(group, seams_.uid, seams_.protectedPids, seams_.lookup, seams_.inOwnSession);
+    const TerminalQuit::Plan plan =
+        TerminalQuit::plan(group, seams_.uid, seams_.protectedPids, seams_.lookup, seams_.inOwnSession);
     if (!plan.allowed()) {
         setStatus(group.name + ": " + plan.refusal, Tone::warning);
         return;
     }
     dialog_ = Ask{R::quitTitle(group.name), TerminalQuit::confirmation(group, plan), std::string(R::quitButton),
                   std::string(R::cancelButton), [this, group] {
-                      const std::size_t asked = TerminalQuit::quit(group, seams_.uid, seams_.protectedPids,
-                                                                   seams_.lookup, seams_.inOwnSession, seams_.terminate);
+                      const std::size_t asked =
+                          TerminalQuit::quit(group, seams_.uid, seams_.protectedPids, seams_.lookup,
+                                             seams_.inOwnSession, seams_.terminate);
                       setStatus(asked > 0 ? group.name + " was asked to quit." : group.name + " is no longer running.",
                                 asked > 0 ? Tone::success : Tone::secondary);
                   }};
@@ -339,67 +370,67 @@ bool TerminalFrontEnd::press(int key) {
     }
     const Command command = commandFor(key, context());
     switch (command) {
-        case Command::none: return true;
-        case Command::quit:
-            if (cleanup_.phase() == CleanupPhase::cleaning) {
-                setStatus("Cleaning is under way: cancel it with c, or wait for the report.", Tone::warning);
-                return true;
-            }
-            return false;
-        case Command::help: help_ = true; return true;
-        case Command::confirm:
-            if (dialog_) {
-                auto confirmed = std::move(dialog_->onConfirm);
-                dialog_.reset();
-                if (confirmed) confirmed();
-            }
-            editingFilter_ = false;
-            return true;
-        case Command::dismiss:
-            if (dialog_) dialog_.reset();
-            else if (help_) help_ = false;
-            else if (editingFilter_) editingFilter_ = false, filter_.clear();
-            return true;
-        case Command::showOverview: page_ = Page::overview; return true;
-        case Command::showApps: page_ = Page::apps; return true;
-        case Command::showCleanup: page_ = Page::cleanup; return true;
-        case Command::showSettings: page_ = Page::settings; return true;
-        case Command::showSuite: page_ = Page::suite; return true;
-        case Command::nextPage: page_ = static_cast<Page>((static_cast<int>(page_) + 1) % pageCount); return true;
-        case Command::previousPage:
-            page_ = static_cast<Page>((static_cast<int>(page_) + pageCount - 1) % pageCount);
-            return true;
-        case Command::up: move(-1); return true;
-        case Command::down: move(1); return true;
-        case Command::pageUp: move(-10); return true;
-        case Command::pageDown: move(10); return true;
-        case Command::top: move(-1'000'000); return true;
-        case Command::bottom: move(1'000'000); return true;
-        case Command::sortNext: sort_ = nextSort(sort_); return true;
-        case Command::filter: editingFilter_ = true; return true;
-        case Command::askQuitApp: askQuitApp(); return true;
-        case Command::measure: cleanupAction(CleanupCommand::measure); return true;
-        case Command::cancel: cleanupAction(CleanupCommand::cancel); return true;
-        case Command::toggleItem: {
-            if (page_ == Page::settings) {
-                changeSetting();
-                return true;
-            }
-            const std::vector<std::string> ids = cleanupIds();
-            if (selectedItem_ >= ids.size()) return true;
-            const bool chosen = cleanup_.selection().count(ids[selectedItem_]) > 0;
-            cleanupAction(chosen ? CleanupCommand::exclude : CleanupCommand::include, ids[selectedItem_]);
+    case Command::none: return true;
+    case Command::quit:
+        if (cleanup_.phase() == CleanupPhase::cleaning) {
+            setStatus("Cleaning is under way: cancel it with c, or wait for the report.", Tone::warning);
             return true;
         }
-        case Command::toggleMode:
-            cleanupAction(cleanup_.chosenDeleteMode() == DeleteMode::trash ? CleanupCommand::choosePermanent
-                                                                           : CleanupCommand::chooseTrash);
+        return false;
+    case Command::help: help_ = true; return true;
+    case Command::confirm:
+        if (dialog_) {
+            auto confirmed = std::move(dialog_->onConfirm);
+            dialog_.reset();
+            if (confirmed) confirmed();
+        }
+        editingFilter_ = false;
+        return true;
+    case Command::dismiss:
+        if (dialog_) dialog_.reset();
+        else if (help_) help_ = false;
+        else if (editingFilter_) editingFilter_ = false, filter_.clear();
+        return true;
+    case Command::showOverview: page_ = Page::overview; return true;
+    case Command::showApps: page_ = Page::apps; return true;
+    case Command::showCleanup: page_ = Page::cleanup; return true;
+    case Command::showSettings: page_ = Page::settings; return true;
+    case Command::showSuite: page_ = Page::suite; return true;
+    case Command::nextPage: page_ = static_cast<Page>((static_cast<int>(page_) + 1) % pageCount); return true;
+    case Command::previousPage:
+        page_ = static_cast<Page>((static_cast<int>(page_) + pageCount - 1) % pageCount);
+        return true;
+    case Command::up: move(-1); return true;
+    case Command::down: move(1); return true;
+    case Command::pageUp: move(-10); return true;
+    case Command::pageDown: move(10); return true;
+    case Command::top: move(-1'000'000); return true;
+    case Command::bottom: move(1'000'000); return true;
+    case Command::sortNext: sort_ = nextSort(sort_); return true;
+    case Command::filter: editingFilter_ = true; return true;
+    case Command::askQuitApp: askQuitApp(); return true;
+    case Command::measure: cleanupAction(CleanupCommand::measure); return true;
+    case Command::cancel: cleanupAction(CleanupCommand::cancel); return true;
+    case Command::toggleItem: {
+        if (page_ == Page::settings) {
+            changeSetting();
             return true;
-        case Command::clean: cleanupAction(CleanupCommand::clean); return true;
-        case Command::startOver: cleanupAction(CleanupCommand::startOver); return true;
-        case Command::exportReport:
-            if (cleanup_.lastReport()) cleanupAction(CleanupCommand::exportMarkdown);
-            return true;
+        }
+        const std::vector<std::string> ids = cleanupIds();
+        if (selectedItem_ >= ids.size()) return true;
+        const bool chosen = cleanup_.selection().count(ids[selectedItem_]) > 0;
+        cleanupAction(chosen ? CleanupCommand::exclude : CleanupCommand::include, ids[selectedItem_]);
+        return true;
+    }
+    case Command::toggleMode:
+        cleanupAction(cleanup_.chosenDeleteMode() == DeleteMode::trash ? CleanupCommand::choosePermanent
+                                                                       : CleanupCommand::chooseTrash);
+        return true;
+    case Command::clean: cleanupAction(CleanupCommand::clean); return true;
+    case Command::startOver: cleanupAction(CleanupCommand::startOver); return true;
+    case Command::exportReport:
+        if (cleanup_.lastReport()) cleanupAction(CleanupCommand::exportMarkdown);
+        return true;
     }
     return true;
 }
@@ -426,8 +457,8 @@ std::vector<Line> TerminalFrontEnd::header(std::size_t columns) const {
         tabs += " ";
     }
     const std::string title = " " + std::string(R::productName) + "   ";
-    const std::string note = monitor_.snapshot() ? std::string(DashboardFigures::cadenceNote)
-                                                 : std::string(DashboardFigures::waitingNote);
+    const std::string note =
+        monitor_.snapshot() ? std::string(DashboardFigures::cadenceNote) : std::string(DashboardFigures::waitingNote);
     std::string line = title + tabs;
     if (displayWidth(line) + 8 < columns) line += cellRight("? help ", columns - displayWidth(line));
     return {Line{cell(line, columns), Tone::plain, true, false}, Line{cell(" " + text(note), columns), Tone::secondary},
@@ -502,10 +533,11 @@ std::vector<Line> TerminalFrontEnd::apps(std::size_t columns, std::size_t height
     const std::size_t memoryWidth = 11, cpuWidth = 9, diskWidth = 13, processWidth = 7, quitWidth = 6;
     const std::size_t fixed = memoryWidth + cpuWidth + diskWidth + processWidth + quitWidth + 3;
     const std::size_t nameWidth = columns > fixed + 10 ? columns - fixed : 10;
-    lines.push_back({cell("   " + cell("App", nameWidth - 2) + cellRight("Memory", memoryWidth) + cellRight("CPU", cpuWidth) +
-                             cellRight("Disk", diskWidth) + cellRight("Procs", processWidth) + cellRight("Quit", quitWidth),
-                         columns),
-                     Tone::secondary});
+    lines.push_back(
+        {cell("   " + cell("App", nameWidth - 2) + cellRight("Memory", memoryWidth) + cellRight("CPU", cpuWidth) +
+                  cellRight("Disk", diskWidth) + cellRight("Procs", processWidth) + cellRight("Quit", quitWidth),
+              columns),
+         Tone::secondary});
     std::string selected = selectedApp_;
     if (std::none_of(listed.begin(), listed.end(), [&](const AppGroup& g) { return g.id == selected; }))
         selected = listed.empty() ? std::string() : listed.front().id;
@@ -517,7 +549,8 @@ std::vector<Line> TerminalFrontEnd::apps(std::size_t columns, std::size_t height
     const std::size_t first = at >= room ? at - room + 1 : 0;
     for (std::size_t i = first; i < listed.size() && i < first + room; ++i) {
         const AppGroup& group = listed[i];
-        const TerminalQuit::Plan plan = TerminalQuit::plan(group, seams_.uid, seams_.protectedPids, seams_.lookup, seams_.inOwnSession);
+        const TerminalQuit::Plan plan =
+            TerminalQuit::plan(group, seams_.uid, seams_.protectedPids, seams_.lookup, seams_.inOwnSession);
         const std::string line = "   " + cell(text(group.name), nameWidth - 2) +
                                  cellRight(ByteFormat::memory(group.footprint), memoryWidth) +
                                  cellRight(R::processPercent(group.cpuPercent), cpuWidth) +
@@ -544,85 +577,87 @@ std::vector<Line> TerminalFrontEnd::cleanup(std::size_t columns, std::size_t& se
     if (s.fullDiskAccess.visible) paragraph(s.fullDiskAccess.text, Tone::warning, 1);
     lines.push_back({pad(columns)});
     switch (s.step.value) {
-        case CleanupPhase::idle:
-            lines.push_back({cell(" " + text(s.idle.heading), columns), Tone::plain, true});
-            for (const CleanupScreen::Group& group : s.idle.groups) {
-                lines.push_back({cell("   " + text(group.title), columns), Tone::plain, true});
-                paragraph(group.body, Tone::secondary, 5);
-            }
-            if (!s.idle.note.empty()) paragraph(s.idle.note, Tone::secondary, 1);
-            lines.push_back({pad(columns)});
-            lines.push_back({cell(" m  " + text(s.idle.measure.title), columns)});
-            break;
-        case CleanupPhase::measuring:
-        case CleanupPhase::scanning:
-        case CleanupPhase::cleaning: {
-            lines.push_back({cell(" " + text(s.busy.line), columns)});
-            const std::size_t width = columns > 20 ? columns - 20 : 10;
-            if (s.busy.total > 0) {
-                const double fraction = static_cast<double>(s.busy.completed) / static_cast<double>(s.busy.total);
-                lines.push_back({cell(" " + bar(fraction, width, seams_.unicode) + " " + std::to_string(s.busy.completed) +
-                                         "/" + std::to_string(s.busy.total),
-                                     columns)});
-            } else {
-                lines.push_back({cell(" " + text(s.busy.progressLabel) + text("\u2026"), columns), Tone::secondary});
-            }
-            lines.push_back({pad(columns)});
-            lines.push_back({cell(" c  " + text(s.busy.cancel.title), columns)});
-            break;
+    case CleanupPhase::idle:
+        lines.push_back({cell(" " + text(s.idle.heading), columns), Tone::plain, true});
+        for (const CleanupScreen::Group& group : s.idle.groups) {
+            lines.push_back({cell("   " + text(group.title), columns), Tone::plain, true});
+            paragraph(group.body, Tone::secondary, 5);
         }
-        case CleanupPhase::ready: {
-            const CleanupScreen::Ready& r = s.ready;
-            paragraph(r.space, Tone::secondary, 1);
-            if (!r.home.empty()) paragraph(r.home, Tone::secondary, 1);
-            lines.push_back({pad(columns)});
-            const std::size_t sizeWidth = 12, categoryWidth = 34;
-            const std::size_t titleWidth = columns > sizeWidth + categoryWidth + 10 ? columns - sizeWidth - categoryWidth - 8 : 10;
-            for (std::size_t i = 0; i < r.rows.size(); ++i) {
-                const CleanupItemRow& row = r.rows[i];
-                const std::string box = row.chosen ? "[x] " : (row.include.enabled ? "[ ] " : " -  ");
-                const std::string line = " " + box + cell(text(row.title), titleWidth) + cellRight(text(row.size), sizeWidth) +
-                                         "  " + cell(text(row.category), categoryWidth);
-                const bool isSelected = i == std::min(selectedItem_, r.rows.size() - 1);
-                if (isSelected) selectedLine = lines.size();
-                lines.push_back({cell(line, columns), Tone::plain, false, isSelected});
-                lines.push_back({cell("       " + text(row.path), columns), Tone::secondary});
-                if (!row.note.empty()) lines.push_back({cell("       " + text(row.note), columns), row.noteTone});
-            }
-            if (r.rows.empty()) lines.push_back({cell(" Nothing to clean was found.", columns), Tone::secondary});
-            lines.push_back({pad(columns)});
-            if (r.modesEnabled) {
-                std::string modes = " " + text(r.modeTitle) + " ";
-                for (const CleanupScreen::ModeOption& option : r.modes)
-                    modes += (option.chosen ? " (*) " : " ( ) ") + text(option.choose.title);
-                lines.push_back({cell(modes + "    d  switch", columns)});
-                if (!r.modeNote.empty()) paragraph(r.modeNote, Tone::secondary, 1);
-            }
-            lines.push_back({cell(" " + text(r.total), columns), Tone::plain, true});
-            lines.push_back({cell(" Enter  " + text(r.clean.title) + (r.clean.enabled ? "" : " (choose an item first)") +
-                                     "    m  " + text(r.measureAgain.title),
-                                 columns)});
-            break;
+        if (!s.idle.note.empty()) paragraph(s.idle.note, Tone::secondary, 1);
+        lines.push_back({pad(columns)});
+        lines.push_back({cell(" m  " + text(s.idle.measure.title), columns)});
+        break;
+    case CleanupPhase::measuring:
+    case CleanupPhase::scanning:
+    case CleanupPhase::cleaning: {
+        lines.push_back({cell(" " + text(s.busy.line), columns)});
+        const std::size_t width = columns > 20 ? columns - 20 : 10;
+        if (s.busy.total > 0) {
+            const double fraction = static_cast<double>(s.busy.completed) / static_cast<double>(s.busy.total);
+            lines.push_back({cell(" " + bar(fraction, width, seams_.unicode) + " " + std::to_string(s.busy.completed) +
+                                      "/" + std::to_string(s.busy.total),
+                                  columns)});
+        } else {
+            lines.push_back({cell(" " + text(s.busy.progressLabel) + text("\u2026"), columns), Tone::secondary});
         }
-        case CleanupPhase::finished: {
-            const CleanupScreen::Finished& f = s.finished;
-            lines.push_back({cell(" " + text(f.headline), columns), f.tone, true});
-            for (const std::string& line : f.lines) paragraph(line, Tone::plain, 1);
-            for (const CleanupScreen::Section& section : f.sections) {
-                lines.push_back({pad(columns)});
-                lines.push_back({cell(" " + text(section.title), columns), Tone::plain, true});
-                if (section.entries.empty()) lines.push_back({cell("   " + text(section.empty), columns), Tone::secondary});
-                for (const CleanupScreen::Entry& entry : section.entries) {
-                    lines.push_back({cell("   " + text(entry.text), columns), entry.tone});
-                    if (!entry.path.empty()) lines.push_back({cell("     " + text(entry.path), columns), Tone::secondary});
-                }
-            }
-            lines.push_back({pad(columns)});
-            lines.push_back({cell(" e  " + text(f.exportMarkdown.title) + " + JSON    r  " + text(f.startOver.title) +
-                                     "    m  Measure again",
-                                 columns)});
-            break;
+        lines.push_back({pad(columns)});
+        lines.push_back({cell(" c  " + text(s.busy.cancel.title), columns)});
+        break;
+    }
+    case CleanupPhase::ready: {
+        const CleanupScreen::Ready& r = s.ready;
+        paragraph(r.space, Tone::secondary, 1);
+        if (!r.home.empty()) paragraph(r.home, Tone::secondary, 1);
+        lines.push_back({pad(columns)});
+        const std::size_t sizeWidth = 12, categoryWidth = 34;
+        const std::size_t titleWidth =
+            columns > sizeWidth + categoryWidth + 10 ? columns - sizeWidth - categoryWidth - 8 : 10;
+        for (std::size_t i = 0; i < r.rows.size(); ++i) {
+            const CleanupItemRow& row = r.rows[i];
+            const std::string box = row.chosen ? "[x] " : (row.include.enabled ? "[ ] " : " -  ");
+            const std::string line = " " + box + cell(text(row.title), titleWidth) +
+                                     cellRight(text(row.size), sizeWidth) + "  " +
+                                     cell(text(row.category), categoryWidth);
+            const bool isSelected = i == std::min(selectedItem_, r.rows.size() - 1);
+            if (isSelected) selectedLine = lines.size();
+            lines.push_back({cell(line, columns), Tone::plain, false, isSelected});
+            lines.push_back({cell("       " + text(row.path), columns), Tone::secondary});
+            if (!row.note.empty()) lines.push_back({cell("       " + text(row.note), columns), row.noteTone});
         }
+        if (r.rows.empty()) lines.push_back({cell(" Nothing to clean was found.", columns), Tone::secondary});
+        lines.push_back({pad(columns)});
+        if (r.modesEnabled) {
+            std::string modes = " " + text(r.modeTitle) + " ";
+            for (const CleanupScreen::ModeOption& option : r.modes)
+                modes += (option.chosen ? " (*) " : " ( ) ") + text(option.choose.title);
+            lines.push_back({cell(modes + "    d  switch", columns)});
+            if (!r.modeNote.empty()) paragraph(r.modeNote, Tone::secondary, 1);
+        }
+        lines.push_back({cell(" " + text(r.total), columns), Tone::plain, true});
+        lines.push_back({cell(" Enter  " + text(r.clean.title) + (r.clean.enabled ? "" : " (choose an item first)") +
+                                  "    m  " + text(r.measureAgain.title),
+                              columns)});
+        break;
+    }
+    case CleanupPhase::finished: {
+        const CleanupScreen::Finished& f = s.finished;
+        lines.push_back({cell(" " + text(f.headline), columns), f.tone, true});
+        for (const std::string& line : f.lines) paragraph(line, Tone::plain, 1);
+        for (const CleanupScreen::Section& section : f.sections) {
+            lines.push_back({pad(columns)});
+            lines.push_back({cell(" " + text(section.title), columns), Tone::plain, true});
+            if (section.entries.empty()) lines.push_back({cell("   " + text(section.empty), columns), Tone::secondary});
+            for (const CleanupScreen::Entry& entry : section.entries) {
+                lines.push_back({cell("   " + text(entry.text), columns), entry.tone});
+                if (!entry.path.empty()) lines.push_back({cell("     " + text(entry.path), columns), Tone::secondary});
+            }
+        }
+        lines.push_back({pad(columns)});
+        lines.push_back({cell(" e  " + text(f.exportMarkdown.title) + " + JSON    r  " + text(f.startOver.title) +
+                                  "    m  Measure again",
+                              columns)});
+        break;
+    }
     }
     return lines;
 }
@@ -655,7 +690,8 @@ std::vector<Line> TerminalFrontEnd::settings(std::size_t columns, std::size_t& s
     for (const std::string& line : wrap(text(SettingsChoices::alertsNote), columns - 2))
         lines.push_back({cell(" " + line, columns), Tone::secondary});
     lines.push_back({pad(columns)});
-    lines.push_back({cell(" The delete mode is chosen for each clean on the Cleanup page (d).", columns), Tone::secondary});
+    lines.push_back(
+        {cell(" The delete mode is chosen for each clean on the Cleanup page (d).", columns), Tone::secondary});
     return lines;
 }
 
@@ -680,14 +716,15 @@ std::vector<Line> TerminalFrontEnd::suite(std::size_t columns) const {
         if (row.running && row.level == S::GlanceLevel::alert) glyph = "!!", tone = Tone::failure;
         else if (row.running && row.level == S::GlanceLevel::notice) glyph = "!", tone = Tone::warning;
         else if (row.running) glyph = seams_.unicode ? "\u2713" : "ok", tone = Tone::plain;
-        lines.push_back({cell("  " + cellRight(glyph, 2) + " " + cell(text(row.name), nameWidth) + " " + text(row.values),
-                              columns),
-                         tone});
+        lines.push_back(
+            {cell("  " + cellRight(glyph, 2) + " " + cell(text(row.name), nameWidth) + " " + text(row.values), columns),
+             tone});
         for (const S::SuiteValueLine& value : member.values)
-            lines.push_back({cell("       " + cell(text(value.label), nameWidth - 2) + " " + text(value.value), columns),
-                             value.level == S::GlanceLevel::ok ? Tone::secondary
-                             : value.level == S::GlanceLevel::alert ? Tone::failure
-                                                                     : Tone::warning});
+            lines.push_back(
+                {cell("       " + cell(text(value.label), nameWidth - 2) + " " + text(value.value), columns),
+                 value.level == S::GlanceLevel::ok      ? Tone::secondary
+                 : value.level == S::GlanceLevel::alert ? Tone::failure
+                                                        : Tone::warning});
     }
     return lines;
 }
@@ -738,7 +775,8 @@ void TerminalFrontEnd::overlay(std::vector<Line>& lines, std::size_t columns) co
     box.push_back((u ? "\u2514" : "+") + rule + (u ? "\u2518" : "+"));
     const std::size_t top = lines.size() > box.size() ? (lines.size() - box.size()) / 2 : 0;
     for (std::size_t i = 0; i < box.size() && top + i < lines.size(); ++i) {
-        lines[top + i] = Line{pad(left) + cell(box[i], width) + pad(columns - left - width), Tone::plain, i == 1, false};
+        lines[top + i] =
+            Line{pad(left) + cell(box[i], width) + pad(columns - left - width), Tone::plain, i == 1, false};
     }
 }
 
@@ -748,7 +786,8 @@ Frame TerminalFrontEnd::frame(std::size_t rows, std::size_t columns) const {
         const std::vector<std::string> message = wrap(text(tooSmallText(columns, rows)), columns);
         const std::size_t top = rows > message.size() ? (rows - message.size()) / 2 : 0;
         for (std::size_t i = 0; i < rows; ++i)
-            frame.lines.push_back({i >= top && i - top < message.size() ? cell(message[i - top], columns) : pad(columns)});
+            frame.lines.push_back(
+                {i >= top && i - top < message.size() ? cell(message[i - top], columns) : pad(columns)});
         return frame;
     }
     std::vector<Line> head = header(columns);

@@ -14,11 +14,11 @@
 #include <vector>
 
 #include "TerminalQuit.hpp"
-#include "app/stores/CleanupStore.hpp"
-#include "app/stores/MonitorStore.hpp"
 #include "app/screens/CleanupScreen.hpp"
 #include "app/screens/MonitorScreens.hpp"
 #include "app/screens/ScreenParts.hpp"
+#include "app/stores/CleanupStore.hpp"
+#include "app/stores/MonitorStore.hpp"
 #include "suite/protocol/SuiteState.hpp"
 
 namespace brimlet::tui {
@@ -29,8 +29,7 @@ inline constexpr int enter = '\n';
 inline constexpr int escape = 27;
 inline constexpr int tab = '\t';
 inline constexpr int up = 0x110001, down = 0x110002, left = 0x110003, right = 0x110004, pageUp = 0x110005,
-                     pageDown = 0x110006, home = 0x110007, end = 0x110008, backspace = 0x110009,
-                     backTab = 0x11000A;
+                     pageDown = 0x110006, home = 0x110007, end = 0x110008, backspace = 0x110009, backTab = 0x11000A;
 }  // namespace Key
 
 enum class Page { overview, apps, cleanup, settings, suite };
@@ -117,14 +116,14 @@ struct SuiteView {
 };
 
 struct FrontEndSeams {
-    TerminalQuit::ProcessLookup lookup;        // a process's owner and parent
-    TerminalQuit::SessionCheck inOwnSession;   // run as root: which root processes are the user's
-    std::uint32_t uid = 0;                     // this user
-    std::vector<std::int32_t> protectedPids;   // this program and the terminal above it
+    TerminalQuit::ProcessLookup lookup;           // a process's owner and parent
+    TerminalQuit::SessionCheck inOwnSession;      // run as root: which root processes are the user's
+    std::uint32_t uid = 0;                        // this user
+    std::vector<std::int32_t> protectedPids;      // this program and the terminal above it
     std::function<bool(std::int32_t)> terminate;  // the polite signal to one process
-    std::string exportFolder;                  // where reports are written
-    bool unicode = true;                       // blocks and symbols, or their ASCII forms
-    std::function<SuiteView()> suite;          // empty: this program takes no part in a suite
+    std::string exportFolder;                     // where reports are written
+    bool unicode = true;                          // blocks and symbols, or their ASCII forms
+    std::function<SuiteView()> suite;             // empty: this program takes no part in a suite
 };
 
 class TerminalFrontEnd {
@@ -185,7 +184,7 @@ private:
     std::optional<Ask> dialog_;
     AppSort sort_ = AppSort::memory;
     std::string filter_;
-    std::string selectedApp_;    // by id, so the selection stays on its app as the order changes
+    std::string selectedApp_;  // by id, so the selection stays on its app as the order changes
     std::size_t selectedItem_ = 0;
     std::size_t selectedSetting_ = 0;
     std::string status_;

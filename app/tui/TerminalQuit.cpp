@@ -46,7 +46,8 @@ Plan plan(const AppGroup& group, std::uint32_t ownUid, const std::vector<std::in
 }
 
 std::string confirmation(const AppGroup& group, const Plan& plan) {
-    const std::string count = plan.pids.size() == 1 ? "Its process" : "Its " + std::to_string(plan.pids.size()) + " processes";
+    const std::string count =
+        plan.pids.size() == 1 ? "Its process" : "Its " + std::to_string(plan.pids.size()) + " processes";
     return group.name + " is using " + ByteFormat::memory(group.footprint) + ". " + count +
            " will be asked to quit normally (SIGTERM), and it may ask you to save your work. Nothing is forced.";
 }

@@ -12,8 +12,8 @@
 
 #include "CursesTerminal.hpp"
 #include "TerminalFrontEnd.hpp"
-#include "app/startup/BrimletApplication.hpp"
 #include "app/commands/CleanerCommand.hpp"
+#include "app/startup/BrimletApplication.hpp"
 #include "app/startup/LaunchDefaults.hpp"
 #include "base/Log.hpp"
 #include "core/monitoring/ProcessReader.hpp"
@@ -74,7 +74,8 @@ int runTerminalApplication(const std::vector<std::string>& arguments, std::vecto
     // First, before any thread starts: the loop takes SIGINT, SIGTERM and SIGHUP for itself.
     std::unique_ptr<kestrow::MainLoop> loop = kestrow::makeSystemMainLoop(true);
 
-    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened = LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
+    std::variant<LaunchDefaults, SuiteLaunch::Exit> opened =
+        LaunchDefaults::open(suiteDomain, SuiteLaunch::bundleIdentifier());
     if (const SuiteLaunch::Exit* exit = std::get_if<SuiteLaunch::Exit>(&opened)) {
         std::fputs(exit->standardError.c_str(), stderr);
         return exit->status;
@@ -155,8 +156,7 @@ int runTerminalApplication(const std::vector<std::string>& arguments, std::vecto
     });
     kestrow::MainLoop::Token resizes = loop->watchReadable(resizePipe[0], [&] {
         char bytes[64];
-        while (::read(resizePipe[0], bytes, sizeof bytes) > 0) {
-        }
+        while (::read(resizePipe[0], bytes, sizeof bytes) > 0) {}
         terminal->resized();
         requestDraw();
     });

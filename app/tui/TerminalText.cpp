@@ -104,7 +104,7 @@ std::vector<std::string> wrap(std::string_view utf8, std::size_t width) {
                 cut = at;
             }
             if (cut < paragraph.size() && paragraph[cut] == ' ') lastSpace = cut;  // the line ends at a word's end
-            if (cut == 0) cut = decode(paragraph, 0).second;  // a character wider than the line
+            if (cut == 0) cut = decode(paragraph, 0).second;                       // a character wider than the line
             if (lastSpace != std::string_view::npos && lastSpace > 0) {
                 lines.emplace_back(paragraph.substr(0, lastSpace));
                 paragraph.remove_prefix(lastSpace + 1);
@@ -129,33 +129,60 @@ std::string ascii(std::string_view utf8) {
             continue;
         }
         switch (code) {
-            case 0x2014: case 0x2013: case 0x2012: case 0x2212: case 0x2500: out += '-'; break;
-            case 0x2026: out += "..."; break;
-            case 0x00B7: case 0x2022: case 0x25CF: out += '*'; break;
-            case 0x2191: out += '^'; break;
-            case 0x2193: out += 'v'; break;
-            case 0x2192: out += "->"; break;
-            case 0x2190: out += "<-"; break;
-            case 0x2018: case 0x2019: out += '\''; break;
-            case 0x201C: case 0x201D: out += '"'; break;
-            case 0x00D7: out += 'x'; break;
-            case 0x00A0: case 0x2009: case 0x202F: out += ' '; break;
-            case 0x2502: out += '|'; break;
-            case 0x250C: case 0x2510: case 0x2514: case 0x2518: out += '+'; break;
-            case 0x2591: case 0x2592: out += '.'; break;
-            case 0x2581: case 0x2582: case 0x2583: case 0x2584: case 0x2585: case 0x2586: case 0x2587:
-            case 0x2588: case 0x2589: case 0x258A: case 0x258B: case 0x258C: case 0x258D: case 0x258E:
-            case 0x258F: out += '#'; break;
-            case 0x2713: case 0x2714: out += 'x'; break;
-            default: out += cells(code) == 2 ? "??" : (cells(code) == 0 ? "" : "?"); break;
+        case 0x2014:
+        case 0x2013:
+        case 0x2012:
+        case 0x2212:
+        case 0x2500: out += '-'; break;
+        case 0x2026: out += "..."; break;
+        case 0x00B7:
+        case 0x2022:
+        case 0x25CF: out += '*'; break;
+        case 0x2191: out += '^'; break;
+        case 0x2193: out += 'v'; break;
+        case 0x2192: out += "->"; break;
+        case 0x2190: out += "<-"; break;
+        case 0x2018:
+        case 0x2019: out += '\''; break;
+        case 0x201C:
+        case 0x201D: out += '"'; break;
+        case 0x00D7: out += 'x'; break;
+        case 0x00A0:
+        case 0x2009:
+        case 0x202F: out += ' '; break;
+        case 0x2502: out += '|'; break;
+        case 0x250C:
+        case 0x2510:
+        case 0x2514:
+        case 0x2518: out += '+'; break;
+        case 0x2591:
+        case 0x2592: out += '.'; break;
+        case 0x2581:
+        case 0x2582:
+        case 0x2583:
+        case 0x2584:
+        case 0x2585:
+        case 0x2586:
+        case 0x2587:
+        case 0x2588:
+        case 0x2589:
+        case 0x258A:
+        case 0x258B:
+        case 0x258C:
+        case 0x258D:
+        case 0x258E:
+        case 0x258F: out += '#'; break;
+        case 0x2713:
+        case 0x2714: out += 'x'; break;
+        default: out += cells(code) == 2 ? "??" : (cells(code) == 0 ? "" : "?"); break;
         }
     }
     return out;
 }
 
 std::string chart(const std::vector<std::optional<double>>& values, double ceiling, std::size_t width, bool unicode) {
-    static constexpr std::array<std::string_view, 9> blocks{" ", "\u2581", "\u2582", "\u2583", "\u2584",
-                                                           "\u2585", "\u2586", "\u2587", "\u2588"};
+    static constexpr std::array<std::string_view, 9> blocks{" ",      "\u2581", "\u2582", "\u2583", "\u2584",
+                                                            "\u2585", "\u2586", "\u2587", "\u2588"};
     static constexpr std::string_view plain = " .:-=+*#@";
     const std::size_t shown = std::min(width, values.size());
     std::string out(width - shown, ' ');
@@ -177,8 +204,8 @@ std::string chart(const std::vector<std::optional<double>>& values, double ceili
 }
 
 std::string bar(double fraction, std::size_t width, bool unicode) {
-    static constexpr std::array<std::string_view, 8> eighths{"", "\u258F", "\u258E", "\u258D", "\u258C",
-                                                            "\u258B", "\u258A", "\u2589"};
+    static constexpr std::array<std::string_view, 8> eighths{"",       "\u258F", "\u258E", "\u258D",
+                                                             "\u258C", "\u258B", "\u258A", "\u2589"};
     const double f = std::isfinite(fraction) ? std::clamp(fraction, 0.0, 1.0) : 0.0;
     const auto filledEighths = static_cast<std::size_t>(std::floor(f * static_cast<double>(width) * 8 + 0.5));
     std::string out;

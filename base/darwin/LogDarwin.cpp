@@ -45,7 +45,7 @@ os_log_t handleFor(Subsystem subsystem, std::string_view category) {
 
 void write(Subsystem subsystem, Level level, std::string_view category, std::string_view message) {
     const std::string text(message);
-    const os_log_type_t type = level == Level::error ? OS_LOG_TYPE_ERROR
+    const os_log_type_t type = level == Level::error   ? OS_LOG_TYPE_ERROR
                                : level == Level::debug ? OS_LOG_TYPE_DEBUG
                                                        : OS_LOG_TYPE_DEFAULT;
     os_log_with_type(handleFor(subsystem, category), type, "%{public}s", text.c_str());

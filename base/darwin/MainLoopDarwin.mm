@@ -29,28 +29,24 @@ public:
     explicit DispatchMainLoop(bool handleSignals) {
         if (!handleSignals) return;
         for (const int number : {SIGINT, SIGTERM}) {
-            ::signal(number, SIG_IGN);  // the source below sees the signal instead of the default action
-            dispatch_source_t source =
-                dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number), 0,
-                                       dispatch_get_main_queue());
+            ::signal(number, SIG_IGN); // the source below sees the signal instead of the default action
+            dispatch_source_t source = dispatch_source_create(
+                DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number), 0, dispatch_get_main_queue());
             if (!source) continue;
-            dispatch_source_set_event_handler(source, ^{
-              CFRunLoopStop(CFRunLoopGetMain());
-            });
+            dispatch_source_set_event_handler(source, ^{ CFRunLoopStop(CFRunLoopGetMain()); });
             dispatch_resume(source);
             signalSources_.push_back(source);
         }
     }
 
     ~DispatchMainLoop() override {
-        for (dispatch_source_t source : signalSources_) dispatch_source_cancel(source);
+        for (dispatch_source_t source : signalSources_)
+            dispatch_source_cancel(source);
     }
 
     void post(Task task) override {
         auto shared = std::make_shared<Task>(std::move(task));
-        dispatch_async(dispatch_get_main_queue(), ^{
-          (*shared)();
-        });
+        dispatch_async(dispatch_get_main_queue(), ^{ (*shared)(); });
     }
 
     Token after(double seconds, Task task) override { return addTimer(seconds, 0, 0, std::move(task)); }
@@ -76,17 +72,15 @@ public:
         auto gone = onGone ? std::make_shared<Task>(std::move(onGone)) : changed;
         // The handler names its own source; cancelling releases the handler, and the cycle with it.
         dispatch_source_set_event_handler(source, ^{
-          if (dispatch_source_get_data(source) & goneFlags) {
-              // Deleted, renamed or its volume gone: the descriptor no longer stands for the path.
-              dispatch_source_cancel(source);
-              (*gone)();
-              return;
-          }
-          (*changed)();
+            if (dispatch_source_get_data(source) & goneFlags) {
+                // Deleted, renamed or its volume gone: the descriptor no longer stands for the path.
+                dispatch_source_cancel(source);
+                (*gone)();
+                return;
+            }
+            (*changed)();
         });
-        dispatch_source_set_cancel_handler(source, ^{
-          ::close(fd);
-        });
+        dispatch_source_set_cancel_handler(source, ^{ ::close(fd); });
         dispatch_resume(source);
         return {Token([source] { dispatch_source_cancel(source); }), Status::success()};
     }
@@ -97,9 +91,7 @@ public:
         id observer = [center addObserverForName:NSWorkspaceDidWakeNotification
                                           object:nil
                                            queue:[NSOperationQueue mainQueue]
-                                      usingBlock:^(NSNotification*) {
-                                        (*shared)();
-                                      }];
+                                      usingBlock:^(NSNotification*) { (*shared)(); }];
         return Token([center, observer] { [center removeObserver:observer]; });
     }
 
@@ -109,9 +101,7 @@ public:
             dispatch_source_create(DISPATCH_SOURCE_TYPE_READ, static_cast<uintptr_t>(fd), 0, dispatch_get_main_queue());
         if (!source) return Token();
         auto shared = std::make_shared<Task>(std::move(onReadable));
-        dispatch_source_set_event_handler(source, ^{
-          (*shared)();
-        });
+        dispatch_source_set_event_handler(source, ^{ (*shared)(); });
         dispatch_resume(source);
         return Token([source] { dispatch_source_cancel(source); });
     }
@@ -134,8 +124,8 @@ private:
                                   static_cast<std::uint64_t>(nanoseconds(tolerance)));
         auto shared = std::make_shared<Task>(std::move(task));
         dispatch_source_set_event_handler(source, ^{
-          if (oneShot) dispatch_source_cancel(source);
-          (*shared)();
+            if (oneShot) dispatch_source_cancel(source);
+            (*shared)();
         });
         dispatch_resume(source);
         return Token([source] { dispatch_source_cancel(source); });
@@ -144,7 +134,7 @@ private:
     std::vector<dispatch_source_t> signalSources_;
 };
 
-}  // namespace
+} // namespace
 
 double continuousSeconds() {
     static const mach_timebase_info_data_t timebase = [] {
@@ -160,4 +150,4 @@ std::unique_ptr<MainLoop> makeSystemMainLoop(bool handleSignals) {
     return std::make_unique<DispatchMainLoop>(handleSignals);
 }
 
-}  // namespace kestrow
+} // namespace kestrow

@@ -19,7 +19,8 @@ std::optional<JsonValue> fromPropertyList(id object) {
     if ([object isKindOfClass:[NSString class]]) return JsonValue(utf8((NSString*)object));
     if ([object isKindOfClass:[NSNumber class]]) {
         NSNumber* number = object;
-        if (CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID()) return JsonValue(static_cast<bool>(number.boolValue));
+        if (CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID())
+            return JsonValue(static_cast<bool>(number.boolValue));
         if (CFNumberIsFloatType((__bridge CFNumberRef)number)) return JsonValue(number.doubleValue);
         return JsonValue(static_cast<std::int64_t>(number.longLongValue));
     }
@@ -42,13 +43,16 @@ std::optional<JsonValue> fromPropertyList(id object) {
 }
 
 id toPropertyList(const JsonValue& value) {
-    if (value.isNull()) return nil;  // property lists have no null: the key is removed instead
+    if (value.isNull()) return nil; // property lists have no null: the key is removed instead
     if (const bool* b = value.asBool()) return @(*b);
     if (const JsonNumber* n = value.asNumber()) {
         switch (n->kind) {
-            case JsonNumber::Kind::signedInteger: return @(n->i);
-            case JsonNumber::Kind::unsignedInteger: return @(n->u);
-            case JsonNumber::Kind::real: return @(n->d);
+        case JsonNumber::Kind::signedInteger:
+            return @(n->i);
+        case JsonNumber::Kind::unsignedInteger:
+            return @(n->u);
+        case JsonNumber::Kind::real:
+            return @(n->d);
         }
     }
     if (const std::string* s = value.asString()) return mac::toNSStringOrNil(*s);
@@ -89,7 +93,7 @@ private:
     NSUserDefaults* defaults_;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<UserDefaults> UserDefaults::standard(const std::string&) {
     return std::make_unique<SystemUserDefaults>([NSUserDefaults standardUserDefaults]);
@@ -104,9 +108,10 @@ std::unique_ptr<UserDefaults> UserDefaults::named(const std::string& domain) {
 }
 
 std::optional<FileUserDefaults::Stamp> FileUserDefaults::stampOf(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
-    return Stamp{static_cast<unsigned long long>(st.st_dev), st.st_ino,
+    return Stamp{static_cast<unsigned long long>(st.st_dev),
+                 st.st_ino,
                  st.st_size,
                  st.st_mtimespec.tv_sec,
                  st.st_mtimespec.tv_nsec,
@@ -114,4 +119,4 @@ std::optional<FileUserDefaults::Stamp> FileUserDefaults::stampOf(const std::stri
                  st.st_ctimespec.tv_nsec};
 }
 
-}  // namespace kestrow
+} // namespace kestrow

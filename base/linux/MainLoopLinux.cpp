@@ -51,8 +51,8 @@ std::string errnoText(const char* what, int error) {
 }
 
 // Entries added, removed, renamed or rewritten in place; and the folder itself going away.
-constexpr std::uint32_t watchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE |
-                                    IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr std::uint32_t watchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE | IN_ATTRIB |
+                                    IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
 // What ends a watch: the folder deleted or moved away, its file system unmounted, the watch removed.
 constexpr std::uint32_t goneMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
@@ -177,7 +177,7 @@ private:
         bool wake = false;
         int readable = -1;  // a caller's descriptor, watched but never closed here
         std::shared_ptr<Task> task;
-        NameFilter ignored;  // of an inotify watch
+        NameFilter ignored;          // of an inotify watch
         std::shared_ptr<Task> gone;  // of an inotify watch: the folder itself went away
     };
 
@@ -251,8 +251,7 @@ private:
             return (*task)();
         }
         std::uint64_t expirations = 0;
-        if (::read(it->second.fd, &expirations, sizeof expirations) != static_cast<ssize_t>(sizeof expirations))
-            return;
+        if (::read(it->second.fd, &expirations, sizeof expirations) != static_cast<ssize_t>(sizeof expirations)) return;
         std::shared_ptr<Task> task = it->second.task;
         if (!it->second.repeating) remove(key);
         (*task)();

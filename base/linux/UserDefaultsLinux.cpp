@@ -16,10 +16,10 @@ std::unique_ptr<UserDefaults> UserDefaults::named(const std::string& domain) {
 }
 
 std::optional<FileUserDefaults::Stamp> FileUserDefaults::stampOf(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
-    return Stamp{st.st_dev, st.st_ino, st.st_size, st.st_mtim.tv_sec, st.st_mtim.tv_nsec, st.st_ctim.tv_sec,
-                 st.st_ctim.tv_nsec};
+    return Stamp{st.st_dev,          st.st_ino,         st.st_size,        st.st_mtim.tv_sec,
+                 st.st_mtim.tv_nsec, st.st_ctim.tv_sec, st.st_ctim.tv_nsec};
 }
 
 }  // namespace kestrow

@@ -19,19 +19,23 @@ namespace brimlet {
 
 const std::vector<ApprovalScanner::VirtualMachine>& ApprovalScanner::virtualMachines() {
     static const std::vector<VirtualMachine> machines = {
-        {"docker-vm", "Docker Desktop VM",
+        {"docker-vm",
+         "Docker Desktop VM",
          "Docker Desktop's virtual disk: its images, containers and volumes are lost.",
          "Library/Containers/com.docker.docker/Data/vms",
          {"com.docker.backend", "com.docker.virtualization", "com.docker.hyperkit", "com.docker.vmnetd"}},
-        {"colima-vm", "Colima VM", "Colima's virtual machines: their images, containers and volumes are lost.",
-         ".colima", {"colima", "limactl"}},
+        {"colima-vm",
+         "Colima VM",
+         "Colima's virtual machines: their images, containers and volumes are lost.",
+         ".colima",
+         {"colima", "limactl"}},
     };
     return machines;
 }
 
 const std::vector<std::string>& ApprovalScanner::installerExtensions() {
-    static const std::vector<std::string> extensions = {".dmg", ".pkg", ".mpkg", ".zip", ".iso", ".xip",
-                                                        ".appimage", ".deb", ".rpm", ".msi", ".exe"};
+    static const std::vector<std::string> extensions = {".dmg",      ".pkg", ".mpkg", ".zip", ".iso", ".xip",
+                                                        ".appimage", ".deb", ".rpm",  ".msi", ".exe"};
     return extensions;
 }
 
@@ -104,7 +108,7 @@ std::optional<bool> ApprovalScanner::isActive(const std::string& nodeModules) co
     for (const std::string& file : {project + "/package.json", project + "/package-lock.json", project + "/yarn.lock",
                                     project + "/pnpm-lock.yaml", project + "/bun.lockb", project + "/bun.lock",
                                     nodeModules, nodeModules + "/.package-lock.json"}) {
-        struct stat st{};
+        struct stat st {};
         if (::lstat(file.c_str(), &st) != 0) continue;
         const auto modified = std::chrono::system_clock::from_time_t(st.st_mtime);
         if (!latest || modified > *latest) latest = modified;
@@ -129,7 +133,7 @@ std::vector<CleanupItem> ApprovalScanner::nodeModulesItems(const CancelCheck& is
             // Hidden folders hold tools' own data (caches, version control), and Library holds
             // applications' data: projects live elsewhere.
             if (name.empty() || name[0] == '.' || (depth == 0 && name == "Library")) continue;
-            struct stat st{};
+            struct stat st {};
             if (::fstatat(::dirfd(dir), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode)) continue;
             children.push_back(name);
         }
@@ -165,7 +169,7 @@ std::vector<CleanupItem> ApprovalScanner::virtualMachineItems() const {
     std::optional<std::set<std::string>> running;
     for (const VirtualMachine& machine : virtualMachines()) {
         const std::string path = home_ + "/" + machine.relativePath;
-        struct stat st{};
+        struct stat st {};
         if (::lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || underProtectedRoot(path)) continue;
         if (!running) {
             const auto names = runningProcessNames();
@@ -216,20 +220,23 @@ std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const CancelCh
         while (const dirent* entry = ::readdir(dir)) {
             const std::string name = entry->d_name;
             const std::string lower = lowercase(name);
-            const bool installer = std::any_of(installerExtensions().begin(), installerExtensions().end(),
-                                               [&](const std::string& ext) {
-                                                   return lower.size() > ext.size() &&
-                                                          lower.compare(lower.size() - ext.size(), ext.size(), ext) == 0;
-                                               });
+            const bool installer =
+                std::any_of(installerExtensions().begin(), installerExtensions().end(), [&](const std::string& ext) {
+                    return lower.size() > ext.size() && lower.compare(lower.size() - ext.size(), ext.size(), ext) == 0;
+                });
             if (!installer) continue;
-            struct stat st{};
+            struct stat st {};
             if (::fstatat(::dirfd(dir), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode) ||
                 st.st_size == 0)
                 continue;
             const std::string path = folder + "/" + name;
             if (underProtectedRoot(path)) continue;
-            bySize[st.st_size].push_back({path, name, folderName, st.st_mtime,
-                                          {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)}});
+            bySize[st.st_size].push_back(
+                {path,
+                 name,
+                 folderName,
+                 st.st_mtime,
+                 {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)}});
         }
         ::closedir(dir);
     }
@@ -254,8 +261,8 @@ std::vector<CleanupItem> ApprovalScanner::duplicateInstallerItems(const CancelCh
                 CleanupItem item;
                 item.id = "duplicate:" + copy.path.substr(home_.size() + 1);
                 item.title = copy.name;
-                item.detail = "Same bytes as " + candidates[keep].name + " in " + candidates[keep].folder +
-                              ", which is kept.";
+                item.detail =
+                    "Same bytes as " + candidates[keep].name + " in " + candidates[keep].folder + ", which is kept.";
                 item.url = copy.path;
                 item.kind = CleanupKind::personal;
                 item.requiresExisting = candidates[keep].path;

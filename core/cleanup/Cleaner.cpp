@@ -28,7 +28,7 @@ std::uint64_t freeBytesHolding(const std::vector<std::string>& paths) {
     std::uint64_t free = 0;
     for (std::string path : paths) {
         // A removed item counts for the folder that held it, which is on the same file system.
-        struct stat st{};
+        struct stat st {};
         while (::stat(path.c_str(), &st) != 0 && path.size() > 1) {
             const std::size_t slash = path.rfind('/');
             path = slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
@@ -63,8 +63,7 @@ bool holdsFiles(std::int32_t pid, const std::string& realPath, OpenFileReading& 
 }
 }  // namespace
 
-bool InUseChecker::uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader,
-                        OpenFileReading& files) {
+bool InUseChecker::uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader, OpenFileReading& files) {
     if (auto exe = reader.executablePath(pid); exe && touches(*exe, realPath)) return true;
     const auto cwd = reader.currentDirectory(pid);
     if (cwd && touches(*cwd, realPath)) return true;
@@ -155,8 +154,7 @@ SimulatorTool::Output SimulatorTool::run(const std::string& path, const std::vec
     ::close(err[0]);
     if (spawned != 0) return output;
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
     output.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return output;
 }
@@ -243,9 +241,10 @@ bool rootsUnchanged(const std::string& realPath, const std::vector<AllowedRoot>&
         const auto resolved = resolveRealPath(root.path);
         if (!resolved || !(*resolved == realPath || isInside(realPath, *resolved))) continue;
         if (!root.identity) return true;
-        struct stat st{};
+        struct stat st {};
         if (::lstat(resolved->c_str(), &st) == 0 &&
-            FileIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)} == *root.identity)
+            FileIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)} ==
+                *root.identity)
             return true;
         anyChanged = true;
     }
@@ -302,7 +301,7 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
         std::optional<FileIdentity> keptIdentity;
         if (item.requiresExisting) {
             // Followed through links: a kept copy replaced by a link to nothing is gone.
-            struct stat st{};
+            struct stat st {};
             if (::stat(item.requiresExisting->c_str(), &st) != 0) {
                 skip("The copy that was going to be kept (" + lastComponent(*item.requiresExisting) + ") is gone");
                 continue;
@@ -346,7 +345,8 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
         const auto pinned = Pinning::pin(realPath, pinError, resolution);
         if (!pinned) {
             if (pinError == ENOENT) skip("Already gone");
-            else if (pinError == ELOOP || pinError == ENOTDIR) skip(measured ? Pinning::changedSinceMeasured : Pinning::linkOnPath);
+            else if (pinError == ELOOP || pinError == ENOTDIR)
+                skip(measured ? Pinning::changedSinceMeasured : Pinning::linkOnPath);
             else skip("Error: " + std::string(std::strerror(pinError)));
             continue;
         }
@@ -359,12 +359,14 @@ CleanupReport Cleaner::run(const std::vector<CleanupItem>& items, const std::vec
             continue;
         }
         if (keptIdentity && *keptIdentity == pinned->identity()) {
-            skip("The copy that was going to be kept (" + lastComponent(*item.requiresExisting) + ") is this same file");
+            skip("The copy that was going to be kept (" + lastComponent(*item.requiresExisting) +
+                 ") is this same file");
             continue;
         }
         const TreeCensus before = census(*pinned);
         if (!before.exists) {
-            skip(Pinning::unchanged(*pinned) ? "Error: " + std::string(std::strerror(EIO)) : Pinning::changedSinceMeasured);
+            skip(Pinning::unchanged(*pinned) ? "Error: " + std::string(std::strerror(EIO))
+                                             : Pinning::changedSinceMeasured);
             continue;
         }
         const std::uint64_t bytes = before.bytes;

@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "base/Status.hpp"
 #include "CancelCheck.hpp"
 #include "CleanupItem.hpp"
 #include "CleanupReport.hpp"
 #include "OpenFiles.hpp"
 #include "Pinning.hpp"
-#include "SizeMeasurer.hpp"
 #include "SafetyPolicy.hpp"
+#include "SizeMeasurer.hpp"
+#include "base/Status.hpp"
 #include "core/monitoring/ProcessReader.hpp"
 
 namespace brimlet {

@@ -68,13 +68,13 @@ const std::vector<std::string>& CleanupCatalog::keptRelativePaths() {
 
 namespace {
 bool exists(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     return ::stat(path.c_str(), &st) == 0;
 }
 }  // namespace
 
-std::vector<CleanupItem> CleanupCatalog::regenerableItems(
-    const std::function<std::optional<std::string>()>& developerDirectory) const {
+std::vector<CleanupItem>
+CleanupCatalog::regenerableItems(const std::function<std::optional<std::string>()>& developerDirectory) const {
     std::vector<CleanupItem> items;
     for (const Entry& entry : entries()) {
         const std::string url = home + "/" + entry.relativePath;
@@ -88,7 +88,8 @@ std::vector<CleanupItem> CleanupCatalog::regenerableItems(
     }
     const std::string devices = home + "/" + simulatorDevicesRelativePath;
     if (exists(devices)) {
-        if (auto developer = developerDirectory(); developer && exists(*developer + "/Platforms/iPhoneSimulator.platform")) {
+        if (auto developer = developerDirectory();
+            developer && exists(*developer + "/Platforms/iPhoneSimulator.platform")) {
             CleanupItem item;
             item.id = "simulators-unavailable";
             item.title = "Unavailable simulators";

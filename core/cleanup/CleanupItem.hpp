@@ -88,8 +88,8 @@ struct CleanupCatalog {
 
     // Items for the entries that exist now, then the simulator item when the devices folder, the
     // developer directory and its simulator platform all exist.
-    std::vector<CleanupItem> regenerableItems(
-        const std::function<std::optional<std::string>()>& developerDirectory) const;
+    std::vector<CleanupItem>
+    regenerableItems(const std::function<std::optional<std::string>()>& developerDirectory) const;
     std::vector<CleanupItem> regenerableItems() const;
     std::vector<std::string> keptURLs() const;
 };

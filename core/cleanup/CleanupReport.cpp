@@ -86,8 +86,8 @@ std::string jsonText(const std::string& raw) { return kestrow::isValidUtf8(raw) 
 
 std::string CleanupReport::entryText(const Deleted& entry) {
     return entry.title + " \u2014 " + ByteFormat::string(entry.bytes) +
-           (entry.sizeIncomplete.value_or(false) ? sizeIncompleteNote : "") + " \u2014 " + std::string(entry.mode.title()) +
-           (entry.downgraded ? " (personal data is never deleted permanently)" : "");
+           (entry.sizeIncomplete.value_or(false) ? sizeIncompleteNote : "") + " \u2014 " +
+           std::string(entry.mode.title()) + (entry.downgraded ? " (personal data is never deleted permanently)" : "");
 }
 
 std::string CleanupReport::entryText(const Skipped& entry) { return entry.title + " \u2014 " + entry.reason; }
@@ -103,7 +103,7 @@ std::string CleanupReport::markdown() const {
     lines.push_back("- Free space before: " + string(freeBefore));
     lines.push_back("- Free space after: " + string(freeAfter));
     lines.push_back("- Freed now: " + (freeAfter >= freeBefore ? string(freeAfter - freeBefore)
-                                                              : "\u2212" + string(freeBefore - freeAfter)));
+                                                               : "\u2212" + string(freeBefore - freeAfter)));
     if (const std::uint64_t trashed = bytesInTrash(); trashed != 0)
         lines.push_back("- In Trash: " + string(trashed) + ". " + trashNote);
     if (cancelled) lines.push_back("- Cancelled before all items ran.");
@@ -120,8 +120,7 @@ std::string CleanupReport::markdown() const {
     lines.push_back("## Skipped (" + std::to_string(skipped.size()) + ")");
     lines.push_back("");
     if (skipped.empty()) lines.push_back("_Nothing._");
-    for (const Skipped& s : skipped)
-        lines.push_back("- " + markdownText(entryText(s)) + "  \n  " + codeSpan(s.path));
+    for (const Skipped& s : skipped) lines.push_back("- " + markdownText(entryText(s)) + "  \n  " + codeSpan(s.path));
 
     std::string text;
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -145,12 +144,9 @@ using Skipped = CleanupReport::Skipped;
 
 // Texts taken from the file system are repaired on the way out only; reading back keeps what was written.
 constexpr auto deletedFields = std::tuple{
-    field("title", &Deleted::title, jsonText),
-    field("path", &Deleted::path, jsonText),
-    field("bytes", &Deleted::bytes),
-    field("mode", &Deleted::mode),
-    field("downgraded", &Deleted::downgraded),
-    field("sizeIncomplete", &Deleted::sizeIncomplete),
+    field("title", &Deleted::title, jsonText), field("path", &Deleted::path, jsonText),
+    field("bytes", &Deleted::bytes),           field("mode", &Deleted::mode),
+    field("downgraded", &Deleted::downgraded), field("sizeIncomplete", &Deleted::sizeIncomplete),
 };
 
 constexpr auto skippedFields = std::tuple{

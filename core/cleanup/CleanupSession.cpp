@@ -56,9 +56,8 @@ std::future<MeasureResult> CleanupSession::measure(CancelCheck isCancelled, Size
 }
 
 std::future<std::vector<FolderUsage>> CleanupSession::homeUsage(CancelCheck isCancelled) {
-    return executor_.submit([this, isCancelled = std::move(isCancelled)] {
-        return SizeMeasurer::homeUsage(home_, isCancelled);
-    });
+    return executor_.submit(
+        [this, isCancelled = std::move(isCancelled)] { return SizeMeasurer::homeUsage(home_, isCancelled); });
 }
 
 std::future<std::vector<CleanupItem>> CleanupSession::scanPersonal(CancelCheck isCancelled) {

@@ -88,8 +88,8 @@ kestrow::Status RemovalCheck::wholeTree(const std::string& path, const EntryRead
 }
 
 kestrow::Status RemovalCheck::noMountInside(const PinnedItem& item, const std::optional<std::string>& mountSeen,
-                                           bool partlyUnread, const std::vector<std::string>& mountPoints,
-                                           const EntryReader& reader) {
+                                            bool partlyUnread, const std::vector<std::string>& mountPoints,
+                                            const EntryReader& reader) {
     std::optional<EntryStatus> parent;
     if (kestrow::Status own = itemItself(item, reader, parent); own.failed()) return own;
     if (mountSeen) return refuse(mountInside, *mountSeen);

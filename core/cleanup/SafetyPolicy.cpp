@@ -99,7 +99,8 @@ bool NeverTouch::hasProtectedComponent(std::string_view path) {
 }
 
 SafetyPolicy::SafetyPolicy(const std::string& home)
-    : homePath_(resolvedHome(home)), neverTouchRoots_(NeverTouch::roots(home)) {}
+    : homePath_(resolvedHome(home)),
+      neverTouchRoots_(NeverTouch::roots(home)) {}
 
 std::string SafetyPolicy::shortForm(const std::string& path) const {
     if (path.rfind(homePath_, 0) != 0) return path;
@@ -110,7 +111,7 @@ std::string SafetyPolicy::shortForm(const std::string& path) const {
 
 SafetyDecision SafetyPolicy::check(const std::string& path, const std::vector<std::string>& allowedRoots) const {
     using D = SafetyDecision;
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) return D::refused("Already gone");
     if (S_ISLNK(st.st_mode)) return D::refused("Is a symbolic link; links are never followed for deletion");
     const auto resolved = resolveRealPath(path);

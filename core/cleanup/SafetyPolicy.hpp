@@ -31,7 +31,7 @@ struct SafetyDecision {
 
 struct NeverTouch {
     // Relative to the home folder: keys, photos, device backups, browser profiles, mail of a kind.
-    static const std::vector<std::string>& relativeRoots();       // the common roots, then this platform's
+    static const std::vector<std::string>& relativeRoots();        // the common roots, then this platform's
     static const std::vector<std::string>& commonRelativeRoots();  // the fourteen of every platform
     static const std::vector<std::string>& platformRelativeRoots();
     static const std::vector<std::string>& protectedEndings();

@@ -37,8 +37,7 @@ std::string memory(std::uint64_t bytes) {
 std::string rate(std::optional<double> bytesPerSecond) {
     if (!bytesPerSecond) return "\u2014";
     const double v = *bytesPerSecond;
-    if (!std::isfinite(v) || !(v > -1.0) || !(v < 18446744073709551616.0))
-        kestrow::fatalError("rate out of range");
+    if (!std::isfinite(v) || !(v > -1.0) || !(v < 18446744073709551616.0)) kestrow::fatalError("rate out of range");
     return string(static_cast<std::uint64_t>(v)) + "/s";
 }
 

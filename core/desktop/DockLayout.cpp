@@ -97,8 +97,7 @@ std::string compactMemory(std::uint64_t bytes) {
 }
 
 std::vector<DockBadge> badges(const std::vector<DockItem>& items, const std::vector<AppGroup>& apps,
-                              DockBadgeMetric metric, const DockBadgeSettings& settings,
-                              double primaryScreenHeight) {
+                              DockBadgeMetric metric, const DockBadgeSettings& settings, double primaryScreenHeight) {
     // Groups arrive largest first; when two share a bundle path the larger one keeps the icon.
     std::unordered_map<std::string, const AppGroup*> byPath;
     byPath.reserve(apps.size());
@@ -113,7 +112,8 @@ std::vector<DockBadge> badges(const std::vector<DockItem>& items, const std::vec
             byRealPath.emplace();
             for (const AppGroup& group : apps)
                 if (group.bundlePath)
-                    if (auto real = kestrow::canonicalizePath(*group.bundlePath)) byRealPath->try_emplace(*real, &group);
+                    if (auto real = kestrow::canonicalizePath(*group.bundlePath))
+                        byRealPath->try_emplace(*real, &group);
         }
         const auto real = kestrow::canonicalizePath(path);
         if (!real) return nullptr;

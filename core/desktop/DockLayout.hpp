@@ -52,7 +52,7 @@ struct DockBadgeMetric : kestrow::RawValueEnum<DockBadgeMetric> {
 
 struct DockBadgeSettings {
     static constexpr std::uint64_t defaultMemoryThreshold = 524'288'000;  // 500 MiB
-    static constexpr double defaultCpuThreshold = 10.0;                    // percent of one core
+    static constexpr double defaultCpuThreshold = 10.0;                   // percent of one core
 
     std::uint64_t memoryThreshold = defaultMemoryThreshold;
     double cpuThreshold = defaultCpuThreshold;
@@ -74,8 +74,7 @@ bool fromJson(const kestrow::JsonValue& json, DockBadgeSettings& out);
 namespace DockLayout {
 
 std::vector<DockBadge> badges(const std::vector<DockItem>& items, const std::vector<AppGroup>& apps,
-                              DockBadgeMetric metric, const DockBadgeSettings& settings,
-                              double primaryScreenHeight);
+                              DockBadgeMetric metric, const DockBadgeSettings& settings, double primaryScreenHeight);
 
 // The Dock counts as visible when more than half of its icons lie wholly on some screen; an
 // auto-hidden Dock keeps its icons off screen.

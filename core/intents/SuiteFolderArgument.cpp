@@ -17,9 +17,9 @@ std::string SuiteFolderArgument::Problem::description() const {
     return "--suite-folder needs a path";
 }
 
-std::variant<std::optional<std::string>, SuiteFolderArgument::Problem> SuiteFolderArgument::resolve(
-    const std::vector<std::string>& arguments, const std::vector<std::string>& temporaryRoots,
-    const std::string& realFolder) {
+std::variant<std::optional<std::string>, SuiteFolderArgument::Problem>
+SuiteFolderArgument::resolve(const std::vector<std::string>& arguments, const std::vector<std::string>& temporaryRoots,
+                             const std::string& realFolder) {
     using Kind = Problem::Kind;
     auto it = arguments.size() > 1 ? std::find(arguments.begin() + 1, arguments.end(), name) : arguments.end();
     if (it == arguments.end()) return std::optional<std::string>();

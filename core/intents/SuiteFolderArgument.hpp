@@ -23,8 +23,8 @@ struct SuiteFolderArgument {
     // Success holds the canonical folder, or none when the switch is absent. The first argument is the
     // program path and is never taken for the switch.
     static std::variant<std::optional<std::string>, Problem> resolve(const std::vector<std::string>& arguments,
-                                                                      const std::vector<std::string>& temporaryRoots,
-                                                                      const std::string& realFolder);
+                                                                     const std::vector<std::string>& temporaryRoots,
+                                                                     const std::string& realFolder);
 };
 
 }  // namespace brimlet

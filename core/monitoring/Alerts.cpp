@@ -1,7 +1,7 @@
 #include "Alerts.hpp"
 
-#include "core/common/ByteFormat.hpp"
 #include "base/JsonCoding.hpp"
+#include "core/common/ByteFormat.hpp"
 
 namespace brimlet {
 
@@ -30,8 +30,7 @@ JsonValue toJson(const AlertSettings& s) { return kestrow::encodeFields(s, alert
 
 bool fromJson(const JsonValue& json, AlertSettings& s) { return kestrow::decodeFields(json, s, alertSettingsFields); }
 
-std::vector<Alert> AlertEvaluator::evaluate(const MonitorSnapshot& snapshot, const AlertSettings& settings,
-                                            Date now) {
+std::vector<Alert> AlertEvaluator::evaluate(const MonitorSnapshot& snapshot, const AlertSettings& settings, Date now) {
     std::vector<Alert> candidates;
     // The critical run is tracked whatever the settings say, so enabling the alert during a long
     // run fires at once instead of waiting another 30 seconds.
@@ -64,8 +63,7 @@ std::vector<Alert> AlertEvaluator::evaluate(const MonitorSnapshot& snapshot, con
     std::vector<Alert> kept;
     for (Alert& alert : candidates) {
         if (!settings.isEnabled(alert.kind)) continue;
-        if (auto last = lastFired.find(alert.kind); last != lastFired.end() && now - last->second < cooldown)
-            continue;
+        if (auto last = lastFired.find(alert.kind); last != lastFired.end() && now - last->second < cooldown) continue;
         lastFired[alert.kind] = now;
         kept.push_back(std::move(alert));
     }

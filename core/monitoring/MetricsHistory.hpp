@@ -69,5 +69,4 @@ struct HealthRating {
     bool operator==(const HealthRating&) const = default;
 };
 
-
 }  // namespace brimlet

@@ -8,7 +8,8 @@ namespace brimlet {
 MonitorEngine::MonitorEngine() : processes_(liveProcessReading()), system_(liveSystemReading()) {}
 
 MonitorEngine::MonitorEngine(ProcessReading& processes, SystemReading& system)
-    : processes_(processes), system_(system) {}
+    : processes_(processes),
+      system_(system) {}
 
 std::future<MonitorSnapshot> MonitorEngine::snapshot() {
     return executor_.submit([this] { return assemble(processes_, system_); });

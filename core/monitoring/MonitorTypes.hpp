@@ -9,10 +9,10 @@
 
 #include <array>
 
+#include "AppGrouper.hpp"
 #include "base/IsoDate.hpp"
 #include "base/Json.hpp"
 #include "base/RawValueEnum.hpp"
-#include "AppGrouper.hpp"
 
 namespace brimlet {
 

@@ -78,7 +78,8 @@ const ProcessSampler::Result& ProcessSampler::sample() {
             // The kernel's counters only grow for one process; one that went backwards is a
             // glitch, and its rate is left unknown rather than wrapped into a huge figure.
             if (usage.cpuTicks >= old.cpuTicks)
-                sample.cpuPercent = static_cast<double>(clock_.nanoseconds(usage.cpuTicks - old.cpuTicks)) / elapsed * 100;
+                sample.cpuPercent =
+                    static_cast<double>(clock_.nanoseconds(usage.cpuTicks - old.cpuTicks)) / elapsed * 100;
             if (usage.diskCountersReadable && old.diskReadable && usage.diskRead >= old.diskRead &&
                 usage.diskWritten >= old.diskWritten) {
                 sample.diskReadPerSecond = static_cast<double>(usage.diskRead - old.diskRead) / elapsed * 1'000'000'000;

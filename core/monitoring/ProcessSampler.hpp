@@ -40,11 +40,11 @@ private:
     };
     // What the sampler remembers of one live process between sweeps.
     struct Entry {
-        Counters counters;          // as read in the sweep `sweep`
-        Counters before;            // as read in the sweep before it
-        bool hasBefore = false;     // the process was read in that earlier sweep too
+        Counters counters;       // as read in the sweep `sweep`
+        Counters before;         // as read in the sweep before it
+        bool hasBefore = false;  // the process was read in that earlier sweep too
         std::uint64_t sweep = 0;
-        std::size_t slot = 0;       // where its sample lies in the result of `sweep`
+        std::size_t slot = 0;  // where its sample lies in the result of `sweep`
     };
 
     // This sweep's i-th sample: its slot in result_.processes while the sweep runs, and its entry

@@ -77,7 +77,6 @@ struct BlockCounters {
     std::uint64_t bytesWritten = 0;
 };
 
-
 class SystemReading {
 public:
     virtual ~SystemReading() = default;

@@ -57,7 +57,8 @@ kestrow::Status textProblem(std::string_view field, std::string_view text, std::
     const auto scalars = unicodeScalars(text);
     // Text that is not UTF-8 has no scalars to count; it fails the length rule.
     if (!scalars || scalars->size() < lower || scalars->size() > upper)
-        return Status::failure(kestrow::Cause::invalidArgument, name + ": " + std::to_string(lower) + "-" + std::to_string(upper) + " scalars");
+        return Status::failure(kestrow::Cause::invalidArgument,
+                               name + ": " + std::to_string(lower) + "-" + std::to_string(upper) + " scalars");
     for (const char32_t c : *scalars) {
         if (c == U'/' || c == U'\\') return Status::failure(kestrow::Cause::invalidArgument, name + ": no / or \\");
         if (isControl(c)) return Status::failure(kestrow::Cause::invalidArgument, name + ": no control characters");
@@ -69,7 +70,8 @@ kestrow::Status textProblem(std::string_view field, std::string_view text, std::
 kestrow::Status problem(const GlanceMetric& metric) {
     using kestrow::Status;
     const auto id = unicodeScalars(metric.id);
-    if (!id || id->empty() || id->size() > 24) return Status::failure(kestrow::Cause::invalidArgument, "metric id length");
+    if (!id || id->empty() || id->size() > 24)
+        return Status::failure(kestrow::Cause::invalidArgument, "metric id length");
     for (const char32_t c : *id)
         if (!((c >= U'a' && c <= U'z') || (c >= U'0' && c <= U'9') || c == U'-'))
             return Status::failure(kestrow::Cause::invalidArgument, "metric id charset");
@@ -78,7 +80,8 @@ kestrow::Status problem(const GlanceMetric& metric) {
     if (const double* v = std::get_if<double>(&metric.value)) {
         if (!std::isfinite(*v)) return Status::failure(kestrow::Cause::invalidArgument, "value: finite number");
         const double scaled = *v * 100;
-        if (!(std::fabs(scaled - std::round(scaled)) < 0.000001)) return Status::failure(kestrow::Cause::invalidArgument, "value: at most 2 decimals");
+        if (!(std::fabs(scaled - std::round(scaled)) < 0.000001))
+            return Status::failure(kestrow::Cause::invalidArgument, "value: at most 2 decimals");
     }
     return Status::success();
 }
@@ -86,13 +89,15 @@ kestrow::Status problem(const GlanceMetric& metric) {
 kestrow::Status problem(const GlanceRecord& record) {
     using kestrow::Status;
     if (record.contract < 1) return Status::failure(kestrow::Cause::invalidArgument, "contract: integer >= 1");
-    if (record.ttl < GlanceRecord::ttlMin || record.ttl > GlanceRecord::ttlMax) return Status::failure(kestrow::Cause::invalidArgument, "ttl: 3-60");
+    if (record.ttl < GlanceRecord::ttlMin || record.ttl > GlanceRecord::ttlMax)
+        return Status::failure(kestrow::Cause::invalidArgument, "ttl: 3-60");
     if (!std::isfinite(record.at)) return Status::failure(kestrow::Cause::invalidArgument, "at: required number");
     if (record.metrics.size() > 4) return Status::failure(kestrow::Cause::invalidArgument, "metrics: 0-4");
     std::set<std::string> seen;
     for (const GlanceMetric& metric : record.metrics) {
         if (auto status = problem(metric); status.failed()) return status;
-        if (!seen.insert(metric.id).second) return Status::failure(kestrow::Cause::invalidArgument, "metric ids unique");
+        if (!seen.insert(metric.id).second)
+            return Status::failure(kestrow::Cause::invalidArgument, "metric ids unique");
     }
     return Status::success();
 }
@@ -120,8 +125,11 @@ kestrow::Result<std::string> encode(const GlanceRecord& record) {
     object["state"] = JsonValue(record.state.rawValue());
     object["ttl"] = JsonValue(record.ttl);
     auto bytes = writeJson(JsonValue(std::move(object)), {.pretty = false, .escapeSlashes = false});
-    if (!bytes) return kestrow::Status::failure(kestrow::Cause::invalidArgument, "at: required number");  // only a non-finite number fails
-    if (bytes->size() > maxBytes) return kestrow::Status::failure(kestrow::Cause::resourceExhausted, "size: at most 2,048 bytes");
+    if (!bytes)
+        return kestrow::Status::failure(kestrow::Cause::invalidArgument,
+                                        "at: required number");  // only a non-finite number fails
+    if (bytes->size() > maxBytes)
+        return kestrow::Status::failure(kestrow::Cause::resourceExhausted, "size: at most 2,048 bytes");
     return std::move(*bytes);
 }
 
@@ -234,8 +242,8 @@ GlanceReadResult decode(std::string_view bytes, std::string_view fileName) {
         metrics.push_back(std::move(std::get<GlanceMetric>(metric)));
     }
 
-    GlanceRecord record(*app, *hosting, *state, *at, static_cast<std::int64_t>(*ttlNumber), *level,
-                        std::move(metrics), 1);
+    GlanceRecord record(*app, *hosting, *state, *at, static_cast<std::int64_t>(*ttlNumber), *level, std::move(metrics),
+                        1);
     if (auto status = problem(record); status.failed()) return R::invalid(status.message());
     return R::valid(std::move(record));
 }

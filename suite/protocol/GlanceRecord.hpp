@@ -74,7 +74,13 @@ struct GlanceRecord {
     GlanceRecord() = default;
     GlanceRecord(SuiteApp app, bool hosting, GlanceState state, double at, std::int64_t ttl, GlanceLevel level,
                  std::vector<GlanceMetric> metrics, std::int64_t contract = 1)
-        : contract(contract), app(app), hosting(hosting), state(state), at(at), ttl(ttl), level(level),
+        : contract(contract),
+          app(app),
+          hosting(hosting),
+          state(state),
+          at(at),
+          ttl(ttl),
+          level(level),
           metrics(std::move(metrics)) {}
 
     // Not stopped, and dated no more than 2 s ahead of now nor more than ttl behind it.
@@ -105,7 +111,6 @@ struct GlanceReadResult {
     bool operator==(const GlanceReadResult&) const = default;
 };
 
-
 namespace GlanceCodec {
 
 inline constexpr std::size_t maxBytes = 2048;
@@ -119,7 +124,7 @@ inline constexpr std::size_t maxBytes = 2048;
 [[nodiscard]] kestrow::Status problem(const GlanceMetric& metric);
 // The safe-text rule for a label (1...16) or a unit (0...6).
 [[nodiscard]] kestrow::Status textProblem(std::string_view field, std::string_view text, std::size_t lower,
-                                           std::size_t upper);
+                                          std::size_t upper);
 
 // Loose readers of JSON values.
 [[nodiscard]] std::optional<std::int64_t> integer(const JsonValue& value);

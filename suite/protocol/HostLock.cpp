@@ -31,14 +31,16 @@ void closeAll(std::vector<int>& fds) {
 HostLock::HostLock(const std::string& url, Timing timing) : HostLock(std::vector<std::string>{url}, timing) {}
 
 HostLock::HostLock(const std::vector<std::string>& urls, Timing timing)
-    : timing_(timing), state_(std::make_shared<State>()) {
+    : timing_(timing),
+      state_(std::make_shared<State>()) {
     for (const std::string& url : urls) urls_.push_back(standardizePath(url));
     std::sort(urls_.begin(), urls_.end());
     urls_.erase(std::unique(urls_.begin(), urls_.end()), urls_.end());
 }
 
 HostLock::HostLock(const std::vector<std::pair<std::string, int>>& urlsInFolders, Timing timing)
-    : timing_(timing), state_(std::make_shared<State>()) {
+    : timing_(timing),
+      state_(std::make_shared<State>()) {
     auto folders = std::make_shared<Folders>();
     for (const auto& [url, folder] : urlsInFolders) {
         const std::string path = standardizePath(url);
@@ -173,7 +175,7 @@ int HostLock::waitFor(State& state, const std::string& path, int folder, const T
         if (logged) return;
         logged = true;
         log::kit::error(logCategory, std::string("cannot ") + what + " " + path + ": errno " + std::to_string(error) +
-                                    "; retrying every 5 s");
+                                         "; retrying every 5 s");
     };
     auto failedTry = [&state] {
         std::lock_guard lock(state.mutex);
@@ -189,7 +191,8 @@ int HostLock::waitFor(State& state, const std::string& path, int folder, const T
         // Read-only is enough for an advisory lock, and closing a descriptor opened for writing would
         // tell every member's folder watch that the lock file changed, a few times a second per waiter.
         const int flags = O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
-        const int fd = folder >= 0 ? ::openat(folder, baseName(path).c_str(), flags, 0600) : ::open(path.c_str(), flags, 0600);
+        const int fd =
+            folder >= 0 ? ::openat(folder, baseName(path).c_str(), flags, 0600) : ::open(path.c_str(), flags, 0600);
         if (fd < 0) {
             const int error = errno;
             logOnce(loggedOpen, "open", error);
@@ -254,14 +257,16 @@ void HostLock::release() {
 
 bool HostLock::isSameFileIn(int fd, const std::string& path, int folder) {
     if (folder < 0) return isSameFile(fd, path);
-    struct stat open{}, named{};
+    struct stat open {
+    }, named{};
     if (::fstat(fd, &open) != 0 || ::fstatat(folder, baseName(path).c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0)
         return false;
     return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
 bool HostLock::isSameFile(int fd, const std::string& path) {
-    struct stat open{}, named{};
+    struct stat open {
+    }, named{};
     if (::fstat(fd, &open) != 0 || ::lstat(path.c_str(), &named) != 0) return false;
     return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }

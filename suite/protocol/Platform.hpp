@@ -8,8 +8,8 @@
 
 namespace kestrow::platform {
 
-inline constexpr auto suiteProtocolSeams = std::make_tuple(
-    &suite::SuiteFolder::standard,          // where the suite folder is (XDG data home; the group container)
-    &suite::applicationGroupContainer);     // an app group's container, where the platform has them
+inline constexpr auto suiteProtocolSeams =
+    std::make_tuple(&suite::SuiteFolder::standard,  // where the suite folder is (XDG data home; the group container)
+                    &suite::applicationGroupContainer);  // an app group's container, where the platform has them
 
 }  // namespace kestrow::platform

@@ -21,8 +21,7 @@ SuiteFolder SuiteFolder::plain(const std::string& home) {
     return SuiteFolder(home + "/Library/Application Support/Kestrow/Suite");
 }
 
-std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container, bool sandboxed,
-                                             bool exists) {
+std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container, bool sandboxed, bool exists) {
     if (!container || container->empty() || container->front() != '/') return std::nullopt;
     if (!sandboxed && !exists) return std::nullopt;
     return SuiteFolder(*container);
@@ -30,7 +29,7 @@ std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& c
 
 std::optional<SuiteFolder> SuiteFolder::group(const std::string& identifier) {
     const auto container = applicationGroupContainer(identifier);
-    struct stat st{};
+    struct stat st {};
     const bool exists = container && ::stat(container->c_str(), &st) == 0 && S_ISDIR(st.st_mode);
     return usableGroupFolder(container, isSandboxed(), exists);
 }
@@ -65,9 +64,7 @@ kestrow::Status makeFolders(const std::string& path) {
 
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-SuiteFolderFault unavailable(std::string reason) {
-    return {SuiteFolderFault::Kind::unavailable, std::move(reason)};
-}
+SuiteFolderFault unavailable(std::string reason) { return {SuiteFolderFault::Kind::unavailable, std::move(reason)}; }
 
 // Opens `name` in `parentFd` (or the absolute `path` when parentFd is AT_FDCWD) as a folder of ours
 // with permissions 0700; -1 with the fault otherwise.
@@ -75,16 +72,14 @@ int openPrivateFolder(int parentFd, const std::string& name, const std::string& 
     const int fd = ::openat(parentFd, name.c_str(), folderFlags);
     if (fd < 0) {
         const int error = errno;
-        struct stat st{};
+        struct stat st {};
         if (::fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode))
             fault = {SuiteFolderFault::Kind::notPrivate, path + " is a link, not a folder"};
-        else if (error == ENOTDIR)
-            fault = unavailable(path + " is not a folder");
-        else
-            fault = unavailable("cannot open " + path + " (errno " + std::to_string(error) + ")");
+        else if (error == ENOTDIR) fault = unavailable(path + " is not a folder");
+        else fault = unavailable("cannot open " + path + " (errno " + std::to_string(error) + ")");
         return -1;
     }
-    struct stat st{};
+    struct stat st {};
     if (::fstat(fd, &st) != 0) {
         fault = unavailable("cannot examine " + path + " (errno " + std::to_string(errno) + ")");
         ::close(fd);
@@ -105,7 +100,8 @@ int openPrivateFolder(int parentFd, const std::string& name, const std::string& 
 }
 
 bool sameFile(int fd, const std::string& path) {
-    struct stat open{}, named{};
+    struct stat open {
+    }, named{};
     if (::fstat(fd, &open) != 0 || ::lstat(path.c_str(), &named) != 0) return false;
     return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
@@ -134,10 +130,13 @@ void SuiteFolder::removeStaleTemporaryFiles() const {
 }
 
 OpenSuiteFolder::OpenSuiteFolder(SuiteFolder folder, int folderFd, int glancesFd)
-    : folder_(std::move(folder)), folderFd_(folderFd), glancesFd_(glancesFd) {}
+    : folder_(std::move(folder)),
+      folderFd_(folderFd),
+      glancesFd_(glancesFd) {}
 
 OpenSuiteFolder::OpenSuiteFolder(OpenSuiteFolder&& other) noexcept
-    : folder_(other.folder_), folderFd_(std::exchange(other.folderFd_, -1)),
+    : folder_(other.folder_),
+      folderFd_(std::exchange(other.folderFd_, -1)),
       glancesFd_(std::exchange(other.glancesFd_, -1)) {}
 
 OpenSuiteFolder& OpenSuiteFolder::operator=(OpenSuiteFolder&& other) noexcept {
@@ -166,8 +165,7 @@ std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::open(const Suit
     return openOrPrepare(folder, false);
 }
 
-std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::openOrPrepare(const SuiteFolder& folder,
-                                                                               bool create) {
+std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::openOrPrepare(const SuiteFolder& folder, bool create) {
     if (create) {
         if (auto made = makeFolders(folder.url); made.failed()) return unavailable(made.message());
     }
@@ -198,12 +196,12 @@ bool OpenSuiteFolder::stillNamed() const {
 kestrow::Status OpenSuiteFolder::write(const GlanceRecord& record) const {
     auto encoded = GlanceCodec::encode(record);
     if (encoded.failed()) return encoded.status();
-    if (glancesFd_ < 0) return kestrow::Status::failure("cannot open " + folder_.glancesURL() + " (errno " +
-                                                        std::to_string(ENOENT) + ")");
+    if (glancesFd_ < 0)
+        return kestrow::Status::failure("cannot open " + folder_.glancesURL() + " (errno " + std::to_string(ENOENT) +
+                                        ")");
     // A record lives for seconds and is rewritten at half its life at the latest: waiting for the
     // disk on every write would cost far more than a record lost to a power cut.
-    return writeAtomicallyAt(glancesFd_, record.app.glanceFileName(), *encoded, 0600,
-                             Durability::transient);
+    return writeAtomicallyAt(glancesFd_, record.app.glanceFileName(), *encoded, 0600, Durability::transient);
 }
 
 std::optional<GlanceReadResult> OpenSuiteFolder::read(SuiteApp app) const {

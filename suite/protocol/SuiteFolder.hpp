@@ -54,8 +54,8 @@ struct SuiteFolder {
 // lets the sandbox reach the container also makes it real, so it is used. Not sandboxed, it is used
 // only when it exists already (a sandboxed member made it); creating it would scatter a folder that
 // no member reads.
-[[nodiscard]] std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container,
-                                                           bool sandboxed, bool exists);
+[[nodiscard]] std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container, bool sandboxed,
+                                                           bool exists);
 
 // Why a suite folder cannot be used.
 struct SuiteFolderFault {
@@ -123,7 +123,9 @@ struct GlanceStore {
     kestrow::Status write(const GlanceRecord& record) const;
     [[nodiscard]] std::map<SuiteApp, GlanceReadResult> readAll() const;
     [[nodiscard]] std::optional<GlanceReadResult> read(SuiteApp app) const;
-    [[nodiscard]] static SafeRead safeRead(const std::string& path, std::size_t limit) { return kestrow::safeRead(path, limit); }
+    [[nodiscard]] static SafeRead safeRead(const std::string& path, std::size_t limit) {
+        return kestrow::safeRead(path, limit);
+    }
 };
 
 struct PublishSchedule {

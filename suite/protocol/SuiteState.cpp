@@ -35,7 +35,8 @@ SuiteSettings SuiteSettings::decode(std::string_view bytes) {
     if (auto it = object->find("floatingTopLeft"); it != object->end()) {
         const JsonArray* pair = it->second.asArray();
         if (pair && pair->size() == 2 && (*pair)[0].asNumber() && (*pair)[1].asNumber()) {
-            settings.floatingTopLeft = std::make_pair((*pair)[0].asNumber()->asDouble(), (*pair)[1].asNumber()->asDouble());
+            settings.floatingTopLeft =
+                std::make_pair((*pair)[0].asNumber()->asDouble(), (*pair)[1].asNumber()->asDouble());
             object->erase(it);
         }
     }
@@ -53,14 +54,16 @@ std::string SuiteSettings::encode() const {
         JsonArray refs;
         for (std::size_t i = 0; i < menuBarValues->size() && i < maxMenuBarValues; ++i) {
             const MetricRef& ref = (*menuBarValues)[i];
-            refs.push_back(JsonValue(JsonObject{{"app", JsonValue(ref.app.rawValue())}, {"metric", JsonValue(ref.metric)}}));
+            refs.push_back(
+                JsonValue(JsonObject{{"app", JsonValue(ref.app.rawValue())}, {"metric", JsonValue(ref.metric)}}));
         }
         object["menuBarValues"] = JsonValue(std::move(refs));
     }
     object["floatingVisible"] = JsonValue(floatingVisible);
     object["floatingExpanded"] = JsonValue(floatingExpanded);
     if (floatingTopLeft)
-        object["floatingTopLeft"] = JsonValue(JsonArray{JsonValue(floatingTopLeft->first), JsonValue(floatingTopLeft->second)});
+        object["floatingTopLeft"] =
+            JsonValue(JsonArray{JsonValue(floatingTopLeft->first), JsonValue(floatingTopLeft->second)});
     if (statusItemPosition) object["statusItemPosition"] = JsonValue(*statusItemPosition);
     // Only a non-finite number cannot be written; such a value is left out rather than the file lost.
     if (auto text = writeJson(JsonValue(object))) return *text;
@@ -202,7 +205,8 @@ std::vector<SuiteRow> SuiteStateMachine::rows() const {
         if (!app.participates()) continue;
         if (auto it = latest.find(app); it != latest.end() && isFresh(it->second)) {
             result.push_back({it->second});
-        } else if (auto seen = lastFreshAt.find(app); seen != lastFreshAt.end() && now - seen->second <= notRunningShown) {
+        } else if (auto seen = lastFreshAt.find(app);
+                   seen != lastFreshAt.end() && now - seen->second <= notRunningShown) {
             result.push_back({app});
         }
     }
@@ -216,8 +220,8 @@ GlanceLevel SuiteStateMachine::worstLevel() const {
     return worst;
 }
 
-std::vector<std::pair<MetricRef, GlanceMetric>> SuiteStateMachine::menuBarValues(
-    const std::optional<std::vector<MetricRef>>& chosen) const {
+std::vector<std::pair<MetricRef, GlanceMetric>>
+SuiteStateMachine::menuBarValues(const std::optional<std::vector<MetricRef>>& chosen) const {
     std::vector<GlanceRecord> running;
     for (const SuiteRow& row : rows())
         if (const GlanceRecord* record = row.record()) running.push_back(*record);

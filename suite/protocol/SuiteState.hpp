@@ -118,7 +118,8 @@ struct SuiteStateMachine {
     [[nodiscard]] bool showsOwnIcon(bool optIn) const;
     [[nodiscard]] std::vector<SuiteRow> rows() const;
     [[nodiscard]] GlanceLevel worstLevel() const;
-    [[nodiscard]] std::vector<std::pair<MetricRef, GlanceMetric>> menuBarValues(const std::optional<std::vector<MetricRef>>& chosen) const;
+    [[nodiscard]] std::vector<std::pair<MetricRef, GlanceMetric>>
+    menuBarValues(const std::optional<std::vector<MetricRef>>& chosen) const;
 };
 
 }  // namespace kestrow::suite

@@ -24,7 +24,10 @@ bool HotKeyCenter::handle(std::uint32_t eventSignature, std::uint32_t id) {
 
 GlobalHotKey::GlobalHotKey(HotKeyCenter& center, std::uint32_t keyCode, std::uint32_t modifiers,
                            std::function<void()> action)
-    : center_(&center), keyCode_(keyCode), modifiers_(modifiers), id_(center.nextId_++) {
+    : center_(&center),
+      keyCode_(keyCode),
+      modifiers_(modifiers),
+      id_(center.nextId_++) {
     if (!center.handlerInstalled_)
         center.handlerInstalled_ = center.system_.installHandler(
             [&center](std::uint32_t signature, std::uint32_t id) { return center.handle(signature, id); });

@@ -66,9 +66,9 @@ std::string itemTitle(const SuiteValues& values, const NumberLocale& locale) {
 
 std::string_view itemSymbol(GlanceLevel worst) {
     switch (worst.value) {
-        case GlanceLevel::notice: return noticeSymbol;
-        case GlanceLevel::alert: return alertSymbol;
-        case GlanceLevel::ok: break;
+    case GlanceLevel::notice: return noticeSymbol;
+    case GlanceLevel::alert: return alertSymbol;
+    case GlanceLevel::ok: break;
     }
     return okItemSymbol;
 }

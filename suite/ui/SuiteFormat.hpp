@@ -28,10 +28,10 @@ using SuiteValues = std::vector<std::pair<MetricRef, GlanceMetric>>;
 struct SuiteRowLine {
     SuiteApp app;
     bool running = false;
-    GlanceLevel level;        // ok while not running
-    std::string name;         // the short name
-    std::string values;       // the values' texts, or "not running"
-    std::string symbol;       // the SF Symbol of the level glyph
+    GlanceLevel level;   // ok while not running
+    std::string name;    // the short name
+    std::string values;  // the values' texts, or "not running"
+    std::string symbol;  // the SF Symbol of the level glyph
     std::string accessibilityLabel;
     bool operator==(const SuiteRowLine&) const = default;
 };

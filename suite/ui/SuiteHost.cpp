@@ -5,11 +5,11 @@
 namespace kestrow::suite {
 
 SuiteHost::SuiteHost(SuiteParticipant& participant, const SuiteStatusItemFactory& factory, bool registerHotKey)
-    : participant_(participant), factory_(factory) {
+    : participant_(participant),
+      factory_(factory) {
     if (factory_.make) item_ = factory_.make(*this);
     if (registerHotKey && factory_.hotKeys) {
-        hotKey_ = std::make_unique<GlobalHotKey>(*factory_.hotKeys, GlobalHotKey::keyCodeM,
-                                                 GlobalHotKey::controlOption,
+        hotKey_ = std::make_unique<GlobalHotKey>(*factory_.hotKeys, GlobalHotKey::keyCodeM, GlobalHotKey::controlOption,
                                                  [this] { toggleFloating(); });
         if (!hotKey_->isRegistered())
             participant_.logOnce("hotkey", "the suite shortcut " + std::string(GlobalHotKey::displayName) +

@@ -30,7 +30,10 @@ double SuiteParticipant::timerInterval(std::int64_t ttl) {
 
 SuiteParticipant::SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folders, UserDefaults& defaults,
                                    SuiteStatusItemFactory statusItems, MainLoop& loop, Options options)
-    : app_(app), defaults_(defaults), statusItems_(std::move(statusItems)), loop_(loop),
+    : app_(app),
+      defaults_(defaults),
+      statusItems_(std::move(statusItems)),
+      loop_(loop),
       options_(std::move(options)) {
     clock_ = options_.clock ? options_.clock : std::function<double()>([&loop] { return loop.wallClock(); });
 
@@ -228,7 +231,8 @@ void SuiteParticipant::startLock() {
 }
 
 void SuiteParticipant::reloadSettings() {
-    auto first = std::find_if(links_.begin(), links_.end(), [](const FolderLink& link) { return link.open.has_value(); });
+    auto first =
+        std::find_if(links_.begin(), links_.end(), [](const FolderLink& link) { return link.open.has_value(); });
     if (first == links_.end()) return;
     SuiteSettings::Loaded loaded = SuiteSettings::load(*first->open);
     if (loaded.unreadable) {
@@ -400,8 +404,8 @@ void SuiteParticipant::evaluate() {
 }
 
 void SuiteParticipant::reconcileHosting() {
-    const bool wanted = !didShutdown_ && !publishingSuspended_ && app_.canHost() && lock_ && lock_->isHeld() &&
-                        machine_.isActive;
+    const bool wanted =
+        !didShutdown_ && !publishingSuspended_ && app_.canHost() && lock_ && lock_->isHeld() && machine_.isActive;
     if (wanted && !host_) {
         // Another member may have hosted meanwhile and moved things: start from what it saved.
         reloadSettings();
@@ -478,9 +482,7 @@ bool SuiteParticipant::showsOwnIcon() const {
     return ownIconWanted() || ownIconByRules_;
 }
 
-bool SuiteParticipant::ownIconWanted() const {
-    return defaults_.boolean(std::string(showOwnIconKey)).value_or(false);
-}
+bool SuiteParticipant::ownIconWanted() const { return defaults_.boolean(std::string(showOwnIconKey)).value_or(false); }
 
 Status SuiteParticipant::setOwnIconWanted(bool wanted) {
     const bool showed = showsOwnIcon();
@@ -557,7 +559,8 @@ void SuiteParticipant::shutdown() {
         for (const FolderLink& link : links_) {
             if (!link.open) continue;
             const Status written = link.open->write(last);
-            if (written.failed()) logOnce("write:" + written.message(), "glance record not written: " + written.message());
+            if (written.failed())
+                logOnce("write:" + written.message(), "glance record not written: " + written.message());
         }
     }
     if (lockHop_) {

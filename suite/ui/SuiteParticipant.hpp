@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
-#include <memory>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -21,10 +21,10 @@
 #include "SuiteOpenObserver.hpp"
 #include "base/MainLoop.hpp"
 #include "base/UserDefaults.hpp"
+#include "base/WeakGuard.hpp"
 #include "suite/protocol/HostLock.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 #include "suite/protocol/SuiteState.hpp"
-#include "base/WeakGuard.hpp"
 
 namespace kestrow::suite {
 
@@ -47,12 +47,12 @@ public:
     static constexpr double clockJumpThreshold = 1.0;
 
     struct Options {
-        std::function<double()> clock;  // seconds since 1970; empty: the loop's wall clock
-        bool observeSystem = true;      // follow the machine's sleep and wake
-        std::optional<double> staleAfter;  // only for a warning
-        std::function<void()> onOpen;      // another member asks to open this application
-        bool registerHotKey = true;        // whether a host registers the suite shortcut
-        HostLock::Timing lockTiming = {};  // how the host lock polls and re-checks
+        std::function<double()> clock;                  // seconds since 1970; empty: the loop's wall clock
+        bool observeSystem = true;                      // follow the machine's sleep and wake
+        std::optional<double> staleAfter;               // only for a warning
+        std::function<void()> onOpen;                   // another member asks to open this application
+        bool registerHotKey = true;                     // whether a host registers the suite shortcut
+        HostLock::Timing lockTiming = {};               // how the host lock polls and re-checks
         double rereadInterval = defaultRereadInterval;  // the least time between two event readings
     };
 
@@ -199,8 +199,8 @@ private:
     RecordSightings sightings_;
     MainLoop::Token pendingRead_;
     double lastEventRead_ = -std::numeric_limits<double>::infinity();  // on the loop's clock
-    std::optional<double> clockOffset_;  // wall clock minus the loop's continuous clock
-    std::optional<std::string> settingsUnreadable_;  // the shared file is kept and not saved over
+    std::optional<double> clockOffset_;                                // wall clock minus the loop's continuous clock
+    std::optional<std::string> settingsUnreadable_;                    // the shared file is kept and not saved over
     MainLoop::Token timer_;
     std::int64_t timerTTL_ = 0;
     MainLoop::Token wakeObserver_;

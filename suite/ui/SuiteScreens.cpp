@@ -41,11 +41,11 @@ SuiteBarScreen bar(const std::vector<SuiteRow>& rows, bool expanded, const Numbe
     for (const SuiteRow& row : rows) screen.members.push_back(member(row, locale));
     screen.expanded = expanded;
     if (expanded)
-        screen.expand = {std::string(SuiteFormat::collapseBarLabel), "chevron.up", std::string(SuiteFormat::collapseBarLabel),
-                         SuiteCommand::collapseFloatingBar, false};
+        screen.expand = {std::string(SuiteFormat::collapseBarLabel), "chevron.up",
+                         std::string(SuiteFormat::collapseBarLabel), SuiteCommand::collapseFloatingBar, false};
     else
-        screen.expand = {std::string(SuiteFormat::expandBarLabel), "chevron.down", std::string(SuiteFormat::expandBarLabel),
-                         SuiteCommand::expandFloatingBar, false};
+        screen.expand = {std::string(SuiteFormat::expandBarLabel), "chevron.down",
+                         std::string(SuiteFormat::expandBarLabel), SuiteCommand::expandFloatingBar, false};
     screen.hide = {std::string(SuiteFormat::hideBarLabel), "xmark", std::string(SuiteFormat::hideBarLabel),
                    SuiteCommand::hideFloatingBar, false};
     return screen;

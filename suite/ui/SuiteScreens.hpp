@@ -34,7 +34,7 @@ struct SuiteValueLine {
 
 struct SuiteMemberRow {
     SuiteRowLine line;
-    std::string help;                   // the member's full name, as a tooltip
+    std::string help;                    // the member's full name, as a tooltip
     std::vector<SuiteValueLine> values;  // every value of its record; none when not running
     bool operator==(const SuiteMemberRow&) const = default;
 };

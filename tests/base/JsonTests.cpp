@@ -20,16 +20,59 @@ JsonValue parse(std::string_view text) { return std::get<JsonValue>(parseJson(te
 
 TEST(JsonParser, AcceptsOnlyStrictJson) {
     const char* good[] = {
-        "0", "-0", "1e5", "1E-5", "-12.5e+3", "\"\"", "[]", "{}", " \t\r\n[1 , 2]\n", "{\"a\":{\"b\":[null,true,false]}}",
-        "\"\\u00e9\\ud83d\\ude00\\/\"", "\"caf\xC3\xA9\"", "18446744073709551615", "-9223372036854775808",
+        "0",
+        "-0",
+        "1e5",
+        "1E-5",
+        "-12.5e+3",
+        "\"\"",
+        "[]",
+        "{}",
+        " \t\r\n[1 , 2]\n",
+        "{\"a\":{\"b\":[null,true,false]}}",
+        "\"\\u00e9\\ud83d\\ude00\\/\"",
+        "\"caf\xC3\xA9\"",
+        "18446744073709551615",
+        "-9223372036854775808",
     };
     for (const char* text : good) EXPECT_TRUE(parses(text)) << text;
 
     const std::string bad[] = {
-        "", " ", "01", "1.", ".5", "+1", "1e", "--1", "NaN", "Infinity", "1e400", "[1,]", "{\"a\":1,}", "[1 2]",
-        "{\"a\" 1}", "{a:1}", "'x'", "\"\\x\"", "\"\\u12\"", "\"\\ud800\"", "\"\\udc00\"", "\"\\ud800\\u0041\"",
-        "\"tab\there\"", std::string("\"nul\0\"", 6), "\"\xC3\"", "\"\xC0\xAF\"", "\"\xED\xA0\x80\"",
-        "\"\xF4\x90\x80\x80\"", "\xEF\xBB\xBF{}", "{} {}", "[", "{\"a\":1,\"a\":2}", "/* c */ 1", "tru", "nul",
+        "",
+        " ",
+        "01",
+        "1.",
+        ".5",
+        "+1",
+        "1e",
+        "--1",
+        "NaN",
+        "Infinity",
+        "1e400",
+        "[1,]",
+        "{\"a\":1,}",
+        "[1 2]",
+        "{\"a\" 1}",
+        "{a:1}",
+        "'x'",
+        "\"\\x\"",
+        "\"\\u12\"",
+        "\"\\ud800\"",
+        "\"\\udc00\"",
+        "\"\\ud800\\u0041\"",
+        "\"tab\there\"",
+        std::string("\"nul\0\"", 6),
+        "\"\xC3\"",
+        "\"\xC0\xAF\"",
+        "\"\xED\xA0\x80\"",
+        "\"\xF4\x90\x80\x80\"",
+        "\xEF\xBB\xBF{}",
+        "{} {}",
+        "[",
+        "{\"a\":1,\"a\":2}",
+        "/* c */ 1",
+        "tru",
+        "nul",
     };
     for (const std::string& text : bad) EXPECT_FALSE(parses(text)) << text;
 
@@ -63,13 +106,13 @@ TEST(JsonWriter, SortedKeysShortestNumbersAndEscapes) {
     object["Beta"] = JsonValue("a/b\"c\\\n\x01");
     object["empty"] = JsonValue(JsonObject{});
     const std::string compact = *writeJson(JsonValue(object));
-    EXPECT_EQ(compact,
-              "{\"Beta\":\"a/b\\\"c\\\\\\n\\u0001\",\"alpha\":[0.1,12,1e+300,0,18446744073709551615,"
-              "0.3333333333333333],\"empty\":{},\"zeta\":1}");
+    EXPECT_EQ(compact, "{\"Beta\":\"a/b\\\"c\\\\\\n\\u0001\",\"alpha\":[0.1,12,1e+300,0,18446744073709551615,"
+                       "0.3333333333333333],\"empty\":{},\"zeta\":1}");
     EXPECT_EQ(*writeJson(JsonValue("/"), {.pretty = false, .escapeSlashes = true}), "\"\\/\"");
-    EXPECT_EQ(*writeJson(JsonValue(JsonObject{{"a", JsonValue(JsonArray{JsonValue(1)})}, {"b", JsonValue(JsonArray{})}}),
-                         {.pretty = true}),
-              "{\n  \"a\" : [\n    1\n  ],\n  \"b\" : []\n}");
+    EXPECT_EQ(
+        *writeJson(JsonValue(JsonObject{{"a", JsonValue(JsonArray{JsonValue(1)})}, {"b", JsonValue(JsonArray{})}}),
+                   {.pretty = true}),
+        "{\n  \"a\" : [\n    1\n  ],\n  \"b\" : []\n}");
     EXPECT_FALSE(writeJson(JsonValue(std::nan(""))));
     EXPECT_FALSE(writeJson(JsonValue(JsonArray{JsonValue(std::numeric_limits<double>::infinity())})));
 }
@@ -166,8 +209,8 @@ TEST(JsonNumbers, ReaderRoundsCorrectlyAndRefusesWhatDoesNotFit) { expectCorrect
 // A library or a user's environment may switch LC_NUMERIC to a locale that writes "0,5"; JSON
 // stays "0.5" in both directions.
 TEST(JsonNumbers, IndependentOfTheNumericLocale) {
-    const char* candidates[] = {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "ru_RU.UTF-8",
-                                "nl_NL.UTF-8", "de_DE", "fr_FR"};
+    const char* candidates[] = {"de_DE.UTF-8", "de_DE.utf8",  "fr_FR.UTF-8", "fr_FR.utf8",
+                                "ru_RU.UTF-8", "nl_NL.UTF-8", "de_DE",       "fr_FR"};
     const std::string previous = std::setlocale(LC_NUMERIC, nullptr);
     const char* chosen = nullptr;
     for (const char* name : candidates) {
@@ -190,7 +233,10 @@ TEST(Utf8, ValidationAndRepair) {
     EXPECT_TRUE(isValidUtf8("plain \xC3\xA9 \xE2\x80\x94 \xF0\x9F\x98\x80"));
     const char* invalid[] = {"\x80", "\xC3", "\xC0\x80", "\xE0\x80\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"};
     for (const char* bytes : invalid) EXPECT_FALSE(isValidUtf8(bytes)) << bytes;
-    EXPECT_EQ(repairUtf8("a\xFF" "b\xC3"), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+    EXPECT_EQ(repairUtf8("a\xFF"
+                         "b\xC3"),
+              "a\xEF\xBF\xBD"
+              "b\xEF\xBF\xBD");
     EXPECT_EQ(repairUtf8("ok \xE2\x80\x94"), "ok \xE2\x80\x94");
 }
 
@@ -206,7 +252,7 @@ struct Record {
 std::string bracketed(const std::string& text) { return "[" + text + "]"; }
 
 constexpr auto recordFields = std::tuple{
-    field("count", &Record::count), field("name", &Record::name), field("ratio", &Record::ratio),
+    field("count", &Record::count),          field("name", &Record::name),   field("ratio", &Record::ratio),
     field("note", &Record::note, bracketed), field("marks", &Record::marks),
 };
 
@@ -219,13 +265,13 @@ TEST(JsonFields, OneTableReadsAndWritesARecord) {
         {R"({"count":3,"name":"a","ratio":0.5,"note":"n","marks":[1,-2]})", Record{3, "a", 0.5, "n", {1, -2}}},
         {R"({"count":4294967295,"name":"","marks":[]})", Record{4294967295u, "", {}, {}, {}}},
         {R"({"count":1,"name":"x","ratio":null,"note":null,"marks":[],"unknown":true})", Record{1, "x", {}, {}, {}}},
-        {R"({"count":1,"ratio":0.5,"marks":[]})", std::nullopt},                      // required member missing
-        {R"({"count":1,"name":null,"marks":[]})", std::nullopt},                      // required member null
-        {R"({"count":"1","name":"x","marks":[]})", std::nullopt},                     // wrong type
-        {R"({"count":-1,"name":"x","marks":[]})", std::nullopt},                      // out of range
+        {R"({"count":1,"ratio":0.5,"marks":[]})", std::nullopt},   // required member missing
+        {R"({"count":1,"name":null,"marks":[]})", std::nullopt},   // required member null
+        {R"({"count":"1","name":"x","marks":[]})", std::nullopt},  // wrong type
+        {R"({"count":-1,"name":"x","marks":[]})", std::nullopt},   // out of range
         {R"({"count":4294967296,"name":"x","marks":[]})", std::nullopt},
-        {R"({"count":1,"name":"x","ratio":"0.5","marks":[]})", std::nullopt},         // optional of the wrong type
-        {R"({"count":1,"name":"x","marks":[1,"2"]})", std::nullopt},                  // element of the wrong type
+        {R"({"count":1,"name":"x","ratio":"0.5","marks":[]})", std::nullopt},  // optional of the wrong type
+        {R"({"count":1,"name":"x","marks":[1,"2"]})", std::nullopt},           // element of the wrong type
         {R"([1,"x"])", std::nullopt},
     };
     for (const Case& c : cases) {

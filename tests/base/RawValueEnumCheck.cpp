@@ -7,9 +7,9 @@
 
 struct Fruit : kestrow::RawValueEnum<Fruit> {
 #if RAW_VALUE_ENUM_CASE == 1  // a case added without its raw value
-    enum Value : int { apple, pear, plum };
+    enum Value : int{apple, pear, plum};
 #elif RAW_VALUE_ENUM_CASE == 3  // no fixed underlying type
-    enum Value { apple, pear };
+    enum Value{apple, pear};
 #else
     enum Value : int { apple, pear };
 #endif

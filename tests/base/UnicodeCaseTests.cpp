@@ -23,7 +23,10 @@ TEST(UnicodeCase, LowerCasesLatinGreekAndCyrillic) {
         {"МОСКВА Ёж Ђ Џ", "москва ёж ђ џ"},
         {"Ѡ Ҁ Ҋ Ҿ Ӏ Ӂ Ӎ Ӑ Ӹ Ԁ Ԯ", "ѡ ҁ ҋ ҿ ӏ ӂ ӎ ӑ ӹ ԁ ԯ"},
         {"日本 😀 Ա", "日本 😀 Ա"},  // scripts not covered stay as they are
-        {"A\xFF" "B\xC3", "a\xFF" "b\xC3"},  // bytes that are not UTF-8 are kept
+        {"A\xFF"
+         "B\xC3",
+         "a\xFF"
+         "b\xC3"},  // bytes that are not UTF-8 are kept
     };
     for (const Case& c : cases) EXPECT_EQ(lowercased(c.text), c.lower) << c.text;
 

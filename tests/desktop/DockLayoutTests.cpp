@@ -22,7 +22,8 @@ AppGroup app(const std::string& path, std::uint64_t footprint, std::optional<dou
 }
 
 DockItem icon(std::optional<std::string> path, double x) {
-    return DockItem{path ? path->substr(path->rfind('/') + 1) : "Downloads", std::move(path), Rect{{x, 1050}, {60, 64}}};
+    return DockItem{path ? path->substr(path->rfind('/') + 1) : "Downloads", std::move(path),
+                    Rect{{x, 1050}, {60, 64}}};
 }
 
 TEST(DockLayout, NormalizedPathsAndFrames) {
@@ -53,9 +54,8 @@ TEST(DockLayout, SpokenLabelNamesTheAppTheMetricAndTheFigure) {
 
 TEST(DockLayout, CompactMemoryTexts) {
     const std::pair<std::uint64_t, const char*> cases[] = {
-        {1'073'741'824, "1.0 GB"},  {524'288'000, "500 MB"},   {1'073'741'823, "1024 MB"},
-        {0, "0 MB"},                {1'610'612'736, "1.5 GB"}, {UINT64_MAX, "17179869184.0 GB"},
-        {524'287'999, "500 MB"},    {786'432, "1 MB"},
+        {1'073'741'824, "1.0 GB"}, {524'288'000, "500 MB"},          {1'073'741'823, "1024 MB"}, {0, "0 MB"},
+        {1'610'612'736, "1.5 GB"}, {UINT64_MAX, "17179869184.0 GB"}, {524'287'999, "500 MB"},    {786'432, "1 MB"},
     };
     for (const auto& [bytes, text] : cases) EXPECT_EQ(DockLayout::compactMemory(bytes), text) << bytes;
 }
@@ -70,9 +70,12 @@ TEST(DockLayout, MemoryBadgesAtTheirThresholds) {
         app("/Applications/Below.app", 524'287'999),        // one byte less: none
     };
     const std::vector<DockItem> items{
-        icon("/Applications/Below.app", 0),       icon("/Applications/AtThreshold.app/", 60),
-        icon(std::nullopt, 120),                  icon("/Applications/NotRunning.app", 180),
-        icon("/Applications/./Almost.app", 240),  icon("/Applications/Heavy.app", 300),
+        icon("/Applications/Below.app", 0),
+        icon("/Applications/AtThreshold.app/", 60),
+        icon(std::nullopt, 120),
+        icon("/Applications/NotRunning.app", 180),
+        icon("/Applications/./Almost.app", 240),
+        icon("/Applications/Heavy.app", 300),
     };
     const auto badges = DockLayout::badges(items, apps, DockBadgeMetric::memory, defaults, screenHeight);
     const std::vector<DockBadge> expected{
@@ -107,8 +110,8 @@ TEST(DockLayout, CpuBadgesAtTheirThresholds) {
 TEST(DockLayout, SharedBundlePathKeepsTheLargerGroupAndCommandLineGroupsNeverMatch) {
     AppGroup commandLine = app("/usr/bin/node", 9'000'000'000);
     commandLine.bundlePath.reset();
-    const std::vector<AppGroup> apps{app("/Applications/Twin.app/", 900'000'000), app("/Applications/Twin.app", 600'000'000),
-                                     commandLine};
+    const std::vector<AppGroup> apps{app("/Applications/Twin.app/", 900'000'000),
+                                     app("/Applications/Twin.app", 600'000'000), commandLine};
     const std::vector<DockItem> items{icon("/Applications/Twin.app", 0), icon("/usr/bin/node", 60)};
     const auto badges = DockLayout::badges(items, apps, DockBadgeMetric::memory, DockBadgeSettings(), screenHeight);
     ASSERT_EQ(badges.size(), 1u);
@@ -155,9 +158,9 @@ TEST(DockLayout, DockVisibleWhenMostIconsAreWhollyOnAScreen) {
     const Rect main{{0, 0}, {1728, 1117}};
     const Rect side{{1728, -200}, {1920, 1080}};
     const Rect on{{100, 1050}, {60, 64}};
-    const Rect onEdge{{1668, 1053}, {60, 64}};      // touching the right and bottom edges: still inside
-    const Rect below{{100, 1117}, {60, 64}};        // auto-hidden below the screen
-    const Rect straddling{{1700, 500}, {60, 64}};   // half on each screen: wholly on neither
+    const Rect onEdge{{1668, 1053}, {60, 64}};     // touching the right and bottom edges: still inside
+    const Rect below{{100, 1117}, {60, 64}};       // auto-hidden below the screen
+    const Rect straddling{{1700, 500}, {60, 64}};  // half on each screen: wholly on neither
     const Rect onSide{{1800, 0}, {60, 64}};
     struct Case {
         std::vector<Rect> icons;

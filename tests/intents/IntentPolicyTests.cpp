@@ -26,8 +26,8 @@ TEST(IntentAnswers, MemoryPercentRoundsHalvesAwayFromZero) {
         int percent;
     };
     const Case cases[] = {
-        {0.0, 0},     {0.004, 0},   {0.125, 13},  // 12.5 exactly: away from zero, not to even
-        {0.625, 63},  {0.995, 100}, {1.0, 100},  {-0.125, -13}, {0.42, 42},
+        {0.0, 0},         {0.004, 0},        {0.125, 13},  // 12.5 exactly: away from zero, not to even
+        {0.625, 63},      {0.995, 100},      {1.0, 100},        {-0.125, -13},       {0.42, 42},
         {1e300, INT_MAX}, {-1e300, INT_MIN}, {std::nan(""), 0}, {INFINITY, INT_MAX},
     };
     for (const Case& c : cases) EXPECT_EQ(IntentAnswers::memoryPercent(c.fraction), c.percent) << c.fraction;
@@ -40,9 +40,12 @@ TEST(IntentAnswers, MemoryFractionIsCappedAndSafeWithoutPhysicalMemory) {
         int percent;
     };
     const Case cases[] = {
-        {0, 0, 0, 0},           {5, 0, 0, 0},
-        {1, 2, 0.5, 50},        {3, 2, 1, 100},  // more in use than installed reads as full
-        {UINT64_MAX, 1, 1, 100}, {995, 1000, 0.995, 100},
+        {0, 0, 0, 0},
+        {5, 0, 0, 0},
+        {1, 2, 0.5, 50},
+        {3, 2, 1, 100},  // more in use than installed reads as full
+        {UINT64_MAX, 1, 1, 100},
+        {995, 1000, 0.995, 100},
         {UINT64_MAX - 1, UINT64_MAX, static_cast<double>(UINT64_MAX - 1) / static_cast<double>(UINT64_MAX), 100},
     };
     for (const Case& c : cases) {
@@ -67,8 +70,12 @@ TEST(IntentAnswers, TopAppsNamesAndDialogUnits) {
         const char* text;
     };
     const Case cases[] = {
-        {1'073'741'824, "1.00 GB"}, {1'073'741'823, "1024 MB"}, {1'048'576, "1 MB"},
-        {1'048'575, "1024 KB"},     {0, "0 KB"},                {UINT64_MAX, "17179869184.00 GB"},
+        {1'073'741'824, "1.00 GB"},
+        {1'073'741'823, "1024 MB"},
+        {1'048'576, "1 MB"},
+        {1'048'575, "1024 KB"},
+        {0, "0 KB"},
+        {UINT64_MAX, "17179869184.00 GB"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(IntentAnswers::topAppsDialog({group("A, B", c.bytes)}), std::string("Most memory: A, B ") + c.text);
@@ -85,7 +92,8 @@ TEST(IntentAnswers, FreshnessIncludesTheLimitAndRefusesTheFuture) {
         {0, true}, {2'000'000, true}, {2'000'001, false}, {2'100'000, false}, {-1, false}, {-2'000'000, false},
     };
     for (const Case& c : cases)
-        EXPECT_EQ(IntentAnswers::isFresh(now - microseconds(c.ageMicroseconds), now, 2.0), c.fresh) << c.ageMicroseconds;
+        EXPECT_EQ(IntentAnswers::isFresh(now - microseconds(c.ageMicroseconds), now, 2.0), c.fresh)
+            << c.ageMicroseconds;
     EXPECT_FALSE(IntentAnswers::isFresh(now, now, -1.0));
 }
 
@@ -150,7 +158,7 @@ TEST(ReopenSuppression, WindowIsHalfOpenAndNeverLooksBackwards) {
         double at;
         bool suppressed;
     };
-    const Case cases[] = {{100.0, true}, {100.3, true}, {100.999, true}, {101.0, false},
+    const Case cases[] = {{100.0, true},  {100.3, true}, {100.999, true},      {101.0, false},
                           {250.0, false}, {99.9, false}, {std::nan(""), false}};
     for (const Case& c : cases) EXPECT_EQ(s.isSuppressed(c.at), c.suppressed) << c.at;
 

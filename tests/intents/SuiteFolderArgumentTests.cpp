@@ -2,8 +2,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/support/TempFolder.hpp"
 #include "core/intents/SuiteFolderArgument.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {

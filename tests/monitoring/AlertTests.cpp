@@ -44,14 +44,14 @@ TEST(AlertEvaluator, PressureTimelineWaitsRepeatsAndResets) {
         {0, crit, true, ""},
         {29, crit, true, ""},
         {30, crit, true, "memoryPressure;"},
-        {60, crit, true, ""},                   // cooling down
+        {60, crit, true, ""},  // cooling down
         {1829, crit, true, ""},
         {1830, crit, true, "memoryPressure;"},  // 30 minutes after the first
         {1840, norm, true, ""},                 // one normal sample ends the run
         {1850, crit, true, ""},                 // a new run starts waiting afresh
         {3630, crit, true, "memoryPressure;"},  // 30 s passed long ago; cooldown ended at 3630
         {3640, warn, true, ""},
-        {4000, crit, false, ""},                // disabled: the run is still tracked
+        {4000, crit, false, ""},  // disabled: the run is still tracked
         {6000, crit, false, ""},
         {6001, crit, true, "memoryPressure;"},  // enabled during the old run: at once
     };
@@ -98,7 +98,8 @@ TEST(AlertEvaluator, TextsDiskBoundaryAndHeavyApplication) {
         {"unknown volume", noTotal, ""},
         {"exactly 8 GiB", exactHeavy, ""},
     };
-    for (const Case& c : cases) EXPECT_EQ(kinds(AlertEvaluator().evaluate(c.snap, settings, at(0))), c.expected) << c.what;
+    for (const Case& c : cases)
+        EXPECT_EQ(kinds(AlertEvaluator().evaluate(c.snap, settings, at(0))), c.expected) << c.what;
 
     AlertEvaluator noApps;
     noApps.evaluate(emptyApps, settings, at(0));

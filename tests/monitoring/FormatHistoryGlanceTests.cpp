@@ -19,8 +19,8 @@ TEST(ByteFormat, RangeBoundariesAndRoundingHalves) {
         {0, "0 B", "0 KB"},
         {999, "999 B", "1 KB"},
         {1'000, "1 KB", "1 KB"},
-        {1'500, "2 KB", "1 KB"},     // 1.5 → 2 (ties to even, as printf does)
-        {2'500, "2 KB", "2 KB"},     // 2.5 → 2
+        {1'500, "2 KB", "1 KB"},  // 1.5 → 2 (ties to even, as printf does)
+        {2'500, "2 KB", "2 KB"},  // 2.5 → 2
         {999'499, "999 KB", "976 KB"},
         {999'500, "1000 KB", "976 KB"},  // still below a megabyte, so printf's rounding shows
         {1'000'000, "1 MB", "977 KB"},
@@ -68,18 +68,18 @@ TEST(HealthRating, GradesAtEveryBoundary) {
         double load;
         R expected;
     };
-    for (auto [load, expected] : {CpuCase{0, R::great}, CpuCase{39.999, R::great}, CpuCase{40.0, R::good},
-                                  CpuCase{69.99, R::good}, CpuCase{70.0, R::fair}, CpuCase{89.99, R::fair},
-                                  CpuCase{90.0, R::poor}, CpuCase{400, R::poor}})
+    for (auto [load, expected] :
+         {CpuCase{0, R::great}, CpuCase{39.999, R::great}, CpuCase{40.0, R::good}, CpuCase{69.99, R::good},
+          CpuCase{70.0, R::fair}, CpuCase{89.99, R::fair}, CpuCase{90.0, R::poor}, CpuCase{400, R::poor}})
         EXPECT_EQ(HealthRating::cpuGrade(load), expected) << load;
     struct DiskCase {
         std::uint64_t free;
         R expected;
     };
-    for (auto [free, expected] : {DiskCase{50 * GiB, R::great}, DiskCase{50 * GiB - 1, R::good},
-                                  DiskCase{20 * GiB, R::good}, DiskCase{20 * GiB - 1, R::fair},
-                                  DiskCase{10'737'418'240ULL, R::fair}, DiskCase{10'737'418'239ULL, R::poor},
-                                  DiskCase{0, R::poor}})
+    for (auto [free, expected] :
+         {DiskCase{50 * GiB, R::great}, DiskCase{50 * GiB - 1, R::good}, DiskCase{20 * GiB, R::good},
+          DiskCase{20 * GiB - 1, R::fair}, DiskCase{10'737'418'240ULL, R::fair}, DiskCase{10'737'418'239ULL, R::poor},
+          DiskCase{0, R::poor}})
         EXPECT_EQ(HealthRating::diskGrade(free), expected) << free;
     EXPECT_EQ(HealthRating::memoryGrade(MemoryPressure::normal, GiB - 1), R::great);
     EXPECT_EQ(HealthRating::memoryGrade(MemoryPressure::normal, GiB), R::good);
@@ -151,15 +151,21 @@ TEST(SuiteGlance, MetricsPresentOnlyWhenRead) {
     const Case cases[] = {
         {"nothing read", {0, 0, MemoryPressure::normal, std::nullopt, 0}, L::ok, {}},
         {"critical, no total", {5, 0, MemoryPressure::critical, std::nullopt, 0}, L::alert, {}},
-        {"used above total", {20, 10, MemoryPressure::critical, std::nullopt, 0}, L::alert,
+        {"used above total",
+         {20, 10, MemoryPressure::critical, std::nullopt, 0},
+         L::alert,
          {{"mem", "Memory", 100.0, "%", L::alert}}},
-        {"halves away from zero", {1, 8, MemoryPressure::warning, 12.5, 123'456'789'012ULL}, L::notice,
+        {"halves away from zero",
+         {1, 8, MemoryPressure::warning, 12.5, 123'456'789'012ULL},
+         L::notice,
          {{"mem", "Memory", 13.0, "%", L::notice},
           {"cpu", "CPU", 13.0, "%", L::ok},
           {"disk", "Free disk", 123.5, "GB", L::ok}}},
         {"CPU clamped high", {0, 0, MemoryPressure::normal, 100.4, 0}, L::ok, {{"cpu", "CPU", 100.0, "%", L::ok}}},
         {"CPU clamped low", {0, 0, MemoryPressure::normal, -3, 0}, L::ok, {{"cpu", "CPU", 0.0, "%", L::ok}}},
-        {"small disk", {0, 0, MemoryPressure::normal, std::nullopt, 49'999'999}, L::ok,
+        {"small disk",
+         {0, 0, MemoryPressure::normal, std::nullopt, 49'999'999},
+         L::ok,
          {{"disk", "Free disk", 0.0, "GB", L::ok}}},
     };
     for (const Case& c : cases) {

@@ -19,9 +19,9 @@ TEST(TickFrequency, GivesTheSameClockAsTheTimebaseOfEachMachine) {
         TickClock expected;
     };
     const Case cases[] = {
-        {24'000'000, {125, 3}},      // Apple silicon
-        {1'000'000'000, {1, 1}},     // Intel: ticks are nanoseconds
-        {19'200'000, {625, 12}},     // an odd rate still reduces exactly
+        {24'000'000, {125, 3}},   // Apple silicon
+        {1'000'000'000, {1, 1}},  // Intel: ticks are nanoseconds
+        {19'200'000, {625, 12}},  // an odd rate still reduces exactly
         {3, {1'000'000'000, 3}},
     };
     for (const Case& c : cases) {

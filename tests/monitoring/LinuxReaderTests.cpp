@@ -182,12 +182,11 @@ TEST(LinuxProcessReading, TakesAnonymousMemoryFromStatmWhileNoSwapExists) {
         text.replace(at, text.find('\n', at) - at, "RssAnon:\t" + std::to_string(anonPages * page / 1024) + " kB");
         at = text.find("Uid:");
         text.replace(at, text.find('\n', at) - at, std::string("Uid:\t") + uid + "\t" + uid + "\t" + uid + "\t" + uid);
-        if (at = text.find("VmSwap:"); at != std::string::npos) text.replace(at, text.find('\n', at) - at, "VmSwap:\t0 kB");
+        if (at = text.find("VmSwap:"); at != std::string::npos)
+            text.replace(at, text.find('\n', at) - at, "VmSwap:\t0 kB");
         return text;
     };
-    auto statm = [](std::uint64_t anonPages) {
-        return "6051 " + std::to_string(anonPages + 300) + " 300 5 0 900 0\n";
-    };
+    auto statm = [](std::uint64_t anonPages) { return "6051 " + std::to_string(anonPages + 300) + " 300 5 0 900 0\n"; };
     auto stirred = [&](int n) {  // a stat line whose CPU time moved: the memory is read again
         std::string text = stat;
         text.replace(text.find(" 250 75 "), 8, " " + std::to_string(250 + n) + " 75 ");

@@ -57,7 +57,8 @@ TEST(LiveProcesses, OwnProcessAndAChildThatComesAndGoes) {
         auto info = liveProcessReading().identity(child.pid());
         return info && info->name == "sleep";
     };
-    while (!exec() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (!exec() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
 
     auto first = sampler.sample();
     const ProcessSample* self = find(first.processes, ::getpid());

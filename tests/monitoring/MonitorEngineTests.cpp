@@ -19,9 +19,9 @@ struct EngineFixture : ::testing::Test {
 
 TEST_F(EngineFixture, HeavyProcessesThresholdOrderAndParents) {
     processes.add(1, 10, "launchd", 0);
-    processes.add(2, GiB8, "exactly", 1);          // not heavy
-    processes.add(3, GiB8 + 1, "first-equal", 1);  // heavy, parent in the sample
-    processes.add(4, GiB8 + 5, "largest", 900);    // parent not sampled, readable by BSD info
+    processes.add(2, GiB8, "exactly", 1);             // not heavy
+    processes.add(3, GiB8 + 1, "first-equal", 1);     // heavy, parent in the sample
+    processes.add(4, GiB8 + 5, "largest", 900);       // parent not sampled, readable by BSD info
     processes.add(5, GiB8 + 1, "second-equal", 901);  // parent gone
     processes.add(6, 5, "hidden-parent", 1).usage.reset();
     processes.table[900].info = ProcessIdentity{1, 0, 1, "outside"};

@@ -29,7 +29,8 @@ TEST(ProcText, PidStatWithParenthesesAndBlanksInTheName) {
     EXPECT_EQ(stat->stime, 75u);
     EXPECT_EQ(stat->startTicks, 123456u);
 
-    const char* broken[] = {"", "12 (x", "12 x) S 1 2", "12 (x) S 1 2 3 4 5 6 7 8 9 10 11", "12 (x) S z 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1"};
+    const char* broken[] = {"", "12 (x", "12 x) S 1 2", "12 (x) S 1 2 3 4 5 6 7 8 9 10 11",
+                            "12 (x) S z 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1"};
     for (const char* text : broken) EXPECT_FALSE(proctext::parsePidStat(text)) << text;
 }
 
@@ -52,12 +53,12 @@ TEST(ProcText, StatmSwapsAndLoadavgFields) {
         std::optional<std::uint64_t> anonPages;
     };
     for (const Statm& c : std::vector<Statm>{{"6051 1024 600 5 0 900 0\n", 424},
-                                              {"0 0 0 0 0 0 0\n", 0},  // a kernel thread or a zombie
-                                              {"6051 1024 1024 5 0 900 0\n", 0},
-                                              {"6051 600 1024 5 0 900 0\n", std::nullopt},  // torn: never negative
-                                              {"6051 1024\n", std::nullopt},
-                                              {"6051\n", std::nullopt},
-                                              {"", std::nullopt}}) {
+                                             {"0 0 0 0 0 0 0\n", 0},  // a kernel thread or a zombie
+                                             {"6051 1024 1024 5 0 900 0\n", 0},
+                                             {"6051 600 1024 5 0 900 0\n", std::nullopt},  // torn: never negative
+                                             {"6051 1024\n", std::nullopt},
+                                             {"6051\n", std::nullopt},
+                                             {"", std::nullopt}}) {
         SCOPED_TRACE(c.text);
         EXPECT_EQ(proctext::parseStatmAnonPages(c.text), c.anonPages);
     }
@@ -67,12 +68,12 @@ TEST(ProcText, StatmSwapsAndLoadavgFields) {
         bool none;
     };
     const char* header = "Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n";
-    for (const Swaps& c : std::vector<Swaps>{
-             {header, true},
-             {"", false},  // unreadable or not a swaps file: swap may exist
-             {"Filename Type Size Used Priority", false},
-             {"Filename Type Size Used Priority\n/dev/zram0 partition 4194300 0 100\n", false},
-             {"Filename Type Size Used Priority\n/swapfile file 1048572 12 -2\n", false}}) {
+    for (const Swaps& c :
+         std::vector<Swaps>{{header, true},
+                            {"", false},  // unreadable or not a swaps file: swap may exist
+                            {"Filename Type Size Used Priority", false},
+                            {"Filename Type Size Used Priority\n/dev/zram0 partition 4194300 0 100\n", false},
+                            {"Filename Type Size Used Priority\n/swapfile file 1048572 12 -2\n", false}}) {
         SCOPED_TRACE(c.text);
         EXPECT_EQ(proctext::swapsListNone(c.text), c.none);
     }
@@ -81,11 +82,12 @@ TEST(ProcText, StatmSwapsAndLoadavgFields) {
         const char* text;
         std::optional<proctext::TaskCounter> tasks;
     };
-    for (const Loadavg& c : std::vector<Loadavg>{{"0.52 0.58 0.59 1/467 31342\n", proctext::TaskCounter{467, 31342}},
-                                                 {"9.25 8.78 6.37 12/2301 4194303\n", proctext::TaskCounter{2301, 4194303}},
-                                                 {"0.52 0.58 0.59 1/467\n", std::nullopt},
-                                                 {"0.52 0.58 0.59\n", std::nullopt},
-                                                 {"", std::nullopt}}) {
+    for (const Loadavg& c :
+         std::vector<Loadavg>{{"0.52 0.58 0.59 1/467 31342\n", proctext::TaskCounter{467, 31342}},
+                              {"9.25 8.78 6.37 12/2301 4194303\n", proctext::TaskCounter{2301, 4194303}},
+                              {"0.52 0.58 0.59 1/467\n", std::nullopt},
+                              {"0.52 0.58 0.59\n", std::nullopt},
+                              {"", std::nullopt}}) {
         SCOPED_TRACE(c.text);
         EXPECT_EQ(proctext::parseLoadavgTasks(c.text), c.tasks);
     }

@@ -77,7 +77,7 @@ TEST_F(SamplerFixture, RatesNeedTwoSamplesOfTheSameProcess) {
     EXPECT_FALSE(first.processes[0].cpuPercent);
     EXPECT_FALSE(first.processes[0].diskReadPerSecond);
 
-    reader.now += 500'000'000;  // half a second
+    reader.now += 500'000'000;                       // half a second
     reader.table[10].usage->cpuTicks += 12'000'000;  // 12,000,000 × 125/3 ns = 0.5 s of CPU
     reader.table[10].usage->diskRead += 1000;
     reader.table[10].usage->diskWritten += 50;
@@ -188,7 +188,7 @@ TEST_F(SamplerFixture, EntriesFollowTheirProcessesThroughChangingListings) {
         {{1, 2, 3}, {false, false, false}},
         {{3, 1}, {true, true}},
         {{2, 3, 4, 1}, {false, true, false, true}},  // 2 returns after a gap: a new life
-        {{4, 4, 1}, {true, true, true}},            // listed twice: both against the last sweep
+        {{4, 4, 1}, {true, true, true}},             // listed twice: both against the last sweep
         {{1, 4}, {true, true}},
         {{4, 3, 1, 2}, {true, false, true, false}},  // reversed, with newcomers between
         {{2, 1, 4, 3}, {true, true, true, true}},    // every sample moves
@@ -199,7 +199,8 @@ TEST_F(SamplerFixture, EntriesFollowTheirProcessesThroughChangingListings) {
         const Sweep& sweep = sweeps[round];
         reader.order = sweep.order;
         reader.now += 1'000'000'000;
-        for (auto& [pid, process] : reader.table) process.usage->cpuTicks += 10'000'000 * static_cast<std::uint64_t>(pid);
+        for (auto& [pid, process] : reader.table)
+            process.usage->cpuTicks += 10'000'000 * static_cast<std::uint64_t>(pid);
         const ProcessSampler::Result& result = sampler.sample();
         ASSERT_EQ(result.processes.size(), sweep.order.size()) << round;
         for (std::size_t i = 0; i < sweep.order.size(); ++i) {

@@ -14,18 +14,12 @@ TEST(SystemFormulas, PressureFromKernelLevelsAndStalls) {
         MemoryPressure expected;
     };
     const Case cases[] = {
-        {std::monostate{}, MemoryPressure::normal},
-        {std::int32_t{-1}, MemoryPressure::normal},
-        {std::int32_t{1}, MemoryPressure::normal},
-        {std::int32_t{2}, MemoryPressure::warning},
-        {std::int32_t{3}, MemoryPressure::warning},
-        {std::int32_t{4}, MemoryPressure::critical},
-        {std::int32_t{99}, MemoryPressure::critical},
-        {StallAverages{0, 0}, MemoryPressure::normal},
-        {StallAverages{9.99, 1.99}, MemoryPressure::normal},
-        {StallAverages{10, 0}, MemoryPressure::warning},
-        {StallAverages{3, 2}, MemoryPressure::warning},
-        {StallAverages{40, 9.99}, MemoryPressure::warning},
+        {std::monostate{}, MemoryPressure::normal},          {std::int32_t{-1}, MemoryPressure::normal},
+        {std::int32_t{1}, MemoryPressure::normal},           {std::int32_t{2}, MemoryPressure::warning},
+        {std::int32_t{3}, MemoryPressure::warning},          {std::int32_t{4}, MemoryPressure::critical},
+        {std::int32_t{99}, MemoryPressure::critical},        {StallAverages{0, 0}, MemoryPressure::normal},
+        {StallAverages{9.99, 1.99}, MemoryPressure::normal}, {StallAverages{10, 0}, MemoryPressure::warning},
+        {StallAverages{3, 2}, MemoryPressure::warning},      {StallAverages{40, 9.99}, MemoryPressure::warning},
         {StallAverages{40, 10}, MemoryPressure::critical},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i)
@@ -121,7 +115,7 @@ TEST_F(SystemFixture, GlanceKeepsItsOwnCPUBaseline) {
     reader.ticks = CPUTicks{100, 0, 0, 200};
     EXPECT_DOUBLE_EQ(*sampler.glance().cpuLoad, 0.0);
     EXPECT_DOUBLE_EQ(*sampler.sample().cpuLoad, 50.0);  // over the whole interval since the last sample
-    EXPECT_EQ(reader.blockReads, 2);  // two samples; glances never walk the disks
+    EXPECT_EQ(reader.blockReads, 2);                    // two samples; glances never walk the disks
 }
 
 TEST_F(SystemFixture, DiskRatesAcrossSamplesAndBackwardCounters) {

@@ -24,9 +24,11 @@ TEST(GlanceCodec, EncodesExactBytes) {
 
     GlanceRecord rounded = sample();
     rounded.metrics = {metric("a", "Load/avg", 1.0)};
-    EXPECT_EQ(GlanceCodec::encode(rounded).status(), kestrow::Status::failure(kestrow::Cause::invalidArgument, "label: no / or \\"));
+    EXPECT_EQ(GlanceCodec::encode(rounded).status(),
+              kestrow::Status::failure(kestrow::Cause::invalidArgument, "label: no / or \\"));
     rounded.metrics = {metric("a", "x", 1.005)};  // validated before rounding
-    EXPECT_EQ(GlanceCodec::encode(rounded).status(), kestrow::Status::failure(kestrow::Cause::invalidArgument, "value: at most 2 decimals"));
+    EXPECT_EQ(GlanceCodec::encode(rounded).status(),
+              kestrow::Status::failure(kestrow::Cause::invalidArgument, "value: at most 2 decimals"));
     rounded.metrics = {metric("a", "π", 0.125 * 2), metric("b", "x", -3.1)};
     const std::string text = GlanceCodec::encode(rounded).value();
     EXPECT_NE(text.find(R"("label":"π","level":"ok","unit":"%","value":0.25})"), std::string::npos) << text;
@@ -47,9 +49,9 @@ TEST(GlanceCodec, RoundTrip) {
 
 // A valid record with one key replaced by raw JSON text.
 std::string with(const std::string& key, const std::string& json) {
-    std::map<std::string, std::string> fields = {
-        {"app", R"("brimlet")"}, {"at", "1795414540.5"}, {"contract", "1"}, {"hosting", "false"},
-        {"level", R"("ok")"},    {"metrics", "[]"},      {"state", R"("running")"}, {"ttl", "10"}};
+    std::map<std::string, std::string> fields = {{"app", R"("brimlet")"},   {"at", "1795414540.5"}, {"contract", "1"},
+                                                 {"hosting", "false"},      {"level", R"("ok")"},   {"metrics", "[]"},
+                                                 {"state", R"("running")"}, {"ttl", "10"}};
     if (json.empty()) fields.erase(key);
     else fields[key] = json;
     std::string out = "{";
@@ -59,8 +61,8 @@ std::string with(const std::string& key, const std::string& json) {
 
 std::string metricJson(const std::string& id, const std::string& label, const std::string& value,
                        const std::string& unit = R"("")", const std::string& level = R"("ok")") {
-    return R"({"id":)" + id + R"(,"label":)" + label + R"(,"level":)" + level + R"(,"unit":)" + unit +
-           R"(,"value":)" + value + "}";
+    return R"({"id":)" + id + R"(,"label":)" + label + R"(,"level":)" + level + R"(,"unit":)" + unit + R"(,"value":)" +
+           value + "}";
 }
 
 TEST(GlanceCodec, DecodeReasonsForHostileRecords) {
@@ -68,9 +70,9 @@ TEST(GlanceCodec, DecodeReasonsForHostileRecords) {
         std::string what, bytes, expected;  // expected: a reason, "skipped N", or "valid"
         std::string file = "brimlet.json";
     };
-    const std::string m5 = "[" + metricJson(R"("a")", R"("A")", "1") + "," + metricJson(R"("b")", R"("B")", "1") +
-                           "," + metricJson(R"("c")", R"("C")", "1") + "," + metricJson(R"("d")", R"("D")", "1") +
-                           "," + metricJson(R"("e")", R"("E")", "1") + "]";
+    const std::string m5 = "[" + metricJson(R"("a")", R"("A")", "1") + "," + metricJson(R"("b")", R"("B")", "1") + "," +
+                           metricJson(R"("c")", R"("C")", "1") + "," + metricJson(R"("d")", R"("D")", "1") + "," +
+                           metricJson(R"("e")", R"("E")", "1") + "]";
     std::string padded = with("app", R"("brimlet")");
     padded.insert(1, "\"pad\":\"" + std::string(2048 - padded.size() - 9, 'x') + "\",");
     const Case cases[] = {
@@ -117,13 +119,26 @@ TEST(GlanceCodec, DecodeReasonsForHostileRecords) {
          "label: no control characters"},
         {"label C1 control", with("metrics", "[" + metricJson(R"("a")", R"("a\u0085")", "1") + "]"),
          "label: no control characters"},
-        {"label bidi", with("metrics", "[" + metricJson(R"("a")", "\"a\xE2\x80\xAE" "b\"", "1") + "]"),
+        {"label bidi",
+         with("metrics", "[" +
+                             metricJson(R"("a")",
+                                        "\"a\xE2\x80\xAE"
+                                        "b\"",
+                                        "1") +
+                             "]"),
          "label: no bidi formatting"},
-        {"label 16 emoji", with("metrics", "[" + metricJson(R"("a")", "\"" + [] {
-                                                  std::string s;
-                                                  for (int i = 0; i < 16; ++i) s += "\xF0\x9F\x98\x80";
-                                                  return s;
-                                              }() + "\"", "1") + "]"),
+        {"label 16 emoji",
+         with("metrics", "[" +
+                             metricJson(R"("a")",
+                                        "\"" +
+                                            [] {
+                                                std::string s;
+                                                for (int i = 0; i < 16; ++i) s += "\xF0\x9F\x98\x80";
+                                                return s;
+                                            }() +
+                                            "\"",
+                                        "1") +
+                             "]"),
          "valid"},
         {"unit 7", with("metrics", "[" + metricJson(R"("a")", R"("A")", "1", R"("abcdefg")") + "]"),
          "unit: 0-6 scalars"},
@@ -135,8 +150,9 @@ TEST(GlanceCodec, DecodeReasonsForHostileRecords) {
         {"value bool", with("metrics", "[" + metricJson(R"("a")", R"("A")", "true") + "]"), "value: finite number"},
         {"value 1.005", with("metrics", "[" + metricJson(R"("a")", R"("A")", "1.005") + "]"),
          "value: at most 2 decimals"},
-        {"duplicate ids", with("metrics", "[" + metricJson(R"("a")", R"("A")", "1") + "," +
-                                              metricJson(R"("a")", R"("B")", R"("off")") + "]"),
+        {"duplicate ids",
+         with("metrics",
+              "[" + metricJson(R"("a")", R"("A")", "1") + "," + metricJson(R"("a")", R"("B")", R"("off")") + "]"),
          "metric ids unique"},
         {"unknown keys ignored", with("extra", R"({"x":[1,2]})"), "valid"},
     };
@@ -144,7 +160,8 @@ TEST(GlanceCodec, DecodeReasonsForHostileRecords) {
         const auto result = GlanceCodec::decode(c.bytes, c.file);
         std::string got;
         if (result.record()) got = "valid";
-        else if (auto* s = std::get_if<GlanceReadResult::Skipped>(&result.value)) got = "skipped " + std::to_string(s->contract);
+        else if (auto* s = std::get_if<GlanceReadResult::Skipped>(&result.value))
+            got = "skipped " + std::to_string(s->contract);
         else got = *result.reason();
         EXPECT_EQ(got, c.expected) << c.what;
     }
@@ -157,8 +174,8 @@ TEST(GlanceRecord, FreshnessAroundTheClock) {
         double now;
         bool fresh;
     };
-    for (auto [now, fresh] : {Case{at - 3, false}, Case{at - 2, true}, Case{at, true}, Case{at + 10, true},
-                              Case{at + 10.001, false}})
+    for (auto [now, fresh] :
+         {Case{at - 3, false}, Case{at - 2, true}, Case{at, true}, Case{at + 10, true}, Case{at + 10.001, false}})
         EXPECT_EQ(r.isFresh(now), fresh) << now - at;
     r.state = GlanceState::stopped;
     EXPECT_FALSE(r.isFresh(at));
@@ -173,7 +190,8 @@ TEST(GlanceCodec, LooseReaders) {
     EXPECT_EQ(GlanceCodec::boolean(JsonValue(false)), false);
     EXPECT_FALSE(GlanceCodec::number(JsonValue("1")));
     EXPECT_TRUE(GlanceCodec::textProblem("unit", "", 0, 6).ok());
-    EXPECT_EQ(GlanceCodec::textProblem("unit", "\xFF", 0, 6), kestrow::Status::failure(kestrow::Cause::invalidArgument, "unit: 0-6 scalars"));
+    EXPECT_EQ(GlanceCodec::textProblem("unit", "\xFF", 0, 6),
+              kestrow::Status::failure(kestrow::Cause::invalidArgument, "unit: 0-6 scalars"));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -15,9 +15,9 @@
 #include <set>
 #include <thread>
 
-#include "tests/support/TempFolder.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 #include "suite/protocol/SuiteState.hpp"
+#include "tests/support/TempFolder.hpp"
 
 extern char** environ;
 
@@ -36,7 +36,7 @@ TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
     TempFolder temp;
     const SuiteFolder folder(temp.path() + "/Suite/./");
     ASSERT_TRUE(folder.prepare().ok());
-    struct stat st{};
+    struct stat st {};
     ASSERT_EQ(::stat(folder.glancesURL().c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
 
@@ -171,14 +171,15 @@ TEST(SuiteFolder, PreparingRemovesStaleTemporaryFilesOfKilledWriters) {
         << "a file younger than a minute may still be written";
 
     const std::string glances = folder.glancesURL() + "/";
-    const std::vector<std::string> stale = {*killed, glances + ".corvane.json.Pp0oL1", folder.url + "/.settings.json.Kk7uI9"};
+    const std::vector<std::string> stale = {*killed, glances + ".corvane.json.Pp0oL1",
+                                            folder.url + "/.settings.json.Kk7uI9"};
     const std::vector<std::string> kept = {
-        glances + ".jessap.json.Rr4tY6",     // fresh
-        glances + ".brimlet.json.Ab3dE",     // five characters
-        glances + ".brimlet.json.Ab3dEfG",   // seven
-        glances + ".brimlet.json.Ab-dEf",    // not a letter or digit
-        glances + "brimlet.json.Ab3dEf",     // no leading dot
-        glances + ".notes.txt.Ab3dEf",       // not a file this program writes
+        glances + ".jessap.json.Rr4tY6",       // fresh
+        glances + ".brimlet.json.Ab3dE",       // five characters
+        glances + ".brimlet.json.Ab3dEfG",     // seven
+        glances + ".brimlet.json.Ab-dEf",      // not a letter or digit
+        glances + "brimlet.json.Ab3dEf",       // no leading dot
+        glances + ".notes.txt.Ab3dEf",         // not a file this program writes
         folder.url + "/.brimlet.json.Ab3dEf",  // a record's name, but outside "glances"
         glances + "brimlet.json",
     };
@@ -202,7 +203,7 @@ TEST(SuiteFolder, PreparingRemovesStaleTemporaryFilesOfKilledWriters) {
     }
 
     ASSERT_TRUE(folder.prepare().ok());
-    struct stat st{};
+    struct stat st {};
     for (const auto& path : stale) EXPECT_NE(::lstat(path.c_str(), &st), 0) << path;
     for (const auto& path : kept) EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
     EXPECT_EQ(::lstat((glances + ".fennick.json.Zz9yX8").c_str(), &st), 0);
@@ -224,19 +225,23 @@ TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFo
         std::optional<SuiteFolderFault::Kind> fault;
     };
     const Case cases[] = {
-        {"glances a link", [&](const SuiteFolder& f) {
+        {"glances a link",
+         [&](const SuiteFolder& f) {
              ASSERT_EQ(::mkdir(f.url.c_str(), 0700), 0);
              ASSERT_EQ(::symlink(victim.path().c_str(), f.glancesURL().c_str()), 0);
-         }, SuiteFolderFault::Kind::notPrivate},
-        {"the folder a link", [&](const SuiteFolder& f) {
-             ASSERT_EQ(::symlink(victim.path().c_str(), f.url.c_str()), 0);
-         }, SuiteFolderFault::Kind::notPrivate},
-        {"loose modes", [&](const SuiteFolder& f) {
+         },
+         SuiteFolderFault::Kind::notPrivate},
+        {"the folder a link",
+         [&](const SuiteFolder& f) { ASSERT_EQ(::symlink(victim.path().c_str(), f.url.c_str()), 0); },
+         SuiteFolderFault::Kind::notPrivate},
+        {"loose modes",
+         [&](const SuiteFolder& f) {
              ASSERT_EQ(::mkdir(f.url.c_str(), 0700), 0);
              ASSERT_EQ(::mkdir(f.glancesURL().c_str(), 0700), 0);
              ASSERT_EQ(::chmod(f.url.c_str(), 0777), 0);
              ASSERT_EQ(::chmod(f.glancesURL().c_str(), 0755), 0);
-         }, std::nullopt},
+         },
+         std::nullopt},
         {"a file in the way", [&](const SuiteFolder& f) { writeFile(f.url, "x"); },
          SuiteFolderFault::Kind::unavailable},
     };
@@ -257,7 +262,7 @@ TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFo
             continue;
         }
         ASSERT_TRUE(std::holds_alternative<OpenSuiteFolder>(opened));
-        struct stat st{};
+        struct stat st {};
         ASSERT_EQ(::stat(folder.url.c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 07777, 0700u);
         ASSERT_EQ(::stat(folder.glancesURL().c_str(), &st), 0);

@@ -1,7 +1,7 @@
 // Real processes competing for the host lock on real files.
-#include <gtest/gtest.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -17,8 +17,8 @@
 #include <sstream>
 #include <thread>
 
-#include "tests/support/TempFolder.hpp"
 #include "suite/protocol/HostLock.hpp"
+#include "tests/support/TempFolder.hpp"
 
 extern char** environ;
 
@@ -119,7 +119,8 @@ private:
         std::string answer;
         const auto deadline = std::chrono::steady_clock::now() + 5s;
         for (char c = 0; c != '\n';) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd p{output_, POLLIN, 0};
             if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) != 1 || ::read(output_, &c, 1) != 1)
                 return answer;
@@ -232,7 +233,7 @@ TEST(HostLock, AHolderLetsGoWhenItsLockFileIsDeletedOrReplaced) {
         Contender* other = host == &holder ? &newcomer : &holder;
         ASSERT_TRUE(eventually([&] { return other->status().held; }));
         EXPECT_EQ(holder.status().acquired, 2);
-        struct stat st{};
+        struct stat st {};
         EXPECT_EQ(::lstat(lock.c_str(), &st), 0);
         EXPECT_TRUE(S_ISREG(st.st_mode));
     }
@@ -289,7 +290,7 @@ TEST(HostLock, ALockFileIsReachedThroughTheHeldFolderNotItsPath) {
     ::close(held);  // the lock keeps its own duplicate
     lock.start([] {});
     ASSERT_TRUE(eventually([&] { return lock.isHeld(); }));
-    struct stat st{};
+    struct stat st {};
     EXPECT_EQ(::lstat((moved + "/host.lock").c_str(), &st), 0) << "created in the held folder";
     EXPECT_NE(::lstat((victim + "/host.lock").c_str(), &st), 0) << "nothing created behind the link";
     // Holding it is not mistaken for a replaced file: the name is looked up in the held folder.

@@ -2,8 +2,8 @@
 
 #include <fstream>
 
-#include "tests/support/TempFolder.hpp"
 #include "suite/protocol/SuiteState.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace kestrow::suite {
 namespace {
@@ -33,7 +33,8 @@ TEST(SuiteSettings, DecodeKeepsUnknownKeysAndDropsBadValues) {
     EXPECT_EQ(SuiteSettings::decode(back.encode()), back);
     EXPECT_NE(s.encode().find(R"("future":{"nested":[1,2.5,"x",null]})"), std::string::npos);
 
-    for (const char* corrupt : {"", "[]", "{", "null", "\xFF"}) EXPECT_EQ(SuiteSettings::decode(corrupt), SuiteSettings{});
+    for (const char* corrupt : {"", "[]", "{", "null", "\xFF"})
+        EXPECT_EQ(SuiteSettings::decode(corrupt), SuiteSettings{});
     const SuiteSettings empty = SuiteSettings::decode(R"({"menuBarValues":[],"floatingTopLeft":[-4.5,8]})");
     EXPECT_EQ(empty.menuBarValues, std::vector<MetricRef>{});
     EXPECT_EQ(empty.floatingTopLeft, std::make_pair(-4.5, 8.0));
@@ -63,7 +64,8 @@ using Records = std::map<SuiteApp, GlanceRecord>;
 TEST(SuiteStateMachine, ActivationOffDelayWakeAndHost) {
     SuiteStateMachine m;
     // Non-participants never count toward the two.
-    m.update({{SuiteApp::brimlet, running(SuiteApp::brimlet, 0)}, {SuiteApp::dismel, running(SuiteApp::dismel, 0)},
+    m.update({{SuiteApp::brimlet, running(SuiteApp::brimlet, 0)},
+              {SuiteApp::dismel, running(SuiteApp::dismel, 0)},
               {SuiteApp::hollin, running(SuiteApp::hollin, 0)}},
              0);
     EXPECT_FALSE(m.isActive);
@@ -159,11 +161,9 @@ TEST(RecordSightings, VouchesForRecordsSeenChangingWithinTheirTtl) {
     auto at = [](SuiteApp app, double when, GlanceState state = GlanceState::running) {
         return GlanceRecord(app, false, state, when, 10, GlanceLevel::ok, {});
     };
-    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5000)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}},
-                 50);
+    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5000)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}}, 50);
     EXPECT_TRUE(seen.vouched(50).empty()) << "a first sighting says nothing of its age";
-    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5004)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}},
-                 54);
+    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5004)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}}, 54);
     EXPECT_EQ(seen.vouched(54), std::set<SuiteApp>{SuiteApp::corvane});
     EXPECT_EQ(seen.vouched(63.9), std::set<SuiteApp>{SuiteApp::corvane});
     EXPECT_TRUE(seen.vouched(64).empty());
@@ -187,8 +187,8 @@ TEST(SuiteStateMachine, RowsLevelsAndMenuBarValues) {
 
     EXPECT_EQ(m.menuBarValues(std::nullopt).size(), 1u);
     EXPECT_EQ(m.menuBarValues(std::vector<MetricRef>{}).at(0).second, mem);
-    const auto chosen = m.menuBarValues(std::vector<MetricRef>{
-        {SuiteApp::fennick, "fw"}, {SuiteApp::brimlet, "gone"}, {SuiteApp::brimlet, "cpu"}});
+    const auto chosen = m.menuBarValues(
+        std::vector<MetricRef>{{SuiteApp::fennick, "fw"}, {SuiteApp::brimlet, "gone"}, {SuiteApp::brimlet, "cpu"}});
     ASSERT_EQ(chosen.size(), 1u);  // the missing one is skipped and not replaced; only two are looked at
     EXPECT_EQ(chosen[0].second, fw);
 
@@ -203,7 +203,7 @@ TEST(SuiteStateMachine, RowsLevelsAndMenuBarValues) {
     EXPECT_EQ(m.worstLevel(), GlanceLevel(GlanceLevel::notice));
     m.update(later, 60);
     EXPECT_EQ(m.rows().size(), 3u);  // garrow was last fresh at 0: 60 s ago still shown
-    m.update(later, 61);  // brimlet and garrow were last fresh 61 s ago: gone from the list
+    m.update(later, 61);             // brimlet and garrow were last fresh 61 s ago: gone from the list
     ASSERT_EQ(m.rows().size(), 1u);
     EXPECT_EQ(m.rows()[0].app(), SuiteApp(SuiteApp::fennick));
 }

@@ -43,7 +43,8 @@ class ChildProcess {
 public:
     ChildProcess(std::vector<std::string> arguments, const std::map<std::string, std::string>& environment,
                  std::string outPath, std::string errPath)
-        : out_(std::move(outPath)), err_(std::move(errPath)) {
+        : out_(std::move(outPath)),
+          err_(std::move(errPath)) {
         std::map<std::string, std::string> merged;
         for (char** e = environ; *e; ++e) {
             const std::string entry(*e);

@@ -51,9 +51,8 @@ MainLoop::Token ManualMainLoop::repeat(double interval, double tolerance, Task t
     return tokenFor(id, timerKind);
 }
 
-MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChange, NameFilter ignored,
-                                            Task onGone) {
-    struct stat st{};
+MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChange, NameFilter ignored, Task onGone) {
+    struct stat st {};
     if (::stat(path.c_str(), &st) != 0)
         return {Token(), Status::failure("cannot watch " + path + " (errno " + std::to_string(errno) + ")")};
     if (!S_ISDIR(st.st_mode)) return {Token(), Status::failure("cannot watch " + path + " (not a folder)")};
@@ -97,8 +96,7 @@ bool ManualMainLoop::runOne() {
 }
 
 void ManualMainLoop::runPending() {
-    while (runOne()) {
-    }
+    while (runOne()) {}
 }
 
 void ManualMainLoop::run() {
@@ -124,9 +122,9 @@ void ManualMainLoop::stop() {
 }
 
 bool ManualMainLoop::runUntil(const std::function<bool()>& done, double realSeconds) {
-    const auto deadline = std::chrono::steady_clock::now() +
-                          std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                              std::chrono::duration<double>(realSeconds));
+    const auto deadline =
+        std::chrono::steady_clock::now() +
+        std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(realSeconds));
     for (;;) {
         // Stop at the first task after which the condition holds, so later posts (a worker's
         // result that raced in) are still waiting when the caller looks.
@@ -197,10 +195,9 @@ void ManualMainLoop::folderChanged(const std::string& path, const std::vector<st
     for (const auto& entry : watchers_) {
         const Watcher& watcher = entry.second;
         if (watcher.path != key) continue;
-        const bool allIgnored = !names.empty() && watcher.ignored &&
-                                std::all_of(names.begin(), names.end(), [&](const std::string& name) {
-                                    return watcher.ignored(name);
-                                });
+        const bool allIgnored =
+            !names.empty() && watcher.ignored &&
+            std::all_of(names.begin(), names.end(), [&](const std::string& name) { return watcher.ignored(name); });
         if (!allIgnored) tasks.push_back(watcher.task);
     }
     for (const auto& task : tasks) (*task)();

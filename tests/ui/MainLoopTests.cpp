@@ -8,8 +8,8 @@
 
 #include "base/Files.hpp"
 #include "base/MainLoop.hpp"
-#include "tests/support/TempFolder.hpp"
 #include "tests/support/ManualMainLoop.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace kestrow {
 namespace {
@@ -270,10 +270,12 @@ TEST_F(SystemMainLoop, AWatchedFolderThatGoesAwaySaysSoOnce) {
         const std::string path = temp / "watched";
         ASSERT_EQ(::mkdir(path.c_str(), 0700), 0);
         int gone = 0, changes = 0;
-        auto watch = loop->watchFolder(path, [&] { ++changes; }, {}, [&] {
-            ++gone;
-            loop->stop();
-        });
+        auto watch = loop->watchFolder(
+            path, [&] { ++changes; }, {},
+            [&] {
+                ++gone;
+                loop->stop();
+            });
         ASSERT_TRUE(watch.status.ok()) << watch.status.message();
         auto remove = loop->after(0.01, [&] {
             if (moved) std::filesystem::rename(path, temp / "elsewhere");

@@ -46,8 +46,9 @@ TEST(SuiteFormat, LevelWordsAndTheAccessibilityLabel) {
     EXPECT_EQ(SuiteFormat::levelWord(GlanceLevel::ok), "ok");
     EXPECT_EQ(SuiteFormat::levelWord(GlanceLevel::notice), "notice");
     EXPECT_EQ(SuiteFormat::levelWord(GlanceLevel::alert), "alert");
-    const SuiteValues values{{MetricRef{SuiteApp::brimlet, "mem"}, number(61.25, "%")},
-                             {MetricRef{SuiteApp::fennick, "net"}, GlanceMetric{"net", "Net", StateWord(StateWord::blocked), "", {}}}};
+    const SuiteValues values{
+        {MetricRef{SuiteApp::brimlet, "mem"}, number(61.25, "%")},
+        {MetricRef{SuiteApp::fennick, "net"}, GlanceMetric{"net", "Net", StateWord(StateWord::blocked), "", {}}}};
     EXPECT_EQ(SuiteFormat::accessibilityLabel(values, GlanceLevel::alert, german),
               "Kestrow suite 61,3" + nbsp + "% blocked alert");
     EXPECT_EQ(SuiteFormat::accessibilityLabel({}, GlanceLevel::ok, english), "Kestrow suite ok");
@@ -64,11 +65,16 @@ TEST(SuiteFormat, TheItemsTitleAndSymbolFollowTheValuesAndTheWorstLevel) {
     const GlanceMetric blocked{"net", "Net", StateWord(StateWord::blocked), "", {}};
     const Case cases[] = {
         {"nothing to show", {}, GlanceLevel::ok, "", "square.grid.2x2"},
-        {"one value", {{MetricRef{SuiteApp::brimlet, "mem"}, number(61.25, "%")}}, GlanceLevel::notice,
-         "61.3" + nbsp + "%", "exclamationmark.circle"},
+        {"one value",
+         {{MetricRef{SuiteApp::brimlet, "mem"}, number(61.25, "%")}},
+         GlanceLevel::notice,
+         "61.3" + nbsp + "%",
+         "exclamationmark.circle"},
         {"two values",
          {{MetricRef{SuiteApp::brimlet, "mem"}, number(61.25, "%")}, {MetricRef{SuiteApp::fennick, "net"}, blocked}},
-         GlanceLevel::alert, "61.3" + nbsp + "% \u00B7 blocked", "exclamationmark.triangle.fill"},
+         GlanceLevel::alert,
+         "61.3" + nbsp + "% \u00B7 blocked",
+         "exclamationmark.triangle.fill"},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(SuiteFormat::itemTitle(c.values, english), c.title) << c.what;
@@ -176,14 +182,23 @@ TEST(FloatingLayout, ResizingKeepsTheEdgeTheEyeExpects) {
     };
     const Case cases[] = {
         {"free on screen: left and top stay", {{200, 500}, bar}, expanded, {{200, 244}, expanded}},
-        {"against the right edge: grows to the left", {{1440 - 320, 500}, bar}, expanded, {{1440 - 480, 244}, expanded}},
-        {"60 points from the right edge still counts", {{1440 - 60 - 320, 500}, bar}, expanded,
+        {"against the right edge: grows to the left",
+         {{1440 - 320, 500}, bar},
+         expanded,
+         {{1440 - 480, 244}, expanded}},
+        {"60 points from the right edge still counts",
+         {{1440 - 60 - 320, 500}, bar},
+         expanded,
          {{1440 - 60 - 480, 244}, expanded}},
-        {"61 points from the right edge does not", {{1440 - 61 - 320, 500}, bar}, expanded,
+        {"61 points from the right edge does not",
+         {{1440 - 61 - 320, 500}, bar},
+         expanded,
          {{1440 - 480, 244}, expanded}},  // left edge kept, then clamped in
         {"near the bottom: grows upwards", {{200, 30}, bar}, expanded, {{200, 30}, expanded}},
         {"bottom right corner: grows left and up", {{1440 - 320, 0}, bar}, expanded, {{1440 - 480, 0}, expanded}},
-        {"collapsing near the right edge keeps the right edge", {{1440 - 480, 244}, expanded}, bar,
+        {"collapsing near the right edge keeps the right edge",
+         {{1440 - 480, 244}, expanded},
+         bar,
          {{1440 - 320, 500}, bar}},
         {"collapsing near the bottom keeps the bottom", {{200, 10}, expanded}, bar, {{200, 10}, bar}},
         {"growing past the top is clamped down", {{200, 875 - 44}, bar}, expanded, {{200, 875 - 300}, expanded}},

@@ -62,7 +62,8 @@ public:
                 return true;
             }
         checked_ = lines_.size();
-        const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+        const auto deadline =
+            Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
         while (Clock::now() < deadline) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
             pollfd p{out_, POLLIN, 0};
@@ -119,7 +120,8 @@ private:
 
 // Polls a file-backed condition; the members write on their own schedule.
 bool eventually(const std::function<bool()>& condition, double seconds) {
-    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    const auto deadline =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
     while (Clock::now() < deadline) {
         if (condition()) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -174,8 +176,8 @@ TEST(SuiteMembers, OneHostsTheOtherTakesOverAndAStoppedMemberIsDroppedAtOnce) {
     const auto corvaneRecord = GlanceStore{folder}.read(SuiteApp::corvane);
     ASSERT_TRUE(corvaneRecord && corvaneRecord->record());
     EXPECT_EQ(corvaneRecord->record()->state, GlanceState::stopped);
-    EXPECT_TRUE(waiting->waitFor([](const std::string& l) { return l.find("corvane=notRunning") != std::string::npos; },
-                                 2.0))
+    EXPECT_TRUE(
+        waiting->waitFor([](const std::string& l) { return l.find("corvane=notRunning") != std::string::npos; }, 2.0))
         << transcript();
     EXPECT_LT(Clock::now() - quit, std::chrono::seconds(3)) << "sooner than corvane's 3 s ttl would allow";
 

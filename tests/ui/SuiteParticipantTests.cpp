@@ -13,8 +13,8 @@
 
 #include "FakeHotKeys.hpp"
 #include "suite/ui/SuiteParticipant.hpp"
-#include "tests/support/TempFolder.hpp"
 #include "tests/support/ManualMainLoop.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace kestrow::suite {
 namespace {
@@ -373,8 +373,8 @@ TEST_F(Participant, TheBarsExpansionIsSharedAndTheNextHostOpensItAsLeft) {
     p->shutdown();
     EXPECT_TRUE(SuiteSettings::read(folder).floatingExpanded) << "a pending save is not lost at the end";
     calls.clear();
-    auto q = std::make_unique<SuiteParticipant>(SuiteApp::fennick, std::vector<SuiteFolder>{folder}, defaults,
-                                                withBar, loop, immediate());
+    auto q = std::make_unique<SuiteParticipant>(SuiteApp::fennick, std::vector<SuiteFolder>{folder}, defaults, withBar,
+                                                loop, immediate());
     q->publish(GlanceLevel::ok, metrics(20), 10);
     ASSERT_TRUE(loop.runUntil([&] { return q->isHost(); }, 5.0));
     EXPECT_EQ(calls, (std::vector<std::string>{"expand", "show"}));
@@ -431,13 +431,13 @@ TEST_F(Participant, ShutdownWritesStoppedOnceSavesPendingSettingsAndReleasesTheL
     EXPECT_TRUE(loop.watchedFolders().empty());
 
     // Exactly once: neither a second call, nor the timer, nor a publish, nor the destructor writes.
-    struct stat before{};
+    struct stat before {};
     ASSERT_EQ(::stat(folder.glanceURL(SuiteApp::brimlet).c_str(), &before), 0);
     p->shutdown();
     p->publish(GlanceLevel::ok, metrics(1), 10);
     loop.advance(30);
     p.reset();
-    struct stat after{};
+    struct stat after {};
     ASSERT_EQ(::stat(folder.glanceURL(SuiteApp::brimlet).c_str(), &after), 0);
     EXPECT_EQ(before.st_ino, after.st_ino) << "an atomic write would have replaced the file";
 
@@ -563,8 +563,7 @@ TEST_F(Participant, ADuplicateShortcutIsLoggedOnceAndTheFirstKeepsWorking) {
     testing::FakeHotKeys keys;
     HotKeyCenter center(keys, loop);
     int ownToggles = 0;
-    GlobalHotKey own(center, GlobalHotKey::keyCodeM, GlobalHotKey::controlOption,
-                     [&] { ++ownToggles; });
+    GlobalHotKey own(center, GlobalHotKey::keyCodeM, GlobalHotKey::controlOption, [&] { ++ownToggles; });
     ASSERT_TRUE(own.isRegistered());
 
     CapturedLog log;
@@ -821,12 +820,14 @@ TEST_F(Participant, AStormOfWritesIsReadAtMostOnceEveryTenthOfASecond) {
     auto p = make(SuiteApp::corvane, SuiteParticipant::Options{});
     p->publish(GlanceLevel::ok, {}, 10);
     auto write = [&](double value) {
-        const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running, loop.wallClock(), 10,
-                                  GlanceLevel::ok, {GlanceMetric{"load", "Load", value, "%", {}}});
+        const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running, loop.wallClock(), 10, GlanceLevel::ok,
+                                  {GlanceMetric{"load", "Load", value, "%", {}}});
         ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
         loop.folderChanged(folder.glancesURL(), {"fennick.json"});
     };
-    auto shown = [&] { return p->menuBarValues().empty() ? -1.0 : std::get<double>(p->menuBarValues()[0].second.value); };
+    auto shown = [&] {
+        return p->menuBarValues().empty() ? -1.0 : std::get<double>(p->menuBarValues()[0].second.value);
+    };
     changes.clear();
     write(1);
     EXPECT_EQ(shown(), 1) << "a quiet folder's first event is read at once";

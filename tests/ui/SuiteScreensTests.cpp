@@ -16,7 +16,8 @@ std::vector<SuiteRow> members() {
     const GlanceMetric memory{"mem", "Memory", 61.25, "%", GlanceLevel::notice};
     const GlanceMetric network{"net", "", StateWord(StateWord::blocked), "", GlanceLevel::ok};
     return {
-        SuiteRow{GlanceRecord(SuiteApp::brimlet, true, GlanceState::running, 0, 10, GlanceLevel::notice, {memory, network})},
+        SuiteRow{
+            GlanceRecord(SuiteApp::brimlet, true, GlanceState::running, 0, 10, GlanceLevel::notice, {memory, network})},
         SuiteRow{GlanceRecord(SuiteApp::garrow, false, GlanceState::running, 0, 10, GlanceLevel::ok, {})},
         SuiteRow{SuiteApp(SuiteApp::corvane)},
     };
@@ -30,7 +31,8 @@ TEST(SuiteScreens, EveryMemberCarriesItsLineItsNameAndEachValue) {
     EXPECT_EQ(brimlet.help, "Kestrow Brimlet");
     EXPECT_EQ(brimlet.line.values, "61,3" + nbsp + "% \u00B7 blocked");
     ASSERT_EQ(brimlet.values.size(), 2u);
-    EXPECT_EQ(brimlet.values[0], (SuiteValueLine{"Memory", "61,3" + nbsp + "%", GlanceLevel::notice, "Memory 61,3" + nbsp + "%"}));
+    EXPECT_EQ(brimlet.values[0],
+              (SuiteValueLine{"Memory", "61,3" + nbsp + "%", GlanceLevel::notice, "Memory 61,3" + nbsp + "%"}));
     // A value without a label is read as its figure alone.
     EXPECT_EQ(brimlet.values[1], (SuiteValueLine{"", "blocked", GlanceLevel::ok, "blocked"}));
 

@@ -57,7 +57,7 @@ TEST(UserDefaults, FileStoreIsPrivateSharedBetweenInstancesAndSurvivesDamage) {
     EXPECT_NE(::access(folder.c_str(), F_OK), 0);
 
     ASSERT_TRUE(first.set("KestrowSuite.showOwnIcon", JsonValue(true)).ok());
-    struct stat st{};
+    struct stat st {};
     ASSERT_EQ(::stat(first.path().c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     ASSERT_EQ(::stat(folder.c_str(), &st), 0);

@@ -54,22 +54,20 @@ int main(int argc, char** argv) {
     // The state at construction first, then every change.
     auto report = [&participant](SuiteParticipant::Property property) {
         switch (property) {
-            case SuiteParticipant::Property::isActive:
-                return say(std::string("active ") + (participant.isActive() ? "1" : "0"));
-            case SuiteParticipant::Property::isHost:
-                return say(std::string("host ") + (participant.isHost() ? "1" : "0"));
-            case SuiteParticipant::Property::rows: {
-                std::string line = "rows";
-                for (const SuiteRow& row : participant.rows())
-                    line += " " + std::string(row.app().rawValue()) + (row.isRunning() ? "=running" : "=notRunning");
-                return say(line);
-            }
-            default:
-                return;
+        case SuiteParticipant::Property::isActive:
+            return say(std::string("active ") + (participant.isActive() ? "1" : "0"));
+        case SuiteParticipant::Property::isHost: return say(std::string("host ") + (participant.isHost() ? "1" : "0"));
+        case SuiteParticipant::Property::rows: {
+            std::string line = "rows";
+            for (const SuiteRow& row : participant.rows())
+                line += " " + std::string(row.app().rawValue()) + (row.isRunning() ? "=running" : "=notRunning");
+            return say(line);
+        }
+        default: return;
         }
     };
-    for (auto property : {SuiteParticipant::Property::isActive, SuiteParticipant::Property::isHost,
-                          SuiteParticipant::Property::rows})
+    for (auto property :
+         {SuiteParticipant::Property::isActive, SuiteParticipant::Property::isHost, SuiteParticipant::Property::rows})
         report(property);
     participant.onChange(report);
     participant.publish(GlanceLevel::ok, {GlanceMetric{"load", "Load", 12.5, "%", GlanceLevel::ok}}, ttl);

@@ -8,7 +8,7 @@ namespace brimlet::DiskSpace {
 std::vector<std::string> dataVolumeCandidates() { return {"/System/Volumes/Data", "/"}; }
 
 std::optional<VolumeBlocks> readBlocks(const std::string& path) {
-    struct statfs st{};
+    struct statfs st {};
     if (::statfs(path.c_str(), &st) != 0) return std::nullopt;
     return VolumeBlocks{st.f_bavail, st.f_blocks, st.f_bsize};
 }

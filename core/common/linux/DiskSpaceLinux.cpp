@@ -17,7 +17,7 @@ std::vector<std::string> dataVolumeCandidates() {
 }
 
 std::optional<VolumeBlocks> readBlocks(const std::string& path) {
-    struct statvfs st{};
+    struct statvfs st {};
     if (::statvfs(path.c_str(), &st) != 0) return std::nullopt;
     return VolumeBlocks{st.f_bavail, st.f_blocks, st.f_frsize};
 }

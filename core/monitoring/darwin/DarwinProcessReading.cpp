@@ -62,8 +62,7 @@ public:
         if (count < 1) return {};
         // Slack for processes started between the two calls.
         std::vector<pid_t> buffer(static_cast<std::size_t>(count) + 64, 0);
-        const int returned =
-            ::proc_listallpids(buffer.data(), static_cast<int>(buffer.size() * sizeof(pid_t)));
+        const int returned = ::proc_listallpids(buffer.data(), static_cast<int>(buffer.size() * sizeof(pid_t)));
         if (returned < 1) return {};
         std::vector<std::int32_t> pids;
         pids.reserve(static_cast<std::size_t>(returned));
@@ -74,8 +73,7 @@ public:
 
     std::optional<ProcessUsage> usage(std::int32_t pid) override {
         rusage_info_v4 info{};
-        if (::proc_pid_rusage(pid, RUSAGE_INFO_V4, reinterpret_cast<rusage_info_t*>(&info)) != 0)
-            return std::nullopt;
+        if (::proc_pid_rusage(pid, RUSAGE_INFO_V4, reinterpret_cast<rusage_info_t*>(&info)) != 0) return std::nullopt;
         ProcessUsage usage;
         usage.footprint = info.ri_phys_footprint;
         usage.cpuTicks = info.ri_user_time + info.ri_system_time;

@@ -11,4 +11,4 @@ std::int64_t darwinThermalState() {
     }
 }
 
-}  // namespace brimlet
+} // namespace brimlet

@@ -164,7 +164,8 @@ std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(Held& files
         }
         // Another user's io file cannot be opened without ptrace rights: its rates stay unknown.
         files.lastIO.reset();
-        if (files.io.valid() && ioText_.rereadWhole(files.io.get())) files.lastIO = proctext::parsePidIO(ioText_.text());
+        if (files.io.valid() && ioText_.rereadWhole(files.io.get()))
+            files.lastIO = proctext::parsePidIO(ioText_.text());
         files.quietSweeps = 0;
     }
     const proctext::PidStatus& status = files.lastStatus;
@@ -248,8 +249,7 @@ std::optional<std::string> LinuxProcessReading::readLinkOf(std::int32_t pid, con
         // A process met in this sweep is still read through the folder its counters came from.
         if (auto it = held_.find(pid); it != held_.end() && it->second.folder.valid())
             target = linuxfs::readLinkAt(it->second.folder.get(), name);
-        else if (auto folder = openFolder(pid); folder.valid())
-            target = linuxfs::readLinkAt(folder.get(), name);
+        else if (auto folder = openFolder(pid); folder.valid()) target = linuxfs::readLinkAt(folder.get(), name);
     }
     if (!target) return std::nullopt;
     return kestrow::repairUtf8(*target);

@@ -70,7 +70,6 @@ public:
     static constexpr std::uint64_t statusRefreshSweeps = 30;
 
 private:
-
     linuxfs::Descriptor openFolder(std::int32_t pid) const;
     Held openFiles(std::int32_t pid) const;
     Record readOnce(std::int32_t pid);

@@ -240,7 +240,7 @@ std::optional<BlockCounters> LinuxSystemReading::blockCounters() {
         // at all, and loop, zram and device-mapper nodes have no device behind them.
         wholeDisks_.clear();
         for (const std::string& name : directoryEntries(sys_ + "/block", "")) {
-            struct stat st{};
+            struct stat st {};
             if (::stat((sys_ + "/block/" + name + "/device").c_str(), &st) == 0) wholeDisks_.push_back(name);
         }
     }

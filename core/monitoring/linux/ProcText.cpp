@@ -64,7 +64,7 @@ std::optional<double> leadingDecimal(std::string_view text) {
     // Digits gather into one integer and a count of fraction digits; one division by an exact power
     // of ten then rounds once, to the nearest double, as a correctly rounding parser would.
     constexpr std::uint64_t exactLimit = 1ULL << 53;  // every integer below it is a double
-    constexpr double powersOfTen[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+    constexpr double powersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                       1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     std::uint64_t digits = 0;
     std::size_t fraction = 0;
@@ -136,8 +136,7 @@ std::optional<CPUTicks> parseCPULine(std::string_view stat) {
         }
         // Kernels since 2.6.11 give at least eight fields; anything shorter is not a stat file.
         if (count >= 4) {
-            result = CPUTicks{values[0], values[1], values[2], values[3],
-                              values[4], values[5], values[6], values[7]};
+            result = CPUTicks{values[0], values[1], values[2], values[3], values[4], values[5], values[6], values[7]};
         }
         return false;
     });
@@ -169,7 +168,15 @@ std::optional<PidStat> parsePidStat(std::string_view text) {
         const std::string_view f = nextField(rest);
         if (f.empty()) return std::nullopt;
         switch (index) {
-        case 4: case 10: case 12: case 14: case 15: case 20: case 22: case 23: case 24: {
+        case 4:
+        case 10:
+        case 12:
+        case 14:
+        case 15:
+        case 20:
+        case 22:
+        case 23:
+        case 24: {
             auto v = fieldNumber(f);
             if (!v) return std::nullopt;
             field[index] = *v;

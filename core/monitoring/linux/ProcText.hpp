@@ -41,8 +41,8 @@ struct PidStat {
     std::uint64_t utime = 0;
     std::uint64_t stime = 0;
     std::uint64_t threads = 0;
-    std::uint64_t startTicks = 0;  // clock ticks after boot
-    std::uint64_t virtualSize = 0;   // bytes
+    std::uint64_t startTicks = 0;   // clock ticks after boot
+    std::uint64_t virtualSize = 0;  // bytes
     std::uint64_t residentPages = 0;
 
     // Nothing in the line moved that running or a change of its memory would move: the process

@@ -11,7 +11,7 @@ namespace kestrow::suite {
 std::optional<std::string> applicationGroupContainer(const std::string& identifier) {
     @autoreleasepool {
         NSString* group = kestrow::mac::toNSStringOrNil(identifier);
-        if (group == nil) return std::nullopt;  // not UTF-8: no group has such a name
+        if (group == nil) return std::nullopt; // not UTF-8: no group has such a name
         NSURL* url = [[NSFileManager defaultManager] containerURLForSecurityApplicationGroupIdentifier:group];
         if (url == nil) return std::nullopt;
         const char* path = url.fileSystemRepresentation;
@@ -22,4 +22,4 @@ std::optional<std::string> applicationGroupContainer(const std::string& identifi
 
 SuiteFolder SuiteFolder::standard(const std::string& home) { return plain(home); }
 
-}  // namespace kestrow::suite
+} // namespace kestrow::suite

@@ -19,8 +19,8 @@ public:
         if (ref_ != nullptr) removeHandler();
         handler_ = std::move(handler);
         const EventTypeSpec pressed{kEventClassKeyboard, kEventHotKeyPressed};
-        const OSStatus status =
-            InstallEventHandler(GetApplicationEventTarget(), &CarbonHotKeySystem::pressedCallback, 1, &pressed, this, &ref_);
+        const OSStatus status = InstallEventHandler(GetApplicationEventTarget(), &CarbonHotKeySystem::pressedCallback,
+                                                    1, &pressed, this, &ref_);
         if (status != noErr) {
             log::kit::error("hotKey", "hot key handler not installed: OSStatus " + std::to_string(status));
             ref_ = nullptr;
@@ -68,7 +68,7 @@ private:
     EventHandlerRef ref_ = nullptr;
 };
 
-}  // namespace
+} // namespace
 
 HotKeyCenter& systemHotKeyCenter(MainLoop& loop) {
     // One table per process, as Carbon has one application target. Never destroyed: at exit the
@@ -78,4 +78,4 @@ HotKeyCenter& systemHotKeyCenter(MainLoop& loop) {
     return *center;
 }
 
-}  // namespace kestrow::suite::mac
+} // namespace kestrow::suite::mac

@@ -40,7 +40,7 @@ Rect visibleFrameOf(NSScreen* screen) {
     return screen ? toRect(screen.visibleFrame) : fallbackVisibleFrame;
 }
 
-}  // namespace
+} // namespace
 
 struct FloatingPanel::State {
     NSView* content = nil;
@@ -58,28 +58,30 @@ struct FloatingPanel::State {
 
     Rect firstFrame() const {
         std::vector<Rect> visible;
-        for (NSScreen* screen in NSScreen.screens) visible.push_back(toRect(screen.visibleFrame));
+        for (NSScreen* screen in NSScreen.screens)
+            visible.push_back(toRect(screen.visibleFrame));
         if (std::optional<Rect> restored = FloatingLayout::restoredFrame(topLeft, size(), visible)) return *restored;
         return FloatingLayout::initialFrame(size(), visibleFrameOf(nil));
     }
 
     void make() {
-        panel = [[NSPanel alloc] initWithContentRect:toNSRect(firstFrame())
-                                           styleMask:NSWindowStyleMaskNonactivatingPanel | NSWindowStyleMaskFullSizeContentView
-                                             backing:NSBackingStoreBuffered
-                                               defer:NO];
+        panel = [[NSPanel alloc]
+            initWithContentRect:toNSRect(firstFrame())
+                      styleMask:NSWindowStyleMaskNonactivatingPanel | NSWindowStyleMaskFullSizeContentView
+                        backing:NSBackingStoreBuffered
+                          defer:NO];
         panel.floatingPanel = YES;
-        panel.level = NSFloatingWindowLevel;  // 3: above documents, below menus and the Dock
+        panel.level = NSFloatingWindowLevel; // 3: above documents, below menus and the Dock
         panel.collectionBehavior =
             NSWindowCollectionBehaviorCanJoinAllSpaces | NSWindowCollectionBehaviorFullScreenAuxiliary;
-        panel.hidesOnDeactivate = NO;  // an accessory app is almost never active: the bar must stay
+        panel.hidesOnDeactivate = NO; // an accessory app is almost never active: the bar must stay
         panel.becomesKeyOnlyIfNeeded = YES;
         panel.opaque = NO;
         panel.backgroundColor = NSColor.clearColor;
         panel.hasShadow = YES;
         panel.movableByWindowBackground = YES;
         panel.sharingType = NSWindowSharingReadOnly;
-        panel.releasedWhenClosed = NO;  // ARC owns it
+        panel.releasedWhenClosed = NO; // ARC owns it
         panel.contentView = content;
         panel.delegate = delegate;
     }
@@ -169,7 +171,8 @@ NSImage* roundedMask(CGFloat cornerRadius) {
                                    flipped:NO
                             drawingHandler:^BOOL(NSRect rect) {
                                 [NSColor.blackColor setFill];
-                                [[NSBezierPath bezierPathWithRoundedRect:rect xRadius:cornerRadius yRadius:cornerRadius] fill];
+                                [[NSBezierPath bezierPathWithRoundedRect:rect xRadius:cornerRadius
+                                                                 yRadius:cornerRadius] fill];
                                 return YES;
                             }];
     mask.capInsets = NSEdgeInsetsMake(cornerRadius, cornerRadius, cornerRadius, cornerRadius);
@@ -177,4 +180,4 @@ NSImage* roundedMask(CGFloat cornerRadius) {
     return mask;
 }
 
-}  // namespace kestrow::suite::mac
+} // namespace kestrow::suite::mac

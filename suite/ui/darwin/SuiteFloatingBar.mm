@@ -40,7 +40,7 @@ kestrow::suite::Size toSize(NSSize size) {
     return {std::ceil(size.width), std::ceil(size.height)};
 }
 
-}  // namespace
+} // namespace
 
 @interface KestrowSuiteFloatingBarView : NSVisualEffectView
 - (instancetype)initWithHost:(kestrow::suite::SuiteHost*)host;
@@ -63,16 +63,16 @@ kestrow::suite::Size toSize(NSSize size) {
     KestrowSuiteActionTarget* _expandTarget;
     KestrowSuiteActionTarget* _hideTarget;
     NSTrackingArea* _tracking;
-    kestrow::suite::SuiteBarScreen _screen;  // what the bar shows now
+    kestrow::suite::SuiteBarScreen _screen; // what the bar shows now
 }
 
 - (instancetype)initWithHost:(kestrow::suite::SuiteHost*)host {
     using namespace kestrow::suite;
     if (!(self = [super initWithFrame:NSZeroRect])) return nil;
     _host = host;
-    self.material = NSVisualEffectMaterialPopover;  // follows light and dark appearance
+    self.material = NSVisualEffectMaterialPopover; // follows light and dark appearance
     self.blendingMode = NSVisualEffectBlendingModeBehindWindow;
-    self.state = NSVisualEffectStateActive;  // the bar's window is never key, yet should not look dimmed
+    self.state = NSVisualEffectStateActive; // the bar's window is never key, yet should not look dimmed
     self.maskImage = roundedMask();
     [self setAccessibilityRole:NSAccessibilityGroupRole];
 
@@ -117,21 +117,22 @@ kestrow::suite::Size toSize(NSSize size) {
         for (const SuiteValueLine& value : member.values) {
             NSTextField* label = mac::makeLabel(mac::toNSString(value.label), [NSFont systemFontOfSize:size],
                                                 NSColor.secondaryLabelColor);
-            NSTextField* figure =
-                mac::makeLabel(mac::toNSString(value.value),
-                               [NSFont monospacedDigitSystemFontOfSize:size weight:NSFontWeightMedium],
-                               value.level == GlanceLevel::ok ? NSColor.labelColor : mac::levelTint(value.level, true));
+            NSTextField* figure = mac::makeLabel(
+                mac::toNSString(value.value), [NSFont monospacedDigitSystemFontOfSize:size weight:NSFontWeightMedium],
+                value.level == GlanceLevel::ok ? NSColor.labelColor : mac::levelTint(value.level, true));
             NSStackView* metricLine = [NSStackView stackViewWithViews:@[ label, mac::makeSpacer(), figure ]];
             metricLine.orientation = NSUserInterfaceLayoutOrientationHorizontal;
-            metricLine.edgeInsets = NSEdgeInsetsMake(0, 24, 0, 4);  // under the name, past the glyph
-            for (NSView* part in @[ label, figure ]) [part setAccessibilityElement:NO];
+            metricLine.edgeInsets = NSEdgeInsetsMake(0, 24, 0, 4); // under the name, past the glyph
+            for (NSView* part in @[ label, figure ])
+                [part setAccessibilityElement:NO];
             [metricLine setAccessibilityElement:YES];
             [metricLine setAccessibilityRole:NSAccessibilityStaticTextRole];
             [metricLine setAccessibilityLabel:mac::toNSString(value.accessibilityLabel)];
             [body addArrangedSubview:metricLine];
         }
     }
-    for (NSView* view in body.arrangedSubviews) [view.widthAnchor constraintEqualToAnchor:body.widthAnchor].active = YES;
+    for (NSView* view in body.arrangedSubviews)
+        [view.widthAnchor constraintEqualToAnchor:body.widthAnchor].active = YES;
     return body;
 }
 
@@ -202,7 +203,8 @@ class SuiteFloatingBarPanel final : public SuiteFloatingPanel {
 public:
     explicit SuiteFloatingBarPanel(SuiteHost& host) : view_([[KestrowSuiteFloatingBarView alloc] initWithHost:&host]) {
         std::optional<Point> corner;
-        if (const auto& stored = host.participant().settings().floatingTopLeft) corner = Point{stored->first, stored->second};
+        if (const auto& stored = host.participant().settings().floatingTopLeft)
+            corner = Point{stored->first, stored->second};
         SuiteParticipant& participant = host.participant();
         panel_ = std::make_unique<FloatingPanel>(
             view_, [view_ sizeExpanded:NO], [view_ sizeExpanded:YES], corner,
@@ -244,10 +246,10 @@ private:
     std::unique_ptr<FloatingPanel> panel_;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<SuiteFloatingPanel> makeSuiteFloatingBar(SuiteHost& host) {
     return std::make_unique<SuiteFloatingBarPanel>(host);
 }
 
-}  // namespace kestrow::suite::mac
+} // namespace kestrow::suite::mac

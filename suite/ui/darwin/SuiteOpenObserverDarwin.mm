@@ -38,11 +38,12 @@ public:
         : target_([[KestrowSuiteOpenTarget alloc] initWithAction:std::move(onOpen)]) {
         NSString* name = kestrow::mac::toNSString(notificationName());
         NSString* object = kestrow::mac::toNSString(app.rawValue());
-        [[NSDistributedNotificationCenter defaultCenter] addObserver:target_
-                                                            selector:@selector(openRequested:)
-                                                                name:name
-                                                              object:object
-                                                  suspensionBehavior:NSNotificationSuspensionBehaviorDeliverImmediately];
+        [[NSDistributedNotificationCenter defaultCenter]
+                   addObserver:target_
+                      selector:@selector(openRequested:)
+                          name:name
+                        object:object
+            suspensionBehavior:NSNotificationSuspensionBehaviorDeliverImmediately];
     }
     ~DistributedOpenObserver() override { [[NSDistributedNotificationCenter defaultCenter] removeObserver:target_]; }
 
@@ -50,10 +51,10 @@ private:
     KestrowSuiteOpenTarget* target_;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<SuiteOpenObserver> SuiteOpenObserver::make(SuiteApp app, std::function<void()> onOpen) {
     return std::make_unique<DistributedOpenObserver>(app, std::move(onOpen));
 }
 
-}  // namespace kestrow::suite
+} // namespace kestrow::suite

@@ -12,7 +12,7 @@ namespace {
 // Wide enough for a name and two values without truncation in the common case.
 constexpr CGFloat minimumWidth = 280;
 
-}  // namespace
+} // namespace
 
 @implementation KestrowSuitePopoverController {
     kestrow::suite::SuiteHost* _host;
@@ -22,7 +22,7 @@ constexpr CGFloat minimumWidth = 280;
     NSButton* _barSwitch;
     NSTextField* _shortcut;
     KestrowSuiteActionTarget* _switchTarget;
-    std::vector<kestrow::suite::SuiteMemberRow> _members;  // what the rows show now
+    std::vector<kestrow::suite::SuiteMemberRow> _members; // what the rows show now
 }
 
 - (instancetype)initWithHost:(kestrow::suite::SuiteHost*)host dismiss:(std::function<void()>)dismiss {
@@ -54,7 +54,7 @@ constexpr CGFloat minimumWidth = 280;
     _barSwitch = [NSButton checkboxWithTitle:@"" target:_switchTarget action:@selector(perform:)];
     // The shortcut as a menu shows it: right-aligned and quiet.
     _shortcut = mac::makeLabel(@"", [NSFont menuFontOfSize:0], NSColor.tertiaryLabelColor);
-    [_shortcut setAccessibilityElement:NO];  // the switch's label already names it
+    [_shortcut setAccessibilityElement:NO]; // the switch's label already names it
     NSStackView* footer = [NSStackView stackViewWithViews:@[ _barSwitch, mac::makeSpacer(), _shortcut ]];
     footer.orientation = NSUserInterfaceLayoutOrientationHorizontal;
 
@@ -75,7 +75,7 @@ constexpr CGFloat minimumWidth = 280;
 
 - (void)reload {
     using namespace kestrow::suite;
-    if (!self.viewLoaded) return;  // loadView lists them
+    if (!self.viewLoaded) return; // loadView lists them
     SuitePopoverScreen screen = mac::popoverScreen(*_host);
     _title.stringValue = mac::toNSString(screen.title);
     [_rows setAccessibilityLabel:mac::toNSString(screen.membersLabel)];

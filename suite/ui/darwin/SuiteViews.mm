@@ -5,8 +5,8 @@
 #include <string>
 
 #include "base/Log.hpp"
-#include "suite/ui/SuiteParticipant.hpp"
 #include "suite/ui/SuiteOpenObserver.hpp"
+#include "suite/ui/SuiteParticipant.hpp"
 
 @implementation KestrowSuiteActionTarget {
     std::function<void(id)> _action;
@@ -47,15 +47,17 @@
     glyph.contentTintColor = mac::levelTint(line.level, line.running);
     [glyph setContentHuggingPriority:NSLayoutPriorityRequired forOrientation:NSLayoutConstraintOrientationHorizontal];
 
-    NSTextField* name = mac::makeLabel(mac::toNSString(line.name), [NSFont systemFontOfSize:size weight:NSFontWeightMedium],
-                                       line.running ? NSColor.labelColor : NSColor.secondaryLabelColor);
+    NSTextField* name =
+        mac::makeLabel(mac::toNSString(line.name), [NSFont systemFontOfSize:size weight:NSFontWeightMedium],
+                       line.running ? NSColor.labelColor : NSColor.secondaryLabelColor);
     [name setContentHuggingPriority:NSLayoutPriorityDefaultHigh forOrientation:NSLayoutConstraintOrientationHorizontal];
     // Figures of equal width, so a changing value does not make the line jitter.
     NSTextField* values = mac::makeLabel(mac::toNSString(line.values),
                                          [NSFont monospacedDigitSystemFontOfSize:size weight:NSFontWeightRegular],
                                          NSColor.secondaryLabelColor);
     values.alignment = NSTextAlignmentRight;
-    [values setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
+    [values setContentHuggingPriority:NSLayoutPriorityDefaultLow
+                       forOrientation:NSLayoutConstraintOrientationHorizontal];
     [values setContentCompressionResistancePriority:NSLayoutPriorityRequired
                                      forOrientation:NSLayoutConstraintOrientationHorizontal];
 
@@ -74,7 +76,8 @@
     ]];
 
     // VoiceOver hears the whole line once, as a button, not its pieces one by one.
-    for (NSView* part in @[ glyph, name, values ]) [part setAccessibilityElement:NO];
+    for (NSView* part in @[ glyph, name, values ])
+        [part setAccessibilityElement:NO];
     [self setAccessibilityElement:YES];
     [self setAccessibilityRole:NSAccessibilityButtonRole];
     [self setAccessibilityLabel:mac::toNSString(line.accessibilityLabel)];
@@ -89,7 +92,7 @@
 
 - (BOOL)acceptsFirstMouse:(NSEvent*)event {
     (void)event;
-    return YES;  // one click acts, even in the floating bar's panel, which never takes focus for it
+    return YES; // one click acts, even in the floating bar's panel, which never takes focus for it
 }
 
 - (BOOL)acceptsFirstResponder {
@@ -102,10 +105,8 @@
 
 - (void)keyDown:(NSEvent*)event {
     NSString* keys = event.charactersIgnoringModifiers;
-    if ([keys isEqualToString:@" "] || [keys isEqualToString:@"\r"] || [keys isEqualToString:@"\x03"])
-        [self perform];
-    else
-        [super keyDown:event];
+    if ([keys isEqualToString:@" "] || [keys isEqualToString:@"\r"] || [keys isEqualToString:@"\x03"]) [self perform];
+    else [super keyDown:event];
 }
 
 - (void)mouseDown:(NSEvent*)event {
@@ -177,38 +178,44 @@ NumberLocale currentNumberLocale() {
     formatter.locale = locale;
     formatter.numberStyle = NSNumberFormatterDecimalStyle;
     NumberLocale numbers;
-    if (NSString* decimal = formatter.decimalSeparator; decimal.length > 0) numbers.decimalSeparator = kestrow::mac::utf8(decimal);
+    if (NSString* decimal = formatter.decimalSeparator; decimal.length > 0)
+        numbers.decimalSeparator = kestrow::mac::utf8(decimal);
     numbers.groupingSeparator = kestrow::mac::utf8(formatter.groupingSeparator);
-    numbers.groupingSize =
-        formatter.usesGroupingSeparator && formatter.groupingSize > 0 ? static_cast<std::size_t>(formatter.groupingSize) : 0;
+    numbers.groupingSize = formatter.usesGroupingSeparator && formatter.groupingSize > 0
+                               ? static_cast<std::size_t>(formatter.groupingSize)
+                               : 0;
     return numbers;
 }
 
 NSImage* symbolImage(std::string_view name, std::string_view description, CGFloat pointSize) {
-    NSImage* image = [NSImage imageWithSystemSymbolName:toNSString(name) accessibilityDescription:toNSString(description)];
+    NSImage* image = [NSImage imageWithSystemSymbolName:toNSString(name)
+                               accessibilityDescription:toNSString(description)];
     if (image == nil) return nil;
-    NSImage* sized =
-        [image imageWithSymbolConfiguration:[NSImageSymbolConfiguration configurationWithPointSize:pointSize
-                                                                                            weight:NSFontWeightRegular]];
+    NSImage* sized = [image
+        imageWithSymbolConfiguration:[NSImageSymbolConfiguration configurationWithPointSize:pointSize
+                                                                                     weight:NSFontWeightRegular]];
     if (sized != nil) image = sized;
-    [image setTemplate:YES];  // drawn in the menu bar's own color, light or dark
+    [image setTemplate:YES]; // drawn in the menu bar's own color, light or dark
     return image;
 }
 
 NSColor* levelTint(GlanceLevel level, bool running) {
     if (!running) return NSColor.tertiaryLabelColor;
     switch (level.value) {
-        case GlanceLevel::notice: return NSColor.systemOrangeColor;
-        case GlanceLevel::alert: return NSColor.systemRedColor;
-        case GlanceLevel::ok: break;
+    case GlanceLevel::notice:
+        return NSColor.systemOrangeColor;
+    case GlanceLevel::alert:
+        return NSColor.systemRedColor;
+    case GlanceLevel::ok:
+        break;
     }
     return NSColor.systemGreenColor;
 }
 
-
 NSView* makeSpacer() {
     NSView* spacer = [[NSView alloc] initWithFrame:NSZeroRect];
-    [spacer setContentHuggingPriority:NSLayoutPriorityDefaultLow forOrientation:NSLayoutConstraintOrientationHorizontal];
+    [spacer setContentHuggingPriority:NSLayoutPriorityDefaultLow
+                       forOrientation:NSLayoutConstraintOrientationHorizontal];
     return spacer;
 }
 
@@ -243,21 +250,24 @@ void openMember(const SuiteRowLine& line) {
               deliverImmediately:YES];
         return;
     }
-    NSURL* url = [NSWorkspace.sharedWorkspace URLForApplicationWithBundleIdentifier:toNSString(line.app.bundleIdentifier())];
+    NSURL* url =
+        [NSWorkspace.sharedWorkspace URLForApplicationWithBundleIdentifier:toNSString(line.app.bundleIdentifier())];
     if (url == nil) {
-        log::kit::error("suiteViews", "cannot open " + id + ": no application with identifier " + line.app.bundleIdentifier());
+        log::kit::error("suiteViews",
+                        "cannot open " + id + ": no application with identifier " + line.app.bundleIdentifier());
         return;
     }
     NSWorkspaceOpenConfiguration* configuration = [NSWorkspaceOpenConfiguration configuration];
     configuration.activates = YES;
-    [NSWorkspace.sharedWorkspace openApplicationAtURL:url
-                                        configuration:configuration
-                                    completionHandler:^(NSRunningApplication* app, NSError* error) {
-                                        (void)app;
-                                        if (error != nil)
-                                            log::kit::error("suiteViews", "cannot open " + id + ": " +
-                                                                              kestrow::mac::utf8(error.localizedDescription));
-                                    }];
+    [NSWorkspace.sharedWorkspace
+        openApplicationAtURL:url
+               configuration:configuration
+           completionHandler:^(NSRunningApplication* app, NSError* error) {
+               (void)app;
+               if (error != nil)
+                   log::kit::error("suiteViews",
+                                   "cannot open " + id + ": " + kestrow::mac::utf8(error.localizedDescription));
+           }];
 }
 
-}  // namespace kestrow::suite::mac
+} // namespace kestrow::suite::mac

@@ -90,10 +90,10 @@ private:
     KestrowSuiteActionTarget* target_ = nil;
 };
 
-}  // namespace
+} // namespace
 
 std::unique_ptr<SuiteStatusItem> makeSystemSuiteStatusItem(SuiteHost& host) {
     return std::make_unique<SystemSuiteStatusItem>(host);
 }
 
-}  // namespace kestrow::suite::mac
+} // namespace kestrow::suite::mac

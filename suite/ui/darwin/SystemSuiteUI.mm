@@ -7,7 +7,7 @@
 namespace kestrow::suite::mac {
 
 SuiteStatusItemFactory systemStatusItemFactory(MainLoop& loop, HotKeyCenter& hotKeys) {
-    (void)loop;  // AppKit's callbacks already arrive on the main queue, which is the loop
+    (void)loop; // AppKit's callbacks already arrive on the main queue, which is the loop
     SuiteStatusItemFactory factory;
     // Left empty: the host takes the position from the participant's shared settings.
     factory.preferredPosition = nullptr;
@@ -17,4 +17,4 @@ SuiteStatusItemFactory systemStatusItemFactory(MainLoop& loop, HotKeyCenter& hot
     return factory;
 }
 
-}  // namespace kestrow::suite::mac
+} // namespace kestrow::suite::mac

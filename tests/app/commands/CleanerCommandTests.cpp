@@ -56,7 +56,7 @@ TEST(CleanerCommand, ArgumentsAreCheckedAgainstEachOther) {
     auto none = [](CleanerRequest&) {};
     struct Case {
         Platform platform;
-        std::vector<std::string> arguments;  // after the program path
+        std::vector<std::string> arguments;                  // after the program path
         std::variant<CleanerRequest, std::string> expected;  // the request, or the whole standard error
     };
     const Case cases[] = {
@@ -65,20 +65,23 @@ TEST(CleanerCommand, ArgumentsAreCheckedAgainstEachOther) {
         {Platform::linux, {"--clean"}, request(Command::clean, none)},
         // Repeated ids count once, in the order first given.
         {Platform::linux,
-         {"--clean", "--item", "pip-cache", "--item", "npm-cache", "--item", "pip-cache", "--approve", "node-modules:a"},
+         {"--clean", "--item", "pip-cache", "--item", "npm-cache", "--item", "pip-cache", "--approve",
+          "node-modules:a"},
          request(Command::clean,
                  [](auto& r) {
                      r.items = {"pip-cache", "npm-cache"};
                      r.approvals = {"node-modules:a"};
                  })},
-        {Platform::linux, {"--permanent", "--clean", "--report", "out/Report.JSON"},
+        {Platform::linux,
+         {"--permanent", "--clean", "--report", "out/Report.JSON"},
          request(Command::clean,
                  [](auto& r) {
                      r.permanent = true;
                      r.reportPath = "out/Report.JSON";
                      r.reportFormat = Format::json;
                  })},
-        {Platform::linux, {"--clean", "--dry-run", "--item", "npm-cache"},
+        {Platform::linux,
+         {"--clean", "--dry-run", "--item", "npm-cache"},
          request(Command::clean,
                  [](auto& r) {
                      r.dryRun = true;
@@ -87,34 +90,49 @@ TEST(CleanerCommand, ArgumentsAreCheckedAgainstEachOther) {
         // The system's own pairs still reach a Mac program started from a terminal.
         {Platform::mac, {"-NSDocumentRevisionsDebugMode", "YES", "--measure"}, request(Command::measure, none)},
 
-        {Platform::linux, {"--measure", "--clean"},
+        {Platform::linux,
+         {"--measure", "--clean"},
          "KestrowBrimlet: --measure and --clean cannot be used together (see --help)\n"},
         {Platform::linux, {"--clean", "--json"}, "KestrowBrimlet: --json works only with --measure (see --help)\n"},
-        {Platform::linux, {"--measure", "--item", "npm-cache"},
+        {Platform::linux,
+         {"--measure", "--item", "npm-cache"},
          "KestrowBrimlet: --item works only with --clean (see --help)\n"},
-        {Platform::linux, {"--measure", "--dry-run"}, "KestrowBrimlet: --dry-run works only with --clean (see --help)\n"},
+        {Platform::linux,
+         {"--measure", "--dry-run"},
+         "KestrowBrimlet: --dry-run works only with --clean (see --help)\n"},
         {Platform::linux, {"--clean", "--item"}, "KestrowBrimlet: --item needs a value: ID (see --help)\n"},
-        {Platform::linux, {"--clean", "--item", "--dry-run"}, "KestrowBrimlet: --item needs a value: ID (see --help)\n"},
-        {Platform::linux, {"--clean", "--approve", "node-modules:a", "--permanent"},
+        {Platform::linux,
+         {"--clean", "--item", "--dry-run"},
+         "KestrowBrimlet: --item needs a value: ID (see --help)\n"},
+        {Platform::linux,
+         {"--clean", "--approve", "node-modules:a", "--permanent"},
          "KestrowBrimlet: --permanent cannot be used with --approve: personal items only ever go to the Trash "
          "(see --help)\n"},
-        {Platform::linux, {"--clean", "--item", "node-modules:a"},
+        {Platform::linux,
+         {"--clean", "--item", "node-modules:a"},
          "KestrowBrimlet: --item names a cache, and there is none called node-modules:a (--measure lists them; "
          "personal items are named with --approve) (see --help)\n"},
-        {Platform::linux, {"--clean", "--item", "npm\x1b[2J"},
+        {Platform::linux,
+         {"--clean", "--item", "npm\x1b[2J"},
          "KestrowBrimlet: --item must not contain control characters: npm\\x1b[2J (see --help)\n"},
-        {Platform::linux, {"--clean", "--approve", "npm-cache"},
+        {Platform::linux,
+         {"--clean", "--approve", "npm-cache"},
          "KestrowBrimlet: --approve names a personal item, and npm-cache is a cache: use --item (see --help)\n"},
-        {Platform::linux, {"--clean", "--report", "report.txt"},
+        {Platform::linux,
+         {"--clean", "--report", "report.txt"},
          "KestrowBrimlet: --report must name a .md or .json file, not report.txt (see --help)\n"},
-        {Platform::linux, {"--clean", "--report", "a.md", "--report", "b.md"},
+        {Platform::linux,
+         {"--clean", "--report", "a.md", "--report", "b.md"},
          "KestrowBrimlet: --report may be given only once (see --help)\n"},
-        {Platform::linux, {"--clean", "--dry-run", "--report", "a.md"},
+        {Platform::linux,
+         {"--clean", "--dry-run", "--report", "a.md"},
          "KestrowBrimlet: --report cannot be used with --dry-run: a dry run has nothing to report (see --help)\n"},
         // The application's own options mean nothing here, and are not quietly ignored.
-        {Platform::linux, {"--clean", "--suite-folder", "/tmp/s"},
+        {Platform::linux,
+         {"--clean", "--suite-folder", "/tmp/s"},
          "KestrowBrimlet: --suite-folder cannot be used with --measure or --clean (see --help)\n"},
-        {Platform::mac, {"--measure", "--floating"},
+        {Platform::mac,
+         {"--measure", "--floating"},
          "KestrowBrimlet: --floating cannot be used with --measure or --clean (see --help)\n"},
         {Platform::linux, {"--measure", "--floating"}, "KestrowBrimlet: unknown argument --floating (see --help)\n"},
     };
@@ -173,18 +191,42 @@ TEST(CleanerCommand, APlanTakesTheChosenItemsInTheOrderTheyWerePresented) {
                                 "deletes simulators";
     const Case cases[] = {
         {"every cache, to the Trash", clean({}, {}, false), {"npm-cache", "pip-cache"}, {{}, {}}, {leftOut}, 0},
-        {"every cache, permanently", clean({}, {}, true), {"npm-cache", "pip-cache", "simulators-unavailable"},
-         {{}, {}, {}}, {}, 0},
-        {"named caches keep the catalog's order", clean({"pip-cache", "npm-cache"}, {}, false),
-         {"npm-cache", "pip-cache"}, {{}, {}}, {}, 0},
-        {"a named cache that is not there", clean({"uv-cache", "npm-cache"}, {}, false), {"npm-cache"}, {{}},
-         {"uv-cache is not here: nothing to clean"}, 0},
-        {"named simulators in Trash mode are tried and skipped", clean({"simulators-unavailable"}, {}, false),
-         {"simulators-unavailable"}, {"only --permanent deletes simulators"}, {}, 1},
-        {"approved items follow the caches in the order found", clean({"npm-cache"}, {"node-modules:b", "node-modules:a"}, false),
-         {"npm-cache", "node-modules:a", "node-modules:b"}, {{}, {}, {}}, {}, 0},
-        {"an approved item that is blocked", clean({"npm-cache"}, {"docker-vm"}, false), {"npm-cache", "docker-vm"},
-         {{}, "Docker is running"}, {}, 1},
+        {"every cache, permanently",
+         clean({}, {}, true),
+         {"npm-cache", "pip-cache", "simulators-unavailable"},
+         {{}, {}, {}},
+         {},
+         0},
+        {"named caches keep the catalog's order",
+         clean({"pip-cache", "npm-cache"}, {}, false),
+         {"npm-cache", "pip-cache"},
+         {{}, {}},
+         {},
+         0},
+        {"a named cache that is not there",
+         clean({"uv-cache", "npm-cache"}, {}, false),
+         {"npm-cache"},
+         {{}},
+         {"uv-cache is not here: nothing to clean"},
+         0},
+        {"named simulators in Trash mode are tried and skipped",
+         clean({"simulators-unavailable"}, {}, false),
+         {"simulators-unavailable"},
+         {"only --permanent deletes simulators"},
+         {},
+         1},
+        {"approved items follow the caches in the order found",
+         clean({"npm-cache"}, {"node-modules:b", "node-modules:a"}, false),
+         {"npm-cache", "node-modules:a", "node-modules:b"},
+         {{}, {}, {}},
+         {},
+         0},
+        {"an approved item that is blocked",
+         clean({"npm-cache"}, {"docker-vm"}, false),
+         {"npm-cache", "docker-vm"},
+         {{}, "Docker is running"},
+         {},
+         1},
     };
     for (const Case& c : cases) {
         const auto planned = CleanerCommand::plan(c.request, measured, found);
@@ -200,7 +242,8 @@ TEST(CleanerCommand, APlanTakesTheChosenItemsInTheOrderTheyWerePresented) {
     }
 
     // An approval of something not found stops the whole clean: no cache goes either.
-    const auto refused = CleanerCommand::plan(clean({}, {"node-modules:a", "node-modules:gone"}, false), measured, found);
+    const auto refused =
+        CleanerCommand::plan(clean({}, {"node-modules:a", "node-modules:gone"}, false), measured, found);
     const auto* exit = std::get_if<SuiteLaunch::Exit>(&refused);
     ASSERT_TRUE(exit);
     EXPECT_EQ(exit->status, 2);
@@ -218,8 +261,10 @@ TEST(CleanerCommand, TheExitStatusSaysWhetherEverythingWasDone) {
     cancelled.cancelled = true;
     CleanupReport refused;
     refused.refusal = "The approval was already used.";
-    const std::pair<const CleanupReport*, int> cases[] = {{&done, 0}, {&empty, 0}, {&skipped, 1}, {&cancelled, 1}, {&refused, 1}};
-    for (const auto& [report, status] : cases) EXPECT_EQ(CleanerCommand::exitStatus(*report), status) << report->markdown();
+    const std::pair<const CleanupReport*, int> cases[] = {
+        {&done, 0}, {&empty, 0}, {&skipped, 1}, {&cancelled, 1}, {&refused, 1}};
+    for (const auto& [report, status] : cases)
+        EXPECT_EQ(CleanerCommand::exitStatus(*report), status) << report->markdown();
 }
 
 TEST(CleanerCommand, ProgressIsALineInAPipeAndABarOnATerminal) {
@@ -227,7 +272,8 @@ TEST(CleanerCommand, ProgressIsALineInAPipeAndABarOnATerminal) {
     EXPECT_EQ(CleanerCommand::plainProgress({"Cleaning", 1, 5, "pip cache"}), "Cleaning 2 of 5: pip cache");
     EXPECT_EQ(CleanerCommand::plainProgress({"Measuring", 3, 8, ""}), "Measuring 3 of 8");
 
-    const std::string hostile = "node_modules in \x1b]0;owned\x07\xc2\x9b" "2J caf\xc3\xa9 \xff";
+    const std::string hostile = "node_modules in \x1b]0;owned\x07\xc2\x9b"
+                                "2J caf\xc3\xa9 \xff";
     for (const std::size_t width : {0u, 1u, 12u, 40u, 80u, 300u}) {
         for (const ProgressStep& step : {ProgressStep{"Cleaning", 0, 3, hostile}, ProgressStep{"Cleaning", 3, 3, "x"},
                                          ProgressStep{"Measuring", 0, 0, ""}}) {
@@ -263,7 +309,8 @@ TEST(CleanerCommand, TheListingShowsEveryItemWithItsKindSizeAndWhatCleaningWould
     CleanupItem odd = personal("node-modules:we\x1b[2Jird\xff/node_modules");
     odd.title = "node_modules in we\x1b[2Jird\xff";
     odd.note = "Not used in the last 30 days";
-    const std::vector<CleanupItem> found = {odd, personal("docker-vm", "Docker Desktop VM is running \u2014 quit it first")};
+    const std::vector<CleanupItem> found = {odd,
+                                            personal("docker-vm", "Docker Desktop VM is running \u2014 quit it first")};
 
     const std::string text = CleanerCommand::measureText("/home/u", measured, found);
     EXPECT_EQ(text.rfind("Home folder: /home/u\n", 0), 0u);
@@ -314,7 +361,8 @@ TEST(CleanerCommand, ADryRunListsWhatWouldGoAndWhatWouldNot) {
     const std::string text = CleanerCommand::dryRunText(plan);
     EXPECT_EQ(text.rfind("Dry run: nothing was changed.\n", 0), 0u);
     for (const std::string& expected :
-         {"- npm-cache title (npm-cache) \u2014 " + ByteFormat::string(2'000'000) + " \u2014 Delete permanently\n  /home/u/.npm-cache\n",
+         {"- npm-cache title (npm-cache) \u2014 " + ByteFormat::string(2'000'000) +
+              " \u2014 Delete permanently\n  /home/u/.npm-cache\n",
           // Personal data goes to the Trash whatever the mode.
           "- node-modules:a title (node-modules:a) \u2014 " + ByteFormat::string(5000) + " \u2014 Move to Trash\n",
           "- docker-vm title (docker-vm) \u2014 " + ByteFormat::string(5000) + " \u2014 skipped: Docker is running\n",

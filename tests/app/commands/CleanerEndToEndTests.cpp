@@ -1,8 +1,8 @@
 // The real program's "--measure" and "--clean" against a temporary home with real cache folders and
 // a temporary Trash ($HOME and $XDG_DATA_HOME point into a fresh folder). Every test first makes sure
 // the program took that home, so that nothing here can reach the real one.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -68,14 +68,13 @@ std::map<std::string, std::string> tree(const std::string& root) {
 
 // The entries of `before` that lie outside `removed` (a path relative to the same root).
 std::map<std::string, std::string> without(std::map<std::string, std::string> before, const std::string& removed) {
-    std::erase_if(before, [&](const auto& entry) {
-        return entry.first == removed || entry.first.starts_with(removed + "/");
-    });
+    std::erase_if(before,
+                  [&](const auto& entry) { return entry.first == removed || entry.first.starts_with(removed + "/"); });
     return before;
 }
 
 std::uint64_t allocated(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) return 0;
     return static_cast<std::uint64_t>(st.st_blocks) * 512;
 }
@@ -99,7 +98,8 @@ struct CleanerEndToEnd : ::testing::Test {
     std::map<std::string, std::pair<std::string, std::uint64_t>> planted;
     const std::string project = "node-modules:work/site/node_modules";
 
-    void plant(const std::string& id, const std::string& folder, const std::vector<std::pair<std::string, std::size_t>>& files) {
+    void plant(const std::string& id, const std::string& folder,
+               const std::vector<std::pair<std::string, std::size_t>>& files) {
         std::uint64_t bytes = 0;
         for (const auto& [name, size] : files) {
             const std::string path = home + "/" + folder + "/" + name;
@@ -135,7 +135,8 @@ struct CleanerEndToEnd : ::testing::Test {
     std::vector<std::string> trashed() const {
         std::vector<std::string> names;
         std::error_code error;
-        for (const auto& entry : fs::directory_iterator(trash + "/files", error)) names.push_back(entry.path().filename());
+        for (const auto& entry : fs::directory_iterator(trash + "/files", error))
+            names.push_back(entry.path().filename());
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -158,8 +159,10 @@ TEST_F(CleanerEndToEnd, MeasuringShowsThePlantedSizesAndChangesNothing) {
     std::map<std::string, std::uint64_t> expected;
     for (const auto& [id, where] : planted) expected[id] = where.second;
     EXPECT_EQ(sizes, expected);
-    EXPECT_EQ(kinds, (std::map<std::string, std::string>{{"npm-cache", "regenerable"}, {"pip-cache", "regenerable"},
-                                                          {"uv-cache", "regenerable"}, {project, "personal"}}));
+    EXPECT_EQ(kinds, (std::map<std::string, std::string>{{"npm-cache", "regenerable"},
+                                                         {"pip-cache", "regenerable"},
+                                                         {"uv-cache", "regenerable"},
+                                                         {project, "personal"}}));
 
     const Finished text = run({"--measure"});
     ASSERT_EQ(text.status, 0) << text.err;
@@ -212,7 +215,8 @@ TEST_F(CleanerEndToEnd, CleaningRemovesExactlyTheChosenCachesAndTheReportSaysSo)
     EXPECT_NE(clean.out.find("## Deleted (2)"), std::string::npos);
     EXPECT_NE(clean.out.find("## Skipped (0)"), std::string::npos);
     // Plain progress lines, one per item, where there is no terminal.
-    EXPECT_NE(clean.err.find("Cleaning 1 of 2: npm cache\nCleaning 2 of 2: pip cache\n"), std::string::npos) << clean.err;
+    EXPECT_NE(clean.err.find("Cleaning 1 of 2: npm cache\nCleaning 2 of 2: pip cache\n"), std::string::npos)
+        << clean.err;
     EXPECT_EQ(clean.err.find('\r'), std::string::npos);
 }
 
@@ -258,7 +262,8 @@ TEST_F(CleanerEndToEnd, ASkippedItemMakesTheStatusOneAndTheReportSaysWhy) {
     EXPECT_EQ(clean.status, 1) << clean.err << clean.out;
     EXPECT_EQ(tree(home), without(without(before, ".cache/pip"), ".cache/uv"));
     EXPECT_NE(clean.out.find("## Skipped (1)\n\n- npm cache \u2014 Is a symbolic link; links are never followed for "
-                             "deletion  \n  `" + home + "/.npm/_cacache`"),
+                             "deletion  \n  `" +
+                             home + "/.npm/_cacache`"),
               std::string::npos)
         << clean.out;
     EXPECT_NE(clean.out.find("## Deleted (2)"), std::string::npos);
@@ -273,13 +278,15 @@ TEST_F(CleanerEndToEnd, UsageErrorsExitTwoAndTouchNothing) {
     const Case cases[] = {
         {{"--clean", "--approve", project, "--permanent"},
          "KestrowBrimlet: --permanent cannot be used with --approve: personal items only ever go to the Trash"},
-        {{"--clean", "--item", "no-such-cache"}, "KestrowBrimlet: --item names a cache, and there is none called no-such-cache"},
+        {{"--clean", "--item", "no-such-cache"},
+         "KestrowBrimlet: --item names a cache, and there is none called no-such-cache"},
         // Found only after measuring: still nothing goes, not even the caches.
         {{"--clean", "--approve", "node-modules:gone/node_modules"},
          "KestrowBrimlet: --approve node-modules:gone/node_modules: no personal item with that id was found"},
         {{"--json"}, "KestrowBrimlet: --json works only with --measure"},
         {{"--measure", "--clean"}, "KestrowBrimlet: --measure and --clean cannot be used together"},
-        {{"--clean", "--report", temp / "no-folder/report.md"}, "KestrowBrimlet: --report: there is no folder " + temp / "no-folder"},
+        {{"--clean", "--report", temp / "no-folder/report.md"},
+         "KestrowBrimlet: --report: there is no folder " + temp / "no-folder"},
         {{"--clean", "--report", temp / "report.txt"}, "KestrowBrimlet: --report must name a .md or .json file"},
     };
     for (const Case& c : cases) {

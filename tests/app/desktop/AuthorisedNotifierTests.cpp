@@ -78,7 +78,8 @@ TEST_F(NotifierRig, AlertsWaitForTheOneQuestionThenGoOnInOrderWhateverTheAnswer)
         centre->added[2].second("");
         EXPECT_TRUE(answers.empty());
         loop.runPending();
-        EXPECT_EQ(answers, (std::vector<std::pair<std::string, bool>>{{"first", true}, {"second", false}, {"third", true}}));
+        EXPECT_EQ(answers,
+                  (std::vector<std::pair<std::string, bool>>{{"first", true}, {"second", false}, {"third", true}}));
     }
 }
 

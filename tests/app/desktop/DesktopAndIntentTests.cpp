@@ -1,14 +1,14 @@
 // The desktop controller against the real suite participant in a temporary suite folder, the
 // intent router over both stores, and the application structure with its reopen handler.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-#include <fcntl.h>
 #include <unistd.h>
 
-#include "tests/app/AppTestSupport.hpp"
-#include "app/startup/BrimletApplication.hpp"
 #include "app/desktop/DesktopController.hpp"
 #include "app/desktop/IntentRouter.hpp"
+#include "app/startup/BrimletApplication.hpp"
+#include "tests/app/AppTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"
 #include "tests/ui/FakeHotKeys.hpp"
 
@@ -40,7 +40,8 @@ struct RecordingDock final : DockBadgeController {
 
 // Another member of the suite, as its record in the folder shows it.
 void writeMember(const SuiteFolder& folder, kestrow::MainLoop& loop, GlanceState state) {
-    const GlanceRecord record(SuiteApp::corvane, false, state, loop.wallClock(), 10, kestrow::suite::GlanceLevel::ok, {});
+    const GlanceRecord record(SuiteApp::corvane, false, state, loop.wallClock(), 10, kestrow::suite::GlanceLevel::ok,
+                              {});
     ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
 }
 
@@ -71,9 +72,9 @@ struct DesktopRig : ::testing::Test {
         testing::idleSettings(monitorDefaults);
         SuiteParticipant::Options options;
         options.observeSystem = false;
-        participant = std::make_unique<SuiteParticipant>(SuiteApp::brimlet, std::vector<SuiteFolder>{folder},
-                                                         suiteDefaults, kestrow::suite::SuiteStatusItemFactory{},
-                                                         rig.loop, options);
+        participant =
+            std::make_unique<SuiteParticipant>(SuiteApp::brimlet, std::vector<SuiteFolder>{folder}, suiteDefaults,
+                                               kestrow::suite::SuiteStatusItemFactory{}, rig.loop, options);
         link = std::make_unique<ParticipantLink>(*participant, rig.loop);
         store = rig.makeStore(monitorDefaults);
         auto f = std::make_unique<RecordingFloating>();
@@ -152,8 +153,8 @@ TEST_F(DesktopRig, TheShortcutPassesToTheHostAndBackWithinOneTurn) {
     factory.hotKeys = &center;
     SuiteParticipant::Options options;
     options.observeSystem = false;
-    participant = std::make_unique<SuiteParticipant>(SuiteApp::brimlet, std::vector<SuiteFolder>{folder},
-                                                     suiteDefaults, factory, rig.loop, options);
+    participant = std::make_unique<SuiteParticipant>(SuiteApp::brimlet, std::vector<SuiteFolder>{folder}, suiteDefaults,
+                                                     factory, rig.loop, options);
     link = std::make_unique<ParticipantLink>(*participant, rig.loop);
     desktop = std::make_unique<DesktopController>(rig.loop, *store, *link, std::make_unique<RecordingFloating>(),
                                                   std::make_unique<RecordingDock>(), &center);
@@ -226,9 +227,9 @@ struct RouterRig : ::testing::Test {
         otherProcesses.add(9, 1 << 20, "fresh-engine");
         store = rig.makeStore(defaults);
         cleanup = std::make_shared<CleanupStore>(rig.loop, temp / "home");
-        router = std::make_unique<IntentRouter>(IntentRouter::Environment{
-            [this] { return uptime; }, [this] { return now; }, [this] { return windows; },
-            [this] { return std::make_unique<MonitorEngine>(otherProcesses, otherSystem); }});
+        router = std::make_unique<IntentRouter>(
+            IntentRouter::Environment{[this] { return uptime; }, [this] { return now; }, [this] { return windows; },
+                                      [this] { return std::make_unique<MonitorEngine>(otherProcesses, otherSystem); }});
         router->link(store, cleanup);
     }
     void giveOpener() {

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/app/AppTestSupport.hpp"
-#include "app/startup/BrimletApplication.hpp"
 #include "app/desktop/IntentBridge.hpp"
+#include "app/startup/BrimletApplication.hpp"
 #include "core/intents/IntentAnswers.hpp"
+#include "tests/app/AppTestSupport.hpp"
 #include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
@@ -69,7 +69,9 @@ struct BridgeRig : ::testing::Test {
         ownSystem.total = 16 * GiB;
         app = std::make_unique<BrimletApplication>(testing::testPlatform(
             rig, monitorDefaults, suiteDefaults, kestrow::suite::SuiteFolder(temp / "suite"), temp / "home",
-            {[this] { return rig.loop.now(); }, [this] { return now; }, {},
+            {[this] { return rig.loop.now(); },
+             [this] { return now; },
+             {},
              [this] { return std::make_unique<MonitorEngine>(*engineProcesses, *engineSystem); }}));
         ASSERT_TRUE(rig.settle([&] { return app->monitor().snapshot().has_value(); }));
         now = app->monitor().snapshot()->date;

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "app/desktop/BrimletWindows.hpp"
-#include "app/stores/CleanupPhase.hpp"
 #include "app/desktop/QuitRule.hpp"
 #include "app/desktop/ReopenRule.hpp"
+#include "app/stores/CleanupPhase.hpp"
 
 namespace brimlet {
 namespace {
@@ -17,15 +17,16 @@ TEST(BrimletWindows, IdentifierWithHyphenSuffixBelongsAndLongerWordsDoNot) {
         bool belongs;
     };
     const Case cases[] = {
-        {"dashboard", "dashboard", true},    {"dashboard-1", "dashboard", true},
-        {"dashboard-", "dashboard", true},   {"dashboards", "dashboard", false},
-        {"Dashboard", "dashboard", false},   {"", "dashboard", false},
-        {"cleanup-dashboard", "dashboard", false}, {"dash", "dashboard", false},
+        {"dashboard", "dashboard", true},           {"dashboard-1", "dashboard", true},
+        {"dashboard-", "dashboard", true},          {"dashboards", "dashboard", false},
+        {"Dashboard", "dashboard", false},          {"", "dashboard", false},
+        {"cleanup-dashboard", "dashboard", false},  {"dash", "dashboard", false},
         {"settings-AppWindow-2", "settings", true}, {"cleanup_1", "cleanup", false},
     };
     for (const Case& c : cases) EXPECT_EQ(BrimletWindows::belongs(c.window, c.id), c.belongs) << c.window;
 
-    const std::vector<Window> windows{{"dashboard-1", false, true}, {"cleanup", false, false}, {"settingsx", true, false}};
+    const std::vector<Window> windows{
+        {"dashboard-1", false, true}, {"cleanup", false, false}, {"settingsx", true, false}};
     EXPECT_TRUE(BrimletWindows::isOpen("dashboard", windows));  // miniaturised counts
     EXPECT_FALSE(BrimletWindows::isOpen("cleanup", windows));   // closed (neither visible nor in the Dock)
     EXPECT_FALSE(BrimletWindows::isOpen("settings", windows));
@@ -47,11 +48,11 @@ TEST(QuitRule, BuildsRequestsFromTheEventsCodes) {
     const auto plain = QuitRule::request(QuitRule::coreEventClass, QuitRule::quitEventID, false, "/usr/libexec/linkd",
                                          "com.apple.linkd");
     EXPECT_TRUE(plain.isIdleQuitAfterIntent());
-    EXPECT_FALSE(QuitRule::request(fourCharCode("aevt"), fourCharCode("oapp"), false, "/usr/libexec/linkd",
-                                   "com.apple.linkd")
-                     .isQuitEvent);
-    EXPECT_FALSE(QuitRule::request(fourCharCode("misc"), QuitRule::quitEventID, false, std::nullopt, std::nullopt)
-                     .isQuitEvent);
+    EXPECT_FALSE(
+        QuitRule::request(fourCharCode("aevt"), fourCharCode("oapp"), false, "/usr/libexec/linkd", "com.apple.linkd")
+            .isQuitEvent);
+    EXPECT_FALSE(
+        QuitRule::request(fourCharCode("misc"), QuitRule::quitEventID, false, std::nullopt, std::nullopt).isQuitEvent);
 
     EXPECT_EQ(QuitRule::senderLookup(true, true), QuitRule::SenderLookup::byAuditToken);
     EXPECT_EQ(QuitRule::senderLookup(false, true), QuitRule::SenderLookup::byProcessID);
@@ -65,7 +66,8 @@ TEST(QuitRule, IdleQuitIsRefusedOnlyWhileTheUserIsWorking) {
                                               "/usr/libexec/linkd", "com.apple.linkd");
     const auto fromDock = QuitRule::request(QuitRule::coreEventClass, QuitRule::quitEventID, false,
                                             "/System/Library/CoreServices/Dock.app", "com.apple.dock");
-    const std::vector<Window> closed{{"dashboard", false, false}, {"cleanup", false, false}, {"settings", false, false}};
+    const std::vector<Window> closed{
+        {"dashboard", false, false}, {"cleanup", false, false}, {"settings", false, false}};
     const std::vector<Window> miniaturised{{"dashboard", false, true}};
     const std::vector<Window> lookAlike{{"dashboards", true, false}};
     using Answer = QuitRule::Answer;
@@ -85,7 +87,11 @@ TEST(QuitRule, IdleQuitIsRefusedOnlyWhileTheUserIsWorking) {
         {"everything closed, ready", idle, closed, CleanupPhase::ready, Answer::terminateNow, nullptr},
         {"cleaning", idle, closed, CleanupPhase::cleaning, Answer::terminateCancel,
          "Refused the system's idle quit after an intent: window open false, cleanup busy true"},
-        {"measuring", idle, {}, CleanupPhase::measuring, Answer::terminateCancel,
+        {"measuring",
+         idle,
+         {},
+         CleanupPhase::measuring,
+         Answer::terminateCancel,
          "Refused the system's idle quit after an intent: window open false, cleanup busy true"},
         {"scanning with a window", idle, miniaturised, CleanupPhase::scanning, Answer::terminateCancel,
          "Refused the system's idle quit after an intent: window open true, cleanup busy true"},

@@ -54,8 +54,8 @@ TEST(AppQuitter, FirstStandardisedMatchAndNeverItself) {
         const auto target = AppQuitter::quitTarget(group, running, c.self);
         EXPECT_EQ(target ? std::optional(target->processIdentifier) : std::nullopt, c.target) << c.what;
         std::vector<std::int32_t> asked;
-        const bool requested =
-            AppQuitter::quit(group, running, c.self, [&](const RunningApplication& a) { asked.push_back(a.processIdentifier); });
+        const bool requested = AppQuitter::quit(
+            group, running, c.self, [&](const RunningApplication& a) { asked.push_back(a.processIdentifier); });
         EXPECT_EQ(requested, c.target.has_value()) << c.what;
         EXPECT_EQ(asked, c.target ? std::vector<std::int32_t>{*c.target} : std::vector<std::int32_t>{}) << c.what;
     }
@@ -126,7 +126,8 @@ TEST(LaunchRole, OnlyABackgroundOnlyLaunchTakesTheMenuBarRole) {
         {Policy::accessory, std::nullopt},
         {Policy::prohibited, std::nullopt},
     };
-    for (const Case& c : beforeRun) EXPECT_EQ(LaunchRole::beforeRun(c.current), c.switchTo) << static_cast<int>(c.current);
+    for (const Case& c : beforeRun)
+        EXPECT_EQ(LaunchRole::beforeRun(c.current), c.switchTo) << static_cast<int>(c.current);
     EXPECT_EQ(LaunchRole::backgroundLaunchMessage,
               "Launched background-only (an intent): switched to the menu bar app role");
     EXPECT_EQ(LaunchRole::logCategory, "launch");
@@ -143,24 +144,30 @@ TEST(SuiteLaunch, FoldersFromTheArgumentWithExactFailureTexts) {
 
     struct Case {
         std::vector<std::string> arguments;
-        std::optional<std::string> folder;  // the one folder on success
+        std::optional<std::string> folder;   // the one folder on success
         std::optional<std::string> failure;  // standard error on failure
     };
     const Case cases[] = {
         {{"KestrowBrimlet", "--suite-folder", temporary / "suite"}, canonicalTemporary + "/suite", std::nullopt},
-        {{"KestrowBrimlet", "--floating", "--suite-folder", temporary / "a/../suite/"}, canonicalTemporary + "/suite",
+        {{"KestrowBrimlet", "--floating", "--suite-folder", temporary / "a/../suite/"},
+         canonicalTemporary + "/suite",
          std::nullopt},
-        {{"KestrowBrimlet", "--suite-folder", "relative/suite"}, std::nullopt,
+        {{"KestrowBrimlet", "--suite-folder", "relative/suite"},
+         std::nullopt,
          "KestrowBrimlet: --suite-folder needs an absolute path: relative/suite\n"},
         {{"KestrowBrimlet", "--suite-folder"}, std::nullopt, "KestrowBrimlet: --suite-folder needs a path\n"},
         {{"KestrowBrimlet", "--suite-folder", ""}, std::nullopt, "KestrowBrimlet: --suite-folder needs a path\n"},
-        {{"KestrowBrimlet", "--suite-folder", temporary.path()}, std::nullopt,
+        {{"KestrowBrimlet", "--suite-folder", temporary.path()},
+         std::nullopt,
          ("KestrowBrimlet: --suite-folder must be inside the temporary folder: " + temporary.path() + "\n")},
-        {{"KestrowBrimlet", "--suite-folder", "/var/lib/elsewhere"}, std::nullopt,
+        {{"KestrowBrimlet", "--suite-folder", "/var/lib/elsewhere"},
+         std::nullopt,
          "KestrowBrimlet: --suite-folder must be inside the temporary folder: /var/lib/elsewhere\n"},
-        {{"KestrowBrimlet", "--suite-folder", realSuite}, std::nullopt,
+        {{"KestrowBrimlet", "--suite-folder", realSuite},
+         std::nullopt,
          ("KestrowBrimlet: --suite-folder must not be the real suite folder: " + realSuite + "\n")},
-        {{"KestrowBrimlet", "--suite-folder", realSuite + "/glances"}, std::nullopt,
+        {{"KestrowBrimlet", "--suite-folder", realSuite + "/glances"},
+         std::nullopt,
          ("KestrowBrimlet: --suite-folder must not be the real suite folder: " + realSuite + "/glances\n")},
     };
     for (const Case& c : cases) {
@@ -190,8 +197,9 @@ TEST(SuiteLaunch, ASuiteFolderLaidOutAsALinkIsRefusedAndNothingIsWrittenThroughI
     ASSERT_EQ(::symlink(victim.path().c_str(), (suite + "/glances").c_str()), 0);
     auto result = SuiteLaunch::folders({"KestrowBrimlet", "--suite-folder", suite}, temporary.path(), home);
     ASSERT_TRUE(std::holds_alternative<SuiteLaunch::Exit>(result));
-    EXPECT_EQ(std::get<SuiteLaunch::Exit>(result),
-              (SuiteLaunch::Exit{"KestrowBrimlet: --suite-folder must be inside the temporary folder: " + suite + "\n", 2}));
+    EXPECT_EQ(
+        std::get<SuiteLaunch::Exit>(result),
+        (SuiteLaunch::Exit{"KestrowBrimlet: --suite-folder must be inside the temporary folder: " + suite + "\n", 2}));
     EXPECT_TRUE(std::filesystem::is_empty(victim.path()));
 
     const std::string linked = canonicalTemporary + "/linked";
@@ -204,7 +212,7 @@ TEST(SuiteLaunch, ASuiteFolderLaidOutAsALinkIsRefusedAndNothingIsWrittenThroughI
     ASSERT_EQ(::unlink((suite + "/glances").c_str()), 0);
     result = SuiteLaunch::folders({"KestrowBrimlet", "--suite-folder", suite}, temporary.path(), home);
     ASSERT_TRUE(std::holds_alternative<std::vector<SuiteFolder>>(result));
-    struct stat st{};
+    struct stat st {};
     ASSERT_EQ(::stat(suite.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0700u) << "a folder of ours with a loose mode is made private";
 }
@@ -283,7 +291,8 @@ TEST(LaunchDefaults, EveryFrontEndGetsItsSettingsOrTheExitThatEndsTheRun) {
         {"an empty test domain ends the run", {""}, own, false, false},
     };
     for (const Case& c : cases) {
-        std::variant<LaunchDefaults, SuiteLaunch::Exit> opened = LaunchDefaults::open(c.suiteDomain, c.applicationDomain);
+        std::variant<LaunchDefaults, SuiteLaunch::Exit> opened =
+            LaunchDefaults::open(c.suiteDomain, c.applicationDomain);
         if (!c.opens) {
             ASSERT_TRUE(std::holds_alternative<SuiteLaunch::Exit>(opened)) << c.name;
             EXPECT_EQ(std::get<SuiteLaunch::Exit>(opened), SuiteLaunch::qaDefaultsUnavailable()) << c.name;

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "app/screens/DashboardFigures.hpp"
-#include "app/stores/LiveSurface.hpp"
 #include "app/screens/SettingsChoices.hpp"
+#include "app/stores/LiveSurface.hpp"
 
 namespace brimlet {
 namespace {
@@ -156,8 +156,8 @@ TEST(DashboardCharts, SeriesKeepGapsAndSummariesSkipThem) {
     for (const Case& c : cases) {
         const auto s = DashboardCharts::series(history, c.line);
         ASSERT_EQ(s.values.size(), 4u) << c.line.rawValue();
-        EXPECT_EQ(static_cast<std::size_t>(std::count_if(s.values.begin(), s.values.end(),
-                                                         [](const auto& v) { return v.has_value(); })),
+        EXPECT_EQ(static_cast<std::size_t>(
+                      std::count_if(s.values.begin(), s.values.end(), [](const auto& v) { return v.has_value(); })),
                   c.known)
             << c.line.rawValue();
         EXPECT_EQ(DashboardCharts::summary(s), c.summary);
@@ -180,26 +180,37 @@ TEST(DashboardCharts, CeilingIsNeverZeroAndFitsTheLines) {
         {"memory scales to the machine", {line(ChartLine::memory, {4e9})}, 16'000'000'000ULL, 16e9},
         {"memory without a total scales to its largest value", {line(ChartLine::memory, {4e9, 5e9})}, 0, 5e9},
         {"memory with nothing known", {line(ChartLine::memory, {})}, 0, 1},
-        {"a quiet disk keeps the floor", {line(ChartLine::diskRead, {10.0}), line(ChartLine::diskWrite, {})}, 0,
+        {"a quiet disk keeps the floor",
+         {line(ChartLine::diskRead, {10.0}), line(ChartLine::diskWrite, {})},
+         0,
          1'000'000},
         {"a busy disk scales to the larger line",
-         {line(ChartLine::diskRead, {2e6, std::nullopt}), line(ChartLine::diskWrite, {7e6})}, 0, 7e6},
+         {line(ChartLine::diskRead, {2e6, std::nullopt}), line(ChartLine::diskWrite, {7e6})},
+         0,
+         7e6},
     };
     for (const Case& c : cases) EXPECT_EQ(DashboardCharts::ceiling(c.lines, c.memoryTotal), c.ceiling) << c.name;
 }
 
 TEST(AppTable, RowsCarryTheQuitControlsTexts) {
     MonitorSnapshot snapshot;
-    AppGroup safari{"/Applications/Safari.app", "Safari", "/Applications/Safari.app", {10, 11, 12}, 1'342'177'280ULL,
-                    4.25, std::nullopt, std::nullopt};
+    AppGroup safari{"/Applications/Safari.app",
+                    "Safari",
+                    "/Applications/Safari.app",
+                    {10, 11, 12},
+                    1'342'177'280ULL,
+                    4.25,
+                    std::nullopt,
+                    std::nullopt};
     AppGroup node{"cmd:node", "node", std::nullopt, {40}, 524'288'000ULL, std::nullopt, std::nullopt, std::nullopt};
     snapshot.apps = {safari, node};
     const auto rows = AppTable::rows(snapshot);
     ASSERT_EQ(rows.size(), 2u);
-    EXPECT_EQ(rows[0], (AppRow{"/Applications/Safari.app", "Safari", "1.25 GB", "4.2%", "3", true, "Ask Safari to quit"}));
+    EXPECT_EQ(rows[0],
+              (AppRow{"/Applications/Safari.app", "Safari", "1.25 GB", "4.2%", "3", true, "Ask Safari to quit"}));
     EXPECT_EQ(rows[1], (AppRow{"cmd:node", "node", "500 MB", "\u2014", "1", false,
                                "Quit it from the app or terminal that started it."}));
-    }
+}
 
 TEST(SettingsChoices, ThresholdMenusListTheValueInEffect) {
     const auto values = [](const auto& choices) {
@@ -213,13 +224,17 @@ TEST(SettingsChoices, ThresholdMenusListTheValueInEffect) {
         std::vector<double> want;
     };
     const Case cases[] = {
-        {"a preset is listed once", values(SettingsChoices::lowDiskThresholds(10'000'000'000ULL)),
+        {"a preset is listed once",
+         values(SettingsChoices::lowDiskThresholds(10'000'000'000ULL)),
          {5e9, 10e9, 20e9, 50e9, 100e9}},
-        {"a hand-written value joins in order", values(SettingsChoices::lowDiskThresholds(15'000'000'000ULL)),
+        {"a hand-written value joins in order",
+         values(SettingsChoices::lowDiskThresholds(15'000'000'000ULL)),
          {5e9, 10e9, 15e9, 20e9, 50e9, 100e9}},
-        {"below every preset", values(SettingsChoices::heavyAppThresholds(1)),
+        {"below every preset",
+         values(SettingsChoices::heavyAppThresholds(1)),
          {1, 2147483648.0, 4294967296.0, 8589934592.0, 17179869184.0, 34359738368.0}},
-        {"dock memory default", values(SettingsChoices::dockMemoryThresholds(524'288'000ULL)),
+        {"dock memory default",
+         values(SettingsChoices::dockMemoryThresholds(524'288'000ULL)),
          {262144000.0, 524288000.0, 1073741824.0, 2147483648.0, 4294967296.0}},
         {"dock cpu fraction", values(SettingsChoices::dockCpuThresholds(12.5)), {5, 10, 12.5, 25, 50, 100}},
         {"dock cpu not a number reads as the default",

@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "app/screens/CleanupSummary.hpp"
 #include "app/screens/CleanupScreen.hpp"
+#include "app/screens/CleanupSummary.hpp"
 #include "core/common/ByteFormat.hpp"
 #include "tests/app/stores/GatedFileOperations.hpp"
 #include "tests/cleanup/CleanupTestSupport.hpp"
-#include "tests/support/TempFolder.hpp"
 #include "tests/support/ManualMainLoop.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {
@@ -64,7 +64,7 @@ TEST_F(CleanupScreenRig, MeasureChooseApproveCleanReportExport) {
     EXPECT_NE(screen.idle.groups[1].body.find("node_modules folders of your projects"), std::string::npos);
     EXPECT_EQ(screen.idle.measure.action, CleanupCommand::measure);
     EXPECT_TRUE(screen.idle.measure.isDefault);
-    EXPECT_TRUE(screen.finished.headline.empty());  // no run has finished yet
+    EXPECT_TRUE(screen.finished.headline.empty());                    // no run has finished yet
     EXPECT_FALSE(presenter.perform(CleanupCommand::clean).accepted);  // nothing to clean yet
     EXPECT_FALSE(presenter.exportFile(CleanupCommand::exportMarkdown));
 
@@ -113,8 +113,9 @@ TEST_F(CleanupScreenRig, MeasureChooseApproveCleanReportExport) {
     EXPECT_EQ(asked.dialog->title, "Include \u201Cnode_modules in app\u201D?");
     EXPECT_EQ(asked.dialog->style, DialogStyle::warning);
     EXPECT_EQ(asked.dialog->message, "node_modules \u2014 reinstall with your package manager.\n\n" + modules.path +
-                                         "\n\nIt takes " + ByteFormat::string(modulesBytes) +
-                                         " on disk.\n\n" + modules.note + "\n\nThis is your own data. It will be moved to the Trash, never "
+                                         "\n\nIt takes " + ByteFormat::string(modulesBytes) + " on disk.\n\n" +
+                                         modules.note +
+                                         "\n\nThis is your own data. It will be moved to the Trash, never "
                                          "deleted permanently, and you can put it back from there until you empty "
                                          "the Trash.");
     ASSERT_EQ(asked.dialog->buttons.size(), 2u);

@@ -25,14 +25,10 @@ TEST(MonitorReadout, PercentagesRoundHalvesAwayAndClampOnlyWhatCannotBe) {
         const char* process;
     };
     const Case cases[] = {
-        {std::nullopt, "—", "—"},
-        {std::numeric_limits<double>::quiet_NaN(), "—", "—"},
-        {12.4, "12%", "12%"},
-        {12.5, "13%", "13%"},
-        {0.4, "0%", "0%"},
-        {-3, "0%", "0%"},
-        {100.4, "100%", "100%"},
-        {250, "100%", "250%"},  // a process may use more than one core
+        {std::nullopt, "—", "—"}, {std::numeric_limits<double>::quiet_NaN(), "—", "—"},
+        {12.4, "12%", "12%"},     {12.5, "13%", "13%"},
+        {0.4, "0%", "0%"},        {-3, "0%", "0%"},
+        {100.4, "100%", "100%"},  {250, "100%", "250%"},  // a process may use more than one core
     };
     for (const Case& c : cases) {
         EXPECT_EQ(R::percent(c.value), c.machine) << c.machine;
@@ -86,7 +82,8 @@ TEST(MonitorReadout, WordsOfEveryState) {
     };
     for (const Case& c : thermal) {
         EXPECT_EQ(R::thermalWord(c.thermal), c.word);
-        EXPECT_EQ(R::throttlingLine(c.thermal), ScreenWording::forThisPlatform().thermalCaption + " " + c.throttling) << c.word;
+        EXPECT_EQ(R::throttlingLine(c.thermal), ScreenWording::forThisPlatform().thermalCaption + " " + c.throttling)
+            << c.word;
     }
     EXPECT_EQ(R::pressureWord(MemoryPressure::normal), "Normal");
     EXPECT_EQ(R::pressureWord(MemoryPressure::warning), "Warning");

@@ -185,8 +185,7 @@ TEST_F(MonitorScreensRig, AnAlertThatCouldNotBeShownIsTold) {
     store = rig.makeStore(defaults);
     ASSERT_TRUE(rig.settle([&] { return store->hasUndeliveredAlert(); }));
     const PopoverScreen popover = MonitorScreens::popover(*store);
-    EXPECT_EQ(popover.note,
-              "An alert could not be shown. Allow notifications for Kestrow Brimlet in System Settings.");
+    EXPECT_EQ(popover.note, "An alert could not be shown. Allow notifications for Kestrow Brimlet in System Settings.");
     const DashboardScreen dashboard = MonitorScreens::dashboard(*store);
     EXPECT_EQ(dashboard.status, "An alert could not be shown. Allow notifications for this app in System Settings.");
     EXPECT_EQ(dashboard.statusTone, screens::Tone::warning);

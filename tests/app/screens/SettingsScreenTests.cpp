@@ -78,13 +78,14 @@ TEST_F(SettingsScreenRig, EverySectionRowAndNoteIsWritten) {
             EXPECT_GE(row.selected, 0) << "the value in effect is always one of the choices";
         }
     }
-    EXPECT_EQ(notes(screen),
-              (std::vector<std::string>{
-                  "Alerts only inform. They never clean or quit anything. Each alert waits 30 minutes before repeating.",
-                  "When two or more Kestrow apps are running they share one menu bar item with a readout of the whole suite.",
-                  "Show or hide it anywhere with \u2303\u2325M.",
-                  "Needs Accessibility access to read where Dock icons are. Nothing else is read.",
-              }));
+    EXPECT_EQ(
+        notes(screen),
+        (std::vector<std::string>{
+            "Alerts only inform. They never clean or quit anything. Each alert waits 30 minutes before repeating.",
+            "When two or more Kestrow apps are running they share one menu bar item with a readout of the whole suite.",
+            "Show or hide it anywhere with \u2303\u2325M.",
+            "Needs Accessibility access to read where Dock icons are. Nothing else is read.",
+        }));
 }
 
 TEST_F(SettingsScreenRig, ThresholdsAreOfferedOnlyWhileTheirAlertOrBadgeIsOn) {
@@ -96,8 +97,8 @@ TEST_F(SettingsScreenRig, ThresholdsAreOfferedOnlyWhileTheirAlertOrBadgeIsOn) {
 
     ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::lowDiskAlert, false, -1));
     ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::heavyAppAlert, false, -1));
-    ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::dockBadges, false,
-                                         static_cast<int>(DockBadgeMode::memory)));
+    ASSERT_TRUE(
+        SettingsPresenter::apply(*store, SettingsCommand::dockBadges, false, static_cast<int>(DockBadgeMode::memory)));
     screen = show();
     EXPECT_FALSE(find(screen, SettingsCommand::lowDiskAlert).on);
     EXPECT_FALSE(find(screen, SettingsCommand::lowDiskThreshold).control.enabled);
@@ -113,7 +114,8 @@ TEST_F(SettingsScreenRig, EveryChangeHandedBackReachesTheStoreAndShows) {
 
     ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::memoryPressureAlert, false, -1));
     EXPECT_FALSE(store->alertSettings().memoryPressureEnabled);
-    ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::lowDiskThreshold, false, last(SettingsCommand::lowDiskThreshold)));
+    ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::lowDiskThreshold, false,
+                                         last(SettingsCommand::lowDiskThreshold)));
     EXPECT_EQ(store->alertSettings().lowDiskThreshold, 100'000'000'000ULL);
     ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::heavyAppThreshold, false, 0));
     EXPECT_EQ(store->alertSettings().heavyAppThreshold, 2'147'483'648ULL);
@@ -121,15 +123,19 @@ TEST_F(SettingsScreenRig, EveryChangeHandedBackReachesTheStoreAndShows) {
     EXPECT_EQ(store->menuBarDisplay(), MenuBarDisplay::iconOnly);
     ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::floatingVisible, true, -1));
     EXPECT_TRUE(store->floatingVisible());
-    ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::floatingTheme, false, last(SettingsCommand::floatingTheme)));
+    ASSERT_TRUE(
+        SettingsPresenter::apply(*store, SettingsCommand::floatingTheme, false, last(SettingsCommand::floatingTheme)));
     EXPECT_EQ(store->floatingTheme(), FloatingTheme::dark);
-    ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::floatingLook, false, last(SettingsCommand::floatingLook)));
+    ASSERT_TRUE(
+        SettingsPresenter::apply(*store, SettingsCommand::floatingLook, false, last(SettingsCommand::floatingLook)));
     EXPECT_EQ(store->floatingLook(), FloatingLook::faint);
-    ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::dockBadges, false, last(SettingsCommand::dockBadges)));
+    ASSERT_TRUE(
+        SettingsPresenter::apply(*store, SettingsCommand::dockBadges, false, last(SettingsCommand::dockBadges)));
     EXPECT_EQ(store->dockBadges(), DockBadgeMode::cpu);
     ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::dockCpuThreshold, false, 0));
     EXPECT_EQ(store->dockBadgeSettings().cpuThreshold, 5);
-    ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::dockMemoryThreshold, false, last(SettingsCommand::dockMemoryThreshold)));
+    ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::dockMemoryThreshold, false,
+                                         last(SettingsCommand::dockMemoryThreshold)));
     EXPECT_EQ(store->dockBadgeSettings().memoryThreshold, 4'294'967'296ULL);
 
     screen = show();
@@ -139,7 +145,8 @@ TEST_F(SettingsScreenRig, EveryChangeHandedBackReachesTheStoreAndShows) {
     EXPECT_EQ(lowDisk.selected, static_cast<int>(lowDisk.choices.size()) - 1);
     EXPECT_EQ(find(screen, SettingsCommand::heavyAppThreshold).selected, 0);
     EXPECT_EQ(find(screen, SettingsCommand::menuBarDisplay).selected, 0);
-    EXPECT_EQ(find(screen, SettingsCommand::floatingLook).choices[static_cast<std::size_t>(find(screen, SettingsCommand::floatingLook).selected)],
+    EXPECT_EQ(find(screen, SettingsCommand::floatingLook)
+                  .choices[static_cast<std::size_t>(find(screen, SettingsCommand::floatingLook).selected)],
               SettingsChoices::title(FloatingLook::faint));
 }
 
@@ -180,8 +187,8 @@ TEST_F(SettingsScreenRig, TheLoginSwitchShowsWhatTheSystemSays) {
         {LoginItemState::enabled, "", true, true, "", screens::Tone::secondary},
         {LoginItemState::disabled, "", false, true, "", screens::Tone::secondary},
         {LoginItemState::unavailable, "", false, false, "", screens::Tone::secondary},
-        {LoginItemState::requiresApproval, "", true, true, "Allow it in System Settings \u203A General \u203A Login Items.",
-         screens::Tone::secondary},
+        {LoginItemState::requiresApproval, "", true, true,
+         "Allow it in System Settings \u203A General \u203A Login Items.", screens::Tone::secondary},
         {LoginItemState::disabled, "Operation not permitted", false, true,
          "Couldn't change login item: Operation not permitted", screens::Tone::failure},
     };

@@ -1,7 +1,7 @@
 // The real executable, headless, against a temporary suite folder, private settings and, where the
 // machine has dbus-daemon, a private session bus with a stand-in notification service.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/file.h>
@@ -52,7 +52,8 @@ struct HeadlessApp : ::testing::Test {
 
     std::unique_ptr<Child> launch(std::vector<std::string> arguments, const std::string& name = "app") {
         arguments.insert(arguments.begin(), KESTROW_BRIMLET_PATH);
-        return std::make_unique<Child>(std::move(arguments), environment, temp / (name + ".out"), temp / (name + ".err"));
+        return std::make_unique<Child>(std::move(arguments), environment, temp / (name + ".out"),
+                                       temp / (name + ".err"));
     }
     std::optional<GlanceRecord> ownRecord() const {
         const auto read = GlanceStore{folder}.read(SuiteApp::brimlet);
@@ -92,10 +93,22 @@ TEST_F(HeadlessApp, PublishesHostsWithASecondMemberAndStopsCleanlyOnSIGTERM) {
     const GlanceRecord other(SuiteApp::corvane, false, GlanceState::running, kestrow::wallSeconds(), 30,
                              kestrow::suite::GlanceLevel::ok, {});
     ASSERT_TRUE(GlanceStore{folder}.write(other).ok());
-    ASSERT_TRUE(waitFor([&] { auto r = ownRecord(); return r && r->hosting; }, 8)) << app->err();
+    ASSERT_TRUE(waitFor(
+        [&] {
+            auto r = ownRecord();
+            return r && r->hosting;
+        },
+        8))
+        << app->err();
     const double hostedAt = ownRecord()->at;
     // The record is renewed before readers could see it expire.
-    ASSERT_TRUE(waitFor([&] { auto r = ownRecord(); return r && r->at > hostedAt; }, 8)) << app->err();
+    ASSERT_TRUE(waitFor(
+        [&] {
+            auto r = ownRecord();
+            return r && r->at > hostedAt;
+        },
+        8))
+        << app->err();
     EXPECT_LT(ownRecord()->at - hostedAt, first.ttl * 0.5 + 1);
 
     EXPECT_EQ(app->stop(SIGTERM, 5), 0) << app->err();
@@ -165,9 +178,15 @@ TEST_F(HeadlessApp, TheDefaultSuiteFolderIsInTheXDGDataFolder) {
     auto app = launch({});
     const SuiteFolder standard(temp / "data/kestrow/suite");
     const auto own = [&] { return GlanceStore{standard}.read(SuiteApp::brimlet); };
-    ASSERT_TRUE(waitFor([&] { auto r = own(); return r && r->record(); }, 10)) << app->err();
+    ASSERT_TRUE(waitFor(
+        [&] {
+            auto r = own();
+            return r && r->record();
+        },
+        10))
+        << app->err();
     EXPECT_EQ(app->stop(SIGTERM, 10), 0) << app->err();
-    struct stat st{};
+    struct stat st {};
     ASSERT_EQ(::stat(standard.url.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
 }
@@ -182,7 +201,8 @@ TEST_F(HeadlessApp, LaunchValuesAreSettledFirstAndTheSnapshotBeforeThem) {
          "KestrowBrimlet: --suite-folder must be inside the temporary folder: /etc/kestrow-suite\n"},
         {{"--suite-folder", "suite"}, "KestrowBrimlet: --suite-folder needs an absolute path: suite\n"},
         {{"--suite-folder"}, "KestrowBrimlet: --suite-folder needs a path\n"},
-        {{"--suite-folder", folder.url, "--no-such-flag"}, "KestrowBrimlet: unknown argument --no-such-flag (see --help)\n"},
+        {{"--suite-folder", folder.url, "--no-such-flag"},
+         "KestrowBrimlet: unknown argument --no-such-flag (see --help)\n"},
         // Headless, the window options do nothing, so they are not taken.
         {{"--suite-folder", folder.url, "--floating"}, "KestrowBrimlet: unknown argument --floating (see --help)\n"},
         {{"--suite-folder", folder.url + "\nforged"},
@@ -252,7 +272,6 @@ void startNotificationRig(HeadlessApp& test, NotificationRig& rig, std::vector<s
     ASSERT_TRUE(waitFor([&] { return fs::exists(rig.received); }, 10)) << rig.sink->err();
 }
 
-
 TEST_F(HeadlessApp, ALowDiskAlertReachesTheNotificationService) {
     NotificationRig rig;
     startNotificationRig(*this, rig);
@@ -263,8 +282,7 @@ TEST_F(HeadlessApp, ALowDiskAlertReachesTheNotificationService) {
     auto app = launch({"--suite-folder", folder.url});
     ASSERT_TRUE(waitFor([&] { return !readFile(received).empty(); }, 10)) << app->err();
     // Summary, body, icon name and urgency (1, normal: low disk space is not an emergency).
-    const std::regex line(
-        R"(Disk space is low\t[0-9.]+ [KMGT]?B free\. [^\t]+\tdrive-harddisk\t1\n)");
+    const std::regex line(R"(Disk space is low\t[0-9.]+ [KMGT]?B free\. [^\t]+\tdrive-harddisk\t1\n)");
     EXPECT_TRUE(std::regex_match(readFile(received), line)) << readFile(received);
     EXPECT_TRUE(waitFor([&] { return app->err().find("alert posted: Disk space is low") != std::string::npos; }, 10))
         << app->err();

@@ -34,8 +34,9 @@ TEST(PlatformSeams, EveryEntryIsDefined) {
     EXPECT_NE(std::find(pids.begin(), pids.end(), static_cast<std::int32_t>(::getpid())), pids.end());
     const std::vector<std::string> volumes = brimlet::DiskSpace::dataVolumeCandidates();
     ASSERT_FALSE(volumes.empty());
-    EXPECT_TRUE(std::any_of(volumes.begin(), volumes.end(),
-                            [](const std::string& volume) { return brimlet::DiskSpace::readBlocks(volume).has_value(); }));
+    EXPECT_TRUE(std::any_of(volumes.begin(), volumes.end(), [](const std::string& volume) {
+        return brimlet::DiskSpace::readBlocks(volume).has_value();
+    }));
     EXPECT_FALSE(brimlet::CleanupCatalog::entries().empty());
     const double before = kestrow::continuousSeconds();
     EXPECT_LE(before, kestrow::continuousSeconds());

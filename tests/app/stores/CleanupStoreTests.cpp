@@ -4,17 +4,17 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <functional>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <mutex>
 #include <sstream>
 
 #include "app/stores/CleanupStore.hpp"
 #include "tests/app/stores/GatedFileOperations.hpp"
 #include "tests/cleanup/CleanupTestSupport.hpp"
-#include "tests/support/TempFolder.hpp"
 #include "tests/support/ManualMainLoop.hpp"
+#include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
 namespace {
@@ -24,8 +24,8 @@ using kestrow::testing::TempFolder;
 using kestrow::testing::writeFile;
 
 using brimlet::testing::Children;
-using brimlet::testing::ScopedDataHome;
 using brimlet::testing::GatedFileOperations;
+using brimlet::testing::ScopedDataHome;
 
 struct CleanupStoreRig : ::testing::Test {
     TempFolder temp;
@@ -235,22 +235,42 @@ TEST_F(CleanupStoreRig, ChoosingFollowsEachItemsRulesAndAddsUp) {
     };
     const std::vector<Step> steps = {
         {"the cache is chosen by measuring", [] { return true; }, true, {"npm-cache"}, {1, npm, 0, 0, true, false}},
-        {"a plain tick never chooses a personal item", [&] { return store.setSelected(app, true); }, false,
-         {"npm-cache"}, {1, npm, 0, 0, true, false}},
-        {"its approval does", [&] { return store.approvePersonal(app); }, true, {"npm-cache", app},
+        {"a plain tick never chooses a personal item",
+         [&] { return store.setSelected(app, true); },
+         false,
+         {"npm-cache"},
+         {1, npm, 0, 0, true, false}},
+        {"its approval does",
+         [&] { return store.approvePersonal(app); },
+         true,
+         {"npm-cache", app},
          {2, npm + appBytes, 0, 1, true, false}},
-        {"a running machine cannot be approved", [&] { return store.approvePersonal("colima-vm"); }, false,
-         {"npm-cache", app}, {2, npm + appBytes, 0, 1, true, false}},
-        {"nor ticked", [&] { return store.setSelected("colima-vm", true); }, false, {"npm-cache", app},
+        {"a running machine cannot be approved",
+         [&] { return store.approvePersonal("colima-vm"); },
+         false,
+         {"npm-cache", app},
          {2, npm + appBytes, 0, 1, true, false}},
-        {"a cache is not a personal item to approve", [&] { return store.approvePersonal("npm-cache"); }, false,
-         {"npm-cache", app}, {2, npm + appBytes, 0, 1, true, false}},
-        {"an id this run never presented", [&] { return store.setSelected("pip-cache", true); }, false,
-         {"npm-cache", app}, {2, npm + appBytes, 0, 1, true, false}},
-        {"without the cache only Trash-bound items are left", [&] { return store.setSelected("npm-cache", false); },
-         true, {app}, {1, appBytes, 0, 1, false, false}},
-        {"dropping a personal item needs no approval", [&] { return store.setSelected(app, false); }, true, {},
-         {}},
+        {"nor ticked",
+         [&] { return store.setSelected("colima-vm", true); },
+         false,
+         {"npm-cache", app},
+         {2, npm + appBytes, 0, 1, true, false}},
+        {"a cache is not a personal item to approve",
+         [&] { return store.approvePersonal("npm-cache"); },
+         false,
+         {"npm-cache", app},
+         {2, npm + appBytes, 0, 1, true, false}},
+        {"an id this run never presented",
+         [&] { return store.setSelected("pip-cache", true); },
+         false,
+         {"npm-cache", app},
+         {2, npm + appBytes, 0, 1, true, false}},
+        {"without the cache only Trash-bound items are left",
+         [&] { return store.setSelected("npm-cache", false); },
+         true,
+         {app},
+         {1, appBytes, 0, 1, false, false}},
+        {"dropping a personal item needs no approval", [&] { return store.setSelected(app, false); }, true, {}, {}},
         {"and choosing it again needs a new one", [&] { return store.setSelected(app, true); }, false, {}, {}},
     };
     for (const Step& step : steps) {

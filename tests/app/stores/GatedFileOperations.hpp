@@ -49,7 +49,9 @@ private:
 // The Trash and removal refusing every item, as a volume gone read-only would.
 class FailingFileOperations final : public FileOperations {
 public:
-    kestrow::Status moveToTrash(const PinnedItem&) override { return kestrow::Status::failure("Read-only file system"); }
+    kestrow::Status moveToTrash(const PinnedItem&) override {
+        return kestrow::Status::failure("Read-only file system");
+    }
     kestrow::Status removePermanently(const PinnedItem&) override {
         return kestrow::Status::failure("Read-only file system");
     }

@@ -103,16 +103,22 @@ TEST(MonitorStoreSettings, UnknownOrMistypedValuesReadAsDefaults) {
     };
     const AlertSettings defaultAlerts;
     const std::vector<Case> cases = {
-        {"menuBarDisplay", JsonValue("sparkline"), [](auto& s) { return s.menuBarDisplay() == MenuBarDisplay::barAndPercent; }},
-        {"menuBarDisplay", JsonValue("IconOnly"), [](auto& s) { return s.menuBarDisplay() == MenuBarDisplay::barAndPercent; }},
-        {"menuBarDisplay", JsonValue(std::int64_t{1}), [](auto& s) { return s.menuBarDisplay() == MenuBarDisplay::barAndPercent; }},
+        {"menuBarDisplay", JsonValue("sparkline"),
+         [](auto& s) { return s.menuBarDisplay() == MenuBarDisplay::barAndPercent; }},
+        {"menuBarDisplay", JsonValue("IconOnly"),
+         [](auto& s) { return s.menuBarDisplay() == MenuBarDisplay::barAndPercent; }},
+        {"menuBarDisplay", JsonValue(std::int64_t{1}),
+         [](auto& s) { return s.menuBarDisplay() == MenuBarDisplay::barAndPercent; }},
         {"floating.visible", JsonValue("true"), [](auto& s) { return !s.floatingVisible(); }},
         {"floating.theme", JsonValue("midnight"), [](auto& s) { return s.floatingTheme() == FloatingTheme::system; }},
         {"floating.look", JsonValue(""), [](auto& s) { return s.floatingLook() == FloatingLook::glass; }},
         {"dock.badges", JsonValue("disk"), [](auto& s) { return s.dockBadges() == DockBadgeMode::off; }},
-        {"dock.badgeSettings", JsonValue(R"({"memoryThreshold":1})"), [](auto& s) { return s.dockBadgeSettings() == DockBadgeSettings(); }},
-        {"dock.badgeSettings", JsonValue("not json"), [](auto& s) { return s.dockBadgeSettings() == DockBadgeSettings(); }},
-        {"alertSettings", JsonValue(R"({"lowDiskEnabled":false})"), [=](auto& s) { return s.alertSettings() == defaultAlerts; }},
+        {"dock.badgeSettings", JsonValue(R"({"memoryThreshold":1})"),
+         [](auto& s) { return s.dockBadgeSettings() == DockBadgeSettings(); }},
+        {"dock.badgeSettings", JsonValue("not json"),
+         [](auto& s) { return s.dockBadgeSettings() == DockBadgeSettings(); }},
+        {"alertSettings", JsonValue(R"({"lowDiskEnabled":false})"),
+         [=](auto& s) { return s.alertSettings() == defaultAlerts; }},
         {"alertSettings", JsonValue(std::int64_t{7}), [=](auto& s) { return s.alertSettings() == defaultAlerts; }},
     };
     for (const Case& c : cases) {

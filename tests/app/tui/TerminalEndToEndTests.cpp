@@ -3,8 +3,8 @@
 // overview shows figures, the apps page lists this test's own child, the cleanup page measures and
 // cleans exactly the chosen cache and the approved personal item (into the Trash), and q leaves a
 // stopped record and a free lock behind.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -68,12 +68,12 @@ struct TerminalEndToEnd : ::testing::Test {
         return child.out();
     }
     void start(const std::string& extraEnvironment = {}) {
-        const std::string command = "env HOME='" + home + "' XDG_CONFIG_HOME='" + temp / "config" +
-                                    "' XDG_DATA_HOME='" + home + "/.local/share' XDG_CACHE_HOME='" + home +
-                                    "/.cache' LANG=C.UTF-8 LC_ALL=C.UTF-8 " + extraEnvironment + " '" +
-                                    KESTROW_BRIMLET_PATH + "' --tui --suite-folder '" + folder.url + "' 2>'" +
-                                    temp / "app.err" + "'";
-        run({"-f", "/dev/null", "new-session", "-d", "-x", "100", "-y", "30", "-s", "brimlet", "-c", temp.path(), command});
+        const std::string command =
+            "env HOME='" + home + "' XDG_CONFIG_HOME='" + temp / "config" + "' XDG_DATA_HOME='" + home +
+            "/.local/share' XDG_CACHE_HOME='" + home + "/.cache' LANG=C.UTF-8 LC_ALL=C.UTF-8 " + extraEnvironment +
+            " '" + KESTROW_BRIMLET_PATH + "' --tui --suite-folder '" + folder.url + "' 2>'" + temp / "app.err" + "'";
+        run({"-f", "/dev/null", "new-session", "-d", "-x", "100", "-y", "30", "-s", "brimlet", "-c", temp.path(),
+             command});
         serverStarted = true;
     }
     std::string screen() { return run({"capture-pane", "-p", "-t", "brimlet"}); }
@@ -86,7 +86,8 @@ struct TerminalEndToEnd : ::testing::Test {
         run(arguments);
     }
     bool sessionEnded() {
-        ChildProcess child({tmux, "-S", socket, "has-session", "-t", "brimlet"}, {}, temp / "has.out", temp / "has.err");
+        ChildProcess child({tmux, "-S", socket, "has-session", "-t", "brimlet"}, {}, temp / "has.out",
+                           temp / "has.err");
         return child.waitExit(30) != 0;
     }
     std::string log() { return kestrow::testing::readWholeFile(temp / "app.err"); }
@@ -102,8 +103,8 @@ TEST_F(TerminalEndToEnd, OverviewAppsAndAQuitThatLeavesTheSuiteCleanly) {
     start();
     ASSERT_TRUE(shows("Memory")) << screen() << log();
     const std::string overview = screen();
-    for (const char* text : {"Kestrow Brimlet", "[1 Overview]", "Pressure", "Thermal", "Top Apps", "Last 5 minutes",
-                             "q quit", "? help"})
+    for (const char* text :
+         {"Kestrow Brimlet", "[1 Overview]", "Pressure", "Thermal", "Top Apps", "Last 5 minutes", "q quit", "? help"})
         EXPECT_NE(overview.find(text), std::string::npos) << text << "\n" << overview;
 
     keys({"2", "/"});
@@ -122,10 +123,13 @@ TEST_F(TerminalEndToEnd, OverviewAppsAndAQuitThatLeavesTheSuiteCleanly) {
     run({"resize-window", "-t", "brimlet", "-x", "100", "-y", "30"});
     EXPECT_TRUE(shows("[2 Apps]")) << screen();
 
-    ASSERT_TRUE(waitUntil([&] {
-        const auto read = GlanceStore{folder}.read(SuiteApp::brimlet);
-        return read && read->record() && read->record()->state == GlanceState::running;
-    }, 30)) << log();
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            const auto read = GlanceStore{folder}.read(SuiteApp::brimlet);
+            return read && read->record() && read->record()->state == GlanceState::running;
+        },
+        30))
+        << log();
     keys({"q"});
     ASSERT_TRUE(waitUntil([&] { return sessionEnded(); }, 30)) << screen();
     const auto last = GlanceStore{folder}.read(SuiteApp::brimlet);
@@ -143,7 +147,8 @@ std::string comparable(const std::string& markdown, const std::string& home) {
         const std::size_t end = std::min(markdown.find('\n', start), markdown.size());
         std::string line = markdown.substr(start, end - start);
         start = end + 1;
-        if (line.starts_with("- Date: ") || line.starts_with("- Free space ") || line.starts_with("- Freed now: ")) continue;
+        if (line.starts_with("- Date: ") || line.starts_with("- Free space ") || line.starts_with("- Freed now: "))
+            continue;
         for (std::size_t at = line.find(home); at != std::string::npos; at = line.find(home, at + 6))
             line.replace(at, home.size(), "$HOME");
         out += line + "\n";
@@ -205,13 +210,15 @@ TEST_F(TerminalEndToEnd, CleansExactlyTheChosenCacheAndTheApprovedPersonalItem) 
     keys({"e"});
     EXPECT_TRUE(shows("Report written")) << screen();
     std::vector<std::string> reports;
-    ASSERT_TRUE(waitUntil([&] {
-        reports.clear();
-        for (const auto& entry : fs::directory_iterator(temp.path()))
-            if (entry.path().filename().string().starts_with("Cleanup Report ")) reports.push_back(entry.path());
-        std::sort(reports.begin(), reports.end());
-        return reports.size() == 2;  // JSON and Markdown, in the folder it was started from
-    }, 30));
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            reports.clear();
+            for (const auto& entry : fs::directory_iterator(temp.path()))
+                if (entry.path().filename().string().starts_with("Cleanup Report ")) reports.push_back(entry.path());
+            std::sort(reports.begin(), reports.end());
+            return reports.size() == 2;  // JSON and Markdown, in the folder it was started from
+        },
+        30));
     ASSERT_TRUE(reports[1].ends_with(".md")) << reports[1];
     ASSERT_TRUE(reports[0].ends_with(".json")) << reports[0];
     keys({"q"});
@@ -221,10 +228,13 @@ TEST_F(TerminalEndToEnd, CleansExactlyTheChosenCacheAndTheApprovedPersonalItem) 
     // prints is the one the terminal exported, but for the date and the free space.
     const std::string twin = temp / "twin";
     plantHome(twin);
-    ChildProcess cli({KESTROW_BRIMLET_PATH, "--clean", "--item", "npm-cache", "--approve", "node-modules:work/site/node_modules"},
-                     {{"HOME", twin}, {"XDG_CONFIG_HOME", temp / "twin-config"}, {"XDG_DATA_HOME", twin + "/.local/share"},
-                      {"XDG_CACHE_HOME", twin + "/.cache"}},
-                     temp / "cli.out", temp / "cli.err");
+    ChildProcess cli(
+        {KESTROW_BRIMLET_PATH, "--clean", "--item", "npm-cache", "--approve", "node-modules:work/site/node_modules"},
+        {{"HOME", twin},
+         {"XDG_CONFIG_HOME", temp / "twin-config"},
+         {"XDG_DATA_HOME", twin + "/.local/share"},
+         {"XDG_CACHE_HOME", twin + "/.cache"}},
+        temp / "cli.out", temp / "cli.err");
     ASSERT_EQ(cli.waitExit(120), 0) << cli.err();
     const std::string exported = kestrow::testing::readWholeFile(reports[1]);
     EXPECT_EQ(comparable(exported, home), comparable(cli.out(), twin)) << exported << "\n" << cli.out();

@@ -13,10 +13,10 @@
 #include "app/tui/TerminalQuit.hpp"
 #include "app/tui/TerminalText.hpp"
 #include "core/monitoring/ProcessReader.hpp"
+#include "suite/ui/SuiteScreens.hpp"
 #include "tests/app/AppTestSupport.hpp"
 #include "tests/support/ChildProcess.hpp"
 #include "tests/support/TempFolder.hpp"
-#include "suite/ui/SuiteScreens.hpp"
 
 namespace brimlet {
 namespace {
@@ -36,15 +36,15 @@ TEST(TerminalText, CellWidths) {
     } cases[] = {
         {"", 0},
         {"Memory", 6},
-        {"9.87 GB \u00B7 12%", 13},   // a middle dot is one cell
-        {"\u2581\u2588", 2},          // blocks
-        {"\u6F22\u5B57", 4},          // CJK: two cells each
-        {"e\u0301", 1},               // a combining accent adds none
-        {"\xff\xfe", 2},              // bytes that are not UTF-8: one cell each
-        {"\xe2\x82", 2},              // a cut sequence
-        {"\xed\xa0\x80", 3},          // a surrogate's encoding is not UTF-8
-        {"\xc0\xaf", 2},              // an overlong slash
-        {"\U0001F600", 2},            // emoji
+        {"9.87 GB \u00B7 12%", 13},  // a middle dot is one cell
+        {"\u2581\u2588", 2},         // blocks
+        {"\u6F22\u5B57", 4},         // CJK: two cells each
+        {"e\u0301", 1},              // a combining accent adds none
+        {"\xff\xfe", 2},             // bytes that are not UTF-8: one cell each
+        {"\xe2\x82", 2},             // a cut sequence
+        {"\xed\xa0\x80", 3},         // a surrogate's encoding is not UTF-8
+        {"\xc0\xaf", 2},             // an overlong slash
+        {"\U0001F600", 2},           // emoji
     };
     for (const auto& c : cases) EXPECT_EQ(displayWidth(c.text), c.width) << c.text;
 }
@@ -61,7 +61,13 @@ TEST(TerminalText, FittingCutsWithAnEllipsisAndPads) {
         {"abcd", 4, "abcd", "abcd"},
         {"\u6F22\u5B57x", 4, "\u6F22\u2026 ", "\u6F22\u2026 "},  // the wide character that would straddle goes
         {"anything", 0, "", ""},
-        {"\xff" "a", 3, "\uFFFD" "a ", " \uFFFD" "a"},           // invalid bytes drawn as the replacement
+        {"\xff"
+         "a",
+         3,
+         "\uFFFD"
+         "a ",
+         " \uFFFD"
+         "a"},  // invalid bytes drawn as the replacement
     };
     for (const auto& c : cases) {
         EXPECT_EQ(fit(c.text, c.width), c.fitted) << c.text;
@@ -120,11 +126,11 @@ TEST(TerminalText, ChartsScaleTheNewestValuesToEightHeights) {
         std::string plain;
     } cases[] = {
         {V{0.0, 50.0, 100.0}, 100, 3, " \u2584\u2588", " =@"},
-        {V{0.0, 50.0, 100.0}, 100, 5, "   \u2584\u2588", "   =@"},      // short history: right-aligned
-        {V{10.0, 20.0, 30.0, 40.0}, 40, 2, "\u2586\u2588", "*@"},        // the oldest are dropped
-        {V{std::nullopt, 1.0}, 100, 2, " \u2581", " ."},                 // unknown blank; tiny but not none
-        {V{500.0, -5.0}, 100, 2, "\u2588 ", "@ "},                       // clamped to the chart
-        {V{1.0}, 0, 1, "\u2588", "@"},                                   // a zero ceiling cannot divide
+        {V{0.0, 50.0, 100.0}, 100, 5, "   \u2584\u2588", "   =@"},  // short history: right-aligned
+        {V{10.0, 20.0, 30.0, 40.0}, 40, 2, "\u2586\u2588", "*@"},   // the oldest are dropped
+        {V{std::nullopt, 1.0}, 100, 2, " \u2581", " ."},            // unknown blank; tiny but not none
+        {V{500.0, -5.0}, 100, 2, "\u2588 ", "@ "},                  // clamped to the chart
+        {V{1.0}, 0, 1, "\u2588", "@"},                              // a zero ceiling cannot divide
         {V{}, 100, 3, "   ", "   "},
     };
     for (const auto& c : cases) {
@@ -155,8 +161,12 @@ TEST(TerminalText, BarsFillInEighths) {
 }
 
 TEST(TerminalText, CharacterSetAndColorChoices) {
-    for (const auto& [codeset, utf8] : std::map<std::string, bool>{
-             {"UTF-8", true}, {"utf8", true}, {"UTF8", true}, {"ANSI_X3.4-1968", false}, {"ISO-8859-1", false}, {"", false}})
+    for (const auto& [codeset, utf8] : std::map<std::string, bool>{{"UTF-8", true},
+                                                                   {"utf8", true},
+                                                                   {"UTF8", true},
+                                                                   {"ANSI_X3.4-1968", false},
+                                                                   {"ISO-8859-1", false},
+                                                                   {"", false}})
         EXPECT_EQ(isUTF8Codeset(codeset), utf8) << codeset;
     EXPECT_TRUE(wantsColor(nullptr, true));
     EXPECT_TRUE(wantsColor("", true));  // set but empty does not count
@@ -173,23 +183,50 @@ TEST(TerminalKeys, EachKeyMeansWhatItsContextSays) {
         KeyContext context;
         Command command;
     } cases[] = {
-        {'q', overview, Command::quit},        {'q', dialog, Command::dismiss},     {'q', help, Command::dismiss},
-        {'q', filter, Command::none},          {'?', apps, Command::help},          {'1', cleanup, Command::showOverview},
-        {'2', overview, Command::showApps},    {'3', apps, Command::showCleanup},   {Key::tab, apps, Command::nextPage},
-        {Key::backTab, apps, Command::previousPage}, {Key::up, apps, Command::up},  {'j', cleanup, Command::down},
-        {'s', apps, Command::sortNext},        {'s', overview, Command::none},      {'/', apps, Command::filter},
-        {'x', apps, Command::askQuitApp},      {'x', cleanup, Command::none},       {Key::enter, apps, Command::askQuitApp},
-        {Key::enter, cleanup, Command::clean}, {Key::enter, dialog, Command::confirm}, {'y', dialog, Command::confirm},
-        {Key::escape, dialog, Command::dismiss}, {'m', cleanup, Command::measure},  {'m', apps, Command::none},
-        {' ', cleanup, Command::toggleItem},   {'c', cleanup, Command::cancel},     {Key::escape, cleanup, Command::cancel},
-        {'e', cleanup, Command::exportReport}, {'d', cleanup, Command::toggleMode}, {'r', cleanup, Command::startOver},
-        {Key::enter, filter, Command::confirm}, {Key::escape, filter, Command::dismiss}, {'1', dialog, Command::none},
-        {'4', apps, Command::showSettings},    {' ', KeyContext{Page::settings}, Command::toggleItem},
-        {Key::enter, KeyContext{Page::settings}, Command::toggleItem}, {'m', KeyContext{Page::settings}, Command::none},
-        {'5', cleanup, Command::showSuite},    {'5', dialog, Command::none},        {' ', KeyContext{Page::suite}, Command::none},
+        {'q', overview, Command::quit},
+        {'q', dialog, Command::dismiss},
+        {'q', help, Command::dismiss},
+        {'q', filter, Command::none},
+        {'?', apps, Command::help},
+        {'1', cleanup, Command::showOverview},
+        {'2', overview, Command::showApps},
+        {'3', apps, Command::showCleanup},
+        {Key::tab, apps, Command::nextPage},
+        {Key::backTab, apps, Command::previousPage},
+        {Key::up, apps, Command::up},
+        {'j', cleanup, Command::down},
+        {'s', apps, Command::sortNext},
+        {'s', overview, Command::none},
+        {'/', apps, Command::filter},
+        {'x', apps, Command::askQuitApp},
+        {'x', cleanup, Command::none},
+        {Key::enter, apps, Command::askQuitApp},
+        {Key::enter, cleanup, Command::clean},
+        {Key::enter, dialog, Command::confirm},
+        {'y', dialog, Command::confirm},
+        {Key::escape, dialog, Command::dismiss},
+        {'m', cleanup, Command::measure},
+        {'m', apps, Command::none},
+        {' ', cleanup, Command::toggleItem},
+        {'c', cleanup, Command::cancel},
+        {Key::escape, cleanup, Command::cancel},
+        {'e', cleanup, Command::exportReport},
+        {'d', cleanup, Command::toggleMode},
+        {'r', cleanup, Command::startOver},
+        {Key::enter, filter, Command::confirm},
+        {Key::escape, filter, Command::dismiss},
+        {'1', dialog, Command::none},
+        {'4', apps, Command::showSettings},
+        {' ', KeyContext{Page::settings}, Command::toggleItem},
+        {Key::enter, KeyContext{Page::settings}, Command::toggleItem},
+        {'m', KeyContext{Page::settings}, Command::none},
+        {'5', cleanup, Command::showSuite},
+        {'5', dialog, Command::none},
+        {' ', KeyContext{Page::suite}, Command::none},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(commandFor(c.key, c.context), c.command) << "key " << c.key << " on page " << static_cast<int>(c.context.page);
+        EXPECT_EQ(commandFor(c.key, c.context), c.command)
+            << "key " << c.key << " on page " << static_cast<int>(c.context.page);
 }
 
 TEST(TerminalKeys, TheFooterAndHelpNameEveryPagesKeys) {
@@ -227,12 +264,10 @@ TEST(TerminalApps, SortedAndFiltered) {
         std::string filter;
         std::string order;
     } cases[] = {
-        {AppSort::memory, "", "abcd"},  // ties by id
-        {AppSort::cpu, "", "bdac"},     // unknown last
-        {AppSort::disk, "", "cadb"},
-        {AppSort::name, "", "adbc"},    // case ignored
-        {AppSort::memory, "ALPHA", "ad"},
-        {AppSort::memory, "zzz", ""},
+        {AppSort::memory, "", "abcd"},                                  // ties by id
+        {AppSort::cpu, "", "bdac"},                                     // unknown last
+        {AppSort::disk, "", "cadb"},      {AppSort::name, "", "adbc"},  // case ignored
+        {AppSort::memory, "ALPHA", "ad"}, {AppSort::memory, "zzz", ""},
     };
     for (const auto& c : cases) EXPECT_EQ(ids(sortedApps(apps, c.sort, c.filter)), c.order) << c.filter;
     AppSort sort = AppSort::memory;
@@ -243,10 +278,10 @@ TEST(TerminalApps, SortedAndFiltered) {
 TEST(TerminalQuitRule, OnlyTheUsersOwnProcessesOutsideThisTerminal) {
     constexpr std::uint32_t me = 1000, someoneElse = 1001;
     const std::map<std::int32_t, ProcessIdentity> table{
-        {1, {0, 0, 0, "init"}},          {2, {0, 0, 0, "kthreadd"}},    {50, {2, 0, 0, "kworker"}},
-        {100, {1, me, 0, "sshd-user"}},  {110, {100, me, 0, "tmux"}},   {120, {110, me, 0, "bash"}},
-        {130, {120, me, 0, "brimlet"}},  {200, {1, me, 0, "firefox"}},  {201, {200, me, 0, "firefox"}},
-        {300, {1, someoneElse, 0, "x"}}, {400, {1, 0, 0, "daemon"}},    {500, {400, me, 0, "helper"}},
+        {1, {0, 0, 0, "init"}},          {2, {0, 0, 0, "kthreadd"}},   {50, {2, 0, 0, "kworker"}},
+        {100, {1, me, 0, "sshd-user"}},  {110, {100, me, 0, "tmux"}},  {120, {110, me, 0, "bash"}},
+        {130, {120, me, 0, "brimlet"}},  {200, {1, me, 0, "firefox"}}, {201, {200, me, 0, "firefox"}},
+        {300, {1, someoneElse, 0, "x"}}, {400, {1, 0, 0, "daemon"}},   {500, {400, me, 0, "helper"}},
     };
     const TerminalQuit::ProcessLookup lookup = [&](std::int32_t pid) -> std::optional<ProcessIdentity> {
         const auto it = table.find(pid);
@@ -260,14 +295,14 @@ TEST(TerminalQuitRule, OnlyTheUsersOwnProcessesOutsideThisTerminal) {
         TerminalQuit::Plan plan;
     } cases[] = {
         {{200, 201}, {{200, 201}, ""}},
-        {{130}, {{}, own}},            // this program
-        {{110, 999}, {{}, own}},       // the terminal multiplexer it runs in
-        {{200, 120}, {{}, own}},       // a group holding its shell is refused whole
+        {{130}, {{}, own}},       // this program
+        {{110, 999}, {{}, own}},  // the terminal multiplexer it runs in
+        {{200, 120}, {{}, own}},  // a group holding its shell is refused whole
         {{1}, {{}, system}},
-        {{50}, {{}, system}},          // a kernel thread
-        {{300}, {{}, system}},         // another user's
-        {{400, 500}, {{500}, ""}},     // root's daemon stays, the user's helper may be asked
-        {{999}, {{}, system}},         // gone
+        {{50}, {{}, system}},       // a kernel thread
+        {{300}, {{}, system}},      // another user's
+        {{400, 500}, {{500}, ""}},  // root's daemon stays, the user's helper may be asked
+        {{999}, {{}, system}},      // gone
         {{}, {{}, system}},
     };
     for (const auto& c : cases) {
@@ -302,17 +337,20 @@ TEST(TerminalQuitRule, AskingARealChildSendsItSIGTERM) {
     const TerminalQuit::ProcessLookup lookup = [&](std::int32_t pid) { return live.identity(pid); };
     const std::vector<std::int32_t> chain = TerminalQuit::protectedChain(::getpid(), lookup);
     std::int32_t childPid = 0;
-    ASSERT_TRUE(kestrow::testing::waitUntil([&] {
-        for (const std::int32_t pid : live.allPIDs()) {
-            const auto info = live.identity(pid);
-            if (info && info->ppid == ::getpid() && info->name.find("sleep") != std::string::npos) childPid = pid;
-        }
-        return childPid != 0;
-    }, 30));
+    ASSERT_TRUE(kestrow::testing::waitUntil(
+        [&] {
+            for (const std::int32_t pid : live.allPIDs()) {
+                const auto info = live.identity(pid);
+                if (info && info->ppid == ::getpid() && info->name.find("sleep") != std::string::npos) childPid = pid;
+            }
+            return childPid != 0;
+        },
+        30));
     // This test's own group is refused; its child is offered.
     const TerminalQuit::SessionCheck session = [own = ::getsid(0)](std::int32_t pid) { return ::getsid(pid) == own; };
     EXPECT_FALSE(
-        TerminalQuit::plan(group("t", "tests", 1, 0, 0, {::getpid(), childPid}), ::getuid(), chain, lookup, session).allowed());
+        TerminalQuit::plan(group("t", "tests", 1, 0, 0, {::getpid(), childPid}), ::getuid(), chain, lookup, session)
+            .allowed());
     std::vector<std::int32_t> signalled;
     const std::size_t asked = TerminalQuit::quit(group("s", "sleep", 1, 0, 0, {childPid}), ::getuid(), chain, lookup,
                                                  session, [&](std::int32_t pid) {
@@ -387,7 +425,9 @@ TEST_F(FrontEndRig, EveryFrameFillsTheTerminalExactly) {
                 ASSERT_EQ(frame.lines.size(), rows);
                 for (const Line& line : frame.lines) {
                     EXPECT_EQ(displayWidth(line.text), columns) << line.text;
-                    if (!unicode) { EXPECT_TRUE(isASCII(line.text)) << line.text; }
+                    if (!unicode) {
+                        EXPECT_TRUE(isASCII(line.text)) << line.text;
+                    }
                 }
                 const bool tooSmall = rows < 24 || columns < 80;
                 std::string flat;
@@ -423,7 +463,9 @@ TEST_F(FrontEndRig, TheOverviewShowsThePopoversFiguresAndTheCharts) {
     for (const ReadingRow& row : popover.readings) {
         EXPECT_NE(shown.find(row.title), std::string::npos) << row.title;
         EXPECT_NE(shown.find(row.value), std::string::npos) << row.value;
-        if (row.grade) { EXPECT_NE(shown.find(std::string(row.grade->rawValue())), std::string::npos); }
+        if (row.grade) {
+            EXPECT_NE(shown.find(std::string(row.grade->rawValue())), std::string::npos);
+        }
     }
     for (const AppListRow& app : popover.apps) EXPECT_NE(shown.find(app.name), std::string::npos);
     EXPECT_NE(shown.find("Last 5 minutes"), std::string::npos);
@@ -482,7 +524,8 @@ TEST_F(FrontEndRig, SettingsSwitchAlertsAndStepThroughTheThresholds) {
     EXPECT_NE(joined(screen.frame(24, 80)).find("Low disk alert threshold: " + next.title), std::string::npos);
     // Past the last row the selection stays on it; there the heavy-app threshold steps round.
     for (int i = 0; i < 10; ++i) screen.press(Key::down);
-    for (std::size_t i = 0; i < SettingsChoices::heavyAppThresholds(before.heavyAppThreshold).size(); ++i) screen.press(' ');
+    for (std::size_t i = 0; i < SettingsChoices::heavyAppThresholds(before.heavyAppThreshold).size(); ++i)
+        screen.press(' ');
     EXPECT_EQ(monitor->alertSettings().heavyAppThreshold, before.heavyAppThreshold);
     EXPECT_EQ(monitor->alertSettings().lowDiskEnabled, before.lowDiskEnabled);
 }
@@ -491,8 +534,9 @@ TEST_F(FrontEndRig, SettingsSwitchAlertsAndStepThroughTheThresholds) {
 // suite is active.
 TEST_F(FrontEndRig, TheSuitePageListsTheMembersWhileTheSuiteIsActive) {
     using namespace kestrow::suite;
-    const GlanceRecord brimlet(SuiteApp::brimlet, true, GlanceState::running, 1000, 10, GlanceLevel::notice,
-                               {{"mem", "Memory", 71.5, "%", GlanceLevel::notice}, {"cpu", "CPU", 12.0, "%", GlanceLevel::ok}});
+    const GlanceRecord brimlet(
+        SuiteApp::brimlet, true, GlanceState::running, 1000, 10, GlanceLevel::notice,
+        {{"mem", "Memory", 71.5, "%", GlanceLevel::notice}, {"cpu", "CPU", 12.0, "%", GlanceLevel::ok}});
     const GlanceRecord corvane(SuiteApp::corvane, false, GlanceState::running, 1000, 10, GlanceLevel::alert,
                                {{"queue", "Queue", 1234.0, "jobs", GlanceLevel::alert}});
     suite.rows = {SuiteRow{brimlet}, SuiteRow{corvane}, SuiteRow{SuiteApp(SuiteApp::dismel)}};
