@@ -76,7 +76,8 @@ bool readName(const Cursor& entry, std::size_t refAt, std::int32_t offset, std::
 kestrow::Result<std::vector<BulkEntry>> parseBulkEntries(std::span<const std::byte> buffer, std::size_t count,
                                                          const BulkLayout& layout) {
     if (!(layout.common & bulk::commonReturned) || !(layout.common & bulk::commonName) ||
-        (layout.common & ~knownCommon) != 0 || (layout.folder & ~bulk::folderAllocated) != 0 ||
+        (layout.common & ~knownCommon) != 0 ||
+        (layout.folder & ~(bulk::folderMountStatus | bulk::folderAllocated)) != 0 ||
         (layout.file & ~bulk::fileAllocated) != 0)
         return Status::failure(Cause::invalidArgument, "bulk listing layout asks for attributes it cannot read");
     // Every entry takes at least its length and the returned set.
@@ -126,6 +127,9 @@ kestrow::Result<std::vector<BulkEntry>> parseBulkEntries(std::span<const std::by
         if (has(bulk::commonOwner)) fits = fits && entry.read(owner);
         if (has(bulk::commonAccess)) fits = fits && entry.read(access);
         if (has(bulk::commonFileId)) fits = fits && entry.read(fileId);
+        std::uint32_t mountStatus = 0;
+        const bool haveMountStatus = (answered.folder & bulk::folderMountStatus) != 0;
+        if (haveMountStatus) fits = fits && entry.read(mountStatus);
         if (answered.folder & bulk::folderAllocated) {
             fits = fits && entry.read(allocated);
             haveAllocated = true;
@@ -140,7 +144,9 @@ kestrow::Result<std::vector<BulkEntry>> parseBulkEntries(std::span<const std::by
         const mode_t kind = typeBits(type);
         const std::uint32_t needed =
             bulk::commonDevice | bulk::commonType | bulk::commonOwner | bulk::commonAccess | bulk::commonFileId;
-        if (error == 0 && (answered.common & needed) == needed && kind != 0 && haveAllocated && allocated >= 0) {
+        const bool plainFolder = kind != S_IFDIR || (haveMountStatus && !(mountStatus & bulk::folderMountPoint));
+        if (error == 0 && (answered.common & needed) == needed && kind != 0 && haveAllocated && allocated >= 0 &&
+            plainFolder) {
             EntryStatus status;
             status.mode = static_cast<mode_t>(kind | (access & 07777));
             status.allocatedBytes = static_cast<std::uint64_t>(allocated);

@@ -24,6 +24,7 @@ struct Record {
     std::uint32_t access = 0644;
     std::int64_t allocated = 4096;
     std::uint32_t error = 0;
+    std::uint32_t mountStatus = 0;
     BulkLayout answered = walkLayout;  // what the entry says came back
 };
 
@@ -57,6 +58,7 @@ std::vector<std::byte> encode(const Record& record) {
     if (answered.common & bulk::commonOwner) put32(out, record.owner);
     if (answered.common & bulk::commonAccess) put32(out, record.access);
     if (answered.common & bulk::commonFileId) put64(out, record.fileId);
+    if (answered.folder & bulk::folderMountStatus) put32(out, record.mountStatus);
     if (answered.folder & bulk::folderAllocated) put64(out, static_cast<std::uint64_t>(record.allocated));
     if (answered.file & bulk::fileAllocated) put64(out, static_cast<std::uint64_t>(record.allocated));
     const auto offset = static_cast<std::int32_t>(out.size() - refAt);
@@ -89,6 +91,10 @@ TEST(BulkListing, DecodesEachKindIntoTheStatusThePerEntryReadGives) {
     folderWithoutSize.answered.folder = 0;
     Record failed{"gone", bulk::regular, 7, 13};
     failed.error = 13;
+    Record mountPoint{"Volumes-like", bulk::folder, 7, 15, 0, 0755, 0};
+    mountPoint.mountStatus = bulk::folderMountPoint;
+    Record unknownMount{"m", bulk::folder, 7, 16, 0, 0755, 0};
+    unknownMount.answered.folder = bulk::folderAllocated;
     Record noType{"odd", bulk::regular, 7, 14};
     noType.answered.common &= ~bulk::commonType;
     const std::vector<Case> cases = {
@@ -103,6 +109,8 @@ TEST(BulkListing, DecodesEachKindIntoTheStatusThePerEntryReadGives) {
         {"folder whose size did not come back", folderWithoutSize, 0, false},
         {"entry with an error", failed, 0, false},
         {"entry without its type", noType, 0, false},
+        {"folder something is mounted on", mountPoint, 0, false},
+        {"folder whose mount status did not come back", unknownMount, 0, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
