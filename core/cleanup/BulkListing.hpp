@@ -34,16 +34,13 @@ inline constexpr std::uint32_t folderAllocated = 0x00000008;    // off_t
 inline constexpr std::uint32_t fileAllocated = 0x00000004;      // off_t
 
 // The object types of fsobj_type_t.
-enum ObjectType : std::uint32_t {
-    none = 0,
-    regular = 1,
-    folder = 2,
-    block = 3,
-    character = 4,
-    link = 5,
-    socket = 6,
-    fifo = 7
-};
+inline constexpr std::uint32_t regular = 1;
+inline constexpr std::uint32_t folder = 2;
+inline constexpr std::uint32_t block = 3;
+inline constexpr std::uint32_t character = 4;
+inline constexpr std::uint32_t link = 5;
+inline constexpr std::uint32_t socket = 6;
+inline constexpr std::uint32_t fifo = 7;
 }  // namespace bulk
 
 // The bitmaps asked for (and, per entry, the ones answered).
