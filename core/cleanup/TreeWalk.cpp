@@ -13,7 +13,7 @@ namespace brimlet {
 DIR* openListedFolder(int folder, const char* name, const EntryStatus& expected) {
     const int fd = ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) return nullptr;
-    struct stat opened{};
+    struct stat opened {};
     if (::fstat(fd, &opened) != 0 || static_cast<std::uint64_t>(opened.st_dev) != expected.device ||
         static_cast<std::uint64_t>(opened.st_ino) != expected.inode) {
         ::close(fd);
@@ -52,7 +52,42 @@ void TreeWalk::closeAll() {
     frames_.clear();
 }
 
+bool TreeWalk::usesPlatformReader() const {
+    using Read = std::optional<EntryStatus> (*)(int, const char*);
+    const Read* target = reader.target<Read>();
+    return target && *target == &readEntryStatus;
+}
+
+// The same walk over a folder listed in bulk: entries whose status the listing could not give are
+// read one by one, as the plain listing reads them all.
+bool TreeWalk::listInBulk(Frame& frame, BulkFolder& listed) {
+    if (listed.error != 0) {
+        if (trouble && !trouble(nullptr, {listed.error, false})) return false;
+    }
+    if (sorted)
+        std::sort(listed.entries.begin(), listed.entries.end(),
+                  [](const BulkEntry& a, const BulkEntry& b) { return a.name < b.name; });
+    const int fd = ::dirfd(frame.dir);
+    for (BulkEntry& listedEntry : listed.entries) {
+        const char* name = listedEntry.name.c_str();
+        int error = 0;
+        if (!listedEntry.status) {
+            errno = 0;
+            listedEntry.status = reader(fd, name);
+            error = listedEntry.status ? 0 : (errno != 0 ? errno : ENOENT);
+        }
+        const auto& status = listedEntry.status;
+        const Next next = entry ? entry(fd, name, status ? &*status : nullptr, error) : Next::skip;
+        if (next == Next::stop) return false;
+        if (next == Next::descend && status) frame.folders.emplace_back(listedEntry.name, *status);
+    }
+    return true;
+}
+
 bool TreeWalk::list(Frame& frame) {
+    if (bulkLister && usesPlatformReader()) {
+        if (auto listed = bulkLister(::dirfd(frame.dir))) return listInBulk(frame, *listed);
+    }
     std::vector<std::string> names;
     errno = 0;
     while (const dirent* entry = ::readdir(frame.dir)) {

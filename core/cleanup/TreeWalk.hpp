@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "BulkListing.hpp"
 #include "EntryStatus.hpp"
 #include "Pinning.hpp"
 
@@ -40,8 +41,12 @@ public:
     std::function<bool(const char* name, Trouble trouble)> trouble;
 
     EntryReader reader = readEntryStatus;  // tests stand a mount in through it
-    bool sorted = false;             // list entries in byte order (a removal's fixed order)
-    std::size_t maxOpen = 16;        // descriptors held at most, below the caller's own
+    // Lists a folder with its entries' statuses in one go where the platform can. It stands in for
+    // the reader only while the reader is the platform's own, so a reader given in its place
+    // still sees every entry.
+    std::function<std::optional<BulkFolder>(int folder)> bulkLister = listFolderInBulk;
+    bool sorted = false;       // list entries in byte order (a removal's fixed order)
+    std::size_t maxOpen = 16;  // descriptors held at most, below the caller's own
 
     // Walks the folder `dir` (taken over; opened with openListedFolder) whose status is `status`;
     // `path` names it in texts. False when a hook stopped the walk.
@@ -64,6 +69,8 @@ private:
         std::size_t next = 0;
     };
     bool list(Frame& frame);
+    bool listInBulk(Frame& frame, BulkFolder& listed);
+    bool usesPlatformReader() const;
     bool reopenParentOfTop();
     void closeFrame(Frame& frame);
     void closeAll();

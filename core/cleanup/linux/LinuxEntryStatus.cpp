@@ -3,12 +3,13 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include "../BulkListing.hpp"
 #include "../EntryStatus.hpp"
 
 namespace brimlet {
 
 std::optional<EntryStatus> readEntryStatus(int folder, const char* name) {
-    struct statx sx{};
+    struct statx sx {};
     // AT_NO_AUTOMOUNT: looking at an automount point must not mount it.
     if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
                 STATX_TYPE | STATX_MODE | STATX_INO | STATX_UID | STATX_BLOCKS, &sx) != 0)
@@ -22,5 +23,9 @@ std::optional<EntryStatus> readEntryStatus(int folder, const char* name) {
     status.mountRoot = (sx.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) && (sx.stx_attributes & STATX_ATTR_MOUNT_ROOT);
     return status;
 }
+
+// Linux has no listing that carries statuses (and only statx reports bind mounts): entries are
+// read one by one.
+std::optional<BulkFolder> listFolderInBulk(int) { return std::nullopt; }
 
 }  // namespace brimlet
