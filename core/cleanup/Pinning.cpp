@@ -46,8 +46,7 @@ std::string Pinning::expectedRealPath(const std::string& itemPath, const std::st
     return realHome + rest;
 }
 
-std::optional<PinnedItem> Pinning::pin(const std::string& path, int& error, Resolution how,
-                                       const EntryReader& reader) {
+std::optional<PinnedItem> Pinning::pin(const std::string& path, int& error, Resolution how, const EntryReader& reader) {
     const auto parts = components(path);
     if (!parts || parts->empty()) {
         error = EINVAL;

@@ -76,8 +76,7 @@ struct Pinning {
 
     // Pins an absolute path made only of real names (no ".", no "..", no link anywhere); none, with
     // the system's error in `error`, when it cannot.
-    static std::optional<PinnedItem> pin(const std::string& path, int& error,
-                                         Resolution how = Resolution::fastest,
+    static std::optional<PinnedItem> pin(const std::string& path, int& error, Resolution how = Resolution::fastest,
                                          const EntryReader& reader = readEntryStatus);
 
     // Whether the item still sits under its name in its pinned folder as the same file.

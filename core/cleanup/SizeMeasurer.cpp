@@ -18,7 +18,8 @@ namespace brimlet {
 
 std::uint64_t MeasureResult::regenerableBytes() const {
     std::uint64_t sum = 0;
-    for (const CleanupItem& item : regenerable) sum = kestrow::checkedAdd(sum, item.size.value_or(0), "size sum overflow");
+    for (const CleanupItem& item : regenerable)
+        sum = kestrow::checkedAdd(sum, item.size.value_or(0), "size sum overflow");
     return sum;
 }
 
@@ -136,7 +137,7 @@ std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const 
     while (const dirent* entry = ::readdir(dir)) {
         const std::string name = entry->d_name;
         if (name == "." || name == "..") continue;
-        struct stat st{};
+        struct stat st {};
         if (::fstatat(::dirfd(dir), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode)) continue;
         folders.push_back({name, home + "/" + name, 0, 0});
     }
@@ -155,7 +156,7 @@ std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const 
 }
 
 std::optional<bool> FullDiskAccess::canList(const std::string& protectedFolder) {
-    struct stat st{};
+    struct stat st {};
     if (::stat(protectedFolder.c_str(), &st) != 0) return std::nullopt;
     DIR* dir = ::opendir(protectedFolder.c_str());
     if (!dir) return false;

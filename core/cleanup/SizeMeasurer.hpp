@@ -43,8 +43,8 @@ struct MeasureResult {
 struct TreeCensus {
     std::uint64_t bytes = 0;
     std::int64_t unreadable = 0;
-    std::uint64_t entries = 0;  // entries below the path on its own file system
-    bool exists = false;        // the path itself could be read
+    std::uint64_t entries = 0;               // entries below the path on its own file system
+    bool exists = false;                     // the path itself could be read
     std::optional<FileIdentity> identity;    // of the path itself, when it could be read
     std::optional<std::string> mountInside;  // the first entry found on another file system
     bool operator==(const TreeCensus&) const = default;

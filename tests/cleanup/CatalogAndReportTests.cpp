@@ -99,9 +99,11 @@ TEST(CleanupReport, MarkdownLineByLine) {
     CleanupReport empty = report();
     CleanupReport mixed = report();
     mixed.requestedMode = DeleteMode::permanent;
-    mixed.deleted = {{"npm cache", "/Users/a/.npm/_cacache", 1'500'000'000, DeleteMode::permanent, false, std::nullopt},
-                     {"node_modules in app", "/Users/a/app/node_modules", 2'000'000, DeleteMode::trash, true, std::nullopt}};
-    mixed.skipped = {{"pip cache", "/Users/a/Library/Caches/pip", "Is a symbolic link; links are never followed for deletion"}};
+    mixed.deleted = {
+        {"npm cache", "/Users/a/.npm/_cacache", 1'500'000'000, DeleteMode::permanent, false, std::nullopt},
+        {"node_modules in app", "/Users/a/app/node_modules", 2'000'000, DeleteMode::trash, true, std::nullopt}};
+    mixed.skipped = {
+        {"pip cache", "/Users/a/Library/Caches/pip", "Is a symbolic link; links are never followed for deletion"}};
     CleanupReport dropped = report();
     dropped.freeAfter = 9'000'000'000;
     dropped.cancelled = true;
@@ -110,29 +112,45 @@ TEST(CleanupReport, MarkdownLineByLine) {
     refused.freeAfter = refused.freeBefore;
     refused.refusal = "The approval was already used.";
     const Case cases[] = {
-        {"nothing", empty,
+        {"nothing",
+         empty,
          {header, "", "- Date: 2026-11-15T20:13:37Z", "- Mode: Move to Trash", "- Free space before: 10.0 GB",
           "- Free space after: 12.5 GB", "- Freed now: 2.5 GB", "", "## Deleted (0)", "", "_Nothing._", "",
           "## Skipped (0)", "", "_Nothing._"}},
-        {"deleted, downgraded and skipped", mixed,
-         {header, "", "- Date: 2026-11-15T20:13:37Z", "- Mode: Delete permanently", "- Free space before: 10.0 GB",
-          "- Free space after: 12.5 GB", "- Freed now: 2.5 GB",
-          "- In Trash: 2 MB. Space is freed when you empty the Trash.", "", "## Deleted (2)", "",
-          "- npm cache \u2014 1.5 GB \u2014 Delete permanently  ", "  `/Users/a/.npm/_cacache`",
+        {"deleted, downgraded and skipped",
+         mixed,
+         {header,
+          "",
+          "- Date: 2026-11-15T20:13:37Z",
+          "- Mode: Delete permanently",
+          "- Free space before: 10.0 GB",
+          "- Free space after: 12.5 GB",
+          "- Freed now: 2.5 GB",
+          "- In Trash: 2 MB. Space is freed when you empty the Trash.",
+          "",
+          "## Deleted (2)",
+          "",
+          "- npm cache \u2014 1.5 GB \u2014 Delete permanently  ",
+          "  `/Users/a/.npm/_cacache`",
           "- node_modules in app \u2014 2 MB \u2014 Move to Trash (personal data is never deleted permanently)  ",
-          "  `/Users/a/app/node_modules`", "", "## Skipped (1)", "",
+          "  `/Users/a/app/node_modules`",
+          "",
+          "## Skipped (1)",
+          "",
           "- pip cache \u2014 Is a symbolic link; links are never followed for deletion  ",
           "  `/Users/a/Library/Caches/pip`"}},
-        {"cancelled while free space dropped", dropped,
+        {"cancelled while free space dropped",
+         dropped,
          {header, "", "- Date: 2026-11-15T20:13:37Z", "- Mode: Move to Trash", "- Free space before: 10.0 GB",
           "- Free space after: 9.0 GB", "- Freed now: \u22121.0 GB", "- Cancelled before all items ran.", "",
           "## Deleted (1)", "", "- Bun cache \u2014 0 B \u2014 Move to Trash  ", "  `/h/.bun/install/cache`", "",
           "## Skipped (0)", "", "_Nothing._"}},
-        {"refused", refused,
+        {"refused",
+         refused,
          {header, "", "- Date: 2026-11-15T20:13:37Z", "- Mode: Move to Trash", "- Free space before: 10.0 GB",
           "- Free space after: 10.0 GB", "- Freed now: 0 B",
-          "- Refused, nothing was touched: The approval was already used.", "", "## Deleted (0)", "", "_Nothing._",
-          "", "## Skipped (0)", "", "_Nothing._"}},
+          "- Refused, nothing was touched: The approval was already used.", "", "## Deleted (0)", "", "_Nothing._", "",
+          "## Skipped (0)", "", "_Nothing._"}},
     };
     for (const Case& c : cases) EXPECT_EQ(lines(c.report.markdown()), c.expected) << c.what;
     EXPECT_EQ(mixed.bytesDeleted(), 1'502'000'000u);

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <algorithm>
-#include <cstdint>
 
 #include "core/cleanup/Cleaner.hpp"
 #include "core/monitoring/SystemSampler.hpp"
@@ -84,9 +84,9 @@ TEST_F(CleanerFixture, EverySkipReasonInOrder) {
     const std::vector<CleanupItem> items = {blocked, vm, simulators, copy, notAllowed};
 
     std::vector<std::size_t> seen;
-    const CleanupReport trashRun = cleaner.run(items, roots, DeleteMode::trash,
-                                               [&](std::size_t i, const CleanupItem&) { seen.push_back(i); },
-                                               [] { return false; });
+    const CleanupReport trashRun = cleaner.run(
+        items, roots, DeleteMode::trash, [&](std::size_t i, const CleanupItem&) { seen.push_back(i); },
+        [] { return false; });
     EXPECT_EQ(reasons(trashRun),
               "blocked title: Colima VM is running \u2014 quit it first\n"
               "docker-vm title: docker-vm title is running \u2014 quit it first\n"
@@ -109,7 +109,8 @@ TEST_F(CleanerFixture, ModesDowngradeAndErrors) {
     const CleanupReport permanent =
         cleaner.run({cache, personal}, roots, DeleteMode::permanent, nullptr, [] { return false; });
     ASSERT_EQ(permanent.deleted.size(), 2u);
-    EXPECT_EQ(permanent.deleted[0], (CleanupReport::Deleted{"npm-cache title", cache.url, 4096, DeleteMode::permanent, false, std::nullopt}));
+    EXPECT_EQ(permanent.deleted[0],
+              (CleanupReport::Deleted{"npm-cache title", cache.url, 4096, DeleteMode::permanent, false, std::nullopt}));
     EXPECT_EQ(permanent.deleted[1], (CleanupReport::Deleted{"node-modules:p/node_modules title", personal.url, 4096,
                                                             DeleteMode::trash, true, std::nullopt}));
     EXPECT_EQ(operations.calls, (std::vector<std::string>{"remove " + cache.url, "trash " + personal.url}));

@@ -12,12 +12,12 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -88,9 +88,7 @@ public:
     std::string why() const { return "cannot mount at " + target_ + ": " + std::strerror(error_); }
     // The mount now lives elsewhere (its folder was renamed).
     void movedTo(const std::string& target) { target_ = target; }
-    bool remountReadOnly() {
-        return ::mount(nullptr, target_.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
-    }
+    bool remountReadOnly() { return ::mount(nullptr, target_.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0; }
 
 private:
     explicit ScopedMount(std::string target) : target_(std::move(target)) {}
@@ -98,9 +96,9 @@ private:
     int error_ = 0;
 };
 
-#define KESTROW_REQUIRE_ROOT()                                                                   \
-    do {                                                                                         \
-        if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount (CI runs the tests as root)"; \
+#define KESTROW_REQUIRE_ROOT()                                                                                         \
+    do {                                                                                                               \
+        if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount (CI runs the tests as root)";                       \
     } while (0)
 
 // The user "nobody", whom permissions stop.
@@ -177,8 +175,7 @@ public:
         for (const Child& child : children_) ::close(child.input);
         for (const Child& child : children_) {
             ::kill(child.pid, SIGKILL);
-            while (::waitpid(child.pid, nullptr, 0) < 0 && errno == EINTR) {
-            }
+            while (::waitpid(child.pid, nullptr, 0) < 0 && errno == EINTR) {}
         }
     }
 

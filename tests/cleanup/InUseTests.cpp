@@ -1,7 +1,7 @@
 // Processes that use a folder, found for real: by working folder, by argument, by an open file
 // and by a mapped file.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <link.h>
 
 #include <filesystem>
@@ -56,17 +56,18 @@ TEST(CleanerInUse, WorkingFoldersAndArgumentsKeepFoldersFromDeletion) {
     for (const pid_t pid : readers) {
         ASSERT_TRUE(waitUntil([&] { return linkTarget("/proc/" + pidText(pid) + "/cwd") == busy; }));
     }
-    ASSERT_TRUE(waitUntil([&] { return readFile("/proc/" + pidText(shell) + "/cmdline").find("read line") != std::string::npos; }));
+    ASSERT_TRUE(waitUntil(
+        [&] { return readFile("/proc/" + pidText(shell) + "/cmdline").find("read line") != std::string::npos; }));
 
     NoOperations operations;
     Cleaner cleaner(home, operations);
     const std::vector<CleanupItem> items = {personalItem(home, "work/busy/node_modules"),
                                             personalItem(home, "work/named/node_modules")};
-    const CleanupReport report =
-        cleaner.run(items, {items[0].url, items[1].url}, DeleteMode::trash, nullptr, nullptr);
+    const CleanupReport report = cleaner.run(items, {items[0].url, items[1].url}, DeleteMode::trash, nullptr, nullptr);
     ASSERT_EQ(report.skipped.size(), 2u);
     EXPECT_EQ(report.skipped[0].reason, "In use by cat (pid " + pidText(readers[0]) + "), cat (pid " +
-                                            pidText(readers[1]) + "), cat (pid " + pidText(readers[2]) + ") and 2 more");
+                                            pidText(readers[1]) + "), cat (pid " + pidText(readers[2]) +
+                                            ") and 2 more");
     EXPECT_EQ(report.skipped[1].reason, "In use by sh (pid " + pidText(shell) + ")");
     EXPECT_TRUE(fs::exists(home + "/work/busy/node_modules/pkg/a.js"));
 }
@@ -100,8 +101,10 @@ TEST(CleanerInUse, OpenAndMappedFilesKeepFoldersFromDeletion) {
     const pid_t holder = children.start({"/", {"/bin/cat"}, home + "/.cache/db/store.sqlite", {}});
     // Only the mapping ties this one: the loader closes a library's descriptor once it is mapped.
     const pid_t mapper = children.start({"/", {"/bin/cat"}, "", {"LD_PRELOAD=" + home + "/.cache/libs/libcopy.so"}});
-    ASSERT_TRUE(waitUntil([&] { return linkTarget("/proc/" + pidText(holder) + "/fd/3") == home + "/.cache/db/store.sqlite"; }));
-    ASSERT_TRUE(waitUntil([&] { return readFile("/proc/" + pidText(mapper) + "/maps").find("libcopy.so") != std::string::npos; }));
+    ASSERT_TRUE(waitUntil(
+        [&] { return linkTarget("/proc/" + pidText(holder) + "/fd/3") == home + "/.cache/db/store.sqlite"; }));
+    ASSERT_TRUE(waitUntil(
+        [&] { return readFile("/proc/" + pidText(mapper) + "/maps").find("libcopy.so") != std::string::npos; }));
 
     EXPECT_EQ(InUseChecker::processesUsing(home + "/.cache/db"), (std::vector<ProcessUse>{{holder, "cat"}}));
     EXPECT_EQ(InUseChecker::processesUsing(home + "/.cache/libs"), (std::vector<ProcessUse>{{mapper, "cat"}}));

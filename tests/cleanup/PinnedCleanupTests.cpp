@@ -3,8 +3,8 @@
 // cache or inside it, one file offered as its own duplicate, trees deeper than the descriptor
 // limit, names too long for the Trash. Real folders, real links, real mounts (in a private mount
 // namespace of a forked child, as root) and a real racing process.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <stdio.h>
 #include <sys/mount.h>
@@ -44,7 +44,7 @@ std::string realFolder(const TempFolder& temp) {
 }
 
 std::optional<FileIdentity> identityOf(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
     return FileIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
 }
@@ -124,8 +124,7 @@ ChildResult inPrivateMountNamespace(const std::function<int(FILE* out)>& work) {
         if (n > 0) result.output.append(buffer, static_cast<std::size_t>(n));
     ::close(fds[0]);
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
 }
@@ -144,8 +143,7 @@ public:
     void stop() {
         if (pid_ <= 0) return;
         ::kill(pid_, SIGKILL);
-        while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-        }
+        while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {}
         pid_ = -1;
     }
     bool running() const { return pid_ > 0; }
@@ -236,19 +234,19 @@ TEST(PinnedRemoval, AnItemChangedSinceItWasMeasuredIsSkipped) {
             ASSERT_EQ(measured.regenerable.size(), 1u);
             std::string replacement;
             switch (change) {
-                case Change::parentLinked:
-                    fs::rename(h.home + "/.cache", h.home + "/.cache-away");
-                    fs::create_symlink(h.home + "/Documents", h.home + "/.cache");
-                    break;
-                case Change::itemReplaced:
-                    fs::rename(h.cache, h.home + "/.cache/uv-away");
-                    writeFile(h.cache + "/someone-elses", "data");
-                    replacement = h.cache;
-                    break;
-                case Change::itemLinked:
-                    fs::rename(h.cache, h.home + "/.cache/uv-away");
-                    fs::create_symlink(h.documents, h.cache);
-                    break;
+            case Change::parentLinked:
+                fs::rename(h.home + "/.cache", h.home + "/.cache-away");
+                fs::create_symlink(h.home + "/Documents", h.home + "/.cache");
+                break;
+            case Change::itemReplaced:
+                fs::rename(h.cache, h.home + "/.cache/uv-away");
+                writeFile(h.cache + "/someone-elses", "data");
+                replacement = h.cache;
+                break;
+            case Change::itemLinked:
+                fs::rename(h.cache, h.home + "/.cache/uv-away");
+                fs::create_symlink(h.documents, h.cache);
+                break;
             }
             const auto replacedBefore = replacement.empty() ? decltype(contents("")){} : contents(replacement);
             const std::vector<std::string> ids = {"uv-cache"};
@@ -287,8 +285,8 @@ TEST(PinnedRemoval, AParentBindMountedAfterMeasuringIsSkipped) {
         }
         int skippedRight = 0;
         for (const DeleteMode mode : {DeleteMode::permanent, DeleteMode::trash}) {
-            const CleanupReport report = cleaner.run({item}, {AllowedRoot{item.url, item.measuredIdentity}}, mode,
-                                                     nullptr, nullptr);
+            const CleanupReport report =
+                cleaner.run({item}, {AllowedRoot{item.url, item.measuredIdentity}}, mode, nullptr, nullptr);
             std::fprintf(out, "%s", report.markdown().c_str());
             if (report.deleted.empty() && report.skipped.size() == 1 &&
                 report.skipped[0].reason == Pinning::changedSinceMeasured)
@@ -331,18 +329,19 @@ TEST(PinnedRemoval, ASwapperRacingTheCleanerLosesNothing) {
                 ASSERT_GE(fd, 0);
                 const std::string text(5000, name[0]);
                 ASSERT_EQ(::write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-                struct stat st{};
+                struct stat st {};
                 ::fstat(fd, &st);
                 bytes += static_cast<std::uint64_t>(st.st_blocks) * 512;
                 ::close(fd);
             }
-            struct stat st{};
+            struct stat st {};
             ASSERT_EQ(::fstatat(cacheFd.get(), "uv", &st, AT_SYMLINK_NOFOLLOW), 0);
             CleanupItem item = cacheItem(h.home);
-            item.measuredIdentity = FileIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
+            item.measuredIdentity =
+                FileIdentity{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
             const DeleteMode mode = round % 2 == 0 ? DeleteMode::permanent : DeleteMode::trash;
-            const CleanupReport report = cleaner.run({item}, {AllowedRoot{item.url, item.measuredIdentity}}, mode,
-                                                     nullptr, nullptr);
+            const CleanupReport report =
+                cleaner.run({item}, {AllowedRoot{item.url, item.measuredIdentity}}, mode, nullptr, nullptr);
 
             ASSERT_TRUE(h.documentsIntact());
             ASSERT_EQ(report.deleted.size() + report.skipped.size(), 1u);
@@ -359,14 +358,16 @@ TEST(PinnedRemoval, ASwapperRacingTheCleanerLosesNothing) {
                 ++skipped;
                 ASSERT_TRUE(stillThere) << report.markdown();
                 for (const char* name : {"a", "b", "c"}) ASSERT_EQ(::fstatat(uv.get(), name, &st, 0), 0);
-                ASSERT_EQ(::unlinkat(uv.get(), "a", 0) | ::unlinkat(uv.get(), "b", 0) | ::unlinkat(uv.get(), "c", 0), 0);
+                ASSERT_EQ(::unlinkat(uv.get(), "a", 0) | ::unlinkat(uv.get(), "b", 0) | ::unlinkat(uv.get(), "c", 0),
+                          0);
                 ASSERT_EQ(::unlinkat(cacheFd.get(), "uv", AT_REMOVEDIR), 0);
             }
         }
     }
     std::cout << "deleted " << deleted << ", skipped " << skipped << " of 200 rounds\n";
     // Leave the names as they began.
-    if (fs::is_symlink(cacheFolder)) ::renameat2(AT_FDCWD, cacheFolder.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+    if (fs::is_symlink(cacheFolder))
+        ::renameat2(AT_FDCWD, cacheFolder.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
     EXPECT_TRUE(h.documentsIntact());
 }
 
@@ -444,12 +445,12 @@ TEST(Duplicates, OneFileIsNeverItsOwnDuplicate) {
         const std::string home = realFolder(temp);
         writeFile(home + "/Downloads/Tool.dmg", installer);
         switch (setup) {
-            case Setup::linkedDesktop: fs::create_symlink(home + "/Downloads", home + "/Desktop"); break;
-            case Setup::hardLink:
-                fs::create_directories(home + "/Desktop");
-                fs::create_hard_link(home + "/Downloads/Tool.dmg", home + "/Desktop/Tool.dmg");
-                break;
-            case Setup::realCopy: writeFile(home + "/Desktop/Tool.dmg", installer); break;
+        case Setup::linkedDesktop: fs::create_symlink(home + "/Downloads", home + "/Desktop"); break;
+        case Setup::hardLink:
+            fs::create_directories(home + "/Desktop");
+            fs::create_hard_link(home + "/Downloads/Tool.dmg", home + "/Desktop/Tool.dmg");
+            break;
+        case Setup::realCopy: writeFile(home + "/Desktop/Tool.dmg", installer); break;
         }
         const auto items = ApprovalScanner(home).duplicateInstallerItems(CancelCheck());
         EXPECT_EQ(items.size(), setup == Setup::realCopy ? 1u : 0u);
@@ -469,7 +470,8 @@ TEST(Duplicates, OneFileIsNeverItsOwnDuplicate) {
     copy.requiresExisting = home + "/Downloads/Tool.dmg";
     ScopedDataHome dataHome(home + "/.local/share");
     LiveFileOperations operations;
-    const CleanupReport report = quietCleaner(home, operations).run({copy}, {copy.url}, DeleteMode::trash, nullptr, nullptr);
+    const CleanupReport report =
+        quietCleaner(home, operations).run({copy}, {copy.url}, DeleteMode::trash, nullptr, nullptr);
     ASSERT_EQ(report.skipped.size(), 1u) << report.markdown();
     EXPECT_EQ(report.skipped[0].reason, "The copy that was going to be kept (Tool.dmg) is this same file");
     EXPECT_EQ(readFile(home + "/Desktop/Tool.dmg"), installer);
@@ -502,7 +504,7 @@ std::uint64_t buildDeepTree(const std::string& top, int depth) {
         const int file = ::openat(fd, "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
         const std::string text(3000, 'd');
         if (::write(file, text.data(), text.size()) < 0) break;
-        struct stat st{};
+        struct stat st {};
         ::fstat(file, &st);
         bytes += static_cast<std::uint64_t>(st.st_blocks) * 512;
         ::close(file);

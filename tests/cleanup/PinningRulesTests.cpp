@@ -59,8 +59,7 @@ TEST(Pinning, AnItemMustLieWhereItsPathSaysUnderTheRealHome) {
         {"/elsewhere/x", "/home/a", "/data/a", "/elsewhere/x"},
         {"/home/ab/x", "/home/a", "/data/a", "/home/ab/x"},  // a neighbour is not inside
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(Pinning::expectedRealPath(c.item, c.home, c.realHome), c.expected) << c.item;
+    for (const Case& c : cases) EXPECT_EQ(Pinning::expectedRealPath(c.item, c.home, c.realHome), c.expected) << c.item;
 }
 
 TEST(TrashNaming, NamesFitTheInfoFileAndKeepTheirExtension) {
@@ -102,7 +101,8 @@ TEST(TrashNaming, NamesFitTheInfoFileAndKeepTheirExtension) {
 
 TEST(TrashNaming, TheHoldingFolderIsOursOnTheItemsVolume) {
     EXPECT_EQ(TrashNaming::holdingFolder("/Users/a", true, "/", 501), "/Users/a/Library/Caches/.kestrow-holding-501");
-    EXPECT_EQ(TrashNaming::holdingFolder("/Users/a", false, "/Volumes/Work", 501), "/Volumes/Work/.kestrow-holding-501");
+    EXPECT_EQ(TrashNaming::holdingFolder("/Users/a", false, "/Volumes/Work", 501),
+              "/Volumes/Work/.kestrow-holding-501");
     EXPECT_EQ(TrashNaming::holdingFolder("/Users/a", false, "/", 0), "/.kestrow-holding-0");
     EXPECT_EQ(TrashNaming::holdingEntry(0x1f), "move-000000000000001f");
     EXPECT_NE(TrashNaming::holdingEntry(1), TrashNaming::holdingEntry(2));

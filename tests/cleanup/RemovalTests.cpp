@@ -1,7 +1,7 @@
 // Permanent removal against real folders: mounts inside a cache, folders this user cannot empty,
 // and a removal that is stopped part way.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -24,7 +24,7 @@ using testing::ScopedDataHome;
 using testing::ScopedMount;
 
 std::uint64_t blocksOf(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     ::lstat(path.c_str(), &st);
     return static_cast<std::uint64_t>(st.st_blocks) * 512;
 }
@@ -90,8 +90,7 @@ TEST(MountInsideACache, IsNeitherMeasuredNorRemoved) {
         Cleaner cleaner = quietCleaner(home, operations);
         cleaner.census = [&](const PinnedItem& item) { return SizeMeasurer::census(item, CancelCheck(), reader); };
         cleaner.removalCheck = [&](const PinnedItem& item) { return RemovalCheck::wholeTree(item, reader); };
-        const CleanupReport report =
-            cleaner.run({cacheItem(cache)}, {cache}, DeleteMode::permanent, nullptr, nullptr);
+        const CleanupReport report = cleaner.run({cacheItem(cache)}, {cache}, DeleteMode::permanent, nullptr, nullptr);
         ASSERT_EQ(report.skipped.size(), 1u);
         EXPECT_EQ(report.skipped[0].reason, std::string(RemovalCheck::mountInside) + ": " + mounted);
         EXPECT_EQ(readFile(cache + "/wheels/a.whl"), std::string(20000, 'w'));  // nothing was removed
@@ -139,10 +138,10 @@ TEST(RemovalCheck, FoldersThisUserCannotEmptyStopTheRemovalBeforeItStarts) {
         const char* blamed;  // relative to home; empty when removable
     };
     const Case cases[] = {
-        {".cache/uv/sub", fs::perms::owner_read | fs::perms::owner_exec, ".cache/uv/sub"},    // not writable
-        {".cache/uv/sub", fs::perms::owner_write | fs::perms::owner_exec, ".cache/uv/sub"},   // not readable
-        {".cache/uv/sub", fs::perms::owner_read | fs::perms::owner_write, ".cache/uv/sub"},   // not searchable
-        {".cache", fs::perms::owner_read | fs::perms::owner_exec, ".cache"},                  // parent keeps it
+        {".cache/uv/sub", fs::perms::owner_read | fs::perms::owner_exec, ".cache/uv/sub"},   // not writable
+        {".cache/uv/sub", fs::perms::owner_write | fs::perms::owner_exec, ".cache/uv/sub"},  // not readable
+        {".cache/uv/sub", fs::perms::owner_read | fs::perms::owner_write, ".cache/uv/sub"},  // not searchable
+        {".cache", fs::perms::owner_read | fs::perms::owner_exec, ".cache"},                 // parent keeps it
         {".cache/uv/sub", fs::perms::owner_all, ""},
     };
     for (const Case& c : cases) {

@@ -21,10 +21,10 @@ struct PolicyFixture : ::testing::Test {
     std::string outside = temp / "outside";
 
     void SetUp() override {
-        for (const char* dir : {"home/.npm/_cacache/ab", "home/Library/Developer/Xcode/DerivedData/App-x",
-                                "home/Library/Keychains", "home/Library/Application Support/MobileSync/Backup",
-                                "home/Downloads/Photos Library.photoslibrary", "home/Downloads/sub",
-                                "home/Desktop", "outside/cache"})
+        for (const char* dir :
+             {"home/.npm/_cacache/ab", "home/Library/Developer/Xcode/DerivedData/App-x", "home/Library/Keychains",
+              "home/Library/Application Support/MobileSync/Backup", "home/Downloads/Photos Library.photoslibrary",
+              "home/Downloads/sub", "home/Desktop", "outside/cache"})
             fs::create_directories(temp / dir);
         kestrow::testing::writeFile(home + "/.npm/_cacache/ab/blob", "x");
         kestrow::testing::writeFile(home + "/.npmrc-x/data", "x");
@@ -33,7 +33,7 @@ struct PolicyFixture : ::testing::Test {
         kestrow::testing::writeFile(home + "/Downloads/Photos Library.photoslibrary/db", "x");
         kestrow::testing::writeFile(home + "/Downloads/a.keychain.txt", "x");
         kestrow::testing::writeFile(outside + "/cache/file", "x");
-        fs::create_symlink(outside + "/cache", home + "/.npm/_cacache/link-out");          // a link, even if allowed
+        fs::create_symlink(outside + "/cache", home + "/.npm/_cacache/link-out");         // a link, even if allowed
         fs::create_symlink(home + "/.npm/_cacache/ab", home + "/.npm/_cacache/link-in");  // target allowed
         fs::create_symlink(outside, home + "/Library/Caches-link");                       // parent leads out
         fs::create_symlink(home + "/Library/Keychains", home + "/Downloads/keys");        // protected via link
@@ -151,7 +151,7 @@ TEST(SafetyPolicyProperty, NeverAllowsWhatItMustNot) {
             if (!d.isAllowed()) continue;
             ++allowedCount;
             const std::string& p = *d.allowedPath();
-            struct stat st{};
+            struct stat st {};
             ASSERT_EQ(::lstat(path.c_str(), &st), 0);
             EXPECT_FALSE(S_ISLNK(st.st_mode)) << path;
             EXPECT_EQ(resolveRealPath(path), p);

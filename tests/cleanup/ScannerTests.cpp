@@ -20,7 +20,7 @@ TEST(ApprovalScanner, NodeModulesDepthActivityAndProtectedRoots) {
     const auto now = std::chrono::system_clock::now();
     writeFile(home / "a/node_modules/x/node_modules/y/i.js", "1");  // nested: reported once
     writeFile(home / "a/package.json", "{}");
-    writeFile(home / "b/c/d/e/f/node_modules/i.js", "1");  // node_modules at depth 6
+    writeFile(home / "b/c/d/e/f/node_modules/i.js", "1");    // node_modules at depth 6
     writeFile(home / "b/c/d/e/f/g/node_modules/i.js", "1");  // depth 7: beyond the scan
     writeFile(home / "old/node_modules/i.js", "1");
     writeFile(home / ".hidden/node_modules/i.js", "1");

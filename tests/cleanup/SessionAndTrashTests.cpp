@@ -12,9 +12,9 @@
 #include <sstream>
 #include <thread>
 
+#include "base/Files.hpp"
 #include "core/cleanup/CleanupSession.hpp"
 #include "core/cleanup/linux/FreedesktopTrash.hpp"
-#include "base/Files.hpp"
 #include "core/common/ByteFormat.hpp"
 #include "core/monitoring/SystemSampler.hpp"
 #include "tests/cleanup/CleanupTestSupport.hpp"
@@ -30,7 +30,6 @@ using kestrow::testing::TempFolder;
 using kestrow::testing::writeFile;
 using testing::readFile;
 using testing::ScopedDataHome;
-
 
 std::vector<std::string> idsOf(const std::vector<CleanupItem>& items) {
     std::vector<std::string> ids;
@@ -63,8 +62,8 @@ TEST(CleanupSession, MeasureScanApproveCleanIntoTheTrash) {
     EXPECT_GT(measured.totalBytes, 0u);
 
     const auto personal = session.scanPersonal([] { return false; }).get();
-    ASSERT_EQ(idsOf(personal), (std::vector<std::string>{"node-modules:code/web app/node_modules",
-                                                         "duplicate:Desktop/Tool copy.dmg"}));
+    ASSERT_EQ(idsOf(personal),
+              (std::vector<std::string>{"node-modules:code/web app/node_modules", "duplicate:Desktop/Tool copy.dmg"}));
     EXPECT_EQ(personal[0].isActive, true);
     EXPECT_EQ(personal[1].requiresExisting, home + "/Downloads/Tool.dmg");
     // Measured before approval, in allocated bytes: at least what the files hold.
@@ -81,8 +80,10 @@ TEST(CleanupSession, MeasureScanApproveCleanIntoTheTrash) {
     const CleanupApproval approval = session.approve(ids).get();
     std::vector<std::string> progress;
     const CleanupReport report =
-        session.clean(ids, approval, DeleteMode::permanent,
-                      [&](std::size_t, const CleanupItem& item) { progress.push_back(item.id); }, [] { return false; })
+        session
+            .clean(
+                ids, approval, DeleteMode::permanent,
+                [&](std::size_t, const CleanupItem& item) { progress.push_back(item.id); }, [] { return false; })
             .get();
     EXPECT_FALSE(report.refusal);
     EXPECT_TRUE(report.skipped.empty()) << report.markdown();
@@ -163,7 +164,8 @@ TEST(CleanupSession, FreeSpaceIsTheHomeFoldersFileSystems) {
     ASSERT_EQ(report.deleted.size(), 1u) << report.markdown();
     EXPECT_EQ(report.freeBefore, volume->first);
     EXPECT_EQ(report.freedNow(), static_cast<std::int64_t>(3u << 20));
-    EXPECT_NE(report.markdown().find("- Freed now: " + ByteFormat::string(3u << 20)), std::string::npos) << report.markdown();
+    EXPECT_NE(report.markdown().find("- Freed now: " + ByteFormat::string(3u << 20)), std::string::npos)
+        << report.markdown();
 }
 
 TEST(DiskSpace, TheDataVolumeHereIsTheHomeFoldersFileSystem) {

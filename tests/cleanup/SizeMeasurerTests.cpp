@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <mutex>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 
 #include "core/cleanup/SizeMeasurer.hpp"
 #include "tests/support/TempFolder.hpp"
@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
 
 std::uint64_t blocksOf(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     ::lstat(path.c_str(), &st);
     return static_cast<std::uint64_t>(st.st_blocks) * 512;
 }

@@ -1,7 +1,7 @@
 // The freedesktop.org Trash against real folders: other mounts, full and read-only file systems,
 // orphaned info files, and names no text encoding likes.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,7 +21,7 @@ using testing::readFile;
 using testing::ScopedMount;
 
 bool isOwnPrivateFolder(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & 07777) == 0700 &&
            st.st_uid == ::getuid();
 }
@@ -37,8 +37,11 @@ TEST(TrashOnAnotherMount, SharedOwnOrRefused) {
         std::string expected;  // relative to the mount; empty when refused
     };
     const Case cases[] = {
-        {Setup::stickyShared, ".Trash/" + uid}, {Setup::notSticky, ".Trash-" + uid},
-        {Setup::linkedShared, ".Trash-" + uid}, {Setup::none, ".Trash-" + uid}, {Setup::blocked, ""},
+        {Setup::stickyShared, ".Trash/" + uid},
+        {Setup::notSticky, ".Trash-" + uid},
+        {Setup::linkedShared, ".Trash-" + uid},
+        {Setup::none, ".Trash-" + uid},
+        {Setup::blocked, ""},
     };
     for (const bool realMount : {true, false}) {
         if (realMount && ::geteuid() != 0) {
@@ -69,8 +72,7 @@ TEST(TrashOnAnotherMount, SharedOwnOrRefused) {
             case Setup::linkedShared:  // a link is never a trash, wherever it points
                 fs::create_directory_symlink(root + "/sticky", top + "/.Trash");
                 break;
-            case Setup::none:
-                break;
+            case Setup::none: break;
             case Setup::blocked:  // .Trash-$uid taken by a file, and no shared trash
                 writeFile(top + "/.Trash-" + uid, "not a folder");
                 break;
@@ -78,7 +80,7 @@ TEST(TrashOnAnotherMount, SharedOwnOrRefused) {
             FreedesktopTrash trash(root + "/home/.local/share/Trash");
             if (!realMount) {
                 trash.deviceOf = [top](const std::string& path) -> std::optional<dev_t> {
-                    struct stat st{};
+                    struct stat st {};
                     if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
                     const bool inside = path == top || path.rfind(top + "/", 0) == 0;
                     return inside ? st.st_dev + 1 : st.st_dev;
@@ -137,7 +139,8 @@ TEST(TrashErrors, CarryTheSystemsReason) {
         ASSERT_TRUE(whole.ok()) << whole.why();
         writeFile(root + "/whole/a", "a");
         const kestrow::Status status = FreedesktopTrash(root + "/home/Trash").trash(root + "/whole");
-        EXPECT_EQ(status.message(), "no Trash on the volume of " + root + "/whole: it is the root of a mounted file system");
+        EXPECT_EQ(status.message(),
+                  "no Trash on the volume of " + root + "/whole: it is the root of a mounted file system");
         EXPECT_EQ(std::distance(fs::directory_iterator(root + "/whole"), fs::directory_iterator()), 1);
     }
 }

@@ -15,7 +15,7 @@ namespace brimlet {
 // Every mount on macOS is its own device, so the device comparison of the walks finds them all and
 // mountRoot stays false.
 std::optional<EntryStatus> readEntryStatus(int folder, const char* name) {
-    struct stat st{};
+    struct stat st {};
     if (::fstatat(folder, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
     EntryStatus status;
     status.mode = st.st_mode;

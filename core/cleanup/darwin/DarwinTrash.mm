@@ -31,7 +31,8 @@ kestrow::Status failed(const std::string& what, int error) {
 }
 
 bool sameFile(int a, int b) {
-    struct stat sa{}, sb{};
+    struct stat sa {
+    }, sb{};
     return ::fstat(a, &sa) == 0 && ::fstat(b, &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
@@ -50,7 +51,7 @@ Descriptor openHoldingFolder(const std::string& path, std::uint64_t device, int&
         return Descriptor();
     }
     Descriptor holding(::openat(above.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat st{};
+    struct stat st {};
     if (!holding.valid() || ::fstat(holding.get(), &st) != 0) {
         error = errno;
         return Descriptor();
@@ -62,12 +63,12 @@ Descriptor openHoldingFolder(const std::string& path, std::uint64_t device, int&
     return holding;
 }
 
-}  // namespace
+} // namespace
 
 kestrow::Status LiveFileOperations::moveToTrash(const PinnedItem& item) {
     const std::string home = kestrow::realHomeFolder();
-    struct stat homeStatus{};
-    struct statfs volume{};
+    struct stat homeStatus {};
+    struct statfs volume {};
     if (::stat(home.c_str(), &homeStatus) != 0 || ::fstatfs(item.parent.get(), &volume) != 0)
         return failed("cannot find the holding folder", errno);
     const bool onHomeVolume = static_cast<std::uint64_t>(homeStatus.st_dev) == item.status.device;
@@ -119,4 +120,4 @@ kestrow::Status LiveFileOperations::moveToTrash(const PinnedItem& item) {
     return kestrow::Status::success();
 }
 
-}  // namespace brimlet
+} // namespace brimlet

@@ -33,7 +33,7 @@ bool makeFolders(const std::string& path) {
         if (::mkdir(path.substr(0, end).c_str(), 0700) != 0 && errno != EEXIST) return false;
         pos = end + 1;
     }
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) return false;
     if (!S_ISDIR(st.st_mode)) {
         errno = ENOTDIR;
@@ -46,7 +46,7 @@ bool makeFolders(const std::string& path) {
 // there in our name could be read by them.
 bool makeOwnFolder(const std::string& path) {
     if (!makeFolders(path)) return false;
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) return false;
     if (st.st_uid != ::getuid()) {
         errno = EPERM;
@@ -127,7 +127,7 @@ Descriptor openTrashFolder(const std::string& path) {
 
 std::optional<dev_t> FreedesktopTrash::device(const std::string& path) const {
     if (deviceOf) return deviceOf(path);
-    struct stat st{};
+    struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
     return st.st_dev;
 }
@@ -197,7 +197,7 @@ TrashLocation FreedesktopTrash::trashFor(const std::string& path, dev_t itemDevi
     const std::string uid = std::to_string(::getuid());
     const std::string base = top == "/" ? "" : top;
     const std::string shared = base + "/.Trash";
-    struct stat st{};
+    struct stat st {};
     // A shared .Trash counts only when it is a real folder with the sticky bit, never a link.
     if (::lstat(shared.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX)) {
         if (makeOwnFolder(shared + "/" + uid)) return {shared + "/" + uid, ""};
@@ -224,14 +224,14 @@ void FreedesktopTrash::removeOrphans(const std::string& trashFolder) const {
         const std::string name = entry->d_name;
         const bool pending = name.rfind(pendingPrefix, 0) == 0;
         if (!pending && !endsWith(name, ".trashinfo")) continue;
-        struct stat st{};
+        struct stat st {};
         if (::fstatat(infoFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode) ||
             st.st_uid != ::getuid() || now - st.st_mtime < orphanAge.count())
             continue;
         if (!pending) {
             // Only an info file whose item is missing and that carries our mark.
             const std::string item = files + "/" + name.substr(0, name.size() - std::strlen(".trashinfo"));
-            struct stat itemStatus{};
+            struct stat itemStatus {};
             if (::lstat(item.c_str(), &itemStatus) == 0 || errno != ENOENT) continue;
             const int fd = ::openat(infoFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
             if (fd < 0) continue;
@@ -239,7 +239,8 @@ void FreedesktopTrash::removeOrphans(const std::string& trashFolder) const {
             const ssize_t n = ::read(fd, buffer, sizeof buffer);
             ::close(fd);
             const std::string text(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
-            if (text.rfind("[Trash Info]\n", 0) != 0 || text.find(std::string("\n") + ownMarker + "\n") == std::string::npos)
+            if (text.rfind("[Trash Info]\n", 0) != 0 ||
+                text.find(std::string("\n") + ownMarker + "\n") == std::string::npos)
                 continue;
         }
         orphans.push_back(name);
@@ -260,8 +261,9 @@ kestrow::Status FreedesktopTrash::trash(const PinnedItem& item) const {
     removeOrphans(location.folder);
     const Descriptor files = openTrashFolder(filesPath), info = openTrashFolder(infoPath);
     if (!files.valid() || !info.valid()) return kestrow::Status::failure(errnoText("cannot open the Trash", errno));
-    struct stat filesStatus{};
-    if (::fstat(files.get(), &filesStatus) != 0) return kestrow::Status::failure(errnoText("cannot open the Trash", errno));
+    struct stat filesStatus {};
+    if (::fstat(files.get(), &filesStatus) != 0)
+        return kestrow::Status::failure(errnoText("cannot open the Trash", errno));
     if (static_cast<std::uint64_t>(filesStatus.st_dev) != item.status.device)
         return kestrow::Status::failure(errnoText("cannot move to the Trash", EXDEV));
 
@@ -277,7 +279,7 @@ kestrow::Status FreedesktopTrash::trash(const PinnedItem& item) const {
         // A name too long for the info file is shortened; the info file keeps the whole path.
         const std::string candidate = TrashNaming::trashName(item.name, attempt);
         const std::string infoName = candidate + ".trashinfo";
-        struct stat st{};
+        struct stat st {};
         if (::fstatat(files.get(), candidate.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) continue;  // never overwrite
         if (const int claimError = claimInfo(info.get(), *pending, infoName, text); claimError != 0) {
             if (claimError == EEXIST) continue;

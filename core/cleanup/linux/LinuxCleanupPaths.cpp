@@ -1,8 +1,8 @@
 // Where this platform keeps the data the cleanup knows about.
 #include "../Cleaner.hpp"
 #include "../CleanupItem.hpp"
-#include "../SizeMeasurer.hpp"
 #include "../SafetyPolicy.hpp"
+#include "../SizeMeasurer.hpp"
 
 namespace brimlet {
 
