@@ -167,7 +167,8 @@ TEST_F(SettingsScreenRig, AThresholdWrittenByHandIsListedAndChosen) {
     AlertSettings alerts = store->alertSettings();
     alerts.lowDiskThreshold = 7'000'000'000ULL;
     store->setAlertSettings(alerts);
-    const SettingsRow& row = find(show(), SettingsCommand::lowDiskThreshold);
+    const auto screen = show();  // the row is read from this screen, which must outlive it
+    const SettingsRow& row = find(screen, SettingsCommand::lowDiskThreshold);
     ASSERT_GE(row.selected, 0);
     // Picking it again keeps it.
     ASSERT_TRUE(SettingsPresenter::apply(*store, SettingsCommand::lowDiskThreshold, false, row.selected));
