@@ -28,6 +28,9 @@ struct MonitorScreensRig : ::testing::Test {
     }
     void sample() {
         int ticks = 0;
+        // The old store (and its engine) goes first: two engines would sample the one fake reader at
+        // once, and it is not made for that.
+        store.reset();
         store = rig.makeStore(defaults);
         store->onTick = [&] { ++ticks; };
         ASSERT_TRUE(rig.settle([&] { return ticks == 1; }));
