@@ -9,6 +9,7 @@
 #include "app/desktop/IntentRouter.hpp"
 #include "app/startup/BrimletApplication.hpp"
 #include "tests/app/AppTestSupport.hpp"
+#include "tests/support/LockProbe.hpp"
 #include "tests/support/TempFolder.hpp"
 #include "tests/ui/FakeHotKeys.hpp"
 
@@ -45,13 +46,7 @@ void writeMember(const SuiteFolder& folder, kestrow::MainLoop& loop, GlanceState
     ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
 }
 
-bool lockIsFree(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-    ::close(fd);
-    return free;
-}
+using kestrow::testing::lockIsFree;
 
 struct DesktopRig : ::testing::Test {
     TempFolder temp;

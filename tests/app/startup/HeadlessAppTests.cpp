@@ -21,6 +21,7 @@
 #include "base/MainLoop.hpp"
 #include "suite/protocol/SuiteFolder.hpp"
 #include "tests/support/ChildProcess.hpp"
+#include "tests/support/LockProbe.hpp"
 #include "tests/support/TempFolder.hpp"
 
 extern char** environ;
@@ -71,13 +72,7 @@ struct HeadlessApp : ::testing::Test {
     }
 };
 
-bool lockIsFree(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-    ::close(fd);
-    return free;
-}
+using kestrow::testing::lockIsFree;
 
 TEST_F(HeadlessApp, PublishesHostsWithASecondMemberAndStopsCleanlyOnSIGTERM) {
     auto app = launch({"--suite-folder", folder.url});
@@ -147,7 +142,7 @@ TEST_F(HeadlessApp, AReaderThatWentAwayNeverKillsIt) {
     argv.push_back(nullptr);
     std::vector<std::string> envStrings;
     for (char** e = environ; *e; ++e) envStrings.emplace_back(*e);
-    for (const auto& [key, value] : environment) envStrings.push_back(key + "=" + value);
+    for (const auto& [key, value] : environment) envStrings.push_back(std::string(key).append("=").append(value));
     std::vector<char*> envp;
     for (auto& e : envStrings) envp.push_back(e.data());
     envp.push_back(nullptr);

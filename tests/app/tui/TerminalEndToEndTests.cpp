@@ -16,6 +16,7 @@
 
 #include "suite/protocol/SuiteFolder.hpp"
 #include "tests/support/ChildProcess.hpp"
+#include "tests/support/LockProbe.hpp"
 #include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
@@ -36,13 +37,7 @@ std::string tmuxPath() {
     return {};
 }
 
-bool lockIsFree(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-    ::close(fd);
-    return free;
-}
+using kestrow::testing::lockIsFree;
 
 struct TerminalEndToEnd : ::testing::Test {
     TempFolder temp;
