@@ -27,7 +27,6 @@ using kestrow::mac::makeLabel;
 NSFont* systemFont(CGFloat size, NSFontWeight weight);
 NSFont* figureFont(CGFloat size, NSFontWeight weight);
 // System colors, so both appearances and Increase Contrast read well.
-NSColor* gradeColor(Rating grade);
 NSColor* pressureColor(MemoryPressure pressure);
 
 }  // namespace brimlet::mac

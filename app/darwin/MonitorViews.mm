@@ -1,5 +1,7 @@
 #include "MonitorViews.hpp"
 
+#include "WindowKit.hpp"
+
 namespace brimlet::mac {
 
 NSImage* symbolImage(NSString* name, NSString* description) {
@@ -27,20 +29,6 @@ NSFont* systemFont(CGFloat size, NSFontWeight weight) { return [NSFont systemFon
 
 NSFont* figureFont(CGFloat size, NSFontWeight weight) {
     return [NSFont monospacedDigitSystemFontOfSize:size weight:weight];
-}
-
-NSColor* gradeColor(Rating grade) {
-    switch (grade.value) {
-    case Rating::great:
-        return NSColor.systemGreenColor;
-    case Rating::good:
-        return NSColor.systemTealColor;
-    case Rating::fair:
-        return NSColor.systemOrangeColor;
-    case Rating::poor:
-        return NSColor.systemRedColor;
-    }
-    return NSColor.secondaryLabelColor;
 }
 
 NSColor* pressureColor(MemoryPressure pressure) {
@@ -175,13 +163,13 @@ using brimlet::mac::makeLabel;
     _caption.stringValue = brimlet::mac::toNSString(row.caption);
     _caption.hidden = row.caption.empty();
     _grade.stringValue = row.grade ? brimlet::mac::toNSString(row.grade->rawValue()) : @"";
-    _grade.textColor = row.grade ? brimlet::mac::gradeColor(*row.grade) : NSColor.secondaryLabelColor;
+    _grade.textColor = brimlet::mac::ratingColor(row.grade);
     _gauge.hidden = !row.gauge.has_value();
     if (row.gauge) {
         _gauge.fraction = *row.gauge;
         // Memory's gauge follows the pressure; the others their grade.
         if (row.pressure) _gauge.fillColor = brimlet::mac::pressureColor(*row.pressure);
-        else if (row.grade) _gauge.fillColor = brimlet::mac::gradeColor(*row.grade);
+        else if (row.grade) _gauge.fillColor = brimlet::mac::ratingColor(*row.grade);
     }
     self.accessibilityLabel = brimlet::mac::toNSString(row.accessibilityLabel);
 }
