@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace kestrow {
@@ -109,13 +110,14 @@ Status writeAtomically(const std::string& path, std::string_view bytes, unsigned
     return Status::success();
 }
 
-Status writeAtomicallyAt(int folderFd, const std::string& name, std::string_view bytes, unsigned mode,
-                         Durability durability) {
+namespace {
+
+// A new file for writing beside `name`, named "." + name + "." + six letters or digits (the same
+// names as mkstemp's, which has no folder-relative form; a clash just draws again), mode 0600.
+int createTemporaryAt(int folderFd, const std::string& name, std::string& temporary) {
     static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
     thread_local std::mt19937_64 random{std::random_device{}()};
-    std::string temporary;
     int fd = -1;
-    // The same names as mkstemp's, which has no folder-relative form; a clash just draws again.
     for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
         temporary = "." + name + ".";
         std::uint64_t bits = random();
@@ -123,22 +125,41 @@ Status writeAtomicallyAt(int folderFd, const std::string& name, std::string_view
         fd = ::openat(folderFd, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0 && errno != EEXIST) break;
     }
-    if (fd < 0) return Status::failure("cannot create a temporary file (errno " + std::to_string(errno) + ")");
+    return fd;
+}
+
+bool writeAllAt(int fd, std::string_view bytes, off_t offset) {
+    for (std::string_view rest = bytes; !rest.empty();) {
+        const ssize_t n = ::pwrite(fd, rest.data(), rest.size(), offset);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        rest.remove_prefix(static_cast<std::size_t>(n));
+        offset += n;
+    }
+    return true;
+}
+
+Status errnoFailure(const char* what, int error) {
+    return Status::failure(std::string(what) + " (errno " + std::to_string(error) + ")");
+}
+
+}  // namespace
+
+Status writeAtomicallyAt(int folderFd, const std::string& name, std::string_view bytes, unsigned mode,
+                         Durability durability) {
+    std::string temporary;
+    const int fd = createTemporaryAt(folderFd, name, temporary);
+    if (fd < 0) return errnoFailure("cannot create a temporary file", errno);
     auto fail = [&](const char* what) {
         const int error = errno;
         ::close(fd);
         ::unlinkat(folderFd, temporary.c_str(), 0);
-        return Status::failure(std::string(what) + " (errno " + std::to_string(error) + ")");
+        return errnoFailure(what, error);
     };
     if (::fchmod(fd, static_cast<mode_t>(mode)) != 0) return fail("cannot set permissions");
-    for (std::string_view rest = bytes; !rest.empty();) {
-        const ssize_t n = ::write(fd, rest.data(), rest.size());
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return fail("cannot write");
-        }
-        rest.remove_prefix(static_cast<std::size_t>(n));
-    }
+    if (!writeAllAt(fd, bytes, 0)) return fail("cannot write");
     if (durability == Durability::flushed && ::fsync(fd) != 0) return fail("cannot flush");
     if (::close(fd) != 0) {
         const int error = errno;
@@ -149,6 +170,92 @@ Status writeAtomicallyAt(int folderFd, const std::string& name, std::string_view
         const int error = errno;
         ::unlinkat(folderFd, temporary.c_str(), 0);
         return Status::failure("cannot replace (errno " + std::to_string(error) + ")");
+    }
+    return Status::success();
+}
+
+SwappedFile::SwappedFile(int folderFd, std::string name, unsigned mode)
+    : folderFd_(folderFd),
+      name_(std::move(name)),
+      mode_(mode) {}
+
+SwappedFile::~SwappedFile() {
+    dropSpare(true);
+    if (visible_ >= 0) ::close(visible_);
+}
+
+void SwappedFile::dropSpare(bool unlinkName) {
+    if (spare_ < 0) return;
+    // Only the file this holds goes: an entry someone put in its place stays.
+    if (unlinkName && spareStillNamed()) ::unlinkat(folderFd_, spareName_.c_str(), 0);
+    ::close(spare_);
+    spare_ = -1;
+}
+
+namespace {
+
+bool namesHeldFile(int folderFd, const std::string& name, int fd) {
+    struct stat held {};
+    struct stat named {};
+    return fd >= 0 && ::fstat(fd, &held) == 0 && ::fstatat(folderFd, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+}
+
+}  // namespace
+
+bool SwappedFile::spareStillNamed() const { return namesHeldFile(folderFd_, spareName_, spare_); }
+
+bool SwappedFile::visibleStillNamed() const { return namesHeldFile(folderFd_, name_, visible_); }
+
+Status SwappedFile::write(std::string_view bytes) {
+    if (!canSwap_) return writeAtomicallyAt(folderFd_, name_, bytes, mode_, Durability::transient);
+    const Status written = writeThroughSpare(bytes);
+    if (written.ok() || canSwap_) return written;
+    // The file system refused the swap: this write, and every later one, makes a new file.
+    return writeAtomicallyAt(folderFd_, name_, bytes, mode_, Durability::transient);
+}
+
+Status SwappedFile::writeThroughSpare(std::string_view bytes) {
+    // A spare that was removed or replaced behind our back is let go, not written through its name.
+    if (spare_ >= 0 && !spareStillNamed()) dropSpare(false);
+    if (spare_ < 0) {
+        spare_ = createTemporaryAt(folderFd_, name_, spareName_);
+        if (spare_ < 0) return errnoFailure("cannot create a temporary file", errno);
+        if (::fchmod(spare_, static_cast<mode_t>(mode_)) != 0) {
+            const int error = errno;
+            dropSpare(true);
+            return errnoFailure("cannot set permissions", error);
+        }
+    } else if (::ftruncate(spare_, 0) != 0) {
+        const int error = errno;
+        dropSpare(true);
+        return errnoFailure("cannot write", error);
+    }
+    if (!writeAllAt(spare_, bytes, 0)) {
+        const int error = errno;
+        dropSpare(true);
+        return errnoFailure("cannot write", error);
+    }
+    // Swapped only with the file this put there: whatever else took the name (a folder, a link, a
+    // file of someone else's) is replaced the plain way, which refuses a folder as it always did.
+    if (visibleStillNamed()) {
+        const int swapped = exchangeAt(folderFd_, spareName_.c_str(), name_.c_str());
+        if (swapped == 0) {
+            std::swap(spare_, visible_);  // the spare's name now holds what was visible
+            return Status::success();
+        }
+        if (swapped != ENOENT) canSwap_ = false;
+    }
+    if (::renameat(folderFd_, spareName_.c_str(), folderFd_, name_.c_str()) != 0) {
+        const int error = errno;
+        dropSpare(true);
+        return errnoFailure("cannot replace", error);
+    }
+    if (visible_ >= 0) ::close(visible_);
+    visible_ = std::exchange(spare_, -1);
+    if (!canSwap_) {
+        ::close(visible_);
+        visible_ = -1;
     }
     return Status::success();
 }

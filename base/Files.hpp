@@ -55,6 +55,47 @@ Status writeAtomically(const std::string& path, std::string_view bytes, unsigned
 Status writeAtomicallyAt(int folderFd, const std::string& name, std::string_view bytes, unsigned mode = 0600,
                          Durability durability = Durability::flushed);
 
+// Swaps two entries of a folder held open as `folderFd` in one step, so that each name then holds
+// what the other held. Returns 0, or the errno: ENOENT when either is missing, and EINVAL, ENOSYS or
+// ENOTSUP where the file system or the platform cannot swap.
+[[nodiscard]] int exchangeAt(int folderFd, const char* first, const char* second);
+
+// A small file that is replaced every few seconds for as long as the program runs, inside a folder
+// held open as `folderFd`, with the same guarantee as writeAtomicallyAt: whoever opens the name gets
+// the old or the new bytes, never a mix. Instead of a new file each time it keeps a spare, named as
+// writeAtomically's temporary file, fills it and swaps it with the visible one, which then becomes the
+// next spare. That spares the file system an inode made and freed per write and, on ext4, the flush
+// it starts when a fresh file is renamed over an old one.
+// Only a file this wrote is ever swapped and written again: anything else found under the name (a
+// folder, a link, a file left by an earlier run or linked elsewhere) is replaced the way
+// writeAtomicallyAt replaces it, and so is everything where swapping is not possible. The spare is
+// removed when this is destroyed. A reader that keeps the file open across the next write may see
+// that write's bytes.
+class SwappedFile {
+public:
+    SwappedFile(int folderFd, std::string name, unsigned mode = 0600);
+    SwappedFile(const SwappedFile&) = delete;
+    SwappedFile& operator=(const SwappedFile&) = delete;
+    ~SwappedFile();
+
+    const std::string& name() const { return name_; }
+    Status write(std::string_view bytes);
+
+private:
+    Status writeThroughSpare(std::string_view bytes);
+    bool spareStillNamed() const;
+    bool visibleStillNamed() const;
+    void dropSpare(bool unlinkName);
+
+    int folderFd_;
+    std::string name_;
+    unsigned mode_;
+    bool canSwap_ = true;
+    std::string spareName_;
+    int spare_ = -1;    // the spare's descriptor, open for writing
+    int visible_ = -1;  // the visible file's, when this wrote it
+};
+
 // Whether a file name is that of writeAtomically's temporary file for a target named `target`.
 [[nodiscard]] bool isAtomicWriteTemporary(std::string_view fileName, std::string_view target);
 

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "CLocaleNumbers.hpp"
+#include "Files.hpp"
 #include "Log.hpp"
 #include "MainLoop.hpp"
 #include "ThreadSupport.hpp"
@@ -22,6 +23,7 @@ inline constexpr auto baseSeams = std::make_tuple(
     static_cast<void (*)(log::Subsystem, log::Level, std::string_view, std::string_view)>(&log::write),
     // Log.hpp: the one log (stderr; the unified log)
     &readCLocaleDouble,       // CLocaleNumbers.hpp: a number read in the C locale, whatever the user's
+    &exchangeAt,              // Files.hpp: two names of a held folder swapped in one step, where possible
     &UserDefaults::standard,  // UserDefaults.hpp: the application's defaults
     &UserDefaults::named);    // UserDefaults.hpp: a named domain shared with other apps
 

@@ -2,8 +2,10 @@
 // cadence (alerts off, no Dock badges, no surface: a full sample every 10 s, the cheap glance in
 // between) against a throw-away suite folder and settings, for a number of seconds, then stops it
 // with SIGTERM and prints its CPU time as a share of one core and its peak resident memory.
+// With --live the alerts stay on, as they are by default, so it samples every 2 s: the cadence at
+// which the fixed cost of a sample shows most.
 //
-//   idle_bench [SECONDS=600] [PATH-TO-KestrowBrimlet]
+//   idle_bench [--live] [SECONDS=600] [PATH-TO-KestrowBrimlet]
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -29,10 +31,15 @@ double seconds(const timeval& t) { return static_cast<double>(t.tv_sec) + static
 }  // namespace
 
 int main(int argc, char** argv) {
+    const bool live = argc > 1 && std::string(argv[1]) == "--live";
+    if (live) {
+        --argc;
+        ++argv;
+    }
     const double runFor = argc > 1 ? std::atof(argv[1]) : 600.0;
     const std::string app = argc > 2 ? argv[2] : KESTROW_BRIMLET_PATH;
     if (runFor <= 0) {
-        std::fputs("usage: idle_bench [SECONDS=600] [PATH-TO-KestrowBrimlet]\n", stderr);
+        std::fputs("usage: idle_bench [--live] [SECONDS=600] [PATH-TO-KestrowBrimlet]\n", stderr);
         return 2;
     }
 
@@ -43,9 +50,10 @@ int main(int argc, char** argv) {
     }
     const std::string temp = pattern;
     std::filesystem::create_directories(temp + "/config/kestrow");
-    std::ofstream(temp + "/config/kestrow/com.kestrow.brimlet.json")
-        << R"({"alertSettings":"{\"heavyAppEnabled\":false,\"heavyAppThreshold\":8589934592,)"
-           R"(\"lowDiskEnabled\":false,\"lowDiskThreshold\":10000000000,\"memoryPressureEnabled\":false}"})";
+    if (!live)
+        std::ofstream(temp + "/config/kestrow/com.kestrow.brimlet.json")
+            << R"({"alertSettings":"{\"heavyAppEnabled\":false,\"heavyAppThreshold\":8589934592,)"
+               R"(\"lowDiskEnabled\":false,\"lowDiskThreshold\":10000000000,\"memoryPressureEnabled\":false}"})";
 
     std::vector<std::string> environment;
     for (char** e = environ; *e; ++e) {
@@ -70,7 +78,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     posix_spawn_file_actions_destroy(&actions);
-    std::printf("running %s headless at the idle cadence for %.0f s\n", app.c_str(), runFor);
+    std::printf("running %s headless at the %s cadence for %.0f s\n", app.c_str(), live ? "live (2 s)" : "idle",
+                runFor);
     std::fflush(stdout);
 
     std::this_thread::sleep_for(std::chrono::duration<double>(runFor));
@@ -86,7 +95,8 @@ int main(int argc, char** argv) {
 
     std::printf("wall time            %.1f s\n", wall);
     std::printf("CPU time             %.3f s (user %.3f s, system %.3f s)\n", user + system, user, system);
-    std::printf("CPU of one core      %.4f %%   (goal: under 0.05 %%)\n", (user + system) / wall * 100);
+    std::printf("CPU of one core      %.4f %%   (goal: %s)\n", (user + system) / wall * 100,
+                live ? "at most 0.06 % with about 100 processes" : "under 0.05 %");
     std::printf("peak resident memory %.2f MiB  (goal: under 8 MB)\n", static_cast<double>(usage.ru_maxrss) / 1024);
     std::printf("exit                 %s %d\n", WIFEXITED(status) ? "status" : "signal",
                 WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status));

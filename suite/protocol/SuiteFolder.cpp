@@ -137,7 +137,8 @@ OpenSuiteFolder::OpenSuiteFolder(SuiteFolder folder, int folderFd, int glancesFd
 OpenSuiteFolder::OpenSuiteFolder(OpenSuiteFolder&& other) noexcept
     : folder_(other.folder_),
       folderFd_(std::exchange(other.folderFd_, -1)),
-      glancesFd_(std::exchange(other.glancesFd_, -1)) {}
+      glancesFd_(std::exchange(other.glancesFd_, -1)),
+      record_(std::move(other.record_)) {}
 
 OpenSuiteFolder& OpenSuiteFolder::operator=(OpenSuiteFolder&& other) noexcept {
     if (this != &other) {
@@ -145,6 +146,7 @@ OpenSuiteFolder& OpenSuiteFolder::operator=(OpenSuiteFolder&& other) noexcept {
         folder_ = other.folder_;
         folderFd_ = std::exchange(other.folderFd_, -1);
         glancesFd_ = std::exchange(other.glancesFd_, -1);
+        record_ = std::move(other.record_);
     }
     return *this;
 }
@@ -152,6 +154,7 @@ OpenSuiteFolder& OpenSuiteFolder::operator=(OpenSuiteFolder&& other) noexcept {
 OpenSuiteFolder::~OpenSuiteFolder() { close(); }
 
 void OpenSuiteFolder::close() {
+    record_.reset();  // removes its spare while the folder is still held
     if (glancesFd_ >= 0) ::close(glancesFd_);
     if (folderFd_ >= 0) ::close(folderFd_);
     glancesFd_ = folderFd_ = -1;
@@ -201,7 +204,9 @@ kestrow::Status OpenSuiteFolder::write(const GlanceRecord& record) const {
                                         ")");
     // A record lives for seconds and is rewritten at half its life at the latest: waiting for the
     // disk on every write would cost far more than a record lost to a power cut.
-    return writeAtomicallyAt(glancesFd_, record.app.glanceFileName(), *encoded, 0600, Durability::transient);
+    const std::string name = record.app.glanceFileName();
+    if (!record_ || record_->name() != name) record_ = std::make_unique<kestrow::SwappedFile>(glancesFd_, name);
+    return record_->write(*encoded);
 }
 
 std::optional<GlanceReadResult> OpenSuiteFolder::read(SuiteApp app) const {

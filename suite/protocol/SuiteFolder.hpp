@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -95,7 +96,9 @@ public:
     // moved away or replaced (a moved parent included).
     [[nodiscard]] bool stillNamed() const;
 
-    // This application's record, replaced atomically inside the held "glances".
+    // This application's record, replaced atomically inside the held "glances". A folder held for a
+    // while keeps a spare beside the record and swaps it in (see kestrow::SwappedFile), so the
+    // rewrite every few seconds makes no new file; the spare goes when this is closed.
     kestrow::Status write(const GlanceRecord& record) const;
     [[nodiscard]] std::optional<GlanceReadResult> read(SuiteApp app) const;
     [[nodiscard]] std::map<SuiteApp, GlanceReadResult> readAll() const;
@@ -112,6 +115,7 @@ private:
     SuiteFolder folder_;
     int folderFd_ = -1;
     int glancesFd_ = -1;
+    mutable std::unique_ptr<kestrow::SwappedFile> record_;  // made at the first write
 };
 
 struct GlanceStore {
