@@ -132,7 +132,7 @@ class Parser {
 public:
     Parser(std::string_view text, JsonParseOptions options) : text_(text), options_(options) {}
 
-    std::variant<JsonValue, JsonParseError> run() {
+    Result<JsonValue> run() {
         skipBlanks();
         JsonValue value;
         if (!parseValue(value, 0)) return error_;
@@ -145,10 +145,10 @@ private:
     std::string_view text_;
     JsonParseOptions options_;
     std::size_t pos_ = 0;
-    JsonParseError error_;
+    Status error_ = Status::success();
 
-    bool fail(const char* message) {
-        error_ = {message, pos_};
+    bool fail(const char* message, Cause cause = Cause::dataLoss) {
+        error_ = Status::failure(cause, std::string(message) + " at byte " + std::to_string(pos_));
         return false;
     }
 
@@ -194,7 +194,7 @@ private:
     }
 
     bool parseObject(JsonValue& out, std::size_t depth) {
-        if (depth > options_.maxDepth) return fail("nesting too deep");
+        if (depth > options_.maxDepth) return fail("nesting too deep", Cause::resourceExhausted);
         ++pos_;
         JsonObject object;
         skipBlanks();
@@ -231,7 +231,7 @@ private:
     }
 
     bool parseArray(JsonValue& out, std::size_t depth) {
-        if (depth > options_.maxDepth) return fail("nesting too deep");
+        if (depth > options_.maxDepth) return fail("nesting too deep", Cause::resourceExhausted);
         ++pos_;
         JsonArray array;
         skipBlanks();
@@ -646,13 +646,11 @@ std::string layOut(const Decimal& d, double magnitude) {
 
 }  // namespace
 
-std::variant<JsonValue, JsonParseError> parseJson(std::string_view text, JsonParseOptions options) {
-    return Parser(text, options).run();
-}
+Result<JsonValue> parseJson(std::string_view text, JsonParseOptions options) { return Parser(text, options).run(); }
 
-std::optional<std::string> writeJson(const JsonValue& value, JsonWriteOptions options) {
+Result<std::string> writeJson(const JsonValue& value, JsonWriteOptions options) {
     Writer writer(options);
-    if (!writer.write(value, 0)) return std::nullopt;
+    if (!writer.write(value, 0)) return Status::failure(Cause::invalidArgument, "a number that is not finite");
     return std::move(writer.out);
 }
 
