@@ -366,7 +366,7 @@ std::string progressBar(const ProgressStep& step, std::size_t width) {
 
 std::string homeFolder(const char* homeVariable, uid_t user) {
     if (homeVariable && homeVariable[0] == '/') {
-        const std::string home = kestrow::standardizePath(homeVariable);
+        std::string home = kestrow::standardizePath(homeVariable);
         struct stat st {};
         if (home != "/" && ::stat(home.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == user) return home;
     }
