@@ -132,7 +132,7 @@ class Parser {
 public:
     Parser(std::string_view text, JsonParseOptions options) : text_(text), options_(options) {}
 
-    std::variant<JsonValue, JsonParseError> run() {
+    Result<JsonValue> run() {
         skipBlanks();
         JsonValue value;
         if (!parseValue(value, 0)) return error_;
@@ -145,10 +145,10 @@ private:
     std::string_view text_;
     JsonParseOptions options_;
     std::size_t pos_ = 0;
-    JsonParseError error_;
+    Status error_ = Status::success();
 
-    bool fail(const char* message) {
-        error_ = {message, pos_};
+    bool fail(const char* message, Cause cause = Cause::dataLoss) {
+        error_ = Status::failure(cause, std::string(message) + " at byte " + std::to_string(pos_));
         return false;
     }
 
@@ -194,7 +194,7 @@ private:
     }
 
     bool parseObject(JsonValue& out, std::size_t depth) {
-        if (depth > options_.maxDepth) return fail("nesting too deep");
+        if (depth > options_.maxDepth) return fail("nesting too deep", Cause::resourceExhausted);
         ++pos_;
         JsonObject object;
         skipBlanks();
@@ -231,7 +231,7 @@ private:
     }
 
     bool parseArray(JsonValue& out, std::size_t depth) {
-        if (depth > options_.maxDepth) return fail("nesting too deep");
+        if (depth > options_.maxDepth) return fail("nesting too deep", Cause::resourceExhausted);
         ++pos_;
         JsonArray array;
         skipBlanks();
@@ -627,11 +627,11 @@ std::string layOut(const Decimal& d, double magnitude) {
     if (absolutePower < 10) scientific += '0';
     scientific += integerText(absolutePower);
 
-    std::size_t plainLength = 0;
-    if (power < 0) plainLength = static_cast<std::size_t>(2 + (-power - 1) + n);  // 0.000ddd
-    else if (power < n - 1) plainLength = static_cast<std::size_t>(n + 1);        // ddd.ddd
-    else plainLength = static_cast<std::size_t>(power + 1);                       // dddddd
-    if (plainLength > scientific.size()) return scientific;
+    int plainLength = 0;
+    if (power < 0) plainLength = 2 + (-power - 1) + n;  // 0.000ddd
+    else if (power < n - 1) plainLength = n + 1;        // ddd.ddd
+    else plainLength = power + 1;                       // dddddd
+    if (static_cast<std::size_t>(plainLength) > scientific.size()) return scientific;
 
     if (power < 0) return "0." + std::string(static_cast<std::size_t>(-power - 1), '0') + digits;
     if (power < n - 1)
@@ -646,13 +646,11 @@ std::string layOut(const Decimal& d, double magnitude) {
 
 }  // namespace
 
-std::variant<JsonValue, JsonParseError> parseJson(std::string_view text, JsonParseOptions options) {
-    return Parser(text, options).run();
-}
+Result<JsonValue> parseJson(std::string_view text, JsonParseOptions options) { return Parser(text, options).run(); }
 
-std::optional<std::string> writeJson(const JsonValue& value, JsonWriteOptions options) {
+Result<std::string> writeJson(const JsonValue& value, JsonWriteOptions options) {
     Writer writer(options);
-    if (!writer.write(value, 0)) return std::nullopt;
+    if (!writer.write(value, 0)) return Status::failure(Cause::invalidArgument, "a number that is not finite");
     return std::move(writer.out);
 }
 

@@ -14,6 +14,8 @@
 #include <variant>
 #include <vector>
 
+#include "Status.hpp"
+
 namespace kestrow {
 
 class JsonValue;
@@ -80,23 +82,20 @@ struct JsonParseOptions {
     std::size_t maxDepth = 64;
 };
 
-struct JsonParseError {
-    std::string message;
-    std::size_t offset = 0;
-};
-
 // Strict RFC 8259: one value, optional surrounding blanks, no comments, no trailing commas, no
 // leading zeros, valid UTF-8 only, escapes checked (lone surrogates refused). Duplicate keys are
-// refused too, since their meaning differs between readers.
-std::variant<JsonValue, JsonParseError> parseJson(std::string_view text, JsonParseOptions options = {});
+// refused too, since their meaning differs between readers. A failure says what was wrong and at
+// which byte: `resourceExhausted` when the nesting is deeper than allowed, `dataLoss` for any text
+// that is not JSON (cut short, a wrong token, ill-formed UTF-8).
+[[nodiscard]] Result<JsonValue> parseJson(std::string_view text, JsonParseOptions options = {});
 
 struct JsonWriteOptions {
     bool pretty = false;         // two blanks of indent, "key" : value, one item a line
     bool escapeSlashes = false;  // write "/" as "\/"
 };
 
-// Fails (no value) only for a non-finite double, which JSON cannot carry.
-std::optional<std::string> writeJson(const JsonValue& value, JsonWriteOptions options = {});
+// Fails (`invalidArgument`) only for a non-finite double, which JSON cannot carry.
+[[nodiscard]] Result<std::string> writeJson(const JsonValue& value, JsonWriteOptions options = {});
 
 // Shortest text that reads back as the same double ("0.1", "12", "1e+300").
 std::string formatShortestDouble(double value);

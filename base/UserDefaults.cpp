@@ -72,7 +72,7 @@ JsonObject FileUserDefaults::load() const {
     const auto* data = std::get_if<SafeRead::Data>(&file.value);
     if (!data) return {};
     auto parsed = parseJson(data->bytes);
-    auto* value = std::get_if<JsonValue>(&parsed);
+    JsonValue* value = parsed.ok() ? &*parsed : nullptr;
     if (!value || !value->asObject()) return {};
     cache_.emplace(*stamp, *value->asObject());
     return cache_->second;
@@ -86,8 +86,8 @@ Status FileUserDefaults::store(const JsonObject& object) {
             return Status::failure("cannot create " + part + " (errno " + std::to_string(errno) + ")");
         if (slash == std::string::npos) break;
     }
-    const std::optional<std::string> bytes = writeJson(JsonValue(object), JsonWriteOptions{true, false});
-    if (!bytes) return Status::failure("cannot encode " + path_);
+    const Result<std::string> bytes = writeJson(JsonValue(object), JsonWriteOptions{true, false});
+    if (bytes.failed()) return Status::failure("cannot encode " + path_);
     return writeAtomically(path_, *bytes + "\n", 0600);
 }
 

@@ -34,13 +34,13 @@ void compareWriter(double value) {
     const std::string text = kestrow::formatShortestDouble(value);
     if (text != referenceText(value)) std::abort();
     const auto parsed = kestrow::parseJson(text);
-    const kestrow::JsonValue* json = std::get_if<kestrow::JsonValue>(&parsed);
+    const kestrow::JsonValue* json = parsed.ok() ? &*parsed : nullptr;
     if (!json || !json->asNumber() || json->asNumber()->asDouble() != (value == 0 ? 0.0 : value)) std::abort();
 }
 
 void compareReader(std::string_view text) {
     const auto parsed = kestrow::parseJson(text);
-    const kestrow::JsonValue* json = std::get_if<kestrow::JsonValue>(&parsed);
+    const kestrow::JsonValue* json = parsed.ok() ? &*parsed : nullptr;
     if (!json || !json->asNumber() || json->asNumber()->kind != kestrow::JsonNumber::Kind::real) return;
     std::size_t begin = 0;
     std::size_t end = text.size();

@@ -308,7 +308,7 @@ std::string measureJSON(const std::string& home, const MeasureResult& measured,
         {"items", std::move(items)},
     });
     auto written = kestrow::writeJson(document, {.pretty = true});
-    return written ? *written + "\n" : std::string("{}\n");
+    return written.ok() ? *written + "\n" : std::string("{}\n");
 }
 
 std::string dryRunText(const CleanPlan& plan) {
@@ -366,7 +366,7 @@ std::string progressBar(const ProgressStep& step, std::size_t width) {
 
 std::string homeFolder(const char* homeVariable, uid_t user) {
     if (homeVariable && homeVariable[0] == '/') {
-        const std::string home = kestrow::standardizePath(homeVariable);
+        std::string home = kestrow::standardizePath(homeVariable);
         struct stat st {};
         if (home != "/" && ::stat(home.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == user) return home;
     }
@@ -469,10 +469,11 @@ int CleanerRun::run() {
     output_.out(markdown);
     int status = exitStatus(result);
     if (request_.reportPath) {
-        std::optional<std::string> text =
-            request_.reportFormat == CleanerRequest::ReportFormat::json ? result.json() : std::optional(markdown);
-        const kestrow::Status written = text ? kestrow::writeAtomically(*request_.reportPath, *text, 0644)
-                                             : kestrow::Status::failure("the report could not be encoded");
+        const kestrow::Result<std::string> text = request_.reportFormat == CleanerRequest::ReportFormat::json
+                                                      ? result.json()
+                                                      : kestrow::Result<std::string>(markdown);
+        const kestrow::Status written = text.ok() ? kestrow::writeAtomically(*request_.reportPath, *text, 0644)
+                                                  : kestrow::Status::failure("the report could not be encoded");
         if (written.failed()) {
             output_.progress(std::string(SuiteLaunch::messagePrefix) + "the report was not written to " +
                              shown(*request_.reportPath) + ": " + written.message() + "\n");

@@ -10,9 +10,9 @@
 
 namespace brimlet {
 
-std::optional<std::string> SnapshotCommand::encode(const MonitorSnapshot& snapshot) {
+kestrow::Result<std::string> SnapshotCommand::encode(const MonitorSnapshot& snapshot) {
     auto text = kestrow::writeJson(toJson(snapshot), {.pretty = true, .escapeSlashes = false});
-    if (text) *text += '\n';
+    if (text.ok()) *text += '\n';
     return text;
 }
 
@@ -23,7 +23,7 @@ void SnapshotCommand::run() {
     std::this_thread::sleep_for(std::chrono::seconds(1));
     const MonitorSnapshot snapshot = engine.snapshot().get();
     const auto text = encode(snapshot);
-    if (!text) {
+    if (text.failed()) {
         // Nothing is printed and the command still succeeds; the log says why the output is empty.
         kestrow::log::error("snapshot", "cannot encode the snapshot as JSON");
         return;

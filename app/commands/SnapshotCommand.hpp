@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "base/Status.hpp"
 #include "core/monitoring/MonitorTypes.hpp"
 
 namespace brimlet {
@@ -12,7 +13,7 @@ struct SnapshotCommand {
     // and writes it to standard output as pretty JSON with sorted keys. Always returns normally.
     static void run();
     // The text written for a snapshot; none when it cannot be encoded (then nothing is printed).
-    [[nodiscard]] static std::optional<std::string> encode(const MonitorSnapshot& snapshot);
+    [[nodiscard]] static kestrow::Result<std::string> encode(const MonitorSnapshot& snapshot);
 };
 
 }  // namespace brimlet

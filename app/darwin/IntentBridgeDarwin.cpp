@@ -1,4 +1,4 @@
-// The App Intents answer from the running application through the C interface of app/IntentBridge.h.
+// The App Intents answer from the running application through the C interface of app/desktop/IntentBridgeC.h.
 #include "MacFrontEnd.hpp"
 
 #include "app/desktop/IntentBridge.hpp"

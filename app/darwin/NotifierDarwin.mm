@@ -82,14 +82,18 @@ public:
         if (center_ != nil && center_.delegate == presenter_) center_.delegate = nil;
     }
 
-    std::string unavailableReason() const override {
-        return center_ == nil ? "no notification centre outside the app bundle" : std::string();
+    kestrow::Status availability() const override {
+        return center_ == nil ? kestrow::Status::failure(kestrow::Cause::unavailable,
+                                                         "no notification centre outside the app bundle")
+                              : kestrow::Status::success();
     }
 
     void requestAuthorisation(Answer answered) override {
         [center_ requestAuthorizationWithOptions:UNAuthorizationOptionAlert
                                completionHandler:^(BOOL granted, NSError* error) {
-                                   answered(granted ? std::string() : error != nil ? describe(error) : "not allowed");
+                                   answered(granted ? kestrow::Status::success()
+                                                    : kestrow::Status::failure(error != nil ? describe(error)
+                                                                                            : "not allowed"));
                                }];
     }
 
@@ -103,9 +107,10 @@ public:
         UNNotificationRequest* request = [UNNotificationRequest requestWithIdentifier:identifier
                                                                               content:content
                                                                               trigger:nil];
-        [center_
-            addNotificationRequest:request
-             withCompletionHandler:^(NSError* error) { answered(error != nil ? describe(error) : std::string()); }];
+        [center_ addNotificationRequest:request
+                  withCompletionHandler:^(NSError* error) {
+                      answered(error != nil ? kestrow::Status::failure(describe(error)) : kestrow::Status::success());
+                  }];
     }
 
 private:

@@ -14,17 +14,18 @@
 
 #include "app/desktop/Notifier.hpp"
 #include "base/MainLoop.hpp"
+#include "base/Status.hpp"
 
 namespace brimlet {
 
-// The system's side: what the notifier asks of it. An empty problem is a yes.
+// The system's side: what the notifier asks of it. Each answer is a success, or the centre's reason.
 class NotificationCentre {
 public:
-    using Answer = std::function<void(std::string problem)>;
+    using Answer = std::function<void(kestrow::Status answer)>;
 
     virtual ~NotificationCentre() = default;
-    // Why no alert can be posted at all (the process is outside its app bundle); empty when it can.
-    virtual std::string unavailableReason() const = 0;
+    // Success when alerts can be posted at all; else why not (the process is outside its app bundle).
+    virtual kestrow::Status availability() const = 0;
     virtual void requestAuthorisation(Answer answered) = 0;
     virtual void add(const Alert& alert, Answer answered) = 0;
 };
@@ -48,10 +49,10 @@ private:
     };
 
     // Wraps `then` so that it runs on the main loop, and only while this notifier lives.
-    NotificationCentre::Answer onLoop(std::function<void(AuthorisedNotifier&, const std::string&)> then);
-    void answered(const std::string& problem);
+    NotificationCentre::Answer onLoop(std::function<void(AuthorisedNotifier&, const kestrow::Status&)> then);
+    void answered(const kestrow::Status& answer);
     void add(const Alert& alert, Completion done);
-    void finish(const Alert& alert, Completion done, const std::string& problem);
+    void finish(const Alert& alert, Completion done, const kestrow::Status& answer);
 
     kestrow::MainLoop& loop_;
     std::unique_ptr<NotificationCentre> centre_;

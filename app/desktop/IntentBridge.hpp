@@ -3,7 +3,7 @@
 #pragma once
 
 extern "C" {
-#include "app/desktop/IntentBridge.h"
+#include "app/desktop/IntentBridgeC.h"
 }
 
 namespace brimlet {

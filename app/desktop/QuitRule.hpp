@@ -22,36 +22,35 @@ constexpr std::uint32_t fourCharCode(std::string_view code) {
     return value;
 }
 
-struct QuitRule {
-    static constexpr std::uint32_t coreEventClass = fourCharCode("aevt");
-    static constexpr std::uint32_t quitEventID = fourCharCode("quit");
-    static constexpr std::uint32_t quitReasonKeyword = fourCharCode("why?");
-    static constexpr std::uint32_t senderAuditTokenKeyword = fourCharCode("tokn");
-    static constexpr std::uint32_t senderProcessIDKeyword = fourCharCode("spid");
+namespace QuitRule {
+inline constexpr std::uint32_t coreEventClass = fourCharCode("aevt");
+inline constexpr std::uint32_t quitEventID = fourCharCode("quit");
+inline constexpr std::uint32_t quitReasonKeyword = fourCharCode("why?");
+inline constexpr std::uint32_t senderAuditTokenKeyword = fourCharCode("tokn");
+inline constexpr std::uint32_t senderProcessIDKeyword = fourCharCode("spid");
 
-    // How to find the sender's code: the audit token names the process unambiguously and wins; a
-    // process id is the fallback (it could have been reused); with neither there is no sender.
-    enum class SenderLookup { byAuditToken, byProcessID, none };
-    static SenderLookup senderLookup(bool hasAuditToken, bool hasProcessID);
+// How to find the sender's code: the audit token names the process unambiguously and wins; a
+// process id is the fallback (it could have been reused); with neither there is no sender.
+enum class SenderLookup { byAuditToken, byProcessID, none };
+SenderLookup senderLookup(bool hasAuditToken, bool hasProcessID);
 
-    // The sender fields are absent when the lookup failed at any step; such a request is never the
-    // intent service's idle quit.
-    static IntentQuitPolicy::Request request(std::uint32_t eventClass, std::uint32_t eventID, bool hasQuitReason,
-                                             std::optional<std::string> senderPath,
-                                             std::optional<std::string> senderSigningID);
+// The sender fields are absent when the lookup failed at any step; such a request is never the
+// intent service's idle quit.
+IntentQuitPolicy::Request request(std::uint32_t eventClass, std::uint32_t eventID, bool hasQuitReason,
+                                  std::optional<std::string> senderPath, std::optional<std::string> senderSigningID);
 
-    enum class Answer { terminateNow, terminateCancel };
-    struct Reply {
-        Answer answer = Answer::terminateNow;
-        std::optional<std::string> logMessage;  // written when the quit is refused
-        bool operator==(const Reply&) const = default;
-    };
-
-    // `cleanupPhase` is absent when the cleanup store is gone, which counts as not busy.
-    static Reply reply(const std::optional<IntentQuitPolicy::Request>& request,
-                       const std::vector<BrimletWindows::Window>& windows, std::optional<CleanupPhase> cleanupPhase);
-
-    static std::string refusalMessage(bool windowOpen, bool cleanupBusy);
+enum class Answer { terminateNow, terminateCancel };
+struct Reply {
+    Answer answer = Answer::terminateNow;
+    std::optional<std::string> logMessage;  // written when the quit is refused
+    bool operator==(const Reply&) const = default;
 };
+
+// `cleanupPhase` is absent when the cleanup store is gone, which counts as not busy.
+Reply reply(const std::optional<IntentQuitPolicy::Request>& request, const std::vector<BrimletWindows::Window>& windows,
+            std::optional<CleanupPhase> cleanupPhase);
+
+std::string refusalMessage(bool windowOpen, bool cleanupBusy);
+}  // namespace QuitRule
 
 }  // namespace brimlet

@@ -17,14 +17,15 @@ std::string describe(const char* step, int result) { return std::string(step) + 
 // Where the reply to our one call lands; the bus calls back on this same thread from `process`.
 struct Reply {
     bool arrived = false;
-    std::string error;  // empty when the service accepted the notification
+    kestrow::Status status = kestrow::Status::success();  // a failure when the service refused the notification
 };
 
 int onReply(sdbus::Message* message, void* userdata, sdbus::Error*) {
     auto* reply = static_cast<Reply*>(userdata);
     reply->arrived = true;
     if (const sdbus::Error* error = sdbus::library()->messageError(message); error && error->name)
-        reply->error = std::string(error->name) + (error->message ? std::string(": ") + error->message : "");
+        reply->status = kestrow::Status::failure("Notify failed: " + std::string(error->name) +
+                                                 (error->message ? std::string(": ") + error->message : ""));
     return 1;
 }
 
@@ -88,7 +89,7 @@ kestrow::Status FreedesktopNotifier::notify(const Message& message, const std::a
                       static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(slice).count()));
         if (result < 0 && result != -EINTR) status = kestrow::Status::failure(describe("Notify", result));
     }
-    if (status.ok() && !reply.error.empty()) status = kestrow::Status::failure("Notify failed: " + reply.error);
+    if (status.ok()) status = reply.status;
     bus->slotUnref(slot);
     bus->closeUnref(connection);
     return status;

@@ -323,7 +323,7 @@ std::optional<CleanupExport> CleanupPresenter::exportFile(CleanupCommand format)
     if (format == CleanupCommand::exportMarkdown) return CleanupExport{base + ".md", report->markdown()};
     if (format != CleanupCommand::exportJSON) return std::nullopt;
     auto json = report->json();
-    if (!json) return std::nullopt;
+    if (json.failed()) return std::nullopt;
     return CleanupExport{base + ".json", std::move(*json)};
 }
 

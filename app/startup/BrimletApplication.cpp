@@ -2,8 +2,6 @@
 
 #include <chrono>
 
-#include "app/desktop/ReopenRule.hpp"
-
 namespace brimlet {
 
 using kestrow::suite::SuiteApp;
@@ -57,7 +55,7 @@ void BrimletApplication::handleReopen() {
             pendingReopens_.erase(id);
             return;
         }
-        if (ReopenRule::opensDashboard(router_.lastRequest(), arrivedAt, checkedAt, participant_->showsOwnIcon()))
+        if (router_.lastRequest().opensDashboard(arrivedAt, checkedAt, participant_->showsOwnIcon()))
             monitor_->openDashboard();
         pendingReopens_.erase(id);  // last: destroys this very callback's token
     });

@@ -31,25 +31,24 @@ struct LaunchOption {
     bool availableOn(LaunchPlatform platform) const { return platform == LaunchPlatform::linux ? onLinux : onMac; }
 };
 
-struct LaunchOptions {
-    // The whole table, in the order "--help" lists it.
-    static std::span<const LaunchOption> table();
+namespace LaunchOptions {
+// The whole table, in the order "--help" lists it.
+std::span<const LaunchOption> table();
 
-    // Checks every argument after the program path against the table for this platform: each
-    // option known here, each value present (an option name is never taken for a value), one of
-    // the accepted choices, free of control characters, and each given with the option it needs.
-    // On the Mac the system's own "-Name value" pairs ("-NSDocumentRevisionsDebugMode YES") are passed over.
-    static std::optional<SuiteLaunch::Exit> validate(const std::vector<std::string>& arguments,
-                                                     LaunchPlatform platform);
+// Checks every argument after the program path against the table for this platform: each
+// option known here, each value present (an option name is never taken for a value), one of
+// the accepted choices, free of control characters, and each given with the option it needs.
+// On the Mac the system's own "-Name value" pairs ("-NSDocumentRevisionsDebugMode YES") are passed over.
+std::optional<SuiteLaunch::Exit> validate(const std::vector<std::string>& arguments, LaunchPlatform platform);
 
-    // "--help": the usage line, what the program does here, and the options available here.
-    static std::string help(LaunchPlatform platform, std::string_view whatItDoes);
+// "--help": the usage line, what the program does here, and the options available here.
+std::string help(LaunchPlatform platform, std::string_view whatItDoes);
 
-    // An argument as it may appear in a message: control characters written as \xNN, so that no
-    // argument can start a line of its own in the log or on the terminal.
-    static std::string printable(std::string_view argument);
+// An argument as it may appear in a message: control characters written as \xNN, so that no
+// argument can start a line of its own in the log or on the terminal.
+std::string printable(std::string_view argument);
 
-    static std::string_view version();
-};
+std::string_view version();
+}  // namespace LaunchOptions
 
 }  // namespace brimlet

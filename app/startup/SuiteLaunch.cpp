@@ -33,8 +33,7 @@ SuiteLaunch::folders(const std::vector<std::string>& arguments, const std::strin
         // In a shared temporary folder another user may have made the path first, with "glances" a
         // link into our files: only a folder that is really ours is used.
         auto prepared = kestrow::suite::OpenSuiteFolder::prepare(SuiteFolder(*folder));
-        const auto* fault = std::get_if<kestrow::suite::SuiteFolderFault>(&prepared);
-        if (fault && fault->kind == kestrow::suite::SuiteFolderFault::Kind::notPrivate) {
+        if (prepared.status().cause() == kestrow::Cause::permissionDenied) {
             const SuiteFolderArgument::Problem problem{SuiteFolderArgument::Problem::Kind::outsideTemporaryFolder,
                                                        *folder};
             return Exit{std::string(messagePrefix) + problem.description() + "\n", 2};

@@ -286,7 +286,9 @@ std::optional<std::string> CleanupStore::reportMarkdown() const {
 
 std::optional<std::string> CleanupStore::reportJSON() const {
     if (!lastReport_) return std::nullopt;
-    return lastReport_->json();
+    auto json = lastReport_->json();
+    if (json.failed()) return std::nullopt;
+    return std::move(*json);
 }
 
 std::string CleanupStore::reportBaseName(const CleanupReport& report) {
@@ -300,7 +302,7 @@ std::string CleanupStore::reportBaseName(const CleanupReport& report) {
 kestrow::Status CleanupStore::exportReport(const std::string& folder) const {
     if (!lastReport_) return kestrow::Status::failure("There is no cleanup report yet.");
     const auto json = lastReport_->json();
-    if (!json) return kestrow::Status::failure("The report could not be encoded.");
+    if (json.failed()) return kestrow::Status::failure("The report could not be encoded.");
     const std::string base = folder + "/" + reportBaseName(*lastReport_);
     if (kestrow::Status written = kestrow::writeAtomically(base + ".md", lastReport_->markdown(), 0644);
         written.failed())

@@ -12,11 +12,11 @@ AlertSettings readAlertSettings(const kestrow::UserDefaults& defaults) {
     if (!text) return AlertSettings();
     auto parsed = kestrow::parseJson(*text);
     AlertSettings settings;
-    if (const auto* json = std::get_if<kestrow::JsonValue>(&parsed); json && fromJson(*json, settings)) return settings;
+    if (parsed.ok() && fromJson(*parsed, settings)) return settings;
     return AlertSettings();
 }
 
-std::optional<std::string> encode(const AlertSettings& settings) { return kestrow::writeJson(toJson(settings)); }
+kestrow::Result<std::string> encode(const AlertSettings& settings) { return kestrow::writeJson(toJson(settings)); }
 
 DockBadgeSettings readDockBadgeSettings(const kestrow::UserDefaults& defaults) {
     const auto stored = defaults.value(MonitorSettingKeys::dockBadgeSettings);

@@ -77,7 +77,7 @@ bool readBool(const kestrow::UserDefaults& defaults, const std::string& key, boo
 // Encoded records travel as their JSON text (property lists have no place for raw data we could
 // share with the Linux files).
 AlertSettings readAlertSettings(const kestrow::UserDefaults& defaults);
-std::optional<std::string> encode(const AlertSettings& settings);
+[[nodiscard]] kestrow::Result<std::string> encode(const AlertSettings& settings);
 DockBadgeSettings readDockBadgeSettings(const kestrow::UserDefaults& defaults);
 
 }  // namespace MonitorSettingsCoding

@@ -161,7 +161,7 @@ void MonitorStore::setDockBadges(DockBadgeMode value) {
 void MonitorStore::setDockBadgeSettings(DockBadgeSettings value) {
     if (dockBadgeSettings_ == value) return;
     dockBadgeSettings_ = value;
-    if (auto encoded = value.encoded()) save(Keys::dockBadgeSettings, kestrow::JsonValue(*encoded));
+    if (auto encoded = value.encoded(); encoded.ok()) save(Keys::dockBadgeSettings, kestrow::JsonValue(*encoded));
     changed();
     desktopChanged();
 }
@@ -176,7 +176,7 @@ void MonitorStore::setAlertSettings(AlertSettings value) {
 }
 
 void MonitorStore::saveAlertSettings() {
-    if (auto encoded = encode(alertSettings_)) save(Keys::alertSettings, kestrow::JsonValue(*encoded));
+    if (auto encoded = encode(alertSettings_); encoded.ok()) save(Keys::alertSettings, kestrow::JsonValue(*encoded));
 }
 
 bool MonitorStore::alertsActive() const {

@@ -53,35 +53,34 @@ struct ProcessUse {
     bool operator==(const ProcessUse&) const = default;
 };
 
-struct InUseChecker {
-    // Every other process whose executable, working folder or arguments lie at or below the path,
-    // or that holds a file there open or mapped into memory.
-    static std::vector<ProcessUse> processesUsing(const std::string& realPath,
-                                                  ProcessReading& reader = liveProcessReading(),
-                                                  OpenFileReading& files = liveOpenFileReading());
-    static bool uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader = liveProcessReading(),
-                     OpenFileReading& files = liveOpenFileReading());
-    static bool touches(const std::string& path, const std::string& realPath);
-};
+namespace InUseChecker {
+// Every other process whose executable, working folder or arguments lie at or below the path,
+// or that holds a file there open or mapped into memory.
+std::vector<ProcessUse> processesUsing(const std::string& realPath, ProcessReading& reader = liveProcessReading(),
+                                       OpenFileReading& files = liveOpenFileReading());
+bool uses(std::int32_t pid, const std::string& realPath, ProcessReading& reader = liveProcessReading(),
+          OpenFileReading& files = liveOpenFileReading());
+bool touches(const std::string& path, const std::string& realPath);
+}  // namespace InUseChecker
 
-struct SimulatorTool {
-    struct Output {
-        std::int32_t status = -1;
-        std::string out;
-        std::string err;
-    };
-    static Output run(const std::string& path, const std::vector<std::string>& arguments);
-    // The status, and standard error (else output) trimmed of white space at both ends.
-    static std::pair<std::int32_t, std::string> statusAndMessage(const Output& output);
-    // The trimmed output of a successful run that printed something.
-    static std::optional<std::string> printedPath(const Output& output);
-
-    // The platform's part (Xcode exists only on a Mac):
-    // "xcrun simctl delete unavailable": the status and message as above.
-    static std::pair<std::int32_t, std::string> deleteUnavailable();
-    // "xcode-select -p"; none when it fails or prints nothing (always on Linux).
-    static std::optional<std::string> developerDirectory();
+namespace SimulatorTool {
+struct Output {
+    std::int32_t status = -1;
+    std::string out;
+    std::string err;
 };
+Output run(const std::string& path, const std::vector<std::string>& arguments);
+// The status, and standard error (else output) trimmed of white space at both ends.
+std::pair<std::int32_t, std::string> statusAndMessage(const Output& output);
+// The trimmed output of a successful run that printed something.
+std::optional<std::string> printedPath(const Output& output);
+
+// The platform's part (Xcode exists only on a Mac):
+// "xcrun simctl delete unavailable": the status and message as above.
+std::pair<std::int32_t, std::string> deleteUnavailable();
+// "xcode-select -p"; none when it fails or prints nothing (always on Linux).
+std::optional<std::string> developerDirectory();
+}  // namespace SimulatorTool
 
 struct Cleaner {
     using Progress = std::function<void(std::size_t index, const CleanupItem& item)>;

@@ -131,9 +131,9 @@ std::string CleanupReport::markdown() const {
     return text;
 }
 
-std::optional<std::string> CleanupReport::json() const {
+kestrow::Result<std::string> CleanupReport::json() const {
     auto text = kestrow::writeJson(toJson(*this), {.pretty = true});
-    if (text) *text += '\n';
+    if (text.ok()) *text += '\n';
     return text;
 }
 

@@ -8,6 +8,7 @@
 
 #include "CleanupItem.hpp"
 #include "base/IsoDate.hpp"
+#include "base/Status.hpp"
 
 namespace brimlet {
 
@@ -59,7 +60,7 @@ struct CleanupReport {
 
     std::string markdown() const;
     // Pretty JSON with sorted keys; none only if a value cannot be encoded.
-    std::optional<std::string> json() const;
+    [[nodiscard]] kestrow::Result<std::string> json() const;
     bool operator==(const CleanupReport&) const = default;
 };
 

@@ -29,17 +29,17 @@ struct SafetyDecision {
     bool operator==(const SafetyDecision&) const = default;
 };
 
-struct NeverTouch {
-    // Relative to the home folder: keys, photos, device backups, browser profiles, mail of a kind.
-    static const std::vector<std::string>& relativeRoots();        // the common roots, then this platform's
-    static const std::vector<std::string>& commonRelativeRoots();  // the fourteen of every platform
-    static const std::vector<std::string>& platformRelativeRoots();
-    static const std::vector<std::string>& protectedEndings();
+namespace NeverTouch {
+// Relative to the home folder: keys, photos, device backups, browser profiles, mail of a kind.
+const std::vector<std::string>& relativeRoots();        // the common roots, then this platform's
+const std::vector<std::string>& commonRelativeRoots();  // the fourteen of every platform
+const std::vector<std::string>& platformRelativeRoots();
+const std::vector<std::string>& protectedEndings();
 
-    static std::vector<std::string> roots(const std::string& home);
-    // True when a path component ends with a photo-library, backup or keychain ending.
-    static bool hasProtectedComponent(std::string_view path);
-};
+std::vector<std::string> roots(const std::string& home);
+// True when a path component ends with a photo-library, backup or keychain ending.
+bool hasProtectedComponent(std::string_view path);
+}  // namespace NeverTouch
 
 class SafetyPolicy {
 public:

@@ -10,24 +10,24 @@
 
 namespace brimlet {
 
-struct TrashNaming {
-    // The longest name most file systems allow, in bytes.
-    static constexpr std::size_t nameMax = 255;
-    // An item and its info file (NAME.trashinfo) must both fit.
-    static constexpr std::size_t itemNameMax = nameMax - 10;
+namespace TrashNaming {
+// The longest name most file systems allow, in bytes.
+inline constexpr std::size_t nameMax = 255;
+// An item and its info file (NAME.trashinfo) must both fit.
+inline constexpr std::size_t itemNameMax = nameMax - 10;
 
-    // The name for the attempt'th try (1 = the item's own name, then NAME.2, NAME.3 ...). A name
-    // too long to fit keeps its start and its extension, joined by "~", cut on a character
-    // boundary; the info file keeps the original path, so nothing of the name is lost.
-    static std::string trashName(std::string_view name, int attempt, std::size_t maxBytes = itemNameMax);
+// The name for the attempt'th try (1 = the item's own name, then NAME.2, NAME.3 ...). A name
+// too long to fit keeps its start and its extension, joined by "~", cut on a character
+// boundary; the info file keeps the original path, so nothing of the name is lost.
+std::string trashName(std::string_view name, int attempt, std::size_t maxBytes = itemNameMax);
 
-    // The holding folder: on the home folder's volume, in the user's own caches; on any other
-    // volume, at the top of that volume. Always a name of ours carrying the user id.
-    static std::string holdingFolder(const std::string& realHome, bool onHomeVolume, const std::string& volumeTop,
-                                     std::uint32_t uid);
-    // The per-move folder inside it, from a random value: each move gets a folder of its own, so
-    // the item keeps its name (the Trash shows that name) and no two moves meet.
-    static std::string holdingEntry(std::uint64_t random);
-};
+// The holding folder: on the home folder's volume, in the user's own caches; on any other
+// volume, at the top of that volume. Always a name of ours carrying the user id.
+std::string holdingFolder(const std::string& realHome, bool onHomeVolume, const std::string& volumeTop,
+                          std::uint32_t uid);
+// The per-move folder inside it, from a random value: each move gets a folder of its own, so
+// the item keeps its name (the Trash shows that name) and no two moves meet.
+std::string holdingEntry(std::uint64_t random);
+}  // namespace TrashNaming
 
 }  // namespace brimlet

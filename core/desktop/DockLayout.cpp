@@ -59,11 +59,11 @@ bool fromJson(const kestrow::JsonValue& json, DockBadgeSettings& out) {
     return true;
 }
 
-std::optional<std::string> DockBadgeSettings::encoded() const { return kestrow::writeJson(toJson(*this)); }
+kestrow::Result<std::string> DockBadgeSettings::encoded() const { return kestrow::writeJson(toJson(*this)); }
 
 std::optional<DockBadgeSettings> DockBadgeSettings::decode(std::string_view text) {
     auto parsed = kestrow::parseJson(text);
-    const auto* json = std::get_if<kestrow::JsonValue>(&parsed);
+    const kestrow::JsonValue* json = parsed.ok() ? &*parsed : nullptr;
     DockBadgeSettings settings;
     if (!json || !fromJson(*json, settings)) return std::nullopt;
     return settings;

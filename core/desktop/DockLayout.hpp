@@ -59,7 +59,7 @@ struct DockBadgeSettings {
 
     // Compact JSON with both keys; none when the CPU threshold is not finite (JSON has no such
     // number). Decoding needs both keys with numbers of the right kind.
-    [[nodiscard]] std::optional<std::string> encoded() const;
+    [[nodiscard]] kestrow::Result<std::string> encoded() const;
     static std::optional<DockBadgeSettings> decode(std::string_view text);
     // What a reader of a stored value uses: the stored settings, or the defaults when absent or
     // not decodable.

@@ -9,23 +9,23 @@
 
 namespace brimlet {
 
-struct IntentQuitPolicy {
-    static constexpr std::string_view idleQuitSenderPath = "/usr/libexec/linkd";
-    static constexpr std::string_view idleQuitSenderSigningID = "com.apple.linkd";
+namespace IntentQuitPolicy {
+inline constexpr std::string_view idleQuitSenderPath = "/usr/libexec/linkd";
+inline constexpr std::string_view idleQuitSenderSigningID = "com.apple.linkd";
 
-    // What the quit event says about itself and its sender. Sender fields are absent when the
-    // sender's code, its path or its signing information cannot be found out.
-    struct Request {
-        bool isQuitEvent = false;    // class "aevt", identifier "quit"
-        bool hasQuitReason = false;  // carries the "why?" attribute (logout, restart, shutdown)
-        std::optional<std::string> senderPath;
-        std::optional<std::string> senderSigningID;
+// What the quit event says about itself and its sender. Sender fields are absent when the
+// sender's code, its path or its signing information cannot be found out.
+struct Request {
+    bool isQuitEvent = false;    // class "aevt", identifier "quit"
+    bool hasQuitReason = false;  // carries the "why?" attribute (logout, restart, shutdown)
+    std::optional<std::string> senderPath;
+    std::optional<std::string> senderSigningID;
 
-        bool isIdleQuitAfterIntent() const;
-        bool operator==(const Request&) const = default;
-    };
-
-    static bool refuses(const std::optional<Request>& request, bool windowOpen, bool cleanupBusy);
+    bool isIdleQuitAfterIntent() const;
+    bool operator==(const Request&) const = default;
 };
+
+bool refuses(const std::optional<Request>& request, bool windowOpen, bool cleanupBusy);
+}  // namespace IntentQuitPolicy
 
 }  // namespace brimlet

@@ -20,6 +20,11 @@ struct ReopenSuppression {
     bool isSuppressed(double uptime) const;
     // Checks both the arrival and the check instant: either order of reopen and request is caught.
     bool reopenOpensDashboard(double arrivedAt, double checkedAt) const;
+    // What a reopen does once its wait is over: open the dashboard only when it was deliberate and
+    // the app shows no menu bar icon of its own (the user has that to click).
+    bool opensDashboard(double arrivedAt, double checkedAt, bool showsOwnIcon) const {
+        return reopenOpensDashboard(arrivedAt, checkedAt) && !showsOwnIcon;
+    }
 
     bool operator==(const ReopenSuppression&) const = default;
 };

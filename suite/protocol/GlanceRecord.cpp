@@ -10,15 +10,6 @@ bool GlanceRecord::isFresh(double now) const {
     return at - futureTolerance <= now && now <= at + static_cast<double>(ttl);
 }
 
-const GlanceRecord* GlanceReadResult::record() const {
-    const Valid* v = std::get_if<Valid>(&value);
-    return v ? &v->record : nullptr;
-}
-const std::string* GlanceReadResult::reason() const {
-    const Invalid* i = std::get_if<Invalid>(&value);
-    return i ? &i->reason : nullptr;
-}
-
 // ---- Unicode ----
 
 std::optional<std::vector<char32_t>> unicodeScalars(std::string_view utf8) {
@@ -125,7 +116,7 @@ kestrow::Result<std::string> encode(const GlanceRecord& record) {
     object["state"] = JsonValue(record.state.rawValue());
     object["ttl"] = JsonValue(record.ttl);
     auto bytes = writeJson(JsonValue(std::move(object)), {.pretty = false, .escapeSlashes = false});
-    if (!bytes)
+    if (bytes.failed())
         return kestrow::Status::failure(kestrow::Cause::invalidArgument,
                                         "at: required number");  // only a non-finite number fails
     if (bytes->size() > maxBytes)
@@ -161,26 +152,28 @@ const std::string* stringAt(const JsonValue& object, std::string_view key) {
     return v ? v->asString() : nullptr;
 }
 
-std::variant<GlanceMetric, std::string> decodeMetric(const JsonValue& json) {
-    if (!json.asObject()) return std::string("metric: an object");
+// The metric, or a damaged-data failure with the fixed reason.
+kestrow::Result<GlanceMetric> decodeMetric(const JsonValue& json) {
+    const auto invalid = [](const char* reason) { return kestrow::Status::failure(kestrow::Cause::dataLoss, reason); };
+    if (!json.asObject()) return invalid("metric: an object");
     GlanceMetric metric;
     const std::string* id = stringAt(json, "id");
-    if (!id) return std::string("metric id length");
+    if (!id) return invalid("metric id length");
     const std::string* label = stringAt(json, "label");
-    if (!label) return std::string("label: 1-16 scalars");
+    if (!label) return invalid("label: 1-16 scalars");
     const std::string* unit = stringAt(json, "unit");
-    if (!unit) return std::string("unit: 0-6 scalars");
+    if (!unit) return invalid("unit: 0-6 scalars");
     const std::string* level = stringAt(json, "level");
     const auto metricLevel = level ? GlanceLevel::fromRawValue(*level) : std::nullopt;
-    if (!metricLevel) return std::string("level");
+    if (!metricLevel) return invalid("level");
     const JsonValue* value = json.find("value");
     if (const std::string* word = value ? value->asString() : nullptr) {
         const auto stateWord = StateWord::fromRawValue(*word);
-        if (!stateWord) return std::string("value: closed state-word list");
+        if (!stateWord) return invalid("value: closed state-word list");
         metric.value = *stateWord;
     } else {
         const auto n = value ? number(*value) : std::nullopt;
-        if (!n) return std::string("value: finite number");
+        if (!n) return invalid("value: finite number");
         metric.value = *n;
     }
     metric.id = *id;
@@ -192,60 +185,63 @@ std::variant<GlanceMetric, std::string> decodeMetric(const JsonValue& json) {
 
 }  // namespace
 
-GlanceReadResult decode(std::string_view bytes, std::string_view fileName) {
-    using R = GlanceReadResult;
-    if (bytes.size() > maxBytes) return R::invalid("size: at most 2,048 bytes");
+GlanceRead decode(std::string_view bytes, std::string_view fileName) {
+    const auto invalid = [](std::string reason) {
+        return kestrow::Status::failure(kestrow::Cause::dataLoss, std::move(reason));
+    };
+    if (bytes.size() > maxBytes) return invalid("size: at most 2,048 bytes");
     auto parsed = parseJson(bytes);
-    if (!std::holds_alternative<JsonValue>(parsed)) return R::invalid("JSON");
-    const JsonValue& json = std::get<JsonValue>(parsed);
-    if (!json.asObject()) return R::invalid("an object");
+    if (parsed.failed()) return invalid("JSON");
+    const JsonValue& json = *parsed;
+    if (!json.asObject()) return invalid("an object");
 
     const JsonValue* contractValue = json.find("contract");
     const auto contract = contractValue ? integer(*contractValue) : std::nullopt;
-    if (!contract || *contract < 1) return R::invalid("contract: integer >= 1");
-    if (*contract != 1) return R::skipped(*contract);
+    if (!contract || *contract < 1) return invalid("contract: integer >= 1");
+    if (*contract != 1)
+        return kestrow::Status::failure(kestrow::Cause::failedPrecondition, "contract " + std::to_string(*contract));
 
     const std::string* appId = stringAt(json, "app");
     const auto app = appId ? SuiteApp::fromRawValue(*appId) : std::nullopt;
-    if (!app) return R::invalid("app: catalog id");
-    if (app->glanceFileName() != fileName) return R::invalid("app equals file name");
+    if (!app) return invalid("app: catalog id");
+    if (app->glanceFileName() != fileName) return invalid("app equals file name");
 
     const JsonValue* hostingValue = json.find("hosting");
     const auto hosting = hostingValue ? boolean(*hostingValue) : std::nullopt;
-    if (!hosting) return R::invalid("hosting: boolean");
+    if (!hosting) return invalid("hosting: boolean");
 
     const std::string* stateText = stringAt(json, "state");
     const auto state = stateText ? GlanceState::fromRawValue(*stateText) : std::nullopt;
-    if (!state) return R::invalid("state");
+    if (!state) return invalid("state");
 
     const JsonValue* atValue = json.find("at");
     const auto at = atValue ? number(*atValue) : std::nullopt;
-    if (!at) return R::invalid("at: required number");
+    if (!at) return invalid("at: required number");
 
     const JsonValue* ttlValue = json.find("ttl");
     const auto ttlNumber = ttlValue ? number(*ttlValue) : std::nullopt;
-    if (!ttlNumber) return R::invalid("ttl: 3-60");
-    if (*ttlNumber != std::trunc(*ttlNumber)) return R::invalid("ttl: integer");
-    if (std::fabs(*ttlNumber) >= 9223372036854775808.0) return R::invalid("ttl: 3-60");
+    if (!ttlNumber) return invalid("ttl: 3-60");
+    if (*ttlNumber != std::trunc(*ttlNumber)) return invalid("ttl: integer");
+    if (std::fabs(*ttlNumber) >= 9223372036854775808.0) return invalid("ttl: 3-60");
 
     const std::string* levelText = stringAt(json, "level");
     const auto level = levelText ? GlanceLevel::fromRawValue(*levelText) : std::nullopt;
-    if (!level) return R::invalid("level");
+    if (!level) return invalid("level");
 
     const JsonValue* metricsValue = json.find("metrics");
     const JsonArray* metricsArray = metricsValue ? metricsValue->asArray() : nullptr;
-    if (!metricsArray || metricsArray->size() > 4) return R::invalid("metrics: 0-4");
+    if (!metricsArray || metricsArray->size() > 4) return invalid("metrics: 0-4");
     std::vector<GlanceMetric> metrics;
     for (const JsonValue& element : *metricsArray) {
         auto metric = decodeMetric(element);
-        if (auto* reason = std::get_if<std::string>(&metric)) return R::invalid(std::move(*reason));
-        metrics.push_back(std::move(std::get<GlanceMetric>(metric)));
+        if (metric.failed()) return metric.status();
+        metrics.push_back(std::move(metric).value());
     }
 
     GlanceRecord record(*app, *hosting, *state, *at, static_cast<std::int64_t>(*ttlNumber), *level, std::move(metrics),
                         1);
-    if (auto status = problem(record); status.failed()) return R::invalid(status.message());
-    return R::valid(std::move(record));
+    if (auto status = problem(record); status.failed()) return invalid(status.message());
+    return record;
 }
 
 }  // namespace GlanceCodec

@@ -88,28 +88,11 @@ struct GlanceRecord {
     bool operator==(const GlanceRecord&) const = default;
 };
 
-struct GlanceReadResult {
-    struct Valid {
-        GlanceRecord record;
-        bool operator==(const Valid&) const = default;
-    };
-    struct Skipped {
-        std::int64_t contract = 0;
-        bool operator==(const Skipped&) const = default;
-    };
-    struct Invalid {
-        std::string reason;
-        bool operator==(const Invalid&) const = default;
-    };
-    std::variant<Valid, Skipped, Invalid> value;
-
-    static GlanceReadResult valid(GlanceRecord r) { return {Valid{std::move(r)}}; }
-    static GlanceReadResult skipped(std::int64_t contract) { return {Skipped{contract}}; }
-    static GlanceReadResult invalid(std::string reason) { return {Invalid{std::move(reason)}}; }
-    const GlanceRecord* record() const;
-    const std::string* reason() const;
-    bool operator==(const GlanceReadResult&) const = default;
-};
+// A record read from a member's file, or why there is none: `dataLoss` with the fixed reason when
+// the bytes are not a valid record, `failedPrecondition` ("contract N") when they are written for a
+// later contract than this one, which is skipped rather than taken for damage, and
+// `permissionDenied` when the protected read refused the file.
+using GlanceRead = kestrow::Result<GlanceRecord>;
 
 namespace GlanceCodec {
 
@@ -117,7 +100,7 @@ inline constexpr std::size_t maxBytes = 2048;
 
 // The bytes, or an invalid-argument failure whose text is the fixed reason the record cannot be written.
 [[nodiscard]] kestrow::Result<std::string> encode(const GlanceRecord& record);
-[[nodiscard]] GlanceReadResult decode(std::string_view bytes, std::string_view fileName);
+[[nodiscard]] GlanceRead decode(std::string_view bytes, std::string_view fileName);
 
 // The validation rules: the problem a record has, as a failure carrying the fixed reason text.
 [[nodiscard]] kestrow::Status problem(const GlanceRecord& record);

@@ -64,17 +64,22 @@ kestrow::Status makeFolders(const std::string& path) {
 
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-SuiteFolderFault unavailable(std::string reason) { return {SuiteFolderFault::Kind::unavailable, std::move(reason)}; }
+kestrow::Status unavailable(std::string reason) {
+    return kestrow::Status::failure(kestrow::Cause::unavailable, std::move(reason));
+}
+kestrow::Status notPrivate(std::string reason) {
+    return kestrow::Status::failure(kestrow::Cause::permissionDenied, std::move(reason));
+}
 
 // Opens `name` in `parentFd` (or the absolute `path` when parentFd is AT_FDCWD) as a folder of ours
 // with permissions 0700; -1 with the fault otherwise.
-int openPrivateFolder(int parentFd, const std::string& name, const std::string& path, SuiteFolderFault& fault) {
+int openPrivateFolder(int parentFd, const std::string& name, const std::string& path, kestrow::Status& fault) {
     const int fd = ::openat(parentFd, name.c_str(), folderFlags);
     if (fd < 0) {
         const int error = errno;
         struct stat st {};
         if (::fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode))
-            fault = {SuiteFolderFault::Kind::notPrivate, path + " is a link, not a folder"};
+            fault = notPrivate(path + " is a link, not a folder");
         else if (error == ENOTDIR) fault = unavailable(path + " is not a folder");
         else fault = unavailable("cannot open " + path + " (errno " + std::to_string(error) + ")");
         return -1;
@@ -86,7 +91,7 @@ int openPrivateFolder(int parentFd, const std::string& name, const std::string& 
         return -1;
     }
     if (st.st_uid != ::getuid()) {
-        fault = {SuiteFolderFault::Kind::notPrivate, path + " is owned by another user"};
+        fault = notPrivate(path + " is owned by another user");
         ::close(fd);
         return -1;
     }
@@ -119,14 +124,14 @@ constexpr std::chrono::seconds staleTemporary{60};
 
 kestrow::Status SuiteFolder::prepare() const {
     auto opened = OpenSuiteFolder::prepare(*this);
-    if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) return kestrow::Status::failure(fault->reason);
-    std::get<OpenSuiteFolder>(opened).removeStaleTemporaryFiles();
+    if (opened.failed()) return opened.status();
+    opened->removeStaleTemporaryFiles();
     return kestrow::Status::success();
 }
 
 void SuiteFolder::removeStaleTemporaryFiles() const {
     auto opened = OpenSuiteFolder::open(*this);
-    if (auto* folder = std::get_if<OpenSuiteFolder>(&opened)) folder->removeStaleTemporaryFiles();
+    if (opened.ok()) opened->removeStaleTemporaryFiles();
 }
 
 OpenSuiteFolder::OpenSuiteFolder(SuiteFolder folder, int folderFd, int glancesFd)
@@ -160,19 +165,19 @@ void OpenSuiteFolder::close() {
     glancesFd_ = folderFd_ = -1;
 }
 
-std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::prepare(const SuiteFolder& folder) {
+kestrow::Result<OpenSuiteFolder> OpenSuiteFolder::prepare(const SuiteFolder& folder) {
     return openOrPrepare(folder, true);
 }
 
-std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::open(const SuiteFolder& folder) {
+kestrow::Result<OpenSuiteFolder> OpenSuiteFolder::open(const SuiteFolder& folder) {
     return openOrPrepare(folder, false);
 }
 
-std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::openOrPrepare(const SuiteFolder& folder, bool create) {
+kestrow::Result<OpenSuiteFolder> OpenSuiteFolder::openOrPrepare(const SuiteFolder& folder, bool create) {
     if (create) {
         if (auto made = makeFolders(folder.url); made.failed()) return unavailable(made.message());
     }
-    SuiteFolderFault fault;
+    kestrow::Status fault = kestrow::Status::success();
     const int folderFd = openPrivateFolder(AT_FDCWD, folder.url, folder.url, fault);
     if (folderFd < 0) return fault;
     // Made inside the folder just checked, whatever its path names by now.
@@ -183,7 +188,7 @@ std::variant<OpenSuiteFolder, SuiteFolderFault> OpenSuiteFolder::openOrPrepare(c
     }
     const int glancesFd = openPrivateFolder(folderFd, "glances", folder.glancesURL(), fault);
     // Opened only to use what is there, a folder without "glances" still serves its settings.
-    const bool glancesMissing = !create && glancesFd < 0 && fault.kind == SuiteFolderFault::Kind::unavailable &&
+    const bool glancesMissing = !create && glancesFd < 0 && fault.cause() == kestrow::Cause::unavailable &&
                                 ::faccessat(folderFd, "glances", F_OK, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
     if (glancesFd < 0 && !glancesMissing) {
         ::close(folderFd);
@@ -209,16 +214,17 @@ kestrow::Status OpenSuiteFolder::write(const GlanceRecord& record) const {
     return record_->write(*encoded);
 }
 
-std::optional<GlanceReadResult> OpenSuiteFolder::read(SuiteApp app) const {
+std::optional<GlanceRead> OpenSuiteFolder::read(SuiteApp app) const {
     if (glancesFd_ < 0) return std::nullopt;
     SafeRead file = safeReadAt(glancesFd_, app.glanceFileName(), GlanceStore::readLimit);
     if (std::holds_alternative<SafeRead::Missing>(file.value)) return std::nullopt;
-    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value)) return GlanceReadResult::invalid(refused->reason);
+    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value))
+        return GlanceRead(kestrow::Status::failure(kestrow::Cause::permissionDenied, refused->reason));
     return GlanceCodec::decode(std::get<SafeRead::Data>(file.value).bytes, app.glanceFileName());
 }
 
-std::map<SuiteApp, GlanceReadResult> OpenSuiteFolder::readAll() const {
-    std::map<SuiteApp, GlanceReadResult> results;
+std::map<SuiteApp, GlanceRead> OpenSuiteFolder::readAll() const {
+    std::map<SuiteApp, GlanceRead> results;
     for (SuiteApp app : SuiteApp::allCases())
         if (auto result = read(app)) results.emplace(app, std::move(*result));
     return results;
@@ -242,23 +248,24 @@ void OpenSuiteFolder::removeStaleTemporaryFiles() const {
 
 kestrow::Status GlanceStore::write(const GlanceRecord& record) const {
     auto opened = OpenSuiteFolder::open(folder);
-    if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) {
+    if (opened.failed()) {
         // The record's own faults come first, as they would from the codec.
         if (auto problem = GlanceCodec::problem(record); problem.failed()) return problem;
-        return kestrow::Status::failure(fault->reason);
+        return opened.status();
     }
-    return std::get<OpenSuiteFolder>(opened).write(record);
+    return opened->write(record);
 }
 
-std::optional<GlanceReadResult> GlanceStore::read(SuiteApp app) const {
+std::optional<GlanceRead> GlanceStore::read(SuiteApp app) const {
     SafeRead file = safeRead(folder.glanceURL(app), readLimit);
     if (std::holds_alternative<SafeRead::Missing>(file.value)) return std::nullopt;
-    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value)) return GlanceReadResult::invalid(refused->reason);
+    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value))
+        return GlanceRead(kestrow::Status::failure(kestrow::Cause::permissionDenied, refused->reason));
     return GlanceCodec::decode(std::get<SafeRead::Data>(file.value).bytes, app.glanceFileName());
 }
 
-std::map<SuiteApp, GlanceReadResult> GlanceStore::readAll() const {
-    std::map<SuiteApp, GlanceReadResult> results;
+std::map<SuiteApp, GlanceRead> GlanceStore::readAll() const {
+    std::map<SuiteApp, GlanceRead> results;
     for (SuiteApp app : SuiteApp::allCases())
         if (auto result = read(app)) results.emplace(app, std::move(*result));
     return results;

@@ -58,30 +58,24 @@ struct SuiteFolder {
 [[nodiscard]] std::optional<SuiteFolder> usableGroupFolder(const std::optional<std::string>& container, bool sandboxed,
                                                            bool exists);
 
-// Why a suite folder cannot be used.
-struct SuiteFolderFault {
-    enum class Kind {
-        unavailable,  // it cannot be made or opened (no such folder, no permission, a file in the way)
-        notPrivate,   // a link, or a folder of another user: writing there would write where others chose
-    };
-    Kind kind = Kind::unavailable;
-    std::string reason;
-};
-
 // A suite folder opened and checked: the folder and its "glances" are real folders (never a link)
 // owned by this user, with permissions 0700. Both are held by descriptor and every read and write
 // below goes through them, so a path that is swapped for a link after the check never receives a
 // byte. When the folder is deleted or replaced the descriptors keep naming the old one: `stillNamed`
 // tells, and the holder opens the folder afresh.
+//
+// Opening fails with `permissionDenied` when a folder is not private (a link, or a folder of another
+// user: writing there would write where others chose), and with `unavailable` when it cannot be made
+// or opened (no such folder, no permission, a file in the way).
 class OpenSuiteFolder {
 public:
     // Creates what is missing (the folder with its parents, then "glances"), each with permissions
     // 0700, then opens both as `open` does.
-    [[nodiscard]] static std::variant<OpenSuiteFolder, SuiteFolderFault> prepare(const SuiteFolder& folder);
+    [[nodiscard]] static kestrow::Result<OpenSuiteFolder> prepare(const SuiteFolder& folder);
     // Opens both folders without creating anything and without following a link at either; refuses
     // a folder owned by another user and sets a folder of ours with other permissions to 0700. A
     // missing "glances" is accepted here (its records then cannot be written, the settings can).
-    [[nodiscard]] static std::variant<OpenSuiteFolder, SuiteFolderFault> open(const SuiteFolder& folder);
+    [[nodiscard]] static kestrow::Result<OpenSuiteFolder> open(const SuiteFolder& folder);
 
     OpenSuiteFolder(OpenSuiteFolder&& other) noexcept;
     OpenSuiteFolder& operator=(OpenSuiteFolder&& other) noexcept;
@@ -100,8 +94,8 @@ public:
     // while keeps a spare beside the record and swaps it in (see kestrow::SwappedFile), so the
     // rewrite every few seconds makes no new file; the spare goes when this is closed.
     kestrow::Status write(const GlanceRecord& record) const;
-    [[nodiscard]] std::optional<GlanceReadResult> read(SuiteApp app) const;
-    [[nodiscard]] std::map<SuiteApp, GlanceReadResult> readAll() const;
+    [[nodiscard]] std::optional<GlanceRead> read(SuiteApp app) const;
+    [[nodiscard]] std::map<SuiteApp, GlanceRead> readAll() const;
     // A file directly in the suite folder ("settings.json"): protected read, atomic replace.
     [[nodiscard]] SafeRead readFile(const std::string& name, std::size_t limit) const;
     kestrow::Status writeFile(const std::string& name, std::string_view bytes) const;
@@ -109,7 +103,7 @@ public:
 
 private:
     OpenSuiteFolder(SuiteFolder folder, int folderFd, int glancesFd);
-    static std::variant<OpenSuiteFolder, SuiteFolderFault> openOrPrepare(const SuiteFolder& folder, bool create);
+    static kestrow::Result<OpenSuiteFolder> openOrPrepare(const SuiteFolder& folder, bool create);
     void close();
 
     SuiteFolder folder_;
@@ -125,8 +119,8 @@ struct GlanceStore {
 
     // Encodes and replaces this application's record atomically; an error text on failure.
     kestrow::Status write(const GlanceRecord& record) const;
-    [[nodiscard]] std::map<SuiteApp, GlanceReadResult> readAll() const;
-    [[nodiscard]] std::optional<GlanceReadResult> read(SuiteApp app) const;
+    [[nodiscard]] std::map<SuiteApp, GlanceRead> readAll() const;
+    [[nodiscard]] std::optional<GlanceRead> read(SuiteApp app) const;
     [[nodiscard]] static SafeRead safeRead(const std::string& path, std::size_t limit) {
         return kestrow::safeRead(path, limit);
     }

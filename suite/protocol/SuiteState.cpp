@@ -8,8 +8,8 @@ namespace kestrow::suite {
 SuiteSettings SuiteSettings::decode(std::string_view bytes) {
     SuiteSettings settings;
     auto parsed = parseJson(bytes);
-    if (!std::holds_alternative<JsonValue>(parsed)) return settings;
-    JsonObject* object = std::get<JsonValue>(parsed).asObject();
+    if (parsed.failed()) return settings;
+    JsonObject* object = parsed->asObject();
     if (!object) return settings;
 
     if (auto it = object->find("menuBarValues"); it != object->end() && it->second.asArray()) {
@@ -66,10 +66,11 @@ std::string SuiteSettings::encode() const {
             JsonValue(JsonArray{JsonValue(floatingTopLeft->first), JsonValue(floatingTopLeft->second)});
     if (statusItemPosition) object["statusItemPosition"] = JsonValue(*statusItemPosition);
     // Only a non-finite number cannot be written; such a value is left out rather than the file lost.
-    if (auto text = writeJson(JsonValue(object))) return *text;
+    if (auto text = writeJson(JsonValue(object)); text.ok()) return *text;
     object.erase("floatingTopLeft");
     object.erase("statusItemPosition");
-    return writeJson(JsonValue(object)).value_or("{}");
+    auto text = writeJson(JsonValue(object));
+    return text.ok() ? *text : "{}";
 }
 
 SuiteSettings SuiteSettings::read(const SuiteFolder& folder) {
@@ -80,8 +81,8 @@ SuiteSettings SuiteSettings::read(const SuiteFolder& folder) {
 
 kestrow::Status SuiteSettings::write(const SuiteFolder& folder) const {
     auto opened = OpenSuiteFolder::open(folder);
-    if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) return kestrow::Status::failure(fault->reason);
-    return write(std::get<OpenSuiteFolder>(opened));
+    if (opened.failed()) return opened.status();
+    return write(*opened);
 }
 
 namespace {
@@ -96,8 +97,7 @@ SuiteSettings::Loaded SuiteSettings::load(const OpenSuiteFolder& folder) {
     const std::string& bytes = std::get<SafeRead::Data>(file.value).bytes;
     if (bytes.size() > readLimit) return {SuiteSettings{}, "larger than 65,536 bytes"};
     auto parsed = parseJson(bytes);
-    if (!std::holds_alternative<JsonValue>(parsed) || !std::get<JsonValue>(parsed).asObject())
-        return {SuiteSettings{}, "not a JSON object"};
+    if (parsed.failed() || !parsed->asObject()) return {SuiteSettings{}, "not a JSON object"};
     return {decode(bytes), std::nullopt};
 }
 

@@ -40,14 +40,14 @@ SuiteParticipant::SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folder
     for (SuiteFolder& folder : folders) {
         if (std::find(folders_.begin(), folders_.end(), folder) != folders_.end()) continue;
         auto opened = OpenSuiteFolder::prepare(folder);
-        if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) {
+        if (opened.failed()) {
             log::kit::error(logCategory, "suite folder not usable: " + folder.url);
-            log::kit::info(logCategory, fault->reason);
+            log::kit::info(logCategory, opened.status().message());
             continue;
         }
-        std::get<OpenSuiteFolder>(opened).removeStaleTemporaryFiles();
+        opened->removeStaleTemporaryFiles();
         folders_.push_back(folder);
-        links_.push_back(FolderLink{folder, std::move(std::get<OpenSuiteFolder>(opened)), {}, {}});
+        links_.push_back(FolderLink{folder, std::move(opened).value(), {}, {}});
     }
     reloadSettings();
     for (std::size_t i = 0; i < links_.size(); ++i) armWatches(i);
@@ -173,14 +173,15 @@ void SuiteParticipant::repairFolders() {
         FolderLink& link = links_[i];
         if (link.open && link.open->stillNamed()) continue;
         auto opened = OpenSuiteFolder::prepare(link.folder);
-        if (auto* fault = std::get_if<SuiteFolderFault>(&opened)) {
+        if (opened.failed()) {
+            const std::string reason = opened.status().message();
             link.open.reset();
-            logOnce("unusable:" + link.folder.url + ":" + fault->reason,
-                    "suite folder not usable: " + link.folder.url + " (" + fault->reason + "); trying again every 5 s");
+            logOnce("unusable:" + link.folder.url + ":" + reason,
+                    "suite folder not usable: " + link.folder.url + " (" + reason + "); trying again every 5 s");
             waiting = true;
             continue;
         }
-        link.open = std::move(std::get<OpenSuiteFolder>(opened));
+        link.open = std::move(opened).value();
         armWatches(i);
         repaired = true;
     }
@@ -334,8 +335,8 @@ const std::map<SuiteApp, GlanceRecord>& SuiteParticipant::readRecords() {
     for (const FolderLink& link : links_) {
         if (!link.open) continue;
         for (const auto& [app, result] : link.open->readAll()) {
-            const GlanceRecord* record = result.record();
-            if (!record) continue;
+            if (result.failed()) continue;
+            const GlanceRecord* record = &result.value();
             // The same member seen in two folders: its latest word counts.
             auto [it, inserted] = records.emplace(app, *record);
             if (!inserted && record->at > it->second.at) it->second = *record;

@@ -87,15 +87,15 @@ TEST(TrashOnAnotherMount, SharedOwnOrRefused) {
                 };
             }
             const std::string item = top + "/photos/raw.img";
-            const TrashLocation location = trash.trashFor(item);
+            const kestrow::Result<std::string> location = trash.trashFor(item);
             const kestrow::Status moved = trash.trash(item);
             if (c.expected.empty()) {
-                EXPECT_FALSE(location.found());
+                EXPECT_FALSE(location.ok());
                 EXPECT_EQ(moved.message(), "no Trash on the volume of " + item + ": Not a directory");
                 EXPECT_EQ(readFile(item), "raw");  // refused, never erased
                 continue;
             }
-            EXPECT_EQ(location.folder, top + "/" + c.expected);
+            EXPECT_EQ(location.value(), top + "/" + c.expected);
             ASSERT_TRUE(moved.ok()) << moved.message();
             EXPECT_TRUE(isOwnPrivateFolder(top + "/" + c.expected));
             EXPECT_EQ(readFile(top + "/" + c.expected + "/files/raw.img"), "raw");

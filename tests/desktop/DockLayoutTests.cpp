@@ -183,16 +183,16 @@ TEST(DockLayout, DockVisibleWhenMostIconsAreWhollyOnAScreen) {
 
 TEST(DockBadgeSettings, JsonNeedsBothKeysAndFallsBackToDefaults) {
     const DockBadgeSettings defaults;
-    EXPECT_EQ(defaults.encoded(), std::optional<std::string>(R"({"cpuThreshold":10,"memoryThreshold":524288000})"));
+    EXPECT_EQ(*defaults.encoded(), R"({"cpuThreshold":10,"memoryThreshold":524288000})");
 
     DockBadgeSettings custom;
     custom.memoryThreshold = UINT64_MAX;
     custom.cpuThreshold = 12.5;
-    ASSERT_TRUE(custom.encoded());
+    ASSERT_TRUE(custom.encoded().ok());
     EXPECT_EQ(DockBadgeSettings::decode(*custom.encoded()), custom);  // 2^64 − 1 survives exactly
 
     custom.cpuThreshold = std::nan("");
-    EXPECT_FALSE(custom.encoded());
+    EXPECT_FALSE(custom.encoded().ok());
 
     const char* refused[] = {
         R"({"memoryThreshold":1})",

@@ -181,5 +181,14 @@ TEST(ReopenSuppression, WindowIsHalfOpenAndNeverLooksBackwards) {
     EXPECT_TRUE(s.isSuppressed(200.5));
 }
 
+TEST(ReopenSuppression, OpensTheDashboardOnlyForADeliberateReopenWithoutOwnIcon) {
+    ReopenSuppression lastIntent;
+    lastIntent.noteRequest(50.0);
+    EXPECT_FALSE(lastIntent.opensDashboard(50.3, 50.8, false));
+    EXPECT_TRUE(lastIntent.opensDashboard(51.0, 51.5, false));
+    EXPECT_FALSE(lastIntent.opensDashboard(51.0, 51.5, true));  // its own icon is there to click
+    EXPECT_TRUE(ReopenSuppression().opensDashboard(0.1, 0.6, false));
+}
+
 }  // namespace
 }  // namespace brimlet

@@ -126,9 +126,9 @@ TEST(MonitorSnapshot, JsonRoundTripAndKeys) {
     EXPECT_NE(text.find("\"pressure\" : \"critical\""), std::string::npos);
 
     auto parsed = kestrow::parseJson(text);
-    ASSERT_TRUE(std::holds_alternative<JsonValue>(parsed));
+    ASSERT_TRUE(parsed.ok());
     MonitorSnapshot back;
-    ASSERT_TRUE(fromJson(std::get<JsonValue>(parsed), back));
+    ASSERT_TRUE(fromJson(*parsed, back));
     EXPECT_EQ(back.date, std::chrono::floor<std::chrono::seconds>(snap.date));
     back.date = snap.date;
     EXPECT_EQ(back, snap);
@@ -136,7 +136,7 @@ TEST(MonitorSnapshot, JsonRoundTripAndKeys) {
     // A wrong type anywhere refuses the whole record.
     auto bad = kestrow::parseJson(R"({"pid":1,"name":"x","footprint":-1,"parentPID":0})");
     HeavyProcess heavy;
-    EXPECT_FALSE(fromJson(std::get<JsonValue>(bad), heavy));
+    EXPECT_FALSE(fromJson(*bad, heavy));
     MemoryPressure pressure;
     EXPECT_FALSE(fromJson(JsonValue("Critical"), pressure));
 }

@@ -43,8 +43,8 @@ TEST(GlanceCodec, EncodesExactBytes) {
 TEST(GlanceCodec, RoundTrip) {
     const std::string bytes = GlanceCodec::encode(sample()).value();
     const auto result = GlanceCodec::decode(bytes, "brimlet.json");
-    ASSERT_NE(result.record(), nullptr) << (result.reason() ? *result.reason() : "");
-    EXPECT_EQ(*result.record(), sample());
+    ASSERT_TRUE(result.ok()) << result.status().message();
+    EXPECT_EQ(result.value(), sample());
 }
 
 // A valid record with one key replaced by raw JSON text.
@@ -158,12 +158,14 @@ TEST(GlanceCodec, DecodeReasonsForHostileRecords) {
     };
     for (const Case& c : cases) {
         const auto result = GlanceCodec::decode(c.bytes, c.file);
-        std::string got;
-        if (result.record()) got = "valid";
-        else if (auto* s = std::get_if<GlanceReadResult::Skipped>(&result.value))
-            got = "skipped " + std::to_string(s->contract);
-        else got = *result.reason();
-        EXPECT_EQ(got, c.expected) << c.what;
+        // A later contract is skipped, not taken for damage; every other refusal is damaged data.
+        const bool skipped = c.expected.rfind("skipped ", 0) == 0;
+        const kestrow::Cause cause = c.expected == "valid" ? kestrow::Cause::ok
+                                     : skipped             ? kestrow::Cause::failedPrecondition
+                                                           : kestrow::Cause::dataLoss;
+        EXPECT_EQ(result.status().cause(), cause) << c.what;
+        const std::string got = result.ok() ? "valid" : result.status().message();
+        EXPECT_EQ(got, skipped ? "contract " + c.expected.substr(8) : c.expected) << c.what;
     }
 }
 

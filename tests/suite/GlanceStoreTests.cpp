@@ -50,11 +50,15 @@ TEST(GlanceStore, WritesAtomicallyAndReadsEveryone) {
 
     const auto all = store.readAll();
     ASSERT_EQ(all.size(), 6u);  // dismel has no file
-    EXPECT_EQ(*all.at(SuiteApp::brimlet).record(), record(SuiteApp::brimlet, 100));
-    EXPECT_EQ(*all.at(SuiteApp::garrow).reason(), "JSON");
-    EXPECT_EQ(*all.at(SuiteApp::jessap).reason(), "not a regular file");
-    EXPECT_EQ(*all.at(SuiteApp::corvane).reason(), "unreadable (errno " + std::to_string(ELOOP) + ")");
-    EXPECT_EQ(*all.at(SuiteApp::hollin).reason(), "not a regular file");  // and it did not block
+    EXPECT_EQ(all.at(SuiteApp::brimlet).value(), record(SuiteApp::brimlet, 100));
+    EXPECT_EQ(all.at(SuiteApp::garrow).status().message(), "JSON");
+    EXPECT_EQ(all.at(SuiteApp::jessap).status().message(), "not a regular file");
+    EXPECT_EQ(all.at(SuiteApp::corvane).status().message(), "unreadable (errno " + std::to_string(ELOOP) + ")");
+    EXPECT_EQ(all.at(SuiteApp::hollin).status().message(), "not a regular file");  // and it did not block
+    // Bytes that are not a record are damaged; a file the protected read turned away is refused.
+    EXPECT_EQ(all.at(SuiteApp::garrow).status().cause(), kestrow::Cause::dataLoss);
+    for (SuiteApp app : {SuiteApp::jessap, SuiteApp::corvane, SuiteApp::hollin})
+        EXPECT_EQ(all.at(app).status().cause(), kestrow::Cause::permissionDenied) << app.rawValue();
     EXPECT_FALSE(store.read(SuiteApp::dismel));
     EXPECT_EQ(store.write(GlanceRecord(SuiteApp::brimlet, false, GlanceState::running, 1, 99, GlanceLevel::ok, {})),
               kestrow::Status::failure(kestrow::Cause::invalidArgument, "ttl: 3-60"));
@@ -70,7 +74,7 @@ TEST(GlanceStore, APlainFileInPlaceOfTheFolderIsNotMissing) {
     const auto all = store.readAll();
     ASSERT_EQ(all.size(), SuiteApp::allCases().size());
     for (const auto& [app, result] : all)
-        EXPECT_EQ(*result.reason(), "unreadable (errno " + std::to_string(ENOTDIR) + ")") << app.rawValue();
+        EXPECT_EQ(result.status().message(), "unreadable (errno " + std::to_string(ENOTDIR) + ")") << app.rawValue();
     EXPECT_EQ(safeRead(temp / "absent/brimlet.json", 10), (SafeRead{SafeRead::Missing{}}));
     EXPECT_EQ(safeRead(temp / "absent.json", 10), (SafeRead{SafeRead::Missing{}}));
 }
@@ -82,7 +86,7 @@ TEST(GlanceStore, ProtectedReadLimitsAndOwner) {
     const SafeRead read = safeRead(big, GlanceStore::readLimit);
     ASSERT_TRUE(std::holds_alternative<SafeRead::Data>(read.value));
     EXPECT_EQ(std::get<SafeRead::Data>(read.value).bytes.size(), 2049u);
-    EXPECT_EQ(*GlanceCodec::decode(std::get<SafeRead::Data>(read.value).bytes, "brimlet.json").reason(),
+    EXPECT_EQ(GlanceCodec::decode(std::get<SafeRead::Data>(read.value).bytes, "brimlet.json").status().message(),
               "size: at most 2,048 bytes");
 
     const std::string foreign = temp / "foreign.json";
@@ -110,7 +114,7 @@ TEST(GlanceStore, ReadersNeverSeeATornRecord) {
     while (!done || reads < 5000) {
         auto result = store.read(SuiteApp::brimlet);
         ++reads;
-        if (!result || !result->record()) ++bad;
+        if (!result || result->failed()) ++bad;
     }
     writer.join();
     EXPECT_EQ(bad, 0) << "of " << reads << " reads";
@@ -222,7 +226,7 @@ TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFo
     struct Case {
         const char* what;
         std::function<void(const SuiteFolder&)> layOut;
-        std::optional<SuiteFolderFault::Kind> fault;
+        std::optional<kestrow::Cause> fault;
     };
     const Case cases[] = {
         {"glances a link",
@@ -230,10 +234,10 @@ TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFo
              ASSERT_EQ(::mkdir(f.url.c_str(), 0700), 0);
              ASSERT_EQ(::symlink(victim.path().c_str(), f.glancesURL().c_str()), 0);
          },
-         SuiteFolderFault::Kind::notPrivate},
+         kestrow::Cause::permissionDenied},
         {"the folder a link",
          [&](const SuiteFolder& f) { ASSERT_EQ(::symlink(victim.path().c_str(), f.url.c_str()), 0); },
-         SuiteFolderFault::Kind::notPrivate},
+         kestrow::Cause::permissionDenied},
         {"loose modes",
          [&](const SuiteFolder& f) {
              ASSERT_EQ(::mkdir(f.url.c_str(), 0700), 0);
@@ -242,8 +246,7 @@ TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFo
              ASSERT_EQ(::chmod(f.glancesURL().c_str(), 0755), 0);
          },
          std::nullopt},
-        {"a file in the way", [&](const SuiteFolder& f) { writeFile(f.url, "x"); },
-         SuiteFolderFault::Kind::unavailable},
+        {"a file in the way", [&](const SuiteFolder& f) { writeFile(f.url, "x"); }, kestrow::Cause::unavailable},
     };
     int n = 0;
     for (const Case& c : cases) {
@@ -257,11 +260,10 @@ TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFo
         EXPECT_FALSE(settings.write(folder).ok() && c.fault);
         EXPECT_TRUE(std::filesystem::is_empty(victim.path()));
         if (c.fault) {
-            ASSERT_TRUE(std::holds_alternative<SuiteFolderFault>(opened));
-            EXPECT_EQ(std::get<SuiteFolderFault>(opened).kind, *c.fault);
+            EXPECT_EQ(opened.status().cause(), *c.fault);
             continue;
         }
-        ASSERT_TRUE(std::holds_alternative<OpenSuiteFolder>(opened));
+        ASSERT_TRUE(opened.ok()) << opened.status().message();
         struct stat st {};
         ASSERT_EQ(::stat(folder.url.c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 07777, 0700u);
@@ -269,7 +271,7 @@ TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFo
         EXPECT_EQ(st.st_mode & 07777, 0700u);
 
         // The path swapped for a link after the check: the held folder still takes the writes.
-        const OpenSuiteFolder& held = std::get<OpenSuiteFolder>(opened);
+        const OpenSuiteFolder& held = *opened;
         std::filesystem::rename(folder.glancesURL(), temp / "moved-glances");
         ASSERT_EQ(::symlink(victim.path().c_str(), folder.glancesURL().c_str()), 0);
         EXPECT_FALSE(held.stillNamed());
@@ -282,8 +284,7 @@ TEST(SuiteFolder, OnlyPrivateFoldersOfThisUserAreUsedAndWritesGoThroughTheHeldFo
     ASSERT_TRUE(foreign.prepare().ok());
     ASSERT_EQ(::chown(foreign.url.c_str(), 4242, 4242), 0);
     auto opened = OpenSuiteFolder::prepare(foreign);
-    ASSERT_TRUE(std::holds_alternative<SuiteFolderFault>(opened));
-    EXPECT_EQ(std::get<SuiteFolderFault>(opened).kind, SuiteFolderFault::Kind::notPrivate);
+    EXPECT_EQ(opened.status().cause(), kestrow::Cause::permissionDenied);
 }
 
 TEST(SuiteFolder, ReachableFoldersInsideAndOutsideASandbox) {

@@ -131,7 +131,7 @@ bool eventually(const std::function<bool()>& condition, double seconds) {
 
 bool recordSaysHosting(const SuiteFolder& folder, SuiteApp app) {
     const auto result = GlanceStore{folder}.read(app);
-    return result && result->record() && result->record()->hosting && result->record()->state == GlanceState::running;
+    return result && result->ok() && result->value().hosting && result->value().state == GlanceState::running;
 }
 
 TEST(SuiteMembers, OneHostsTheOtherTakesOverAndAStoppedMemberIsDroppedAtOnce) {
@@ -174,8 +174,8 @@ TEST(SuiteMembers, OneHostsTheOtherTakesOverAndAStoppedMemberIsDroppedAtOnce) {
     const int stopped = corvane.reap(5.0);
     EXPECT_TRUE(WIFEXITED(stopped) && WEXITSTATUS(stopped) == 0);
     const auto corvaneRecord = GlanceStore{folder}.read(SuiteApp::corvane);
-    ASSERT_TRUE(corvaneRecord && corvaneRecord->record());
-    EXPECT_EQ(corvaneRecord->record()->state, GlanceState::stopped);
+    ASSERT_TRUE(corvaneRecord && corvaneRecord->ok());
+    EXPECT_EQ(corvaneRecord->value().state, GlanceState::stopped);
     EXPECT_TRUE(
         waiting->waitFor([](const std::string& l) { return l.find("corvane=notRunning") != std::string::npos; }, 2.0))
         << transcript();
@@ -186,14 +186,14 @@ TEST(SuiteMembers, OneHostsTheOtherTakesOverAndAStoppedMemberIsDroppedAtOnce) {
     const int last = waiting->reap(5.0);
     EXPECT_TRUE(WIFEXITED(last) && WEXITSTATUS(last) == 0);
     const auto lastRecord = GlanceStore{folder}.read(waitingApp);
-    ASSERT_TRUE(lastRecord && lastRecord->record());
-    EXPECT_EQ(lastRecord->record()->state, GlanceState::stopped);
-    EXPECT_FALSE(lastRecord->record()->hosting);
+    ASSERT_TRUE(lastRecord && lastRecord->ok());
+    EXPECT_EQ(lastRecord->value().state, GlanceState::stopped);
+    EXPECT_FALSE(lastRecord->value().hosting);
 }
 
 bool freshRecordIn(const SuiteFolder& folder, SuiteApp app) {
     const auto result = GlanceStore{folder}.read(app);
-    return result && result->record() && result->record()->isFresh(wallSeconds());
+    return result && result->ok() && result->value().isFresh(wallSeconds());
 }
 
 // Running members whose "glances" folder is deleted, then replaced by a new folder, go on: each

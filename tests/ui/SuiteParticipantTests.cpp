@@ -128,8 +128,8 @@ protected:
 
     std::optional<GlanceRecord> onDisk(SuiteApp app) {
         const auto result = GlanceStore{folder}.read(app);
-        if (!result || !result->record()) return std::nullopt;
-        return *result->record();
+        if (!result || result->failed()) return std::nullopt;
+        return result->value();
     }
 
     // Any event in the folder makes the participant look at once, between its ticks.

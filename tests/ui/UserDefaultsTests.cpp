@@ -30,8 +30,8 @@ void checkKinds(UserDefaults& defaults) {
     };
     for (const Case& c : cases) {
         ASSERT_TRUE(defaults.set("key", c.stored).ok());
-        EXPECT_EQ(defaults.boolean("key"), c.boolean) << writeJson(c.stored).value_or("?");
-        EXPECT_EQ(defaults.number("key"), c.number) << writeJson(c.stored).value_or("?");
+        EXPECT_EQ(defaults.boolean("key"), c.boolean) << (writeJson(c.stored).ok() ? *writeJson(c.stored) : "?");
+        EXPECT_EQ(defaults.number("key"), c.number) << (writeJson(c.stored).ok() ? *writeJson(c.stored) : "?");
         EXPECT_EQ(defaults.value("key"), c.stored);
     }
     ASSERT_TRUE(defaults.remove("key").ok());

@@ -176,37 +176,39 @@ std::string FreedesktopTrash::trashInfo(std::string_view path, kestrow::Date del
     return "[Trash Info]\nPath=" + escapePath(path) + "\nDeletionDate=" + date + "\n" + ownMarker + "\n";
 }
 
-TrashLocation FreedesktopTrash::trashFor(const std::string& path) const {
+kestrow::Result<std::string> FreedesktopTrash::trashFor(const std::string& path) const {
     const auto itemDevice = device(path);
-    if (!itemDevice) return {"", errnoText("cannot find " + path, errno)};
+    if (!itemDevice) return kestrow::Status::failure(errnoText("cannot find " + path, errno));
     return trashFor(path, *itemDevice);
 }
 
-TrashLocation FreedesktopTrash::trashFor(const std::string& path, dev_t itemDeviceValue) const {
+kestrow::Result<std::string> FreedesktopTrash::trashFor(const std::string& path, dev_t itemDeviceValue) const {
     const std::optional<dev_t> itemDevice = itemDeviceValue;
     int lastError = 0;
     const std::string homeParent = parentOf(homeTrash_);
     if (makeFolders(homeParent)) {
-        if (device(homeParent) == itemDevice) return {homeTrash_, ""};
+        if (device(homeParent) == itemDevice) return homeTrash_;
     } else {
         lastError = errno;
     }
     const std::string top = mountTop(path, *itemDevice);
     // A mounted file system cannot be renamed into a trash, least of all one inside itself.
-    if (top == path) return {"", "no Trash on the volume of " + path + ": it is the root of a mounted file system"};
+    if (top == path)
+        return kestrow::Status::failure("no Trash on the volume of " + path +
+                                        ": it is the root of a mounted file system");
     const std::string uid = std::to_string(::getuid());
     const std::string base = top == "/" ? "" : top;
     const std::string shared = base + "/.Trash";
     struct stat st {};
     // A shared .Trash counts only when it is a real folder with the sticky bit, never a link.
     if (::lstat(shared.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX)) {
-        if (makeOwnFolder(shared + "/" + uid)) return {shared + "/" + uid, ""};
+        if (makeOwnFolder(shared + "/" + uid)) return shared + "/" + uid;
         lastError = errno;
     }
     const std::string own = base + "/.Trash-" + uid;
-    if (makeOwnFolder(own)) return {own, ""};
+    if (makeOwnFolder(own)) return own;
     lastError = errno != 0 ? errno : lastError;
-    return {"", errnoText("no Trash on the volume of " + path, lastError)};
+    return kestrow::Status::failure(errnoText("no Trash on the volume of " + path, lastError));
 }
 
 void FreedesktopTrash::removeOrphans(const std::string& trashFolder) const {
@@ -253,12 +255,12 @@ kestrow::Status FreedesktopTrash::trash(const PinnedItem& item) const {
     // The device lookup may be replaced (tests stand a mount in); the item's own device otherwise.
     const dev_t itemDevice = deviceOf ? deviceOf(item.path).value_or(static_cast<dev_t>(item.status.device))
                                       : static_cast<dev_t>(item.status.device);
-    const TrashLocation location = trashFor(item.path, itemDevice);
-    if (!location.found()) return kestrow::Status::failure(location.failure);
-    const std::string filesPath = location.folder + "/files", infoPath = location.folder + "/info";
+    const kestrow::Result<std::string> location = trashFor(item.path, itemDevice);
+    if (location.failed()) return location.status();
+    const std::string filesPath = *location + "/files", infoPath = *location + "/info";
     if (!makeFolders(filesPath) || !makeFolders(infoPath))
         return kestrow::Status::failure(errnoText("cannot create the Trash", errno));
-    removeOrphans(location.folder);
+    removeOrphans(*location);
     const Descriptor files = openTrashFolder(filesPath), info = openTrashFolder(infoPath);
     if (!files.valid() || !info.valid()) return kestrow::Status::failure(errnoText("cannot open the Trash", errno));
     struct stat filesStatus {};

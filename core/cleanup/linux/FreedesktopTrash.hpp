@@ -18,13 +18,6 @@
 
 namespace brimlet {
 
-// Where an item would go, or why it cannot go anywhere.
-struct [[nodiscard]] TrashLocation {
-    std::string folder;   // the trash folder (holding files/ and info/); empty when there is none
-    std::string failure;  // when there is none: what went wrong, with the system's reason
-    bool found() const { return !folder.empty(); }
-};
-
 class FreedesktopTrash {
 public:
     // The line that marks an info file as written by this program. Readers of the Trash ignore
@@ -47,10 +40,11 @@ public:
     // The same for a path, pinned first (no link anywhere on it).
     kestrow::Status trash(const std::string& path) const;
 
-    // The trash that takes items from this mount: the home trash when the item lives on the same
-    // device, else $topdir/.Trash/$uid (only below a real, sticky .Trash) or $topdir/.Trash-$uid.
-    TrashLocation trashFor(const std::string& path) const;
-    TrashLocation trashFor(const std::string& path, dev_t itemDevice) const;
+    // The trash folder (holding files/ and info/) that takes items from this mount: the home trash
+    // when the item lives on the same device, else $topdir/.Trash/$uid (only below a real, sticky
+    // .Trash) or $topdir/.Trash-$uid. When there is none, what went wrong, with the system's reason.
+    [[nodiscard]] kestrow::Result<std::string> trashFor(const std::string& path) const;
+    [[nodiscard]] kestrow::Result<std::string> trashFor(const std::string& path, dev_t itemDevice) const;
 
     // Removes, from a trash folder, info files this program wrote whose item never arrived in
     // files/ (the program was stopped between the two steps) and its own stale temporary files,

@@ -81,7 +81,7 @@ std::uint64_t allocated(const std::string& path) {
 
 kestrow::JsonValue parsed(const std::string& text) {
     auto result = kestrow::parseJson(text);
-    if (auto* value = std::get_if<kestrow::JsonValue>(&result)) return *value;
+    if (result.ok()) return *result;
     ADD_FAILURE() << "not JSON: " << text;
     return {};
 }

@@ -19,7 +19,9 @@ struct ScriptedCentre final : NotificationCentre {
     std::vector<Answer> pendingQuestions;
     std::vector<std::pair<Alert, Answer>> added;
 
-    std::string unavailableReason() const override { return unavailable; }
+    kestrow::Status availability() const override {
+        return unavailable.empty() ? kestrow::Status::success() : kestrow::Status::failure(unavailable);
+    }
     void requestAuthorisation(Answer answered) override {
         ++questions;
         pendingQuestions.push_back(std::move(answered));
@@ -63,7 +65,8 @@ TEST_F(NotifierRig, AlertsWaitForTheOneQuestionThenGoOnInOrderWhateverTheAnswer)
         EXPECT_EQ(centre->questions, 1);
         EXPECT_TRUE(centre->added.empty()) << "nothing goes to the centre while the question is open";
 
-        centre->pendingQuestions.front()(refusal);
+        centre->pendingQuestions.front()(refusal.empty() ? kestrow::Status::success()
+                                                         : kestrow::Status::failure(refusal));
         EXPECT_TRUE(centre->added.empty()) << "the answer is heard on the main loop, not on the centre's queue";
         loop.runPending();
         EXPECT_EQ(addedTitles(), (std::vector<std::string>{"first", "second"}));
@@ -73,9 +76,10 @@ TEST_F(NotifierRig, AlertsWaitForTheOneQuestionThenGoOnInOrderWhateverTheAnswer)
         EXPECT_EQ(addedTitles(), (std::vector<std::string>{"first", "second", "third"}));
 
         // The centre's own answer decides each alert.
-        centre->added[0].second("");
-        centre->added[1].second("Notifications are not allowed for this application (UNErrorDomain 1)");
-        centre->added[2].second("");
+        centre->added[0].second(kestrow::Status::success());
+        centre->added[1].second(
+            kestrow::Status::failure("Notifications are not allowed for this application (UNErrorDomain 1)"));
+        centre->added[2].second(kestrow::Status::success());
         EXPECT_TRUE(answers.empty());
         loop.runPending();
         EXPECT_EQ(answers,
@@ -86,9 +90,9 @@ TEST_F(NotifierRig, AlertsWaitForTheOneQuestionThenGoOnInOrderWhateverTheAnswer)
 TEST_F(NotifierRig, AnswersFromAnotherThreadReachTheMainLoop) {
     make();
     post(alert(AlertKind::memoryPressure, "first"));
-    std::thread([answer = centre->pendingQuestions.front()] { answer(""); }).join();
+    std::thread([answer = centre->pendingQuestions.front()] { answer(kestrow::Status::success()); }).join();
     ASSERT_TRUE(loop.runUntil([&] { return !centre->added.empty(); }, 5.0));
-    std::thread([answer = centre->added.front().second] { answer(""); }).join();
+    std::thread([answer = centre->added.front().second] { answer(kestrow::Status::success()); }).join();
     ASSERT_TRUE(loop.runUntil([&] { return !answers.empty(); }, 5.0));
     EXPECT_EQ(answers.front(), (std::pair<std::string, bool>{"first", true}));
 }
@@ -107,15 +111,15 @@ TEST_F(NotifierRig, NoAnswerArrivesAfterTheNotifierIsGone) {
     make();
     post(alert(AlertKind::memoryPressure, "asked"));
     NotificationCentre::Answer question = centre->pendingQuestions.front();
-    question("");
+    question(kestrow::Status::success());
     loop.runPending();
     post(alert(AlertKind::lowDisk, "added"));
     NotificationCentre::Answer delivery = centre->added.back().second;
     // The centre's answers outlive the notifier (they sit in the system's queue).
     std::unique_ptr<AuthorisedNotifier> gone = std::move(notifier);
     gone.reset();
-    delivery("");
-    question("");
+    delivery(kestrow::Status::success());
+    question(kestrow::Status::success());
     loop.runPending();
     EXPECT_TRUE(answers.empty());
 }

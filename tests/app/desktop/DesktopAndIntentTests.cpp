@@ -182,8 +182,8 @@ TEST_F(DesktopRig, EachNewGlanceIsPublishedAsTheSuiteRecord) {
     ASSERT_TRUE(rig.settle([&] { return ticks == 1; }));
     EXPECT_GE(dock->refreshes, 1);
     const auto read = GlanceStore{folder}.read(SuiteApp::brimlet);
-    ASSERT_TRUE(read && read->record()) << (read && read->reason() ? *read->reason() : "no record");
-    const GlanceRecord& record = *read->record();
+    ASSERT_TRUE(read && read->ok()) << (read ? read->status().message() : "no record");
+    const GlanceRecord& record = read->value();
     EXPECT_EQ(record.state, GlanceState::running);
     EXPECT_EQ(record.ttl, 10);
     EXPECT_EQ(record.level, kestrow::suite::GlanceLevel::ok);
@@ -199,7 +199,7 @@ TEST_F(DesktopRig, EachNewGlanceIsPublishedAsTheSuiteRecord) {
     store->surfaceAppeared();
     rig.loop.advance(MonitorStore::liveInterval);
     ASSERT_TRUE(rig.settle([&] { return ticks == 2; }));
-    const GlanceRecord updated = *GlanceStore{folder}.read(SuiteApp::brimlet)->record();
+    const GlanceRecord updated = GlanceStore{folder}.read(SuiteApp::brimlet)->value();
     EXPECT_EQ(updated.level, kestrow::suite::GlanceLevel::alert);
     EXPECT_EQ(updated.metrics[0].level, kestrow::suite::GlanceLevel::alert);
 }
@@ -330,7 +330,7 @@ TEST(BrimletApplication, ReopensHostingAndAStoppedRecordAtTheEnd) {
     writeMember(folder, rig.loop, GlanceState::running);
     rig.loop.folderChanged(folder.glancesURL());
     ASSERT_TRUE(rig.loop.runUntil([&] { return app.participant().isHost(); }, 5));
-    EXPECT_TRUE(GlanceStore{folder}.read(SuiteApp::brimlet)->record()->hosting);
+    EXPECT_TRUE(GlanceStore{folder}.read(SuiteApp::brimlet)->value().hosting);
     EXPECT_FALSE(app.participant().showsOwnIcon());
     ASSERT_TRUE(rig.loop.runUntil([&] { return !ownIconSeen.empty() && !ownIconSeen.back(); }, 5));
 
@@ -347,7 +347,7 @@ TEST(BrimletApplication, ReopensHostingAndAStoppedRecordAtTheEnd) {
     EXPECT_EQ(opened, (std::vector<std::string>{"cleanup", "dashboard"}));
 
     app.shutdown();
-    EXPECT_EQ(GlanceStore{folder}.read(SuiteApp::brimlet)->record()->state, GlanceState::stopped);
+    EXPECT_EQ(GlanceStore{folder}.read(SuiteApp::brimlet)->value().state, GlanceState::stopped);
     EXPECT_TRUE(lockIsFree(folder.lockURL()));
 }
 

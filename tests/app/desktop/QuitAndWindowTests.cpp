@@ -2,7 +2,6 @@
 
 #include "app/desktop/BrimletWindows.hpp"
 #include "app/desktop/QuitRule.hpp"
-#include "app/desktop/ReopenRule.hpp"
 #include "app/stores/CleanupPhase.hpp"
 
 namespace brimlet {
@@ -106,15 +105,6 @@ TEST(QuitRule, IdleQuitIsRefusedOnlyWhileTheUserIsWorking) {
         EXPECT_EQ(reply.answer, c.answer) << c.what;
         EXPECT_EQ(reply.logMessage, c.log ? std::optional<std::string>(c.log) : std::nullopt) << c.what;
     }
-}
-
-TEST(ReopenRule, OpensTheDashboardOnlyForADeliberateReopenWithoutOwnIcon) {
-    ReopenSuppression lastIntent;
-    lastIntent.noteRequest(50.0);
-    EXPECT_FALSE(ReopenRule::opensDashboard(lastIntent, 50.3, 50.8, false));
-    EXPECT_TRUE(ReopenRule::opensDashboard(lastIntent, 51.0, 51.5, false));
-    EXPECT_FALSE(ReopenRule::opensDashboard(lastIntent, 51.0, 51.5, true));  // its own icon is there to click
-    EXPECT_TRUE(ReopenRule::opensDashboard(ReopenSuppression(), 0.1, 0.6, false));
 }
 
 }  // namespace

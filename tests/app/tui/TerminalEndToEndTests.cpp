@@ -121,15 +121,15 @@ TEST_F(TerminalEndToEnd, OverviewAppsAndAQuitThatLeavesTheSuiteCleanly) {
     ASSERT_TRUE(waitUntil(
         [&] {
             const auto read = GlanceStore{folder}.read(SuiteApp::brimlet);
-            return read && read->record() && read->record()->state == GlanceState::running;
+            return read && read->ok() && read->value().state == GlanceState::running;
         },
         30))
         << log();
     keys({"q"});
     ASSERT_TRUE(waitUntil([&] { return sessionEnded(); }, 30)) << screen();
     const auto last = GlanceStore{folder}.read(SuiteApp::brimlet);
-    ASSERT_TRUE(last && last->record());
-    EXPECT_EQ(last->record()->state, GlanceState::stopped);
+    ASSERT_TRUE(last && last->ok());
+    EXPECT_EQ(last->value().state, GlanceState::stopped);
     EXPECT_TRUE(lockIsFree(folder.lockURL()));
 }
 

@@ -2,7 +2,7 @@
  * which only Swift can declare, reach the running application without knowing any C++ type.
  *
  * The header is plain C on purpose: Swift imports it through a module map as C, and C++ includes it
- * through app/IntentBridge.hpp, which gives the functions C linkage.
+ * through app/desktop/IntentBridge.hpp, which gives the functions C linkage.
  *
  * Threads: the ask and open calls run on the main thread (the App Intents' main actor), where the
  * application's stores live. A question, once asked, owns everything it needs; waiting for its
