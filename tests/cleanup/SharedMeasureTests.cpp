@@ -132,9 +132,12 @@ TEST(SharedMeasure, NamesTheMountALoneWalkMeetsFirst) {
     TempFolder temp;
     const std::string root = temp / "tree";
     wide(root);
-    for (const char* mount : {"/w7/mnt-late", "/w3/deeper/still/mnt-deep", "/w250/mnt", "/mnt-top-late/x"})
-        fs::create_directories(root + mount);
-    fs::create_directories(root + "/w3/mnt-early");
+    // Mounts in many folders, at several depths: whichever part a thread finishes first or last
+    // holds one, but only one is met first by a lone walk.
+    for (int i = 0; i < 300; i += 7) {
+        fs::create_directories(root + "/w" + std::to_string(i) + "/mnt");
+        fs::create_directories(root + "/w" + std::to_string(i + 3) + "/deeper/mnt-deep");
+    }
     const EntryReader reader = [](int folder, const char* name) {
         auto status = readEntryStatus(folder, name);
         if (status && std::string_view(name).substr(0, 3) == "mnt") status->device += 1;
@@ -146,6 +149,15 @@ TEST(SharedMeasure, NamesTheMountALoneWalkMeetsFirst) {
         for (int run = 0; run < 6; ++run)
             EXPECT_EQ(SizeMeasurer::censusOn(threads, {root}, never, {}, reader).front(), alone) << threads;
 }
+
+}  // namespace
+
+void PrintTo(const TreeCensus& census, std::ostream* out) {
+    *out << census.bytes << " bytes, " << census.entries << " entries, " << census.unreadable << " unreadable"
+         << (census.exists ? "" : ", missing") << ", mount: " << census.mountInside.value_or("none");
+}
+
+namespace {
 
 // Reading permissions do not stop root, so the census runs in a child that drops to nobody and
 // writes back what it counted.
