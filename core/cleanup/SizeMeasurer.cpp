@@ -98,6 +98,7 @@ void fold(TreeCensus& into, std::optional<std::vector<std::size_t>>& mountAt, Pa
 std::vector<TreeCensus> measure(unsigned threads, std::size_t count, const std::function<Start(std::size_t)>& startOf,
                                 const CancelCheck& isCancelled, const SizeMeasurer::Measured& onMeasured,
                                 const EntryReader& reader) {
+    if (count == 0) return {};
     std::vector<TreeCensus> results(count);
     std::vector<std::optional<std::vector<std::size_t>>> mountsAt(count);
     std::mutex resultsMutex;
