@@ -241,7 +241,7 @@ std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const 
         if (name == "." || name == "..") continue;
         struct stat st {};
         if (::fstatat(::dirfd(dir), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode)) continue;
-        folders.push_back({name, home + "/" + name, 0, 0});
+        folders.push_back({name, (home + "/").append(name), 0, 0});
     }
     ::closedir(dir);
 
