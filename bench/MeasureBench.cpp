@@ -1,18 +1,25 @@
-// Measures a generated tree of small files with SizeMeasurer and with `du -sx -B1`, in the same run.
+// Measures a generated tree of small files with `du -sx -B1`, with SizeMeasurer walking alone on one
+// thread, and with SizeMeasurer sharing the walk among its threads, in the same run: wall-clock and
+// CPU time of each (the median of a few rounds, taken in turn so that each meets the same load).
 //
-//   build/release/bench/measure_bench [files] [folder]
+//   build/release/bench/measure_bench [files] [folder] [threads]
 //
-// The tree is built once under the folder (default: the temporary folder) and removed afterwards.
+// The tree is built once under the folder (default: the temporary folder) and removed afterwards;
+// threads defaults to what the measurer would use here (SizeMeasurer::walkThreads()).
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "core/cleanup/SizeMeasurer.hpp"
 
@@ -35,6 +42,35 @@ std::uint64_t folderBlocks(const std::string& path) {
     }
     ::closedir(dir);
     return sum;
+}
+
+double cpuSeconds(int who) {
+    rusage usage{};
+    ::getrusage(who, &usage);
+    const auto secondsOf = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    return secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
+}
+
+struct Timing {
+    double wall = 0;
+    double cpu = 0;
+};
+
+// Times `run`, whose CPU is counted in `who` (this process's threads, or its waited-for children).
+template <typename Run>
+Timing timed(int who, const Run& run) {
+    const double cpuBefore = cpuSeconds(who);
+    const auto start = std::chrono::steady_clock::now();
+    run();
+    return {seconds(start), cpuSeconds(who) - cpuBefore};
+}
+
+Timing median(std::vector<Timing> rounds) {
+    std::vector<double> walls, cpus;
+    for (const Timing& t : rounds) walls.push_back(t.wall), cpus.push_back(t.cpu);
+    std::sort(walls.begin(), walls.end());
+    std::sort(cpus.begin(), cpus.end());
+    return {walls[walls.size() / 2], cpus[cpus.size() / 2]};
 }
 
 }  // namespace
@@ -61,30 +97,50 @@ int main(int argc, char** argv) {
     std::printf("tree: %ld files in %.1f s under %s\n", files, seconds(build), root.c_str());
     std::system("sync");
 
-    // Warm both the same way: one untimed pass each, so neither pays for a cold cache.
-    brimlet::SizeMeasurer::allocatedSize(root, [] { return false; });
+    const unsigned threads =
+        argc > 3 ? static_cast<unsigned>(std::atoi(argv[3])) : brimlet::SizeMeasurer::walkThreads();
+    const auto measure = [&](unsigned on) {
+        return brimlet::SizeMeasurer::censusOn(on, {root}, [] { return false; }).front();
+    };
     const std::string du = "du -sx -B1 '" + root + "' > /tmp/measure-bench-du.txt";
+
+    // Warm all the same way: one untimed pass each, so none pays for a cold cache.
+    measure(1);
     std::system(du.c_str());
 
-    const auto ours = std::chrono::steady_clock::now();
-    const brimlet::MeasuredSize size = brimlet::SizeMeasurer::allocatedSize(root, [] { return false; });
-    const double oursSeconds = seconds(ours);
-    const auto theirs = std::chrono::steady_clock::now();
-    std::system(du.c_str());
-    const double duSeconds = seconds(theirs);
+    constexpr int roundCount = 5;
+    std::vector<Timing> duRounds, aloneRounds, sharedRounds;
+    brimlet::TreeCensus alone, shared;
+    for (int round = 0; round < roundCount; ++round) {
+        duRounds.push_back(timed(RUSAGE_CHILDREN, [&] { std::system(du.c_str()); }));
+        aloneRounds.push_back(timed(RUSAGE_SELF, [&] { alone = measure(1); }));
+        sharedRounds.push_back(timed(RUSAGE_SELF, [&] { shared = measure(threads); }));
+    }
     unsigned long long duBytes = 0;
     if (FILE* out = std::fopen("/tmp/measure-bench-du.txt", "r")) {
         if (std::fscanf(out, "%llu", &duBytes) != 1) duBytes = 0;
         std::fclose(out);
     }
     const std::uint64_t folders = folderBlocks(root);
+    const Timing duTime = median(duRounds), aloneTime = median(aloneRounds), sharedTime = median(sharedRounds);
 
-    std::printf("SizeMeasurer: %.3f s, %.0f files/s, %llu bytes, %lld unreadable\n", oursSeconds, files / oursSeconds,
-                static_cast<unsigned long long>(size.bytes), static_cast<long long>(size.unreadable));
-    std::printf("du -sx -B1:   %.3f s, %.0f files/s, %llu bytes\n", duSeconds, files / duSeconds, duBytes);
+    std::printf("median of %d rounds; %u threads share the walk (this machine runs %u at once)\n", roundCount, threads,
+                std::thread::hardware_concurrency());
+    const auto line = [&](const char* name, const Timing& t) {
+        std::printf("%-24s wall %.3f s (%.0f files/s), CPU %.3f s, %.2fx du's speed\n", name, t.wall, files / t.wall,
+                    t.cpu, duTime.wall / t.wall);
+    };
+    line("du -sx -B1:", duTime);
+    line("SizeMeasurer, 1 thread:", aloneTime);
+    const std::string sharedName = "SizeMeasurer, " + std::to_string(threads) + " threads:";
+    line(sharedName.c_str(), sharedTime);
+    std::printf("shared walk: %.2fx the lone walk's speed; bytes %s the lone walk's\n",
+                aloneTime.wall / sharedTime.wall, shared == alone ? "equal to" : "DIFFERENT from");
+    std::printf("bytes %llu, %llu entries, %lld unreadable\n", static_cast<unsigned long long>(shared.bytes),
+                static_cast<unsigned long long>(shared.entries), static_cast<long long>(shared.unreadable));
     std::printf("du minus the folders' own blocks (%llu): %llu bytes -> %s\n", static_cast<unsigned long long>(folders),
                 duBytes - static_cast<unsigned long long>(folders),
-                duBytes - folders == size.bytes ? "equal" : "DIFFERENT");
+                duBytes - folders == shared.bytes ? "equal" : "DIFFERENT");
     std::filesystem::remove_all(root);
     return 0;
 }

@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <mutex>
 #include <system_error>
 #include <thread>
 
+#include "ParallelWalk.hpp"
 #include "TreeWalk.hpp"
 #include "base/Checked.hpp"
 
@@ -25,64 +27,157 @@ std::uint64_t MeasureResult::regenerableBytes() const {
 
 namespace {
 
-// Measures the folder behind `dir` (taken over): each entry costs one status read; mounts inside
-// are noted, neither entered nor counted.
-void measureFolder(DIR* dir, const EntryStatus& status, const std::string& path, const CancelCheck& isCancelled,
-                   const EntryReader& reader, TreeCensus& census) {
-    TreeWalk walk;
-    walk.reader = reader;
-    std::uint64_t listed = 0;
-    walk.entry = [&](int, const char* name, const EntryStatus* entry, int) {
-        if (++listed % SizeMeasurer::cancelInterval == 0 && isCancelled()) return TreeWalk::Next::stop;
-        if (!entry) return TreeWalk::Next::skip;  // vanished: skip
-        if (crossesFileSystem(*entry, status.device)) {
-            if (!census.mountInside) census.mountInside = walk.pathOf(name);
-            return TreeWalk::Next::skip;
-        }
-        ++census.entries;
-        if (entry->isDirectory()) return TreeWalk::Next::descend;
-        census.bytes = kestrow::checkedAdd(census.bytes, entry->allocatedBytes, "measured size overflow");
-        return TreeWalk::Next::skip;
-    };
-    // A folder that cannot be entered or listed (or that changed on the way) is not summed.
-    walk.trouble = [&](const char*, TreeWalk::Trouble) {
-        ++census.unreadable;
-        return true;
-    };
-    walk.run(dir, status, path);
+// Where a census starts: the path's own status (none when it cannot be read, or is no longer the
+// pinned file) and, for a folder, its descriptor, opened and checked.
+struct Start {
+    std::optional<EntryStatus> status;
+    DIR* dir = nullptr;
+    std::string path;
+};
+
+Start startAt(const std::string& path, const EntryReader& reader) {
+    Start start{reader(AT_FDCWD, path.c_str()), nullptr, path};
+    if (start.status && start.status->isDirectory())
+        start.dir = openListedFolder(AT_FDCWD, path.c_str(), *start.status);
+    return start;
 }
 
-TreeCensus censusOf(const EntryStatus& status, DIR* dir, const std::string& path, const CancelCheck& isCancelled,
-                    const EntryReader& reader) {
-    TreeCensus census;
+Start startAt(const PinnedItem& item, const EntryReader& reader) {
+    Start start{reader(item.parent.get(), item.name.c_str()), nullptr, item.path};
+    if (start.status && !(FileIdentity::of(*start.status) == item.identity())) start.status.reset();
+    if (start.status && start.status->isDirectory())
+        start.dir = openListedFolder(item.parent.get(), item.name.c_str(), *start.status);
+    return start;
+}
+
+// What a census knows before any walk: the path itself. True when a folder is left to walk.
+bool begin(const Start& start, TreeCensus& census) {
+    if (!start.status) {
+        census = {0, 1, 0, false, std::nullopt, std::nullopt};
+        return false;
+    }
     census.exists = true;
-    census.identity = FileIdentity::of(status);
-    if (!status.isDirectory()) {
-        census.bytes = status.allocatedBytes;
-        return census;
+    census.identity = FileIdentity::of(*start.status);
+    if (!start.status->isDirectory()) {
+        census.bytes = start.status->allocatedBytes;
+        return false;
     }
-    if (!dir) {
+    if (!start.dir) {
         census.unreadable = 1;
-        return census;
+        return false;
     }
-    measureFolder(dir, status, path, isCancelled, reader, census);
-    return census;
+    return true;
+}
+
+// One thread's entries since it last asked whether to stop; apart from the others' so that no two
+// threads write to one cache line.
+struct alignas(64) Listed {
+    std::uint64_t count = 0;
+};
+
+// What the walk of one folder (a whole tree, or a part handed over) adds up.
+struct Part {
+    TreeCensus census;
+    std::vector<std::size_t> mountAt;  // where the mount noted lies, to keep the one met first
+};
+
+// Folds a part into its tree's census. Of two mounts, the one a lone walk meets first is kept, so
+// the text names the same mount however the tree was shared out.
+void fold(TreeCensus& into, std::optional<std::vector<std::size_t>>& mountAt, Part& part) {
+    into.bytes = kestrow::checkedAdd(into.bytes, part.census.bytes, "measured size overflow");
+    into.unreadable += part.census.unreadable;
+    into.entries += part.census.entries;
+    if (part.census.mountInside && (!mountAt || part.mountAt < *mountAt)) {
+        into.mountInside = std::move(part.census.mountInside);
+        mountAt = std::move(part.mountAt);
+    }
+}
+
+// Measures each start's tree (each entry costs one status read; mounts inside are noted, neither
+// entered nor counted) on `threads` threads sharing the walks.
+std::vector<TreeCensus> measure(unsigned threads, std::size_t count, const std::function<Start(std::size_t)>& startOf,
+                                const CancelCheck& isCancelled, const SizeMeasurer::Measured& onMeasured,
+                                const EntryReader& reader) {
+    if (count == 0) return {};
+    std::vector<TreeCensus> results(count);
+    std::vector<std::optional<std::vector<std::size_t>>> mountsAt(count);
+    std::mutex resultsMutex;
+    ParallelWalk crew(threads, threads * SizeMeasurer::waitingPerThread);
+    std::vector<Listed> listed(crew.threads());
+    std::atomic<std::size_t> measured{0};
+
+    const auto open = [&](std::size_t tree) -> std::optional<ParallelWalk::Folder> {
+        const Start start = startOf(tree);
+        TreeCensus begun;
+        const bool walk = begin(start, begun);
+        std::lock_guard lock(resultsMutex);
+        results[tree] = std::move(begun);
+        if (!walk) return std::nullopt;
+        return ParallelWalk::Folder{start.dir, *start.status, start.path, {}, tree};
+    };
+    const auto walkFolder = [&](unsigned thread, ParallelWalk::Folder& folder) {
+        Part part;
+        TreeWalk walk;
+        walk.reader = reader;
+        crew.share(walk, folder);
+        std::uint64_t& sinceAsked = listed[thread].count;
+        walk.entry = [&](int, const char* name, const EntryStatus* entry, int) {
+            if (crew.stopped()) return TreeWalk::Next::stop;
+            if (++sinceAsked % SizeMeasurer::cancelInterval == 0 && isCancelled()) {
+                crew.stop();
+                return TreeWalk::Next::stop;
+            }
+            if (!entry) return TreeWalk::Next::skip;  // vanished: skip
+            if (crossesFileSystem(*entry, folder.status.device)) {
+                if (!part.census.mountInside) {
+                    part.census.mountInside = walk.pathOf(name);
+                    part.mountAt = folder.position;
+                    for (std::size_t place : walk.position()) part.mountAt.push_back(place);
+                }
+                return TreeWalk::Next::skip;
+            }
+            ++part.census.entries;
+            if (entry->isDirectory()) return TreeWalk::Next::descend;
+            part.census.bytes = kestrow::checkedAdd(part.census.bytes, entry->allocatedBytes, "measured size overflow");
+            return TreeWalk::Next::skip;
+        };
+        // A folder that cannot be entered or listed (or that changed on the way) is not summed.
+        walk.trouble = [&](const char*, TreeWalk::Trouble) {
+            ++part.census.unreadable;
+            return true;
+        };
+        walk.run(folder.dir, folder.status, folder.path);
+        std::lock_guard lock(resultsMutex);
+        fold(results[folder.tree], mountsAt[folder.tree], part);
+    };
+    const auto finished = [&](std::size_t) {
+        const std::size_t done = ++measured;
+        if (onMeasured) onMeasured(done, count);
+    };
+    crew.run(count, open, walkFolder, finished);
+    return results;
 }
 
 }  // namespace
 
+unsigned SizeMeasurer::walkThreads() { return std::clamp(std::thread::hardware_concurrency(), 1u, maxThreads); }
+
+std::vector<TreeCensus> SizeMeasurer::censusOn(unsigned threads, const std::vector<std::string>& paths,
+                                               const CancelCheck& isCancelled, const Measured& onMeasured,
+                                               const EntryReader& reader) {
+    return measure(
+        threads, paths.size(), [&](std::size_t i) { return startAt(paths[i], reader); }, isCancelled, onMeasured,
+        reader);
+}
+
 TreeCensus SizeMeasurer::census(const std::string& path, const CancelCheck& isCancelled, const EntryReader& reader) {
-    const auto status = reader(AT_FDCWD, path.c_str());
-    if (!status) return {0, 1, 0, false, std::nullopt, std::nullopt};
-    DIR* dir = status->isDirectory() ? openListedFolder(AT_FDCWD, path.c_str(), *status) : nullptr;
-    return censusOf(*status, dir, path, isCancelled, reader);
+    return censusOn(walkThreads(), {path}, isCancelled, {}, reader).front();
 }
 
 TreeCensus SizeMeasurer::census(const PinnedItem& item, const CancelCheck& isCancelled, const EntryReader& reader) {
-    const auto status = reader(item.parent.get(), item.name.c_str());
-    if (!status || !(FileIdentity::of(*status) == item.identity())) return {0, 1, 0, false, std::nullopt, std::nullopt};
-    DIR* dir = status->isDirectory() ? openListedFolder(item.parent.get(), item.name.c_str(), *status) : nullptr;
-    return censusOf(*status, dir, item.path, isCancelled, reader);
+    return measure(
+               walkThreads(), 1, [&](std::size_t) { return startAt(item, reader); }, isCancelled, {}, reader)
+        .front();
 }
 
 MeasuredSize SizeMeasurer::allocatedSize(const std::string& path, const CancelCheck& isCancelled,
@@ -112,6 +207,13 @@ void SizeMeasurer::concurrently(std::size_t count, const std::function<void(std:
 
 std::vector<TreeCensus> SizeMeasurer::censusAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
                                                 const Measured& onMeasured) {
+    const unsigned sharing = walkThreads();
+    if (sharing > 1) {
+        const auto threads =
+            static_cast<unsigned>(std::min<std::size_t>(maxThreads, std::max<std::size_t>(paths.size(), sharing)));
+        return censusOn(threads, paths, isCancelled, onMeasured);
+    }
+    // One processor: the threads only overlap their waits on the disk, each tree walked alone.
     std::vector<TreeCensus> results(paths.size());
     std::atomic<std::size_t> measured{0};
     concurrently(paths.size(), [&](std::size_t i) {
@@ -139,7 +241,7 @@ std::vector<FolderUsage> SizeMeasurer::homeUsage(const std::string& home, const 
         if (name == "." || name == "..") continue;
         struct stat st {};
         if (::fstatat(::dirfd(dir), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode)) continue;
-        folders.push_back({name, home + "/" + name, 0, 0});
+        folders.push_back({name, (home + "/").append(name), 0, 0});
     }
     ::closedir(dir);
 

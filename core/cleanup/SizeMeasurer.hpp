@@ -56,10 +56,16 @@ struct SizeMeasurer {
     // Measuring runs on at most this many threads however many folders it is given: the disk, not
     // the processor, is what the threads wait on.
     static constexpr unsigned maxThreads = 4;
+    // Folders that may wait for a free thread, per thread sharing the walks.
+    static constexpr std::size_t waitingPerThread = 2;
+    // Threads that may share the walk of one tree: as many as the processor runs at once, within
+    // maxThreads. At one, each tree is walked by one thread, exactly as a lone walk.
+    static unsigned walkThreads();
 
     // Sums allocated bytes below a path: hidden files included, every depth, links never followed
     // (a link counts for its own blocks). Folders that cannot be listed count as unreadable. Like
     // `du -x`, it stays on the path's own file system: a mount inside is neither entered nor counted.
+    // Up to walkThreads() threads share the walk; the reader is called from all of them.
     static MeasuredSize allocatedSize(const std::string& path, const CancelCheck& isCancelled,
                                       const EntryReader& reader = readEntryStatus);
     static TreeCensus census(const std::string& path, const CancelCheck& isCancelled,
@@ -73,12 +79,20 @@ struct SizeMeasurer {
 
     // Called once a path's size is known, with how many are known so far; from any of the threads.
     using Measured = std::function<void(std::size_t measured, std::size_t total)>;
-    // Each path measured, on at most maxThreads threads, results in the order given.
+    // Each path measured, on at most maxThreads threads, results in the order given. With more than
+    // one walk thread, the threads share the trees' walks, so the last big tree is not walked alone.
     static std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
                                                 const Measured& onMeasured = {});
     // The same, each path's census in full (its identity included).
     static std::vector<TreeCensus> censusAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
                                              const Measured& onMeasured = {});
+
+    // The census of each path, `threads` threads sharing the walks (the caller's included): a
+    // folder met while another thread is free is handed to it. With one thread, each tree is walked
+    // by the caller alone, as a lone walk does. The reader is called from all of them.
+    static std::vector<TreeCensus> censusOn(unsigned threads, const std::vector<std::string>& paths,
+                                            const CancelCheck& isCancelled, const Measured& onMeasured = {},
+                                            const EntryReader& reader = readEntryStatus);
 
     // Runs task(0) ... task(count − 1) on at most maxThreads threads (the caller's included) and
     // returns when all have run.

@@ -37,6 +37,13 @@ std::string TreeWalk::currentPath() const {
 
 std::string TreeWalk::pathOf(const char* name) const { return currentPath() + "/" + name; }
 
+std::vector<std::size_t> TreeWalk::position() const {
+    std::vector<std::size_t> places;
+    // A folder on the path was taken from its parent's list just before it was entered.
+    for (std::size_t i = 1; i < frames_.size(); ++i) places.push_back(frames_[i - 1].next - 1);
+    return places;
+}
+
 std::size_t TreeWalk::openCount() const {
     return static_cast<std::size_t>(
         std::count_if(frames_.begin(), frames_.end(), [](const Frame& frame) { return frame.dir != nullptr; }));
@@ -147,6 +154,10 @@ bool TreeWalk::run(DIR* dir, const EntryStatus& status, const std::string& path)
                 continue;
             }
             frames_.push_back({child.first, child.second, childDir, {}, 0});
+            if (handOff && handOff(childDir)) {
+                frames_.pop_back();  // the descriptor is no longer this walk's to close
+                continue;
+            }
             // Over the bound: let go of the oldest folder still held; it is reopened through "..".
             if (frames_.size() > maxOpen) closeFrame(frames_[frames_.size() - 1 - maxOpen]);
             if (!list(frames_.back())) {

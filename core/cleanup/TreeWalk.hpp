@@ -45,6 +45,11 @@ public:
     // the reader only while the reader is the platform's own, so a reader given in its place
     // still sees every entry.
     std::function<std::optional<BulkFolder>(int folder)> bulkLister = listFolderInBulk;
+    // Offered each folder the walk has just opened and checked, before it is listed: true when the
+    // hook took the descriptor, and then this walk neither lists nor leaves that folder but goes on
+    // with the next one. While it runs, the current folder (its path, status and position) is the
+    // one offered. Only for walks whose outcome does not depend on the order entries are met in.
+    std::function<bool(DIR* dir)> handOff;
     bool sorted = false;       // list entries in byte order (a removal's fixed order)
     std::size_t maxOpen = 16;  // descriptors held at most, below the caller's own
 
@@ -57,6 +62,10 @@ public:
     std::string currentPath() const;
     const EntryStatus& currentStatus() const { return frames_.back().status; }
     std::size_t depth() const { return frames_.size(); }
+    // Where the current folder lies below the root: for each folder on the way down, its place
+    // among the folders its parent queued. Positions compared as sequences order the folders as
+    // one walk meets their entries: a folder's entries before those of any folder inside it.
+    std::vector<std::size_t> position() const;
     // Descriptors open now (for the tests of the bound).
     std::size_t openCount() const;
 

@@ -10,10 +10,12 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "core/cleanup/ParallelWalk.hpp"
 #include "core/cleanup/TreeWalk.hpp"
 #include "tests/support/TempFolder.hpp"
 
@@ -134,6 +136,50 @@ TEST(TreeWalkInBulk, AGivenReaderTurnsTheBulkListingOff) {
     EXPECT_TRUE(walk.run(openListedFolder(AT_FDCWD, root.c_str(), *status), *status, root));
     EXPECT_EQ(bulkCalls, 0u);
     EXPECT_EQ(read, walkTree(root, nullptr).seen.size());
+}
+
+// The same walk shared among threads, each folder listed in bulk by whichever thread took it: every
+// entry is seen once, by exactly one thread, and the folders waiting never exceed the room.
+TEST(TreeWalkInBulk, SharedAmongThreadsEachEntryIsSeenOnce) {
+    TempFolder temp;
+    const std::string root = temp.path() + "/tree";
+    buildTree(root);
+    for (int i = 0; i < 40; ++i) buildTree(root + "/more/m" + std::to_string(i));
+    const auto lister = [](int folder) { return listByHand(folder, 0); };
+    Walked alone = walkTree(root, lister);
+    ASSERT_TRUE(alone.finished);
+    std::sort(alone.seen.begin(), alone.seen.end());
+    const auto status = readEntryStatus(AT_FDCWD, root.c_str());
+    ASSERT_TRUE(status);
+    for (const unsigned threads : {2u, 4u}) {
+        ParallelWalk crew(threads, 3);
+        std::mutex mutex;
+        std::vector<Seen> seen;
+        crew.run(
+            1,
+            [&](std::size_t) {
+                return std::optional<ParallelWalk::Folder>(
+                    {openListedFolder(AT_FDCWD, root.c_str(), *status), *status, root, {}, 0});
+            },
+            [&](unsigned, ParallelWalk::Folder& folder) {
+                TreeWalk walk;
+                walk.bulkLister = lister;
+                crew.share(walk, folder);
+                std::vector<Seen> mine;
+                walk.entry = [&](int, const char* name, const EntryStatus* entry, int error) {
+                    mine.emplace_back(walk.pathOf(name), entry ? entry->mode : 0, entry ? entry->inode : 0,
+                                      entry ? entry->allocatedBytes : 0, error);
+                    return entry && entry->isDirectory() ? TreeWalk::Next::descend : TreeWalk::Next::skip;
+                };
+                walk.run(folder.dir, folder.status, folder.path);
+                std::lock_guard lock(mutex);
+                seen.insert(seen.end(), mine.begin(), mine.end());
+            });
+        std::sort(seen.begin(), seen.end());
+        EXPECT_EQ(seen, alone.seen) << threads;
+        EXPECT_GT(crew.handedOver(), 0u) << threads;
+        EXPECT_LE(crew.peakWaiting(), 3u) << threads;
+    }
 }
 
 }  // namespace
