@@ -7,7 +7,8 @@
 
 namespace brimlet::ReopenRule {
 
-inline bool opensDashboard(const ReopenSuppression& lastIntent, double arrivedAt, double checkedAt, bool showsOwnIcon) {
+inline bool opensDashboard(const ReopenSuppression& lastIntent, kestrow::ContinuousTime arrivedAt,
+                           kestrow::ContinuousTime checkedAt, bool showsOwnIcon) {
     return lastIntent.reopenOpensDashboard(arrivedAt, checkedAt) && !showsOwnIcon;
 }
 

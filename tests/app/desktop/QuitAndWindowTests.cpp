@@ -109,12 +109,13 @@ TEST(QuitRule, IdleQuitIsRefusedOnlyWhileTheUserIsWorking) {
 }
 
 TEST(ReopenRule, OpensTheDashboardOnlyForADeliberateReopenWithoutOwnIcon) {
+    const auto at = [](double seconds) { return kestrow::ContinuousTime(kestrow::Seconds(seconds)); };
     ReopenSuppression lastIntent;
-    lastIntent.noteRequest(50.0);
-    EXPECT_FALSE(ReopenRule::opensDashboard(lastIntent, 50.3, 50.8, false));
-    EXPECT_TRUE(ReopenRule::opensDashboard(lastIntent, 51.0, 51.5, false));
-    EXPECT_FALSE(ReopenRule::opensDashboard(lastIntent, 51.0, 51.5, true));  // its own icon is there to click
-    EXPECT_TRUE(ReopenRule::opensDashboard(ReopenSuppression(), 0.1, 0.6, false));
+    lastIntent.noteRequest(at(50.0));
+    EXPECT_FALSE(ReopenRule::opensDashboard(lastIntent, at(50.3), at(50.8), false));
+    EXPECT_TRUE(ReopenRule::opensDashboard(lastIntent, at(51.0), at(51.5), false));
+    EXPECT_FALSE(ReopenRule::opensDashboard(lastIntent, at(51.0), at(51.5), true));  // its own icon is there to click
+    EXPECT_TRUE(ReopenRule::opensDashboard(ReopenSuppression(), at(0.1), at(0.6), false));
 }
 
 }  // namespace
