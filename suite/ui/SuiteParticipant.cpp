@@ -343,7 +343,7 @@ const std::map<SuiteApp, GlanceRecord>& SuiteParticipant::readRecords() {
     }
     records_ = std::move(records);
     recordsCurrent_ = true;
-    sightings_.observe(records_, loop_.now().time_since_epoch().count());
+    sightings_.observe(records_, loop_.now());
     return records_;
 }
 
@@ -353,7 +353,7 @@ void SuiteParticipant::noteClock() {
     const Seconds offset = clock_().time_since_epoch() - loop_.now().time_since_epoch();
     const std::optional<Seconds> previous = std::exchange(clockOffset_, offset);
     if (!previous || std::chrono::abs(offset - *previous) <= clockJumpThreshold) return;
-    machine_.clockChanged((offset - *previous).count());
+    machine_.clockChanged(offset - *previous);
     // Our record's `at` is now off by the jump: readers would take it as stale or as from the future.
     schedule_.forceNext();
     records_.erase(app_);
@@ -363,15 +363,16 @@ void SuiteParticipant::evaluate() {
     if (didShutdown_) return;
     noteClock();
     const bool writeAtOnce = !schedule_.lastWritten && lastLevel_ && !publishingSuspended_;
-    const double now = epochSeconds(clock_());
+    const WallTime now = clock_();
     std::map<SuiteApp, GlanceRecord> records = readRecords();  // a copy: ours may be added below
     if (app_.participates() && !publishingSuspended_) {
         auto own = records.find(app_);
         // Count ourselves at once, before our first record is on disk (or while an old one is stale).
-        if (own == records.end() || !own->second.isFresh(now))
-            records[app_] = GlanceRecord(app_, isHost_, GlanceState::running, now, timerTTL_, GlanceLevel::ok, {});
+        if (own == records.end() || !own->second.isFresh(epochSeconds(now)))
+            records[app_] =
+                GlanceRecord(app_, isHost_, GlanceState::running, epochSeconds(now), timerTTL_, GlanceLevel::ok, {});
     }
-    machine_.update(records, now, sightings_.vouched(loop_.now().time_since_epoch().count()));
+    machine_.update(records, now, sightings_.vouched(loop_.now()));
 
     const bool showedOwnIcon = showsOwnIcon();
     bool hostNeedsUpdate = false;
@@ -463,7 +464,7 @@ void SuiteParticipant::suspendPublishing() {
 void SuiteParticipant::didWake() {
     if (didShutdown_) return;
     recordsCurrent_ = false;  // a sleeping machine may have missed what others wrote
-    machine_.didWake(epochSeconds(clock_()));
+    machine_.didWake(clock_());
     evaluate();
     realignStatusItem();
     writeIfDue(wakeWriteMargin);

@@ -408,8 +408,8 @@ TEST_F(Participant, KeepsTheSuiteActiveForTenSecondsAfterWake) {
     unobserved.observeSystem = false;
     auto q = make(SuiteApp::jessap, unobserved);
     loop.sleep(3600s);
-    EXPECT_EQ(q->stateMachine().wakeUntil, -std::numeric_limits<double>::infinity());
-    EXPECT_EQ(p->stateMachine().wakeUntil, epochSeconds(loop.wallClock()) + 10);
+    EXPECT_FALSE(q->stateMachine().wakeUntil.has_value());
+    EXPECT_EQ(p->stateMachine().wakeUntil, loop.wallClock() + 10s);
 }
 
 TEST_F(Participant, ShutdownWritesStoppedOnceSavesPendingSettingsAndReleasesTheLock) {

@@ -135,7 +135,7 @@ TEST_F(DesktopRig, TheHotKeyExistsExactlyWhileTheSuiteIsInactive) {
     writeMember(folder, rig.loop, GlanceState::stopped);
     folderChanged();
     EXPECT_TRUE(participant->isActive());
-    rig.loop.advance(Seconds(kestrow::suite::SuiteStateMachine::offDelay + 5));  // the next timer tick after the delay
+    rig.loop.advance(kestrow::suite::SuiteStateMachine::offDelay + 5s);  // the next timer tick after the delay
     EXPECT_FALSE(participant->isActive());
     ASSERT_TRUE(desktop->hotKey());
     EXPECT_TRUE(desktop->hotKey()->isRegistered());
@@ -174,7 +174,7 @@ TEST_F(DesktopRig, TheShortcutPassesToTheHostAndBackWithinOneTurn) {
     // The member stops: the host goes with the suite and the monitor takes the keys back.
     writeMember(folder, rig.loop, GlanceState::stopped);
     rig.loop.folderChanged(folder.glancesURL());
-    rig.loop.advance(Seconds(kestrow::suite::SuiteStateMachine::offDelay + 5));
+    rig.loop.advance(kestrow::suite::SuiteStateMachine::offDelay + 5s);
     EXPECT_FALSE(participant->isActive());
     EXPECT_EQ(participant->host(), nullptr);
     ASSERT_TRUE(desktop->hotKey());
