@@ -50,8 +50,9 @@ Unit wholeDuration(Seconds length) {
     using Rep = typename Unit::rep;
     const double count = std::chrono::duration<double, typename Unit::period>(length).count();
     if (!(count > 0)) return Unit::zero();
-    // The largest double below the integer type's limit: converting anything larger is undefined.
-    constexpr double limit = static_cast<double>(std::numeric_limits<Rep>::max() / 2) * 2;
+    // The type's largest value as a double: 64 bits round up to 2^63, so every count below it fits,
+    // and converting a count at or past it would be undefined.
+    constexpr double limit = static_cast<double>(std::numeric_limits<Rep>::max());
     if (count >= limit) return Unit::max();
     return Unit(static_cast<Rep>(std::llround(count)));
 }
