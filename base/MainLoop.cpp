@@ -1,16 +1,10 @@
 #include "MainLoop.hpp"
 
-#include <chrono>
-
 namespace kestrow {
 
-double wallSeconds() {
-    using namespace std::chrono;
-    return duration<double>(system_clock::now().time_since_epoch()).count();
-}
-
-bool WakeDetector::sample(double continuous, double monotonic) {
-    const double gap = continuous - monotonic;
+bool WakeDetector::sample(ContinuousTime continuous, MonotonicTime monotonic) {
+    // The two clocks' epochs differ; only how their distance changes from one reading to the next counts.
+    const Seconds gap = continuous.time_since_epoch() - monotonic.time_since_epoch();
     const bool woke = lastGap_ && gap - *lastGap_ > threshold_;
     lastGap_ = gap;
     return woke;

@@ -17,14 +17,9 @@
 #include <vector>
 
 #include "Status.hpp"
+#include "Time.hpp"
 
 namespace kestrow {
-
-// Seconds since 1970-01-01 UTC: the time written into records other processes read.
-double wallSeconds();
-// Seconds on a clock that counts time asleep (CLOCK_BOOTTIME, mach_continuous_time); only
-// differences mean anything.
-double continuousSeconds();
 
 class MainLoop {
 public:
@@ -66,9 +61,9 @@ public:
 
     // From any thread; tasks run on the loop's thread in the order they were posted.
     virtual void post(Task task) = 0;
-    virtual Token after(double seconds, Task task) = 0;
-    // Fires every `interval` seconds; the loop may move a firing by up to `tolerance` to save power.
-    virtual Token repeat(double interval, double tolerance, Task task) = 0;
+    virtual Token after(Seconds delay, Task task) = 0;
+    // Fires every `interval`; the loop may move a firing by up to `tolerance` to save power.
+    virtual Token repeat(Seconds interval, Seconds tolerance, Task task) = 0;
     // Which entries' changes the watcher does not need to hear of (its own writes, say).
     using NameFilter = std::function<bool(std::string_view name)>;
     // Fires after entries of the folder were added, removed, renamed or rewritten; bursts may be
@@ -85,8 +80,8 @@ public:
     // The descriptor stays the caller's; it must outlive the token.
     virtual Token watchReadable(int fd, Task onReadable) = 0;
 
-    virtual double now() const = 0;        // the continuous clock the timers count on
-    virtual double wallClock() const = 0;  // seconds since 1970
+    virtual ContinuousTime now() const = 0;  // the continuous clock the timers count on
+    virtual WallTime wallClock() const = 0;
 
     virtual void run() = 0;
     // From any thread; `run` returns once the task it is running, if any, has finished.
@@ -101,13 +96,16 @@ std::unique_ptr<MainLoop> makeSystemMainLoop(bool handleSignals = true);
 // gap only grows while the machine is asleep. Fed a pair of readings per loop turn.
 class WakeDetector {
 public:
-    explicit WakeDetector(double threshold = 1.0) : threshold_(threshold) {}
+    // The clock that stops while the machine sleeps (CLOCK_MONOTONIC, which `steady_clock` reads).
+    using MonotonicTime = std::chrono::time_point<std::chrono::steady_clock, Seconds>;
+
+    explicit WakeDetector(Seconds threshold = Seconds(1)) : threshold_(threshold) {}
     // True when the machine slept since the previous readings for longer than the threshold.
-    bool sample(double continuous, double monotonic);
+    bool sample(ContinuousTime continuous, MonotonicTime monotonic);
 
 private:
-    double threshold_;
-    std::optional<double> lastGap_;
+    Seconds threshold_;
+    std::optional<Seconds> lastGap_;
 };
 
 }  // namespace kestrow

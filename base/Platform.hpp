@@ -11,12 +11,13 @@
 #include "Log.hpp"
 #include "MainLoop.hpp"
 #include "ThreadSupport.hpp"
+#include "Time.hpp"
 #include "UserDefaults.hpp"
 
 namespace kestrow::platform {
 
 inline constexpr auto baseSeams = std::make_tuple(
-    &continuousSeconds,             // MainLoop.hpp: a clock that keeps counting while the machine sleeps
+    &ContinuousClock::now,          // Time.hpp: a clock that keeps counting while the machine sleeps
     &makeSystemMainLoop,            // MainLoop.hpp: the loop (epoll and signalfd; the main dispatch queue)
     &thread::nameCurrent,           // ThreadSupport.hpp: names a thread for debuggers and the log
     &thread::markCurrentAsUtility,  // ThreadSupport.hpp: lowers a worker's priority where the system allows

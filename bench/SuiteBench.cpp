@@ -54,9 +54,9 @@ int member(const char* id, const char* folder) {
         participant.publish(GlanceLevel::ok, {GlanceMetric{"load", "Load", value, "%", GlanceLevel::ok}}, 10);
     };
     publish();
-    auto every = loop->repeat(2.0, 0.2, publish);
+    auto every = loop->repeat(std::chrono::seconds(2), std::chrono::milliseconds(200), publish);
     const pid_t parent = ::getppid();
-    auto orphan = loop->repeat(0.5, 0.1, [&] {
+    auto orphan = loop->repeat(std::chrono::milliseconds(500), std::chrono::milliseconds(100), [&] {
         if (::getppid() != parent) loop->stop();
     });
     loop->run();
@@ -133,8 +133,8 @@ int main(int argc, char** argv) {
         double value = 0;
         while (!stop) {
             value = value >= 99 ? 0 : value + 1;
-            const GlanceRecord record(SuiteApp::garrow, false, GlanceState::running, wallSeconds(), 10, GlanceLevel::ok,
-                                      {GlanceMetric{"load", "Load", value, "%", GlanceLevel::ok}});
+            const GlanceRecord record(SuiteApp::garrow, false, GlanceState::running, epochSeconds(WallClock::now()), 10,
+                                      GlanceLevel::ok, {GlanceMetric{"load", "Load", value, "%", GlanceLevel::ok}});
             if (GlanceStore{folder}.write(record).ok()) ++writes;
             if (interval > 0) std::this_thread::sleep_for(std::chrono::duration<double>(interval));
         }

@@ -15,6 +15,7 @@
 
 #include "app/startup/BrimletApplication.hpp"
 #include "base/Log.hpp"
+#include "base/Time.hpp"
 #include "core/intents/IntentAnswers.hpp"
 
 // Opaque to C and Swift: the reading a question waits for. An empty reading means there was no
@@ -88,9 +89,8 @@ BrimletIntentAnswer* topAppsAnswer(const MonitorSnapshot& snapshot) {
 // is destroyed, so one that is still running is handed to a thread of its own to finish there:
 // the caller gets its "timed out" now, not when the reading ends.
 template <typename T>
-std::optional<T> awaitReading(std::future<T>& reading, double timeoutSeconds) {
-    const double timeout = std::isfinite(timeoutSeconds) && timeoutSeconds > 0 ? timeoutSeconds : 0;
-    if (reading.wait_for(std::chrono::duration<double>(timeout)) == std::future_status::ready) return reading.get();
+std::optional<T> awaitReading(std::future<T>& reading, kestrow::Seconds timeout) {
+    if (reading.wait_for(timeout) == std::future_status::ready) return reading.get();
     std::thread([abandoned = std::move(reading)]() mutable { abandoned.wait(); }).detach();
     kestrow::log::error(logCategory, "An intent's reading did not finish in time");
     return std::nullopt;
@@ -134,7 +134,10 @@ BrimletIntentAnswer* brimlet_intent_wait_answer(BrimletIntentQuestion* question,
             if constexpr (std::is_same_v<Reading, std::monostate>) {
                 return brimlet::failure(BrimletIntentStatusUnavailable, unavailableText);
             } else {
-                auto value = brimlet::awaitReading(reading, timeoutSeconds);
+                // The caller's number of seconds, of any value: what a wait cannot take counts as none.
+                const kestrow::Seconds timeout(std::isfinite(timeoutSeconds) && timeoutSeconds > 0 ? timeoutSeconds
+                                                                                                   : 0);
+                auto value = brimlet::awaitReading(reading, timeout);
                 if (!value) return brimlet::failure(BrimletIntentStatusTimedOut, timedOutText);
                 if constexpr (std::is_same_v<Reading, std::future<brimlet::SystemGlance>>)
                     return brimlet::memoryAnswer(*value);

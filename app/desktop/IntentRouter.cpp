@@ -5,7 +5,7 @@
 
 namespace brimlet {
 
-double systemUptime() { return kestrow::continuousSeconds(); }
+kestrow::ContinuousTime systemUptime() { return kestrow::ContinuousClock::now(); }
 
 IntentRouter::IntentRouter(Environment environment) : environment_(std::move(environment)) {
     if (!environment_.uptime) environment_.uptime = systemUptime;

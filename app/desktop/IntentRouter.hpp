@@ -11,6 +11,7 @@
 #include "app/desktop/BrimletWindows.hpp"
 #include "app/stores/CleanupStore.hpp"
 #include "app/stores/MonitorStore.hpp"
+#include "base/Time.hpp"
 #include "base/WeakGuard.hpp"
 #include "core/intents/ReopenSuppression.hpp"
 
@@ -18,10 +19,10 @@ namespace brimlet {
 
 class IntentRouter {
 public:
-    static constexpr double snapshotMaxAge = 2;
+    static constexpr kestrow::Seconds snapshotMaxAge{2};
 
     struct Environment {
-        std::function<double()> uptime;                                // system uptime, seconds
+        std::function<kestrow::ContinuousTime()> uptime;               // the continuous clock
         std::function<kestrow::Date()> now;                            // wall clock
         std::function<std::vector<BrimletWindows::Window>()> windows;  // the application's windows
         std::function<std::unique_ptr<MonitorEngine>()> makeEngine;    // for a reading of its own
@@ -53,7 +54,7 @@ public:
     void completePendingOpen();
 
     bool pendingCleanupOpen() const { return pendingCleanupOpen_; }
-    double uptime() const { return environment_.uptime(); }
+    kestrow::ContinuousTime uptime() const { return environment_.uptime(); }
     const ReopenSuppression& lastRequest() const { return lastRequest_; }
 
 private:
@@ -65,7 +66,7 @@ private:
     kestrow::WeakGuard guard_;
 };
 
-// The system's uptime in seconds (the clock intent requests and reopens are compared on).
-double systemUptime();
+// The clock intent requests and reopens are compared on.
+kestrow::ContinuousTime systemUptime();
 
 }  // namespace brimlet

@@ -42,12 +42,11 @@ BrimletApplication::~BrimletApplication() {
 }
 
 void BrimletApplication::handleReopen() {
-    const double arrivedAt = router_.uptime();
+    const kestrow::ContinuousTime arrivedAt = router_.uptime();
     const std::uint64_t id = nextReopen_++;
-    const double delay = std::chrono::duration<double>(ReopenSuppression::reopenDelay).count();
-    pendingReopens_[id] = loop_.after(delay, [alive = guard_.weak(), this, id, arrivedAt] {
+    pendingReopens_[id] = loop_.after(ReopenSuppression::reopenDelay, [alive = guard_.weak(), this, id, arrivedAt] {
         if (!alive) return;
-        const double checkedAt = router_.uptime();
+        const kestrow::ContinuousTime checkedAt = router_.uptime();
         // A deliberate reopen first brings back an own icon the user dragged out of the menu bar:
         // with no Dock icon and no main menu it is the only way back to Settings and Quit.
         const bool deliberate = router_.lastRequest().reopenOpensDashboard(arrivedAt, checkedAt);

@@ -90,7 +90,7 @@ void MonitorStore::desktopChanged() {
     if (onDesktopChange) onDesktopChange();
 }
 
-void MonitorStore::cadenceMayHaveChanged(double previousInterval) {
+void MonitorStore::cadenceMayHaveChanged(kestrow::Seconds previousInterval) {
     // A restart with the same interval would only postpone the next sample.
     if (currentInterval() != previousInterval) restartLoop(false);
 }
@@ -150,7 +150,7 @@ void MonitorStore::setFloatingLook(FloatingLook value) {
 
 void MonitorStore::setDockBadges(DockBadgeMode value) {
     if (dockBadges_ == value) return;
-    const double before = currentInterval();
+    const kestrow::Seconds before = currentInterval();
     dockBadges_ = value;
     save(Keys::dockBadges, kestrow::JsonValue(value.rawValue()));
     changed();
@@ -168,7 +168,7 @@ void MonitorStore::setDockBadgeSettings(DockBadgeSettings value) {
 
 void MonitorStore::setAlertSettings(AlertSettings value) {
     if (alertSettings_ == value) return;
-    const double before = currentInterval();
+    const kestrow::Seconds before = currentInterval();
     alertSettings_ = value;
     saveAlertSettings();
     changed();
@@ -188,20 +188,20 @@ FloatingLook MonitorStore::effectiveFloatingLook() const {
     return fades && floatingHovering_ ? FloatingLook(FloatingLook::glass) : floatingLook_;
 }
 
-double MonitorStore::currentInterval() const {
+kestrow::Seconds MonitorStore::currentInterval() const {
     return visibleSurfaces_ > 0 || alertsActive() || dockBadgesActive() ? liveInterval : idleInterval;
 }
 
 // ---- Surfaces and windows
 
 void MonitorStore::surfaceAppeared() {
-    const double before = currentInterval();
+    const kestrow::Seconds before = currentInterval();
     ++visibleSurfaces_;
     cadenceMayHaveChanged(before);
 }
 
 void MonitorStore::surfaceDisappeared() {
-    const double before = currentInterval();
+    const kestrow::Seconds before = currentInterval();
     visibleSurfaces_ = std::max(0, visibleSurfaces_ - 1);
     cadenceMayHaveChanged(before);
 }
@@ -246,8 +246,7 @@ bool MonitorStore::openWindow(std::string_view windowIdentifier) {
 // ---- Sampling
 
 kestrow::Date MonitorStore::wallDate() const {
-    using namespace std::chrono;
-    return kestrow::Date(microseconds(static_cast<std::int64_t>(std::llround(loop_.wallClock() * 1e6))));
+    return std::chrono::round<std::chrono::microseconds>(loop_.wallClock());
 }
 
 void MonitorStore::restartLoop(bool sampleFirst) {
@@ -264,8 +263,8 @@ void MonitorStore::restartLoop(bool sampleFirst) {
 }
 
 void MonitorStore::scheduleNextRound(std::uint64_t generation) {
-    const double now = loop_.now();
-    const double interval = currentInterval();
+    const kestrow::ContinuousTime now = loop_.now();
+    const kestrow::Seconds interval = currentInterval();
     deadline_ += interval;
     // A deadline already behind (a sample slower than the interval, a wake after a long sleep,
     // whose overdue round just ran) starts the cadence afresh: missed rounds are not made up.
@@ -291,7 +290,10 @@ void MonitorStore::tick(std::function<void()> then) {
 void MonitorStore::handle(MonitorSnapshot snapshot) {
     const bool first = !firstSampleHandled_;
     firstSampleHandled_ = true;
-    const auto elapsedMs = [this] { return std::to_string(std::llround((loop_.now() - launchedAt_) * 1000)); };
+    const auto elapsedMs = [this] {
+        return std::to_string(
+            std::llround(std::chrono::duration<double, std::milli>(loop_.now() - launchedAt_).count()));
+    };
     if (first) kestrow::log::info(logCategory, "first-sample-ready " + elapsedMs() + " ms");
 
     snapshot_ = std::move(snapshot);

@@ -19,6 +19,7 @@
 #include "app/stores/MonitorSettings.hpp"
 #include "app/stores/Observers.hpp"
 #include "base/MainLoop.hpp"
+#include "base/Time.hpp"
 #include "base/UserDefaults.hpp"
 #include "base/WeakGuard.hpp"
 #include "core/monitoring/Alerts.hpp"
@@ -41,10 +42,10 @@ struct MonitorStoreOptions {
 
 class MonitorStore {
 public:
-    static constexpr double liveInterval = 2;
-    static constexpr double idleInterval = 10;
+    static constexpr kestrow::Seconds liveInterval{2};
+    static constexpr kestrow::Seconds idleInterval{10};
     // How often the glance loop refreshes the cheap readout between full samples.
-    static constexpr double glanceInterval = 2;
+    static constexpr kestrow::Seconds glanceInterval{2};
     static constexpr std::int64_t historyTopApps = 5;
     static constexpr std::string_view logCategory = "monitor";
 
@@ -103,7 +104,7 @@ public:
     FloatingLook effectiveFloatingLook() const;
     bool persistsSettings() const { return persistsSettings_; }
     // The interval the sampling loop waits now.
-    double currentInterval() const;
+    kestrow::Seconds currentInterval() const;
     int visibleSurfaces() const { return visibleSurfaces_; }
     // A full sample is under way on the engine.
     bool isSampling() const { return samplesInFlight_ > 0; }
@@ -129,7 +130,7 @@ private:
     void save(const std::string& key, const kestrow::JsonValue& value);
     void changed();
     void desktopChanged();
-    void cadenceMayHaveChanged(double previousInterval);
+    void cadenceMayHaveChanged(kestrow::Seconds previousInterval);
     void applyLaunchArguments();
     void applyWindowArguments();
 
@@ -170,16 +171,16 @@ private:
     bool launchArgumentsApplied_ = false;
     bool openDashboardWhenReady_ = false;
     bool persistsSettings_ = true;
-    double launchedAt_ = 0;
+    kestrow::ContinuousTime launchedAt_{};
     bool firstSampleHandled_ = false;
 
     std::uint64_t loopGeneration_ = 0;
-    double deadline_ = 0;
+    kestrow::ContinuousTime deadline_{};
     kestrow::MainLoop::Token loopTimer_;
     kestrow::MainLoop::Token glanceTimer_;
     int samplesInFlight_ = 0;
     bool glanceInFlight_ = false;
-    std::optional<double> lastFullSampleAt_;
+    std::optional<kestrow::ContinuousTime> lastFullSampleAt_;
 
     kestrow::WeakGuard guard_;  // the engine's replies check it
     std::unique_ptr<MonitorEngine> engine_;

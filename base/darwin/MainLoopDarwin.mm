@@ -12,17 +12,23 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 
 namespace kestrow {
 
 namespace {
 
-std::int64_t nanoseconds(double seconds) {
-    if (!(seconds > 0)) return 0;
-    const double ns = seconds * static_cast<double>(NSEC_PER_SEC);
-    return ns > 9.0e18 ? INT64_C(9000000000000000000) : static_cast<std::int64_t>(ns);
+// Dispatch takes nanoseconds; a length beyond about 285 years is held there, short of the largest
+// delta so that adding it to the current time cannot overflow.
+std::int64_t nanoseconds(Seconds length) {
+    const std::int64_t ns = wholeDuration<std::chrono::nanoseconds>(length).count();
+    return std::min(ns, INT64_C(9000000000000000000));
 }
+
+// The shortest repeat: a zero interval would fire without end.
+constexpr Seconds shortestInterval = std::chrono::milliseconds(1);
 
 class DispatchMainLoop final : public MainLoop {
 public:
@@ -49,10 +55,12 @@ public:
         dispatch_async(dispatch_get_main_queue(), ^{ (*shared)(); });
     }
 
-    Token after(double seconds, Task task) override { return addTimer(seconds, 0, 0, std::move(task)); }
+    Token after(Seconds delay, Task task) override {
+        return addTimer(delay, Seconds::zero(), Seconds::zero(), std::move(task));
+    }
 
-    Token repeat(double interval, double tolerance, Task task) override {
-        interval = std::max(interval, 0.001);
+    Token repeat(Seconds interval, Seconds tolerance, Task task) override {
+        interval = std::max(interval, shortestInterval);
         return addTimer(interval, interval, tolerance, std::move(task));
     }
 
@@ -106,8 +114,8 @@ public:
         return Token([source] { dispatch_source_cancel(source); });
     }
 
-    double now() const override { return continuousSeconds(); }
-    double wallClock() const override { return wallSeconds(); }
+    ContinuousTime now() const override { return ContinuousClock::now(); }
+    WallTime wallClock() const override { return WallClock::now(); }
 
     // Used where AppKit is not running (tools, tests); an application's AppKit run loop drains the
     // main queue by itself.
@@ -115,10 +123,10 @@ public:
     void stop() override { CFRunLoopStop(CFRunLoopGetMain()); }
 
 private:
-    Token addTimer(double first, double interval, double tolerance, Task task) {
+    Token addTimer(Seconds first, Seconds interval, Seconds tolerance, Task task) {
         dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, dispatch_get_main_queue());
         if (!source) return Token();
-        const bool oneShot = interval <= 0;
+        const bool oneShot = interval <= Seconds::zero();
         dispatch_source_set_timer(source, dispatch_walltime(nullptr, nanoseconds(first)),
                                   oneShot ? DISPATCH_TIME_FOREVER : static_cast<std::uint64_t>(nanoseconds(interval)),
                                   static_cast<std::uint64_t>(nanoseconds(tolerance)));
@@ -136,14 +144,15 @@ private:
 
 } // namespace
 
-double continuousSeconds() {
+ContinuousClock::time_point ContinuousClock::now() noexcept {
     static const mach_timebase_info_data_t timebase = [] {
         mach_timebase_info_data_t info{};
         mach_timebase_info(&info);
         return info;
     }();
+    // In double: ticks times numer may not fit 64 bits after a long uptime.
     const double ticks = static_cast<double>(mach_continuous_time());
-    return ticks * timebase.numer / timebase.denom / 1e9;
+    return time_point(duration(static_cast<rep>(ticks * timebase.numer / timebase.denom)));
 }
 
 std::unique_ptr<MainLoop> makeSystemMainLoop(bool handleSignals) {

@@ -14,9 +14,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cmath>
+#include <chrono>
 #include <cstring>
 #include <deque>
 #include <map>
@@ -30,21 +31,18 @@ namespace kestrow {
 
 namespace {
 
-double readClock(clockid_t clock) {
+timespec toTimespec(Seconds length) {
+    const auto ns = wholeDuration<std::chrono::nanoseconds>(length);
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(ns);
     timespec ts{};
-    ::clock_gettime(clock, &ts);
-    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
-}
-
-timespec toTimespec(double seconds) {
-    seconds = std::max(seconds, 0.0);
-    timespec ts{};
-    ts.tv_sec = static_cast<time_t>(std::floor(seconds));
-    ts.tv_nsec = static_cast<long>((seconds - std::floor(seconds)) * 1e9);
-    if (ts.tv_nsec >= 1'000'000'000L) ts.tv_nsec = 999'999'999L;
+    ts.tv_sec = static_cast<time_t>(whole.count());
+    ts.tv_nsec = static_cast<long>((ns - whole).count());
     if (ts.tv_sec == 0 && ts.tv_nsec == 0) ts.tv_nsec = 1;  // zero would disarm the timer
     return ts;
 }
+
+// The shortest repeat: a zero interval would fire without end.
+constexpr Seconds shortestInterval = std::chrono::milliseconds(1);
 
 std::string errnoText(const char* what, int error) {
     return std::string(what) + " (errno " + std::to_string(error) + ")";
@@ -102,11 +100,12 @@ public:
         wakeUp();
     }
 
-    Token after(double seconds, Task task) override { return addTimer(seconds, 0, std::move(task)); }
+    Token after(Seconds delay, Task task) override { return addTimer(delay, Seconds::zero(), std::move(task)); }
 
-    Token repeat(double interval, double /*tolerance*/, Task task) override {
+    Token repeat(Seconds interval, Seconds /*tolerance*/, Task task) override {
         // timerfd has no leeway; the kernel's timer slack already batches wake-ups a little.
-        return addTimer(std::max(interval, 0.001), std::max(interval, 0.001), std::move(task));
+        interval = std::max(interval, shortestInterval);
+        return addTimer(interval, interval, std::move(task));
     }
 
     Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored, Task onGone) override {
@@ -147,8 +146,8 @@ public:
         return tokenFor(key);
     }
 
-    double now() const override { return continuousSeconds(); }
-    double wallClock() const override { return wallSeconds(); }
+    ContinuousTime now() const override { return ContinuousClock::now(); }
+    WallTime wallClock() const override { return WallClock::now(); }
 
     void run() override {
         epoll_event events[32];
@@ -158,7 +157,7 @@ public:
                 if (errno == EINTR) continue;
                 break;  // only a broken epoll set gets here; nothing sensible is left to wait on
             }
-            if (wakes_.sample(readClock(CLOCK_BOOTTIME), readClock(CLOCK_MONOTONIC))) fireWakeObservers();
+            if (wakes_.sample(ContinuousClock::now(), std::chrono::steady_clock::now())) fireWakeObservers();
             for (int i = 0; i < n && !stopping_.load(); ++i) dispatch(events[i].data.u64);
         }
         stopping_.store(false);
@@ -199,17 +198,17 @@ private:
         });
     }
 
-    Token addTimer(double first, double interval, Task task) {
+    Token addTimer(Seconds first, Seconds interval, Task task) {
         const int fd = ::timerfd_create(timerClock_, TFD_NONBLOCK | TFD_CLOEXEC);
         if (fd < 0) return Token();  // out of descriptors: nothing will fire, as with a cancelled timer
         itimerspec timing{};
         timing.it_value = toTimespec(first);
-        if (interval > 0) timing.it_interval = toTimespec(interval);
+        if (interval > Seconds::zero()) timing.it_interval = toTimespec(interval);
         ::timerfd_settime(fd, 0, &timing, nullptr);
         const std::uint64_t key = nextKey_++;
         Source source;
         source.fd = fd;
-        source.repeating = interval > 0;
+        source.repeating = interval > Seconds::zero();
         source.task = std::make_shared<Task>(std::move(task));
         sources_.emplace(key, std::move(source));
         add(fd, key);
@@ -354,7 +353,11 @@ private:
 
 }  // namespace
 
-double continuousSeconds() { return readClock(CLOCK_BOOTTIME); }
+ContinuousClock::time_point ContinuousClock::now() noexcept {
+    timespec ts{};
+    ::clock_gettime(CLOCK_BOOTTIME, &ts);
+    return time_point(std::chrono::seconds(ts.tv_sec) + std::chrono::nanoseconds(ts.tv_nsec));
+}
 
 std::unique_ptr<MainLoop> makeSystemMainLoop(bool handleSignals) {
     return std::make_unique<EpollMainLoop>(handleSignals);

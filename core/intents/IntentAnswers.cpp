@@ -43,10 +43,11 @@ std::string topAppsDialog(const std::vector<AppGroup>& groups) {
     return text;
 }
 
-bool isFresh(Date date, Date now, double maxAgeSeconds) {
-    const auto ageMicroseconds = (now - date).count();
-    if (ageMicroseconds < 0) return false;
-    return static_cast<double>(ageMicroseconds) <= maxAgeSeconds * 1e6;
+bool isFresh(Date date, Date now, kestrow::Seconds maxAge) {
+    const auto age = now - date;
+    if (age < age.zero()) return false;
+    // Compared in microseconds, as counted: a limit of 2 s takes an age of exactly 2 000 000 µs.
+    return static_cast<double>(age.count()) <= std::chrono::duration<double, std::micro>(maxAge).count();
 }
 
 }  // namespace brimlet::IntentAnswers

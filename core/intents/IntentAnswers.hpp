@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/IsoDate.hpp"
+#include "base/Time.hpp"
 #include "core/monitoring/MonitorTypes.hpp"
 
 namespace brimlet::IntentAnswers {
@@ -23,6 +24,6 @@ std::vector<std::string> topAppNames(const std::vector<AppGroup>& groups);
 std::string topAppsDialog(const std::vector<AppGroup>& groups);
 
 // A reading is fresh when it is not from the future and at most maxAge seconds old.
-bool isFresh(Date date, Date now, double maxAgeSeconds);
+bool isFresh(Date date, Date now, kestrow::Seconds maxAge);
 
 }  // namespace brimlet::IntentAnswers

@@ -2,15 +2,16 @@
 
 namespace brimlet {
 
-bool ReopenSuppression::isSuppressed(double uptime) const {
+bool ReopenSuppression::isSuppressed(kestrow::ContinuousTime at) const {
     if (!lastRequest) return false;
     // A request recorded after the instant (a negative difference) never suppresses it; a
     // difference that is not a number fails both comparisons and does not either.
-    const double elapsed = uptime - *lastRequest;
-    return elapsed >= 0 && elapsed < window;
+    const kestrow::Seconds elapsed = at - *lastRequest;
+    return elapsed >= kestrow::Seconds::zero() && elapsed < window;
 }
 
-bool ReopenSuppression::reopenOpensDashboard(double arrivedAt, double checkedAt) const {
+bool ReopenSuppression::reopenOpensDashboard(kestrow::ContinuousTime arrivedAt,
+                                             kestrow::ContinuousTime checkedAt) const {
     return !isSuppressed(arrivedAt) && !isSuppressed(checkedAt);
 }
 

@@ -108,7 +108,7 @@ kestrow::Status SuiteSettings::write(const OpenSuiteFolder& folder) const {
     return folder.writeFile(settingsFileName, encode());
 }
 
-void RecordSightings::observe(const std::map<SuiteApp, GlanceRecord>& records, double readerNow) {
+void RecordSightings::observe(const std::map<SuiteApp, GlanceRecord>& records, ContinuousTime readerNow) {
     for (auto it = seen.begin(); it != seen.end();) it = records.count(it->first) ? std::next(it) : seen.erase(it);
     for (const auto& [app, record] : records) {
         auto [it, first] = seen.emplace(app, Sighting{record, std::nullopt});
@@ -118,31 +118,31 @@ void RecordSightings::observe(const std::map<SuiteApp, GlanceRecord>& records, d
     }
 }
 
-std::set<SuiteApp> RecordSightings::vouched(double readerNow) const {
+std::set<SuiteApp> RecordSightings::vouched(ContinuousTime readerNow) const {
     std::set<SuiteApp> apps;
     for (const auto& [app, sighting] : seen) {
         if (!sighting.changedAt || sighting.record.state != GlanceState::running) continue;
-        const double age = readerNow - *sighting.changedAt;
-        if (age >= 0 && age < static_cast<double>(sighting.record.ttl)) apps.insert(app);
+        const Seconds age = readerNow - *sighting.changedAt;
+        if (age >= Seconds::zero() && age < Seconds(static_cast<double>(sighting.record.ttl))) apps.insert(app);
     }
     return apps;
 }
 
 bool SuiteStateMachine::isFresh(const GlanceRecord& record) const {
-    if (record.isFresh(now)) return true;
+    if (record.isFresh(epochSeconds(now))) return true;
     return record.state == GlanceState::running && vouched.count(record.app) > 0;
 }
 
-void SuiteStateMachine::clockChanged(double jump) {
+void SuiteStateMachine::clockChanged(Seconds jump) {
     now += jump;
     if (belowSince) *belowSince += jump;
-    if (std::isfinite(wakeUntil)) wakeUntil += jump;
+    if (wakeUntil) *wakeUntil += jump;
     if (activeSince) *activeSince += jump;
     if (hostSeenAt) *hostSeenAt += jump;
     for (auto& [app, at] : lastFreshAt) at += jump;
 }
 
-void SuiteStateMachine::update(const std::map<SuiteApp, GlanceRecord>& records, double time,
+void SuiteStateMachine::update(const std::map<SuiteApp, GlanceRecord>& records, WallTime time,
                                std::set<SuiteApp> vouchedFor) {
     now = time;
     vouched = std::move(vouchedFor);
@@ -158,7 +158,7 @@ void SuiteStateMachine::update(const std::map<SuiteApp, GlanceRecord>& records, 
     }
     if (fresh.size() < 2) {
         if (!isActive) return;
-        if (now >= wakeUntil) {
+        if (!wakeUntil || now >= *wakeUntil) {
             if (!belowSince) belowSince = now;
             if (now - *belowSince >= offDelay) {
                 isActive = false;
@@ -182,14 +182,14 @@ void SuiteStateMachine::update(const std::map<SuiteApp, GlanceRecord>& records, 
         if (record->hosting) hostSeenAt = now;
 }
 
-void SuiteStateMachine::didWake(double time) {
+void SuiteStateMachine::didWake(WallTime time) {
     wakeUntil = time + wakeGrace;
     belowSince.reset();
 }
 
 bool SuiteStateMachine::hostMissing() const {
     if (!isActive) return false;
-    const std::optional<double> since = hostSeenAt ? hostSeenAt : activeSince;
+    const std::optional<WallTime> since = hostSeenAt ? hostSeenAt : activeSince;
     if (!since) return false;
     return now - *since > hostGrace;
 }

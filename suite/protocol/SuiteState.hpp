@@ -13,6 +13,7 @@
 
 #include "GlanceRecord.hpp"
 #include "SuiteFolder.hpp"
+#include "base/Time.hpp"
 
 namespace kestrow::suite {
 
@@ -69,14 +70,14 @@ struct SuiteSettings::Loaded {
 struct RecordSightings {
     struct Sighting {
         GlanceRecord record;
-        std::optional<double> changedAt;  // on the reader's clock; none until seen to change
+        std::optional<ContinuousTime> changedAt;  // none until seen to change
     };
     std::map<SuiteApp, Sighting> seen;
 
     // Notes what the folder holds at `readerNow`; members without a record are forgotten.
-    void observe(const std::map<SuiteApp, GlanceRecord>& records, double readerNow);
+    void observe(const std::map<SuiteApp, GlanceRecord>& records, ContinuousTime readerNow);
     // The members whose running record changed less than its ttl before `readerNow`.
-    [[nodiscard]] std::set<SuiteApp> vouched(double readerNow) const;
+    [[nodiscard]] std::set<SuiteApp> vouched(ContinuousTime readerNow) const;
 };
 
 struct SuiteRow {
@@ -89,29 +90,30 @@ struct SuiteRow {
 };
 
 struct SuiteStateMachine {
-    static constexpr double offDelay = 10;
-    static constexpr double wakeGrace = 10;
-    static constexpr double hostGrace = 5;
-    static constexpr double notRunningShown = 60;
+    static constexpr Seconds offDelay{10};
+    static constexpr Seconds wakeGrace{10};
+    static constexpr Seconds hostGrace{5};
+    static constexpr Seconds notRunningShown{60};
 
+    // Instants on this machine's wall clock, the clock records' `at` is compared with.
     bool isActive = false;
-    std::optional<double> belowSince;
-    double wakeUntil = -std::numeric_limits<double>::infinity();
-    std::optional<double> activeSince;
-    std::optional<double> hostSeenAt;
+    std::optional<WallTime> belowSince;
+    std::optional<WallTime> wakeUntil;  // none: no wake seen
+    std::optional<WallTime> activeSince;
+    std::optional<WallTime> hostSeenAt;
     std::map<SuiteApp, GlanceRecord> latest;
-    std::map<SuiteApp, double> lastFreshAt;
-    double now = 0;
+    std::map<SuiteApp, WallTime> lastFreshAt;
+    WallTime now{};
     // Members whose record the reader saw change within its ttl (RecordSightings): they count as
     // fresh even when their `at` disagrees with this machine's clock.
     std::set<SuiteApp> vouched;
 
-    void update(const std::map<SuiteApp, GlanceRecord>& records, double now, std::set<SuiteApp> vouched = {});
-    void didWake(double now);
-    // The wall clock jumped by `jump` seconds (set back: negative) while no time passed: every time
-    // kept here moves along with it, so the off delay, the host grace and the rows' minute keep their
-    // length instead of lasting an hour longer, or ending at once.
-    void clockChanged(double jump);
+    void update(const std::map<SuiteApp, GlanceRecord>& records, WallTime now, std::set<SuiteApp> vouched = {});
+    void didWake(WallTime now);
+    // The wall clock jumped by `jump` (set back: negative) while no time passed: every time kept here
+    // moves along with it, so the off delay, the host grace and the rows' minute keep their length
+    // instead of lasting an hour longer, or ending at once.
+    void clockChanged(Seconds jump);
     // Fresh by its `at` (GlanceRecord::isFresh), or running and vouched for.
     [[nodiscard]] bool isFresh(const GlanceRecord& record) const;
     [[nodiscard]] bool hostMissing() const;

@@ -15,17 +15,17 @@ namespace {
 constexpr std::int64_t defaultTTL = 10;
 
 // "4.5", "5": one decimal at most, in the log's fixed notation.
-std::string seconds(double value) {
-    std::string text = SuiteFormat::number(value, NumberLocale{".", "", 0});
+std::string seconds(Seconds length) {
+    std::string text = SuiteFormat::number(length.count(), NumberLocale{".", "", 0});
     if (text.size() > 2 && text.compare(text.size() - 2, 2, ".0") == 0) text.resize(text.size() - 2);
     return text;
 }
 
 }  // namespace
 
-double SuiteParticipant::timerInterval(std::int64_t ttl) {
+Seconds SuiteParticipant::timerInterval(std::int64_t ttl) {
     const double t = static_cast<double>(std::clamp(ttl, GlanceRecord::ttlMin, GlanceRecord::ttlMax));
-    return std::min(t * 0.5 - 0.5, 5.0);
+    return Seconds(std::min(t * 0.5 - 0.5, 5.0));
 }
 
 SuiteParticipant::SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folders, UserDefaults& defaults,
@@ -35,7 +35,7 @@ SuiteParticipant::SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folder
       statusItems_(std::move(statusItems)),
       loop_(loop),
       options_(std::move(options)) {
-    clock_ = options_.clock ? options_.clock : std::function<double()>([&loop] { return loop.wallClock(); });
+    clock_ = options_.clock ? options_.clock : std::function<WallTime()>([&loop] { return loop.wallClock(); });
 
     for (SuiteFolder& folder : folders) {
         if (std::find(folders_.begin(), folders_.end(), folder) != folders_.end()) continue;
@@ -111,8 +111,8 @@ void SuiteParticipant::recordsChanged() {
     if (didShutdown_) return;
     recordsCurrent_ = false;
     if (pendingRead_.active()) return;  // a reading is coming, and will see this change too
-    const double wait = lastEventRead_ + options_.rereadInterval - loop_.now();
-    if (wait <= 0) {
+    const Seconds wait = lastEventRead_ + options_.rereadInterval - loop_.now();
+    if (wait <= Seconds::zero()) {
         lastEventRead_ = loop_.now();
         return evaluate();
     }
@@ -200,7 +200,7 @@ void SuiteParticipant::repairFolders() {
     if (repaired) {
         if (settingsUnreadable_) reloadSettings();
         evaluate();
-        writeIfDue(0);
+        writeIfDue(Seconds::zero());
     }
     repairing_ = false;
 }
@@ -260,14 +260,14 @@ void SuiteParticipant::report(Property property) {
     if (observer_) observer_(property);
 }
 
-GlanceRecord SuiteParticipant::currentRecord(double now, GlanceState state) const {
-    return GlanceRecord(app_, state == GlanceState::running && isHost_, state, now, lastTTL_,
+GlanceRecord SuiteParticipant::currentRecord(WallTime now, GlanceState state) const {
+    return GlanceRecord(app_, state == GlanceState::running && isHost_, state, epochSeconds(now), lastTTL_,
                         lastLevel_.value_or(GlanceLevel::ok), lastMetrics_);
 }
 
 void SuiteParticipant::startTimer(std::int64_t ttl) {
     timerTTL_ = ttl;
-    const double interval = timerInterval(ttl);
+    const Seconds interval = timerInterval(ttl);
     timer_ = loop_.repeat(interval, interval / 10, [this] { tick(); });
 }
 
@@ -282,7 +282,7 @@ void SuiteParticipant::tick() {
 
 void SuiteParticipant::publish(GlanceLevel level, std::vector<GlanceMetric> metrics, std::int64_t ttl) {
     if (didShutdown_ || publishingSuspended_) return;
-    const GlanceRecord candidate(app_, isHost_, GlanceState::running, clock_(), ttl, level, metrics);
+    const GlanceRecord candidate(app_, isHost_, GlanceState::running, epochSeconds(clock_()), ttl, level, metrics);
     if (const kestrow::Status problem = GlanceCodec::problem(candidate); problem.failed()) {
         logOnce("invalid:" + problem.message(), "glance record not written: " + problem.message());
         return;
@@ -293,22 +293,22 @@ void SuiteParticipant::publish(GlanceLevel level, std::vector<GlanceMetric> metr
     checkStaleness(ttl);
     if (ttl != timerTTL_) startTimer(ttl);
     evaluate();
-    writeIfDue(0);
+    writeIfDue(Seconds::zero());
 }
 
 void SuiteParticipant::checkStaleness(std::int64_t ttl) {
     if (!options_.staleAfter) return;
-    const double gap = longestWriteGap(ttl);
+    const Seconds gap = longestWriteGap(ttl);
     if (gap <= *options_.staleAfter) return;
     logOnce("expired", "the interval between two publishes (" + seconds(gap) + " s) is longer than staleAfter (" +
                            seconds(*options_.staleAfter) + " s): the numbers blink");
 }
 
-void SuiteParticipant::writeIfDue(double margin) {
+void SuiteParticipant::writeIfDue(Seconds margin) {
     if (didShutdown_ || publishingSuspended_ || !lastLevel_) return;
-    const double now = clock_();
+    const WallTime now = clock_();
     const GlanceRecord record = currentRecord(now, GlanceState::running);
-    if (!schedule_.isDue(record, now + margin)) return;
+    if (!schedule_.isDue(record, epochSeconds(now + margin))) return;
     bool allWritten = foldersReady();
     for (const FolderLink& link : links_) {
         if (!link.open) continue;
@@ -351,9 +351,9 @@ const std::map<SuiteApp, GlanceRecord>& SuiteParticipant::readRecords() {
 // The wall clock set back or ahead shows as a jump between it and the loop's continuous clock, which
 // only moves forward with time (asleep or not).
 void SuiteParticipant::noteClock() {
-    const double offset = clock_() - loop_.now();
-    const std::optional<double> previous = std::exchange(clockOffset_, offset);
-    if (!previous || std::abs(offset - *previous) <= clockJumpThreshold) return;
+    const Seconds offset = clock_().time_since_epoch() - loop_.now().time_since_epoch();
+    const std::optional<Seconds> previous = std::exchange(clockOffset_, offset);
+    if (!previous || std::chrono::abs(offset - *previous) <= clockJumpThreshold) return;
     machine_.clockChanged(offset - *previous);
     // Our record's `at` is now off by the jump: readers would take it as stale or as from the future.
     schedule_.forceNext();
@@ -364,13 +364,14 @@ void SuiteParticipant::evaluate() {
     if (didShutdown_) return;
     noteClock();
     const bool writeAtOnce = !schedule_.lastWritten && lastLevel_ && !publishingSuspended_;
-    const double now = clock_();
+    const WallTime now = clock_();
     std::map<SuiteApp, GlanceRecord> records = readRecords();  // a copy: ours may be added below
     if (app_.participates() && !publishingSuspended_) {
         auto own = records.find(app_);
         // Count ourselves at once, before our first record is on disk (or while an old one is stale).
-        if (own == records.end() || !own->second.isFresh(now))
-            records[app_] = GlanceRecord(app_, isHost_, GlanceState::running, now, timerTTL_, GlanceLevel::ok, {});
+        if (own == records.end() || !own->second.isFresh(epochSeconds(now)))
+            records[app_] =
+                GlanceRecord(app_, isHost_, GlanceState::running, epochSeconds(now), timerTTL_, GlanceLevel::ok, {});
     }
     machine_.update(records, now, sightings_.vouched(loop_.now()));
 
@@ -401,7 +402,7 @@ void SuiteParticipant::evaluate() {
     reconcileHosting();
     if (host_ && hostNeedsUpdate) host_->update();
     // A record due at once (the clock was set, a folder was prepared again) is not left to the tick.
-    if (writeAtOnce) writeIfDue(0);
+    if (writeAtOnce) writeIfDue(Seconds::zero());
 }
 
 void SuiteParticipant::reconcileHosting() {
@@ -415,14 +416,14 @@ void SuiteParticipant::reconcileHosting() {
         setIsHost(true);
         host_->update();
         scheduleHostingRecheck();
-        writeIfDue(0);  // the record's hosting flag tells the others at once
+        writeIfDue(Seconds::zero());  // the record's hosting flag tells the others at once
     } else if (!wanted && host_) {
         pendingRecheck_.cancel();
         hostingRechecksLeft_ = 0;
         std::unique_ptr<SuiteHost> host = std::move(host_);
         host->tearDown();
         setIsHost(false);
-        writeIfDue(0);
+        writeIfDue(Seconds::zero());
     }
 }
 

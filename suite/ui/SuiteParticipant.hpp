@@ -20,6 +20,7 @@
 #include "SuiteHost.hpp"
 #include "SuiteOpenObserver.hpp"
 #include "base/MainLoop.hpp"
+#include "base/Time.hpp"
 #include "base/UserDefaults.hpp"
 #include "base/WeakGuard.hpp"
 #include "suite/protocol/HostLock.hpp"
@@ -33,37 +34,37 @@ public:
     static constexpr std::string_view showOwnIconKey = "KestrowSuite.showOwnIcon";
     static constexpr std::string_view logCategory = "participant";
     static constexpr int hostingRechecks = 12;
-    static constexpr double hostingRecheckInterval = 1.0;
-    static constexpr double settingsSaveDelay = 0.5;
-    static constexpr double wakeWriteMargin = 0;
+    static constexpr Seconds hostingRecheckInterval{1.0};
+    static constexpr Seconds settingsSaveDelay{0.5};
+    static constexpr Seconds wakeWriteMargin{0};
     // Folder events are read at most this often: another process rewriting a record a thousand
     // times a second costs ten readings a second, the last one after its final write.
-    static constexpr double defaultRereadInterval = 0.1;
+    static constexpr Seconds defaultRereadInterval{0.1};
     // How often a suite folder that was deleted or replaced, and cannot be prepared again yet, is
     // tried again.
-    static constexpr double repairInterval = 5.0;
+    static constexpr Seconds repairInterval{5.0};
     // A change between the wall clock and the loop's continuous clock larger than this is the wall
     // clock being set, not drift.
-    static constexpr double clockJumpThreshold = 1.0;
+    static constexpr Seconds clockJumpThreshold{1.0};
 
     struct Options {
-        std::function<double()> clock;                  // seconds since 1970; empty: the loop's wall clock
-        bool observeSystem = true;                      // follow the machine's sleep and wake
-        std::optional<double> staleAfter;               // only for a warning
-        std::function<void()> onOpen;                   // another member asks to open this application
-        bool registerHotKey = true;                     // whether a host registers the suite shortcut
-        HostLock::Timing lockTiming = {};               // how the host lock polls and re-checks
-        double rereadInterval = defaultRereadInterval;  // the least time between two event readings
+        std::function<WallTime()> clock;                 // empty: the loop's wall clock
+        bool observeSystem = true;                       // follow the machine's sleep and wake
+        std::optional<Seconds> staleAfter;               // only for a warning
+        std::function<void()> onOpen;                    // another member asks to open this application
+        bool registerHotKey = true;                      // whether a host registers the suite shortcut
+        HostLock::Timing lockTiming = {};                // how the host lock polls and re-checks
+        Seconds rereadInterval = defaultRereadInterval;  // the least time between two event readings
     };
 
     // What the user interface observes; each is reported only when it changed.
     enum class Property { isActive, isHost, rows, worstLevel, menuBarValues, showsOwnIcon };
 
     // The timer's interval for a ttl: half the ttl (clamped to 3…60) less half a second, at most 5 s.
-    static double timerInterval(std::int64_t ttl);
-    static double timerTolerance(std::int64_t ttl) { return timerInterval(ttl) / 10; }
+    static Seconds timerInterval(std::int64_t ttl);
+    static Seconds timerTolerance(std::int64_t ttl) { return timerInterval(ttl) / 10; }
     // How far apart two writes of an unchanged record can lie: half the ttl plus a late tick.
-    static double longestWriteGap(std::int64_t ttl) { return ttl * 0.5 + timerTolerance(ttl); }
+    static Seconds longestWriteGap(std::int64_t ttl) { return Seconds(ttl * 0.5) + timerTolerance(ttl); }
 
     SuiteParticipant(SuiteApp app, std::vector<SuiteFolder> folders, UserDefaults& defaults,
                      SuiteStatusItemFactory statusItems, MainLoop& loop, Options options);
@@ -120,13 +121,13 @@ public:
     void logOnce(const std::string& key, const std::string& message);
 
 private:
-    GlanceRecord currentRecord(double now, GlanceState state) const;
+    GlanceRecord currentRecord(WallTime now, GlanceState state) const;
     void startTimer(std::int64_t ttl);
     void tick();
     void evaluate();
     void reconcileHosting();
     void scheduleHostingRecheck();
-    void writeIfDue(double margin);
+    void writeIfDue(Seconds margin);
     void realignStatusItem();
     void saveSettingsSoon();
     void saveSettings();
@@ -158,7 +159,7 @@ private:
     SuiteStatusItemFactory statusItems_;
     MainLoop& loop_;
     Options options_;
-    std::function<double()> clock_;
+    std::function<WallTime()> clock_;
 
     // Published.
     bool isActive_ = false;
@@ -198,9 +199,10 @@ private:
     bool recordsCurrent_ = false;  // records_ holds what the folders held since the last change
     RecordSightings sightings_;
     MainLoop::Token pendingRead_;
-    double lastEventRead_ = -std::numeric_limits<double>::infinity();  // on the loop's clock
-    std::optional<double> clockOffset_;                                // wall clock minus the loop's continuous clock
-    std::optional<std::string> settingsUnreadable_;                    // the shared file is kept and not saved over
+    ContinuousTime lastEventRead_ = ContinuousTime::min();
+    // The wall clock's reading less the continuous clock's: only its changes mean anything.
+    std::optional<Seconds> clockOffset_;
+    std::optional<std::string> settingsUnreadable_;  // the shared file is kept and not saved over
     MainLoop::Token timer_;
     std::int64_t timerTTL_ = 0;
     MainLoop::Token wakeObserver_;

@@ -67,7 +67,7 @@ struct StoreRig {
     }
 
     // Waits, in real time, for results relayed from the engine's thread.
-    bool settle(const std::function<bool()>& done) { return loop.runUntil(done, 5.0); }
+    bool settle(const std::function<bool()>& done) { return loop.runUntil(done, std::chrono::seconds(5)); }
 };
 
 // The application structure's seams for a test: the rig's loop, notifier and scripted machine, one

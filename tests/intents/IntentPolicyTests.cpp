@@ -92,9 +92,9 @@ TEST(IntentAnswers, FreshnessIncludesTheLimitAndRefusesTheFuture) {
         {0, true}, {2'000'000, true}, {2'000'001, false}, {2'100'000, false}, {-1, false}, {-2'000'000, false},
     };
     for (const Case& c : cases)
-        EXPECT_EQ(IntentAnswers::isFresh(now - microseconds(c.ageMicroseconds), now, 2.0), c.fresh)
+        EXPECT_EQ(IntentAnswers::isFresh(now - microseconds(c.ageMicroseconds), now, kestrow::Seconds(2.0)), c.fresh)
             << c.ageMicroseconds;
-    EXPECT_FALSE(IntentAnswers::isFresh(now, now, -1.0));
+    EXPECT_FALSE(IntentAnswers::isFresh(now, now, kestrow::Seconds(-1.0)));
 }
 
 TEST(IntentRoutePolicy, ResetsOnlyAnIdleStoreWithoutAWindow) {
@@ -145,22 +145,24 @@ TEST(IntentQuitPolicy, OnlyTheIntentServicesPlainQuitIsAnIdleQuit) {
 }
 
 TEST(ReopenSuppression, WindowIsHalfOpenAndNeverLooksBackwards) {
-    EXPECT_EQ(ReopenSuppression::window, 1.0);
+    // Instants on the continuous clock, in seconds since its epoch.
+    const auto at = [](double seconds) { return kestrow::ContinuousTime(kestrow::Seconds(seconds)); };
+    EXPECT_EQ(ReopenSuppression::window, std::chrono::seconds(1));
     EXPECT_EQ(ReopenSuppression::reopenDelay, std::chrono::milliseconds(500));
 
     ReopenSuppression none;
-    EXPECT_FALSE(none.isSuppressed(0));
-    EXPECT_TRUE(none.reopenOpensDashboard(0, 0.5));
+    EXPECT_FALSE(none.isSuppressed(at(0)));
+    EXPECT_TRUE(none.reopenOpensDashboard(at(0), at(0.5)));
 
     ReopenSuppression s;
-    s.noteRequest(100.0);
+    s.noteRequest(at(100.0));
     struct Case {
         double at;
         bool suppressed;
     };
     const Case cases[] = {{100.0, true},  {100.3, true}, {100.999, true},      {101.0, false},
                           {250.0, false}, {99.9, false}, {std::nan(""), false}};
-    for (const Case& c : cases) EXPECT_EQ(s.isSuppressed(c.at), c.suppressed) << c.at;
+    for (const Case& c : cases) EXPECT_EQ(s.isSuppressed(at(c.at)), c.suppressed) << c.at;
 
     struct Reopen {
         double arrived, checked;
@@ -174,20 +176,21 @@ TEST(ReopenSuppression, WindowIsHalfOpenAndNeverLooksBackwards) {
         {100.9, 101.4, false},
     };
     for (const Reopen& r : reopens)
-        EXPECT_EQ(s.reopenOpensDashboard(r.arrived, r.checked), r.opens) << r.arrived << " " << r.checked;
+        EXPECT_EQ(s.reopenOpensDashboard(at(r.arrived), at(r.checked)), r.opens) << r.arrived << " " << r.checked;
 
-    s.noteRequest(200.0);  // a newer request replaces the older one
-    EXPECT_FALSE(s.isSuppressed(100.5));
-    EXPECT_TRUE(s.isSuppressed(200.5));
+    s.noteRequest(at(200.0));  // a newer request replaces the older one
+    EXPECT_FALSE(s.isSuppressed(at(100.5)));
+    EXPECT_TRUE(s.isSuppressed(at(200.5)));
 }
 
 TEST(ReopenSuppression, OpensTheDashboardOnlyForADeliberateReopenWithoutOwnIcon) {
+    const auto at = [](double seconds) { return kestrow::ContinuousTime(kestrow::Seconds(seconds)); };
     ReopenSuppression lastIntent;
-    lastIntent.noteRequest(50.0);
-    EXPECT_FALSE(lastIntent.opensDashboard(50.3, 50.8, false));
-    EXPECT_TRUE(lastIntent.opensDashboard(51.0, 51.5, false));
-    EXPECT_FALSE(lastIntent.opensDashboard(51.0, 51.5, true));  // its own icon is there to click
-    EXPECT_TRUE(ReopenSuppression().opensDashboard(0.1, 0.6, false));
+    lastIntent.noteRequest(at(50.0));
+    EXPECT_FALSE(lastIntent.opensDashboard(at(50.3), at(50.8), false));
+    EXPECT_TRUE(lastIntent.opensDashboard(at(51.0), at(51.5), false));
+    EXPECT_FALSE(lastIntent.opensDashboard(at(51.0), at(51.5), true));  // its own icon is there to click
+    EXPECT_TRUE(ReopenSuppression().opensDashboard(at(0.1), at(0.6), false));
 }
 
 }  // namespace

@@ -61,30 +61,35 @@ GlanceRecord running(SuiteApp app, double at, bool hosting = false, GlanceLevel 
 
 using Records = std::map<SuiteApp, GlanceRecord>;
 
+// Instants as the tests write them: seconds since 1970 on the wall clock, seconds on the reader's
+// continuous clock.
+WallTime wall(double seconds) { return fromEpochSeconds(seconds); }
+ContinuousTime reader(double seconds) { return ContinuousTime(Seconds(seconds)); }
+
 TEST(SuiteStateMachine, ActivationOffDelayWakeAndHost) {
     SuiteStateMachine m;
     // Non-participants never count toward the two.
     m.update({{SuiteApp::brimlet, running(SuiteApp::brimlet, 0)},
               {SuiteApp::dismel, running(SuiteApp::dismel, 0)},
               {SuiteApp::hollin, running(SuiteApp::hollin, 0)}},
-             0);
+             wall(0));
     EXPECT_FALSE(m.isActive);
     EXPECT_EQ(m.rows().size(), 1u);
 
     Records two = {{SuiteApp::brimlet, running(SuiteApp::brimlet, 100)},
                    {SuiteApp::corvane, running(SuiteApp::corvane, 100)}};
-    m.update(two, 100);
+    m.update(two, wall(100));
     EXPECT_TRUE(m.isActive);
     EXPECT_FALSE(m.hostMissing());
     EXPECT_FALSE(m.showsOwnIcon(false));
     EXPECT_TRUE(m.showsOwnIcon(true));
-    m.update(two, 105);
+    m.update(two, wall(105));
     EXPECT_FALSE(m.hostMissing());  // exactly 5 s
-    m.update(two, 105.1);
+    m.update(two, wall(105.1));
     EXPECT_TRUE(m.hostMissing());
     EXPECT_TRUE(m.showsOwnIcon(false));
     two[SuiteApp::brimlet] = running(SuiteApp::brimlet, 106, true);
-    m.update(two, 106);
+    m.update(two, wall(106));
     EXPECT_FALSE(m.hostMissing());
 
     // corvane's record goes stale after 110; brimlet keeps publishing.
@@ -92,12 +97,12 @@ TEST(SuiteStateMachine, ActivationOffDelayWakeAndHost) {
                    {SuiteApp::corvane, running(SuiteApp::corvane, 100)}};
     auto step = [&](double now) {
         one[SuiteApp::brimlet].at = now;
-        m.update(one, now);
+        m.update(one, wall(now));
         return m.isActive;
     };
     EXPECT_TRUE(step(111));  // fewer than two since 111
     EXPECT_TRUE(step(120.9));
-    m.didWake(120.95);  // a wake restarts the grace
+    m.didWake(wall(120.95));  // a wake restarts the grace
     EXPECT_TRUE(step(125));
     EXPECT_TRUE(step(130.9));
     EXPECT_TRUE(step(131));  // wake grace over: the wait starts now
@@ -115,21 +120,21 @@ TEST(SuiteStateMachine, AWakeWithoutAReadingInsideTheGraceStartsTheWaitAfresh) {
     SuiteStateMachine m;
     Records records = {{SuiteApp::brimlet, running(SuiteApp::brimlet, 100)},
                        {SuiteApp::corvane, running(SuiteApp::corvane, 100)}};
-    m.update(records, 100);
+    m.update(records, wall(100));
     ASSERT_TRUE(m.isActive);
     records[SuiteApp::brimlet].at = 115;
-    m.update(records, 115);  // corvane stale since 110: below two from 115
-    ASSERT_EQ(m.belowSince, 115.0);
-    m.didWake(118);
+    m.update(records, wall(115));  // corvane stale since 110: below two from 115
+    ASSERT_EQ(m.belowSince, wall(115.0));
+    m.didWake(wall(118));
     EXPECT_FALSE(m.belowSince);
     records[SuiteApp::brimlet].at = 128.5;
-    m.update(records, 128.5);  // the first reading after the grace (118 + 10)
+    m.update(records, wall(128.5));  // the first reading after the grace (118 + 10)
     EXPECT_TRUE(m.isActive) << "the wait starts at this reading, not at 115";
     records[SuiteApp::brimlet].at = 138.4;
-    m.update(records, 138.4);
+    m.update(records, wall(138.4));
     EXPECT_TRUE(m.isActive);
     records[SuiteApp::brimlet].at = 138.5;
-    m.update(records, 138.5);
+    m.update(records, wall(138.5));
     EXPECT_FALSE(m.isActive);
 }
 
@@ -140,16 +145,16 @@ TEST(SuiteStateMachine, AClockChangeMovesTheKeptTimesAlong) {
         SuiteStateMachine m;
         Records records = {{SuiteApp::brimlet, running(SuiteApp::brimlet, 100, true)},
                            {SuiteApp::corvane, running(SuiteApp::corvane, 100)}};
-        m.update(records, 100);
+        m.update(records, wall(100));
         records.erase(SuiteApp::corvane);
-        m.update(records, 104);  // below two since 104
-        m.clockChanged(jump);
+        m.update(records, wall(104));  // below two since 104
+        m.clockChanged(Seconds(jump));
         records[SuiteApp::brimlet].at = 109 + jump;
-        m.update(records, 109 + jump);
+        m.update(records, wall(109 + jump));
         EXPECT_TRUE(m.isActive);
         EXPECT_TRUE(m.rows().size() == 2 && !m.rows()[1].isRunning()) << "corvane still shows as not running";
         records[SuiteApp::brimlet].at = 114 + jump;
-        m.update(records, 114 + jump);
+        m.update(records, wall(114 + jump));
         EXPECT_FALSE(m.isActive) << "10 s after it fell below two, as without the change";
     }
 }
@@ -161,14 +166,16 @@ TEST(RecordSightings, VouchesForRecordsSeenChangingWithinTheirTtl) {
     auto at = [](SuiteApp app, double when, GlanceState state = GlanceState::running) {
         return GlanceRecord(app, false, state, when, 10, GlanceLevel::ok, {});
     };
-    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5000)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}}, 50);
-    EXPECT_TRUE(seen.vouched(50).empty()) << "a first sighting says nothing of its age";
-    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5004)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}}, 54);
-    EXPECT_EQ(seen.vouched(54), std::set<SuiteApp>{SuiteApp::corvane});
-    EXPECT_EQ(seen.vouched(63.9), std::set<SuiteApp>{SuiteApp::corvane});
-    EXPECT_TRUE(seen.vouched(64).empty());
-    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5008, GlanceState::stopped)}}, 58);
-    EXPECT_TRUE(seen.vouched(58).empty()) << "a stopped record is never fresh";
+    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5000)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}},
+                 reader(50));
+    EXPECT_TRUE(seen.vouched(reader(50)).empty()) << "a first sighting says nothing of its age";
+    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5004)}, {SuiteApp::garrow, at(SuiteApp::garrow, 1)}},
+                 reader(54));
+    EXPECT_EQ(seen.vouched(reader(54)), std::set<SuiteApp>{SuiteApp::corvane});
+    EXPECT_EQ(seen.vouched(reader(63.9)), std::set<SuiteApp>{SuiteApp::corvane});
+    EXPECT_TRUE(seen.vouched(reader(64)).empty());
+    seen.observe({{SuiteApp::corvane, at(SuiteApp::corvane, 5008, GlanceState::stopped)}}, reader(58));
+    EXPECT_TRUE(seen.vouched(reader(58)).empty()) << "a stopped record is never fresh";
     EXPECT_EQ(seen.seen.count(SuiteApp::garrow), 0u) << "a record that went away is forgotten";
 }
 
@@ -180,7 +187,7 @@ TEST(SuiteStateMachine, RowsLevelsAndMenuBarValues) {
     m.update({{SuiteApp::fennick, running(SuiteApp::fennick, 0, false, GlanceLevel::notice, {fw})},
               {SuiteApp::brimlet, running(SuiteApp::brimlet, 0, true, GlanceLevel::ok, {mem, cpu})},
               {SuiteApp::garrow, running(SuiteApp::garrow, 0, false, GlanceLevel::alert)}},
-             0);
+             wall(0));
     ASSERT_EQ(m.rows().size(), 3u);
     EXPECT_EQ(m.rows()[0].app(), SuiteApp(SuiteApp::brimlet));  // catalogue order
     EXPECT_EQ(m.worstLevel(), GlanceLevel(GlanceLevel::alert));
@@ -197,13 +204,13 @@ TEST(SuiteStateMachine, RowsLevelsAndMenuBarValues) {
     stopped.state = GlanceState::stopped;
     const Records later = {{SuiteApp::brimlet, stopped},
                            {SuiteApp::fennick, running(SuiteApp::fennick, 59, false, GlanceLevel::notice, {fw})}};
-    m.update(later, 59);
+    m.update(later, wall(59));
     ASSERT_EQ(m.rows().size(), 3u);
     EXPECT_FALSE(m.rows()[0].isRunning());  // stopped shows as not running at once
     EXPECT_EQ(m.worstLevel(), GlanceLevel(GlanceLevel::notice));
-    m.update(later, 60);
+    m.update(later, wall(60));
     EXPECT_EQ(m.rows().size(), 3u);  // garrow was last fresh at 0: 60 s ago still shown
-    m.update(later, 61);             // brimlet and garrow were last fresh 61 s ago: gone from the list
+    m.update(later, wall(61));       // brimlet and garrow were last fresh 61 s ago: gone from the list
     ASSERT_EQ(m.rows().size(), 1u);
     EXPECT_EQ(m.rows()[0].app(), SuiteApp(SuiteApp::fennick));
 }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <string>
 
 #include "base/Files.hpp"
@@ -13,10 +12,10 @@ namespace kestrow {
 
 namespace {
 enum Kind { timerKind, watcherKind, wakeKind, readableKind };
-constexpr double shortestInterval = 0.001;  // a zero interval would fire forever without time passing
+constexpr Seconds shortestInterval = std::chrono::milliseconds(1);  // zero would fire forever without time passing
 }  // namespace
 
-ManualMainLoop::ManualMainLoop(double wallStart) : wallStart_(wallStart) {}
+ManualMainLoop::ManualMainLoop(WallTime wallStart) : wallStart_(wallStart) {}
 
 ManualMainLoop::~ManualMainLoop() { guard_.invalidate(); }
 
@@ -38,13 +37,14 @@ void ManualMainLoop::post(Task task) {
     posted_.notify_all();
 }
 
-MainLoop::Token ManualMainLoop::after(double seconds, Task task) {
+MainLoop::Token ManualMainLoop::after(Seconds delay, Task task) {
     const std::uint64_t id = nextId_++;
-    timers_[id] = Timer{now_ + std::max(0.0, seconds), 0, 0, std::make_shared<Task>(std::move(task))};
+    timers_[id] = Timer{now_ + std::max(Seconds::zero(), delay), Seconds::zero(), Seconds::zero(),
+                        std::make_shared<Task>(std::move(task))};
     return tokenFor(id, timerKind);
 }
 
-MainLoop::Token ManualMainLoop::repeat(double interval, double tolerance, Task task) {
+MainLoop::Token ManualMainLoop::repeat(Seconds interval, Seconds tolerance, Task task) {
     const std::uint64_t id = nextId_++;
     interval = std::max(interval, shortestInterval);
     timers_[id] = Timer{now_ + interval, interval, tolerance, std::make_shared<Task>(std::move(task))};
@@ -121,10 +121,9 @@ void ManualMainLoop::stop() {
     posted_.notify_all();
 }
 
-bool ManualMainLoop::runUntil(const std::function<bool()>& done, double realSeconds) {
+bool ManualMainLoop::runUntil(const std::function<bool()>& done, Seconds realTime) {
     const auto deadline =
-        std::chrono::steady_clock::now() +
-        std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(realSeconds));
+        std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(realTime);
     for (;;) {
         // Stop at the first task after which the condition holds, so later posts (a worker's
         // result that raced in) are still waiting when the caller looks.
@@ -144,7 +143,7 @@ void ManualMainLoop::fireTimer(std::uint64_t id) {
     auto it = timers_.find(id);
     if (it == timers_.end()) return;
     std::shared_ptr<Task> task = it->second.task;  // the task may cancel its own timer
-    if (it->second.interval > 0) {
+    if (it->second.interval > Seconds::zero()) {
         it->second.due += it->second.interval;
         if (it->second.due <= now_) it->second.due = now_ + it->second.interval;  // after a sleep
     } else {
@@ -153,12 +152,12 @@ void ManualMainLoop::fireTimer(std::uint64_t id) {
     (*task)();
 }
 
-void ManualMainLoop::advance(double seconds) {
-    const double target = now_ + std::max(0.0, seconds);
+void ManualMainLoop::advance(Seconds length) {
+    const ContinuousTime target = now_ + std::max(Seconds::zero(), length);
     for (;;) {
         runPending();
         std::uint64_t next = 0;
-        double due = std::numeric_limits<double>::infinity();
+        ContinuousTime due = ContinuousTime::max();
         for (const auto& [id, timer] : timers_)
             if (timer.due < due) {
                 due = timer.due;
@@ -172,8 +171,8 @@ void ManualMainLoop::advance(double seconds) {
     runPending();
 }
 
-void ManualMainLoop::sleep(double seconds) {
-    now_ += std::max(0.0, seconds);
+void ManualMainLoop::sleep(Seconds length) {
+    now_ += std::max(Seconds::zero(), length);
     std::vector<std::shared_ptr<Task>> observers;
     for (const auto& [id, task] : wakeObservers_) observers.push_back(task);
     for (const auto& task : observers) (*task)();
@@ -222,7 +221,7 @@ void ManualMainLoop::folderGone(const std::string& path) {
 std::vector<ManualMainLoop::TimerInfo> ManualMainLoop::repeatingTimers() const {
     std::vector<TimerInfo> out;
     for (const auto& [id, timer] : timers_)
-        if (timer.interval > 0) out.push_back({timer.interval, timer.tolerance, timer.due});
+        if (timer.interval > Seconds::zero()) out.push_back({timer.interval, timer.tolerance, timer.due});
     return out;
 }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/MainLoop.hpp"
+#include "base/Time.hpp"
 #include "base/WeakGuard.hpp"
 
 namespace kestrow {
@@ -22,32 +23,35 @@ namespace kestrow {
 // test advances time, so timer, wake and grace rules are checked without waiting.
 class ManualMainLoop final : public MainLoop {
 public:
-    explicit ManualMainLoop(double wallStart = 1'700'000'000.0);
+    // The continuous clock starts at its epoch, the wall clock at `wallStart`.
+    explicit ManualMainLoop(WallTime wallStart = fromEpochSeconds(1'700'000'000.0));
     ~ManualMainLoop() override;
 
     void post(Task task) override;
-    Token after(double seconds, Task task) override;
-    Token repeat(double interval, double tolerance, Task task) override;
+    Token after(Seconds delay, Task task) override;
+    Token repeat(Seconds interval, Seconds tolerance, Task task) override;
     Watch watchFolder(const std::string& path, Task onChange, NameFilter ignored = {}, Task onGone = {}) override;
     Token onWake(Task task) override;
     Token watchReadable(int fd, Task onReadable) override;
-    double now() const override { return now_; }
-    double wallClock() const override { return wallStart_ + now_; }
+    ContinuousTime now() const override { return now_; }
+    WallTime wallClock() const override { return wallStart_ + elapsed(); }
+    // How far the clocks moved since the loop was made.
+    Seconds elapsed() const { return now_.time_since_epoch(); }
     // Runs posted tasks as they arrive until `stop`.
     void run() override;
     void stop() override;
 
     // Moves both clocks forward, firing every timer at its due time, with posted work run after each.
-    void advance(double seconds);
-    // The machine sleeps for `seconds`: the clocks jump, then wake observers fire, then every overdue
+    void advance(Seconds length);
+    // The machine sleeps for `length`: the clocks jump, then wake observers fire, then every overdue
     // timer fires once.
-    void sleep(double seconds);
+    void sleep(Seconds length);
     // Runs the tasks posted so far (and those they post).
     void runPending();
     // Runs posted tasks, waiting for other threads' posts, until `done` holds (checked after every
-    // task, and at least every 10 ms) or `realSeconds` of real time passed; returns whether `done`
+    // task, and at least every 10 ms) or `realTime` passed on the real clock; returns whether `done`
     // held. Tasks still queued when it holds stay queued.
-    bool runUntil(const std::function<bool()>& done, double realSeconds);
+    bool runUntil(const std::function<bool()>& done, Seconds realTime);
     // Reports a change in a watched folder, as the system would after a write; with `names`, as a
     // system that names the entries it saw change.
     void folderChanged(const std::string& path, const std::vector<std::string>& names = {});
@@ -59,18 +63,18 @@ public:
 
     // What tests inspect: the interval and tolerance of live repeating timers.
     struct TimerInfo {
-        double interval = 0;
-        double tolerance = 0;
-        double due = 0;
+        Seconds interval{};
+        Seconds tolerance{};
+        ContinuousTime due{};
     };
     std::vector<TimerInfo> repeatingTimers() const;
     std::vector<std::string> watchedFolders() const;
 
 private:
     struct Timer {
-        double due = 0;
-        double interval = 0;  // 0: one-shot
-        double tolerance = 0;
+        ContinuousTime due{};
+        Seconds interval{};  // zero: one-shot
+        Seconds tolerance{};
         std::shared_ptr<Task> task;
     };
     struct Watcher {
@@ -84,8 +88,8 @@ private:
     Token tokenFor(std::uint64_t id, int kind);
     void fireTimer(std::uint64_t id);
 
-    double wallStart_;
-    double now_ = 0;
+    WallTime wallStart_;
+    ContinuousTime now_{};
     std::uint64_t nextId_ = 1;
     std::map<std::uint64_t, Timer> timers_;
     std::map<std::uint64_t, Watcher> watchers_;

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include "base/Files.hpp"
@@ -14,20 +16,22 @@
 namespace kestrow {
 namespace {
 
+using namespace std::chrono_literals;
+
 TEST(ManualMainLoop, TimersFireInOrderAtTheirDueTimes) {
     ManualMainLoop loop;
     std::vector<std::pair<std::string, double>> fired;
-    auto every = loop.repeat(1.0, 0.1, [&] { fired.emplace_back("tick", loop.now()); });
-    auto once = loop.after(2.0, [&] { fired.emplace_back("once", loop.now()); });
-    loop.advance(3.5);
+    auto every = loop.repeat(1s, 100ms, [&] { fired.emplace_back("tick", loop.elapsed().count()); });
+    auto once = loop.after(2s, [&] { fired.emplace_back("once", loop.elapsed().count()); });
+    loop.advance(3500ms);
     // Timers due at the same instant fire in the order they were made.
     const std::vector<std::pair<std::string, double>> expected{
         {"tick", 1.0}, {"tick", 2.0}, {"once", 2.0}, {"tick", 3.0}};
     EXPECT_EQ(fired, expected);
-    EXPECT_DOUBLE_EQ(loop.now(), 3.5);
-    EXPECT_DOUBLE_EQ(loop.wallClock(), 1'700'000'003.5);
+    EXPECT_DOUBLE_EQ(loop.elapsed().count(), 3.5);
+    EXPECT_DOUBLE_EQ(epochSeconds(loop.wallClock()), 1'700'000'003.5);
     ASSERT_EQ(loop.repeatingTimers().size(), 1u);
-    EXPECT_DOUBLE_EQ(loop.repeatingTimers()[0].tolerance, 0.1);
+    EXPECT_DOUBLE_EQ(loop.repeatingTimers()[0].tolerance.count(), 0.1);
 }
 
 TEST(ManualMainLoop, TokensCancelEvenFromTheirOwnCallbackAndAfterTheLoopIsGone) {
@@ -36,19 +40,19 @@ TEST(ManualMainLoop, TokensCancelEvenFromTheirOwnCallbackAndAfterTheLoopIsGone) 
         ManualMainLoop loop;
         int ticks = 0;
         MainLoop::Token token;
-        token = loop.repeat(1.0, 0, [&] {
+        token = loop.repeat(1s, 0s, [&] {
             if (++ticks == 2) token.cancel();
         });
-        loop.advance(10);
+        loop.advance(10s);
         EXPECT_EQ(ticks, 2);
         EXPECT_FALSE(token.active());
 
         int delayed = 0;
-        auto replaced = loop.after(1, [&] { ++delayed; });
-        replaced = loop.after(2, [&] { delayed += 10; });  // assigning cancels the first delay
-        loop.advance(3);
+        auto replaced = loop.after(1s, [&] { ++delayed; });
+        replaced = loop.after(2s, [&] { delayed += 10; });  // assigning cancels the first delay
+        loop.advance(3s);
         EXPECT_EQ(delayed, 10);
-        survivor = loop.after(5, [] {});
+        survivor = loop.after(5s, [] {});
     }
     survivor.cancel();  // must not touch the destroyed loop
     EXPECT_FALSE(survivor.active());
@@ -57,12 +61,13 @@ TEST(ManualMainLoop, TokensCancelEvenFromTheirOwnCallbackAndAfterTheLoopIsGone) 
 TEST(ManualMainLoop, SleepWakesObserversThenFiresOverdueTimersOnce) {
     ManualMainLoop loop;
     std::vector<std::string> events;
-    auto tick = loop.repeat(5.0, 0.5, [&] { events.push_back("tick@" + std::to_string(int(loop.now()))); });
-    auto wake = loop.onWake([&] { events.push_back("wake@" + std::to_string(int(loop.now()))); });
-    loop.advance(1);
-    loop.sleep(3600);
+    auto tick =
+        loop.repeat(5s, 500ms, [&] { events.push_back("tick@" + std::to_string(int(loop.elapsed().count()))); });
+    auto wake = loop.onWake([&] { events.push_back("wake@" + std::to_string(int(loop.elapsed().count()))); });
+    loop.advance(1s);
+    loop.sleep(1h);
     EXPECT_EQ(events, (std::vector<std::string>{"wake@3601", "tick@3601"}));
-    loop.advance(5);
+    loop.advance(5s);
     EXPECT_EQ(events.back(), "tick@3606");
 }
 
@@ -72,10 +77,10 @@ TEST(ManualMainLoop, RunUntilTakesPostsFromOtherThreadsAndGivesUpAtItsDeadline) 
     std::thread poster([&] {
         for (int i = 0; i < 3; ++i) loop.post([&] { ++seen; });
     });
-    EXPECT_TRUE(loop.runUntil([&] { return seen == 3; }, 5.0));
+    EXPECT_TRUE(loop.runUntil([&] { return seen == 3; }, 5s));
     poster.join();
     const auto before = std::chrono::steady_clock::now();
-    EXPECT_FALSE(loop.runUntil([] { return false; }, 0.05));
+    EXPECT_FALSE(loop.runUntil([] { return false; }, 50ms));
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
 }
 
@@ -110,7 +115,9 @@ TEST(WakeDetector, TellsSleepByTheGrowingGapBetweenTheClocks) {
     for (const Case& c : cases) {
         WakeDetector detector;
         std::vector<bool> got;
-        for (auto [continuous, monotonic] : c.readings) got.push_back(detector.sample(continuous, monotonic));
+        for (auto [continuous, monotonic] : c.readings)
+            got.push_back(
+                detector.sample(ContinuousTime(Seconds(continuous)), WakeDetector::MonotonicTime(Seconds(monotonic))));
         EXPECT_EQ(got, c.expected) << c.what;
     }
 }
@@ -121,7 +128,7 @@ class SystemMainLoop : public ::testing::Test {
 protected:
     std::unique_ptr<MainLoop> loop = makeSystemMainLoop(false);
     bool timedOut = false;
-    MainLoop::Token watchdog = loop->after(5.0, [this] {
+    MainLoop::Token watchdog = loop->after(5s, [this] {
         timedOut = true;
         loop->stop();
     });
@@ -148,23 +155,23 @@ TEST_F(SystemMainLoop, RunsPostsFromOtherThreadsInOrderOnItsOwnThread) {
 }
 
 TEST_F(SystemMainLoop, RepeatsAndDelaysCountOnTheContinuousClock) {
-    const double start = loop->now();
+    const ContinuousTime start = loop->now();
     int ticks = 0;
-    double delayFiredAt = 0;
-    auto delay = loop->after(0.05, [&] { delayFiredAt = loop->now(); });
-    auto cancelled = loop->after(0.01, [&] { ADD_FAILURE() << "a cancelled delay fired"; });
+    std::optional<ContinuousTime> delayFiredAt;
+    auto delay = loop->after(50ms, [&] { delayFiredAt = loop->now(); });
+    auto cancelled = loop->after(10ms, [&] { ADD_FAILURE() << "a cancelled delay fired"; });
     cancelled.cancel();
-    MainLoop::Token every = loop->repeat(0.01, 0.001, [&] {
+    MainLoop::Token every = loop->repeat(10ms, 1ms, [&] {
         if (++ticks == 10) loop->stop();
     });
     loop->run();
     EXPECT_FALSE(timedOut);
     EXPECT_EQ(ticks, 10);
-    EXPECT_GE(loop->now() - start, 0.09);
-    if (delayFiredAt > 0) {
-        EXPECT_GE(delayFiredAt - start, 0.05);
+    EXPECT_GE(loop->now() - start, 90ms);
+    if (delayFiredAt) {
+        EXPECT_GE(*delayFiredAt - start, 50ms);
     }
-    EXPECT_NEAR(loop->wallClock(), wallSeconds(), 1.0);
+    EXPECT_NEAR(epochSeconds(loop->wallClock()), epochSeconds(WallClock::now()), 1.0);
 }
 
 TEST_F(SystemMainLoop, ReportsWritesInAWatchedFolderUntilCancelled) {
@@ -184,7 +191,7 @@ TEST_F(SystemMainLoop, ReportsWritesInAWatchedFolderUntilCancelled) {
     auto other = loop->watchFolder(temp.path(), [&] { ++otherChanges; });
     ASSERT_TRUE(other.status.ok());
     other.token.cancel();
-    auto write = loop->after(0.01, [&] { ASSERT_TRUE(writeAtomically(temp / "record.json", "{}").ok()); });
+    auto write = loop->after(10ms, [&] { ASSERT_TRUE(writeAtomically(temp / "record.json", "{}").ok()); });
     loop->run();
     EXPECT_FALSE(timedOut);
     EXPECT_GE(changes, 1);
@@ -192,8 +199,8 @@ TEST_F(SystemMainLoop, ReportsWritesInAWatchedFolderUntilCancelled) {
 
     watch.token.cancel();
     const int before = changes;
-    auto again = loop->after(0.01, [&] { ASSERT_TRUE(writeAtomically(temp / "other.json", "{}").ok()); });
-    auto done = loop->after(0.2, [&] { loop->stop(); });
+    auto again = loop->after(10ms, [&] { ASSERT_TRUE(writeAtomically(temp / "other.json", "{}").ok()); });
+    auto done = loop->after(200ms, [&] { loop->stop(); });
     loop->run();
     EXPECT_EQ(changes, before);
 }
@@ -218,7 +225,7 @@ TEST_F(SystemMainLoop, ReportsADescriptorWithSomethingToReadUntilCancelled) {
 
     watch.cancel();
     ASSERT_EQ(::write(ends[1], "more", 4), 4);
-    auto done = loop->after(0.2, [&] { loop->stop(); });
+    auto done = loop->after(200ms, [&] { loop->stop(); });
     loop->run();
     EXPECT_EQ(received, "keys");
     ::close(ends[0]);
@@ -247,12 +254,12 @@ TEST_F(SystemMainLoop, AWatcherDoesNotHearOfTheEntriesItIgnores) {
 
     // Our own atomic write (a temporary file renamed over the record) is not reported, though the
     // kernel queues its events at once...
-    auto own = loop->after(0.01, [&] { ASSERT_TRUE(writeAtomically(temp / "mine.json", "{}").ok()); });
+    auto own = loop->after(10ms, [&] { ASSERT_TRUE(writeAtomically(temp / "mine.json", "{}").ok()); });
     int changesBeforeTheirs = -1;
-    auto check = loop->after(0.12, [&] { changesBeforeTheirs = changes; });
+    auto check = loop->after(120ms, [&] { changesBeforeTheirs = changes; });
     // ...while another entry's write, a moment later, is.
-    auto theirs = loop->after(0.15, [&] { ASSERT_TRUE(writeAtomically(temp / "theirs.json", "{}").ok()); });
-    auto stopWhenHeard = loop->repeat(0.01, 0, [&] {
+    auto theirs = loop->after(150ms, [&] { ASSERT_TRUE(writeAtomically(temp / "theirs.json", "{}").ok()); });
+    auto stopWhenHeard = loop->repeat(10ms, 0s, [&] {
         if (changes > 0 && changesBeforeTheirs >= 0) loop->stop();
     });
     loop->run();
@@ -277,7 +284,7 @@ TEST_F(SystemMainLoop, AWatchedFolderThatGoesAwaySaysSoOnce) {
                 loop->stop();
             });
         ASSERT_TRUE(watch.status.ok()) << watch.status.message();
-        auto remove = loop->after(0.01, [&] {
+        auto remove = loop->after(10ms, [&] {
             if (moved) std::filesystem::rename(path, temp / "elsewhere");
             else std::filesystem::remove_all(path);
         });
@@ -286,8 +293,8 @@ TEST_F(SystemMainLoop, AWatchedFolderThatGoesAwaySaysSoOnce) {
         EXPECT_EQ(gone, 1);
         // The moved folder's later changes are not reported as the path's.
         if (moved) {
-            auto write = loop->after(0.01, [&] { ASSERT_TRUE(writeAtomically(temp / "elsewhere/x", "{}").ok()); });
-            auto done = loop->after(0.2, [&] { loop->stop(); });
+            auto write = loop->after(10ms, [&] { ASSERT_TRUE(writeAtomically(temp / "elsewhere/x", "{}").ok()); });
+            auto done = loop->after(200ms, [&] { loop->stop(); });
             loop->run();
             EXPECT_EQ(changes, 0);
             EXPECT_EQ(gone, 1);
@@ -299,11 +306,11 @@ TEST_F(SystemMainLoop, AWatchedFolderThatGoesAwaySaysSoOnce) {
 TEST(SystemMainLoopSignals, SigtermEndsTheLoopCleanly) {
     auto loop = makeSystemMainLoop(true);
     bool timedOut = false;
-    auto watchdog = loop->after(5.0, [&] {
+    auto watchdog = loop->after(5s, [&] {
         timedOut = true;
         loop->stop();
     });
-    auto send = loop->after(0.01, [] { ::raise(SIGTERM); });
+    auto send = loop->after(10ms, [] { ::raise(SIGTERM); });
     loop->run();
     EXPECT_FALSE(timedOut);
 }

@@ -193,7 +193,7 @@ TEST(SuiteMembers, OneHostsTheOtherTakesOverAndAStoppedMemberIsDroppedAtOnce) {
 
 bool freshRecordIn(const SuiteFolder& folder, SuiteApp app) {
     const auto result = GlanceStore{folder}.read(app);
-    return result && result->ok() && result->value().isFresh(wallSeconds());
+    return result && result->ok() && result->value().isFresh(epochSeconds(WallClock::now()));
 }
 
 // Running members whose "glances" folder is deleted, then replaced by a new folder, go on: each

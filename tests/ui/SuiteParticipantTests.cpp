@@ -20,6 +20,7 @@ namespace kestrow::suite {
 namespace {
 
 using Property = SuiteParticipant::Property;
+using namespace std::chrono_literals;
 
 // What the fake status items saw, across every item the factory made.
 struct ItemLog {
@@ -105,7 +106,7 @@ protected:
     // Every folder event is read at once here, so a test's records count the moment it writes
     // them; the reading interval has tests of its own.
     static SuiteParticipant::Options immediate(SuiteParticipant::Options options = {}) {
-        options.rereadInterval = 0;
+        options.rereadInterval = Seconds::zero();
         return options;
     }
 
@@ -120,7 +121,7 @@ protected:
     // Another member's record, written the way that member would write it.
     void other(SuiteApp app, bool hosting = false, GlanceLevel level = GlanceLevel::ok,
                GlanceState state = GlanceState::running, std::int64_t ttl = 10) {
-        const GlanceRecord record(app, hosting, state, loop.wallClock(), ttl, level,
+        const GlanceRecord record(app, hosting, state, epochSeconds(loop.wallClock()), ttl, level,
                                   {GlanceMetric{"load", "Load", 42.5, "%", level}});
         ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
         loop.folderChanged(folder.glancesURL());
@@ -145,16 +146,16 @@ TEST_F(Participant, TimerIntervalAndToleranceFollowTheTtl) {
     };
     const Case cases[] = {{3, 1.0}, {10, 4.5}, {60, 5.0}, {1, 1.0}, {100, 5.0}, {11, 5.0}, {6, 2.5}};
     for (const Case& c : cases) {
-        EXPECT_DOUBLE_EQ(SuiteParticipant::timerInterval(c.ttl), c.interval) << c.ttl;
-        EXPECT_DOUBLE_EQ(SuiteParticipant::timerTolerance(c.ttl), c.interval / 10) << c.ttl;
+        EXPECT_DOUBLE_EQ(SuiteParticipant::timerInterval(c.ttl).count(), c.interval) << c.ttl;
+        EXPECT_DOUBLE_EQ(SuiteParticipant::timerTolerance(c.ttl).count(), c.interval / 10) << c.ttl;
     }
     auto p = make(SuiteApp::corvane);
     for (const std::int64_t ttl : {3, 10, 60}) {
         p->publish(GlanceLevel::ok, metrics(10), ttl);
         const auto timers = loop.repeatingTimers();
         ASSERT_EQ(timers.size(), 1u) << "the timer is replaced, not added";
-        EXPECT_DOUBLE_EQ(timers[0].interval, SuiteParticipant::timerInterval(ttl));
-        EXPECT_DOUBLE_EQ(timers[0].tolerance, SuiteParticipant::timerInterval(ttl) / 10);
+        EXPECT_DOUBLE_EQ(timers[0].interval.count(), SuiteParticipant::timerInterval(ttl).count());
+        EXPECT_DOUBLE_EQ(timers[0].tolerance.count(), SuiteParticipant::timerInterval(ttl).count() / 10);
         EXPECT_EQ(onDisk(SuiteApp::corvane)->ttl, ttl);
     }
 }
@@ -167,14 +168,14 @@ TEST_F(Participant, RenewsAnUnchangedRecordBeforeHalfItsTtlAndAChangedOneAtOnce)
         double lastAt = onDisk(SuiteApp::corvane)->at;
         const double span = 120;
         for (int step = 0; step < 240; ++step) {
-            loop.advance(0.5);
+            loop.advance(Seconds(0.5));
             const double at = onDisk(SuiteApp::corvane)->at;
             if (at != lastAt) ++writes;
             lastAt = at;
-            EXPECT_LT(loop.wallClock() - at, ttl * 0.5) << "ttl " << ttl << " at step " << step;
+            EXPECT_LT(epochSeconds(loop.wallClock()) - at, ttl * 0.5) << "ttl " << ttl << " at step " << step;
         }
         // At most once a tick; with a long ttl only every few ticks.
-        const double ticks = span / SuiteParticipant::timerInterval(ttl);
+        const double ticks = span / SuiteParticipant::timerInterval(ttl).count();
         EXPECT_LE(writes, ticks + 1) << ttl;
         EXPECT_GE(writes, span / (ttl * 0.5)) << ttl;
         if (ttl == 60) {
@@ -182,7 +183,7 @@ TEST_F(Participant, RenewsAnUnchangedRecordBeforeHalfItsTtlAndAChangedOneAtOnce)
         }
 
         p->publish(GlanceLevel::notice, metrics(11), ttl);
-        EXPECT_EQ(onDisk(SuiteApp::corvane)->at, loop.wallClock());
+        EXPECT_EQ(onDisk(SuiteApp::corvane)->at, epochSeconds(loop.wallClock()));
         EXPECT_EQ(onDisk(SuiteApp::corvane)->level, GlanceLevel::notice);
         p->shutdown();
     }
@@ -220,10 +221,10 @@ TEST_F(Participant, ActivationHostMissingAndTheOffDelay) {
     EXPECT_FALSE(p->showsOwnIcon()) << "a host has 5 s to speak";
     EXPECT_EQ(std::count(changes.begin(), changes.end(), Property::isActive), 1);
 
-    loop.advance(5.0);
+    loop.advance(5s);
     look();
     EXPECT_FALSE(p->showsOwnIcon()) << "5 s is not over 5 s";
-    loop.advance(0.2);
+    loop.advance(Seconds(0.2));
     look();
     EXPECT_TRUE(p->showsOwnIcon()) << "no host for over 5 s";
     EXPECT_EQ(changes.back(), Property::showsOwnIcon);
@@ -234,23 +235,23 @@ TEST_F(Participant, ActivationHostMissingAndTheOffDelay) {
 
     // Fennick falls silent: its record expires 10 s after it was written, and the suite stays
     // active for 10 s more before it turns off.
-    const double written = loop.wallClock();
-    loop.advance(10.1);
+    const double written = epochSeconds(loop.wallClock());
+    loop.advance(Seconds(10.1));
     look();
     EXPECT_TRUE(p->isActive());
     EXPECT_FALSE(p->rows()[1].isRunning());
     EXPECT_EQ(p->worstLevel(), GlanceLevel::ok);
     EXPECT_TRUE(p->menuBarValues().empty());
-    loop.advance(written + 10.1 + 9.9 - loop.wallClock());
+    loop.advance(Seconds(written + 10.1 + 9.9 - epochSeconds(loop.wallClock())));
     look();
     EXPECT_TRUE(p->isActive());
-    loop.advance(0.2);
+    loop.advance(Seconds(0.2));
     look();
     EXPECT_FALSE(p->isActive());
     EXPECT_TRUE(p->showsOwnIcon());
 
     // What did not change is not reported again.
-    loop.advance(20);
+    loop.advance(20s);
     EXPECT_EQ(std::count(changes.begin(), changes.end(), Property::isActive), 2);
     EXPECT_EQ(std::count(changes.begin(), changes.end(), Property::worstLevel), 3);  // alert, notice, ok
 }
@@ -261,7 +262,7 @@ TEST_F(Participant, HostsWhenTheLockArrivesAndStopsWhenTheSuiteGoesInactive) {
     other(SuiteApp::corvane);
     auto p = make(SuiteApp::brimlet, immediate(), &center);
     p->publish(GlanceLevel::ok, metrics(20), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0)) << "the lock never arrived";
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5s)) << "the lock never arrived";
     EXPECT_EQ(items.made, 1);
     ASSERT_FALSE(items.updates.empty());
     EXPECT_EQ(items.updates.back().first, p->menuBarValues());
@@ -281,9 +282,9 @@ TEST_F(Participant, HostsWhenTheLockArrivesAndStopsWhenTheSuiteGoesInactive) {
     other(SuiteApp::corvane, false, GlanceLevel::ok, GlanceState::stopped);
     EXPECT_TRUE(p->isHost());
     EXPECT_FALSE(p->rows()[1].isRunning());
-    loop.advance(9.9);
+    loop.advance(Seconds(9.9));
     EXPECT_TRUE(p->isHost());
-    loop.advance(5);
+    loop.advance(5s);
     EXPECT_FALSE(p->isHost());
     EXPECT_EQ(items.withdrawn, 1);
     EXPECT_FALSE(onDisk(SuiteApp::brimlet)->hosting);
@@ -299,7 +300,7 @@ TEST_F(Participant, ANewHostTakesThePositionAndPlaceTheLastOneSaved) {
     other(SuiteApp::corvane);
     auto p = make(SuiteApp::brimlet);
     p->publish(GlanceLevel::ok, metrics(20), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5s));
     EXPECT_EQ(items.preferredAtMake.back(), std::nullopt);
 
     // The user drags the item; the status bar saves where; the next tick shares it.
@@ -316,7 +317,7 @@ TEST_F(Participant, ANewHostTakesThePositionAndPlaceTheLastOneSaved) {
     // Fennick hosts next: it reads the settings afresh and puts its item at the same place.
     auto q = make(SuiteApp::fennick);
     q->publish(GlanceLevel::ok, metrics(20), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return q->isHost(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return q->isHost(); }, 5s));
     EXPECT_EQ(items.preferredAtMake.back(), 812.0);
     EXPECT_EQ(q->settings().floatingTopLeft, (std::pair<double, double>{310, 705}));
 }
@@ -345,7 +346,7 @@ TEST_F(Participant, TheBarsExpansionIsSharedAndTheNextHostOpensItAsLeft) {
     auto p = std::make_unique<SuiteParticipant>(SuiteApp::brimlet, std::vector<SuiteFolder>{folder}, defaults, withBar,
                                                 loop, immediate());
     p->publish(GlanceLevel::ok, metrics(20), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5s));
     EXPECT_TRUE(calls.empty()) << "the bar stays hidden until the user asks for it";
 
     struct Step {
@@ -376,7 +377,7 @@ TEST_F(Participant, TheBarsExpansionIsSharedAndTheNextHostOpensItAsLeft) {
     auto q = std::make_unique<SuiteParticipant>(SuiteApp::fennick, std::vector<SuiteFolder>{folder}, defaults, withBar,
                                                 loop, immediate());
     q->publish(GlanceLevel::ok, metrics(20), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return q->isHost(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return q->isHost(); }, 5s));
     EXPECT_EQ(calls, (std::vector<std::string>{"expand", "show"}));
 }
 
@@ -386,19 +387,19 @@ TEST_F(Participant, KeepsTheSuiteActiveForTenSecondsAfterWake) {
     other(SuiteApp::fennick);
     ASSERT_TRUE(p->isActive());
 
-    loop.sleep(3600);  // fennick's record is an hour old now
-    const double woke = loop.wallClock();
+    loop.sleep(3600s);  // fennick's record is an hour old now
+    const double woke = epochSeconds(loop.wallClock());
     EXPECT_EQ(onDisk(SuiteApp::corvane)->at, woke) << "written at once on wake";
     EXPECT_TRUE(p->isActive());
-    loop.advance(9.9);
+    loop.advance(Seconds(9.9));
     look();
     EXPECT_TRUE(p->isActive()) << "wake grace";
-    loop.advance(0.1);
+    loop.advance(Seconds(0.1));
     look();
-    loop.advance(9.9);
+    loop.advance(Seconds(9.9));
     look();
     EXPECT_TRUE(p->isActive()) << "then the ordinary 10 s off delay";
-    loop.advance(0.2);
+    loop.advance(Seconds(0.2));
     look();
     EXPECT_FALSE(p->isActive());
 
@@ -406,16 +407,16 @@ TEST_F(Participant, KeepsTheSuiteActiveForTenSecondsAfterWake) {
     SuiteParticipant::Options unobserved = immediate();
     unobserved.observeSystem = false;
     auto q = make(SuiteApp::jessap, unobserved);
-    loop.sleep(3600);
-    EXPECT_EQ(q->stateMachine().wakeUntil, -std::numeric_limits<double>::infinity());
-    EXPECT_EQ(p->stateMachine().wakeUntil, loop.wallClock() + 10);
+    loop.sleep(3600s);
+    EXPECT_FALSE(q->stateMachine().wakeUntil.has_value());
+    EXPECT_EQ(p->stateMachine().wakeUntil, loop.wallClock() + 10s);
 }
 
 TEST_F(Participant, ShutdownWritesStoppedOnceSavesPendingSettingsAndReleasesTheLock) {
     other(SuiteApp::corvane);
     auto p = make(SuiteApp::brimlet);
     p->publish(GlanceLevel::notice, metrics(30), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5s));
     p->floatingBarMoved({50, 600});
 
     p->shutdown();
@@ -435,7 +436,7 @@ TEST_F(Participant, ShutdownWritesStoppedOnceSavesPendingSettingsAndReleasesTheL
     ASSERT_EQ(::stat(folder.glanceURL(SuiteApp::brimlet).c_str(), &before), 0);
     p->shutdown();
     p->publish(GlanceLevel::ok, metrics(1), 10);
-    loop.advance(30);
+    loop.advance(30s);
     p.reset();
     struct stat after {};
     ASSERT_EQ(::stat(folder.glanceURL(SuiteApp::brimlet).c_str(), &after), 0);
@@ -445,7 +446,7 @@ TEST_F(Participant, ShutdownWritesStoppedOnceSavesPendingSettingsAndReleasesTheL
     HostLock next(folder.lockURL());
     std::atomic<bool> acquired{false};
     next.start([&] { acquired = true; });
-    EXPECT_TRUE(loop.runUntil([&] { return acquired.load(); }, 5.0));
+    EXPECT_TRUE(loop.runUntil([&] { return acquired.load(); }, 5s));
     next.release();
 }
 
@@ -453,12 +454,12 @@ TEST_F(Participant, SuspendedPublishingStopsWritesAndHosting) {
     other(SuiteApp::corvane);
     auto p = make(SuiteApp::brimlet);
     p->publish(GlanceLevel::ok, metrics(5), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5s));
     const double at = onDisk(SuiteApp::brimlet)->at;
     p->suspendPublishing();
     EXPECT_FALSE(p->isHost());
     p->publish(GlanceLevel::alert, metrics(6), 10);
-    loop.advance(30);
+    loop.advance(30s);
     EXPECT_EQ(onDisk(SuiteApp::brimlet)->at, at);
     EXPECT_FALSE(p->isActive()) << "its stale record no longer counts, nor a provisional one";
     p->shutdown();
@@ -518,7 +519,7 @@ TEST_F(Participant, LogsEachProblemOnce) {
     kestrow::testing::writeFile(temp / "file", "x");
     const SuiteFolder broken(temp / "file/Suite");
     SuiteParticipant::Options options = immediate();
-    options.staleAfter = 3.0;
+    options.staleAfter = Seconds(3.0);
     SuiteParticipant p(SuiteApp::corvane, {broken, folder}, defaults, factory(), loop, options);
     EXPECT_EQ(p.folders(), std::vector<SuiteFolder>{folder});
 
@@ -536,13 +537,13 @@ TEST_F(Participant, LogsEachProblemOnce) {
     p.publish(GlanceLevel::ok, metrics(3), 10);
     p.publish(GlanceLevel::ok, metrics(4), 10);
     EXPECT_TRUE(p.lastWriteFailed());
-    loop.advance(10);
+    loop.advance(10s);
 
     ASSERT_EQ(::mkdir(folder.settingsURL().c_str(), 0700), 0);
     p.floatingBarMoved({1, 2});
-    loop.advance(1);
+    loop.advance(1s);
     p.floatingBarMoved({3, 4});
-    loop.advance(1);
+    loop.advance(1s);
 
     const std::string text = log.text();
     EXPECT_EQ(log.count("suite folder not usable: " + broken.url + "\n"), 1) << text;
@@ -569,11 +570,11 @@ TEST_F(Participant, ADuplicateShortcutIsLoggedOnceAndTheFirstKeepsWorking) {
     CapturedLog log;
     other(SuiteApp::corvane);
     auto p = make(SuiteApp::brimlet, immediate(), &center);
-    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 5s));
     EXPECT_FALSE(p->host()->hotKey()->isRegistered());
     // Hosting ends and begins again: still one line.
     other(SuiteApp::corvane, false, GlanceLevel::ok, GlanceState::stopped);
-    loop.advance(15);
+    loop.advance(15s);
     ASSERT_FALSE(p->isHost());
     other(SuiteApp::corvane);
     ASSERT_TRUE(p->isHost());
@@ -617,7 +618,7 @@ TEST_F(Participant, ADeletedOrReplacedGlancesFolderIsPreparedAgainAndReadAfresh)
         std::filesystem::rename(folder.glancesURL(), folder.url + "/glances.old");
         if (c.replaced) {
             ASSERT_TRUE(folder.prepare().ok());
-            const GlanceRecord garrow(SuiteApp::garrow, false, GlanceState::running, loop.wallClock(), 10,
+            const GlanceRecord garrow(SuiteApp::garrow, false, GlanceState::running, epochSeconds(loop.wallClock()), 10,
                                       GlanceLevel::alert, {});
             ASSERT_TRUE(GlanceStore{folder}.write(garrow).ok());
         }
@@ -676,7 +677,7 @@ TEST_F(Participant, AReplacedLockFileIsLetGoAtOnceWhenTheFolderSaysSo) {
     other(SuiteApp::corvane);
     auto p = make(SuiteApp::brimlet, options);
     p->publish(GlanceLevel::ok, metrics(20), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 10.0));
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 10s));
 
     auto heldByAnother = [&] {
         const int fd = ::open(folder.lockURL().c_str(), O_RDWR | O_CLOEXEC);
@@ -695,7 +696,7 @@ TEST_F(Participant, AReplacedLockFileIsLetGoAtOnceWhenTheFolderSaysSo) {
             ASSERT_EQ(::unlink(folder.lockURL().c_str()), 0);
         }
         loop.folderChanged(folder.url, {"host.lock"});
-        EXPECT_TRUE(loop.runUntil([&] { return heldByAnother() && p->isHost(); }, 20.0))
+        EXPECT_TRUE(loop.runUntil([&] { return heldByAnother() && p->isHost(); }, 20s))
             << "the host still holds the old file";
     }
 }
@@ -710,7 +711,7 @@ TEST_F(Participant, ASettingsFileThatCannotBeReadIsNeverSavedOver) {
     other(SuiteApp::corvane);
     auto p = make(SuiteApp::brimlet);
     p->publish(GlanceLevel::ok, metrics(20), 10);
-    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 10.0));
+    ASSERT_TRUE(loop.runUntil([&] { return p->isHost(); }, 10s));
     EXPECT_FALSE(p->settings().floatingVisible) << "an unreadable file reads as the defaults";
 
     p->floatingBarMoved({10, 20});
@@ -741,33 +742,33 @@ TEST_F(Participant, ASettingsFileThatCannotBeReadIsNeverSavedOver) {
 TEST_F(Participant, AClockSetBackAnHourIsWrittenAtOnceAndTheSuiteStaysActive) {
     double skew = 0;
     SuiteParticipant::Options options = immediate();
-    options.clock = [&] { return loop.wallClock() + skew; };
+    options.clock = [&] { return loop.wallClock() + Seconds(skew); };
     auto p = make(SuiteApp::corvane, options);
     p->publish(GlanceLevel::ok, metrics(10), 10);
     auto fennick = [&] {
-        const GlanceRecord record(SuiteApp::fennick, true, GlanceState::running, loop.wallClock() + skew, 10,
-                                  GlanceLevel::ok, {});
+        const GlanceRecord record(SuiteApp::fennick, true, GlanceState::running, epochSeconds(loop.wallClock()) + skew,
+                                  10, GlanceLevel::ok, {});
         ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
         look();
     };
     fennick();
     ASSERT_TRUE(p->isActive());
-    loop.advance(2);
+    loop.advance(2s);
 
     skew = -3600;
     fennick();
     loop.advance(SuiteParticipant::timerInterval(10));
     ASSERT_TRUE(onDisk(SuiteApp::corvane));
-    EXPECT_LE(onDisk(SuiteApp::corvane)->at, loop.wallClock() + skew) << "rewritten with the new time";
+    EXPECT_LE(onDisk(SuiteApp::corvane)->at, epochSeconds(loop.wallClock()) + skew) << "rewritten with the new time";
     for (int second = 0; second < 60; ++second) {
         if (second % 4 == 0) fennick();
-        loop.advance(1);
+        loop.advance(1s);
         look();
         ASSERT_TRUE(p->isActive()) << second;
         ASSERT_EQ(p->rows().size(), 2u);
         EXPECT_TRUE(p->rows()[0].isRunning() && p->rows()[1].isRunning()) << second;
         EXPECT_FALSE(p->showsOwnIcon()) << "the host is heard: " << second;
-        EXPECT_GE(onDisk(SuiteApp::corvane)->at, loop.wallClock() + skew - 5) << second;
+        EXPECT_GE(onDisk(SuiteApp::corvane)->at, epochSeconds(loop.wallClock()) + skew - 5) << second;
     }
 }
 
@@ -779,14 +780,14 @@ TEST_F(Participant, AMemberWithAClockAnHourOffCountsWhileItWritesAndNotLonger) {
         auto p = make(SuiteApp::corvane);
         p->publish(GlanceLevel::ok, metrics(10), 10);
         auto fennick = [&] {
-            const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running, loop.wallClock() + skew, 10,
-                                      GlanceLevel::alert, {});
+            const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running,
+                                      epochSeconds(loop.wallClock()) + skew, 10, GlanceLevel::alert, {});
             ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
             look();
         };
         for (int second = 0; second < 30; ++second) {
             if (second % 5 == 0) fennick();
-            loop.advance(1);
+            loop.advance(1s);
             look();
             if (second >= 5) {
                 EXPECT_TRUE(p->isActive()) << second;
@@ -794,13 +795,13 @@ TEST_F(Participant, AMemberWithAClockAnHourOffCountsWhileItWritesAndNotLonger) {
             }
         }
         // Its last write was at second 25; it expires 10 s later on our clock.
-        loop.advance(4.9);
+        loop.advance(Seconds(4.9));
         look();
         EXPECT_EQ(p->worstLevel(), GlanceLevel::alert);
-        loop.advance(0.2);
+        loop.advance(Seconds(0.2));
         look();
         EXPECT_EQ(p->worstLevel(), GlanceLevel::ok) << "not kept alive by its clock";
-        loop.advance(10.1);
+        loop.advance(Seconds(10.1));
         look();
         EXPECT_FALSE(p->isActive());
         p->shutdown();
@@ -820,8 +821,8 @@ TEST_F(Participant, AStormOfWritesIsReadAtMostOnceEveryTenthOfASecond) {
     auto p = make(SuiteApp::corvane, SuiteParticipant::Options{});
     p->publish(GlanceLevel::ok, {}, 10);
     auto write = [&](double value) {
-        const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running, loop.wallClock(), 10, GlanceLevel::ok,
-                                  {GlanceMetric{"load", "Load", value, "%", {}}});
+        const GlanceRecord record(SuiteApp::fennick, false, GlanceState::running, epochSeconds(loop.wallClock()), 10,
+                                  GlanceLevel::ok, {GlanceMetric{"load", "Load", value, "%", {}}});
         ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
         loop.folderChanged(folder.glancesURL(), {"fennick.json"});
     };

@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
     participant.publish(GlanceLevel::ok, {GlanceMetric{"load", "Load", 12.5, "%", GlanceLevel::ok}}, ttl);
 
     const pid_t parent = ::getppid();
-    auto orphanCheck = loop->repeat(0.5, 0.1, [&] {
+    auto orphanCheck = loop->repeat(std::chrono::milliseconds(500), std::chrono::milliseconds(100), [&] {
         if (::getppid() != parent) loop->stop();
     });
     say("ready");

@@ -13,6 +13,8 @@
 namespace brimlet {
 namespace {
 
+using namespace std::chrono_literals;
+
 struct ScriptedCentre final : NotificationCentre {
     std::string unavailable;
     int questions = 0;
@@ -91,9 +93,9 @@ TEST_F(NotifierRig, AnswersFromAnotherThreadReachTheMainLoop) {
     make();
     post(alert(AlertKind::memoryPressure, "first"));
     std::thread([answer = centre->pendingQuestions.front()] { answer(kestrow::Status::success()); }).join();
-    ASSERT_TRUE(loop.runUntil([&] { return !centre->added.empty(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return !centre->added.empty(); }, 5s));
     std::thread([answer = centre->added.front().second] { answer(kestrow::Status::success()); }).join();
-    ASSERT_TRUE(loop.runUntil([&] { return !answers.empty(); }, 5.0));
+    ASSERT_TRUE(loop.runUntil([&] { return !answers.empty(); }, 5s));
     EXPECT_EQ(answers.front(), (std::pair<std::string, bool>{"first", true}));
 }
 

@@ -16,6 +16,10 @@
 namespace brimlet {
 namespace {
 
+using namespace std::chrono_literals;
+using kestrow::epochSeconds;
+using kestrow::Seconds;
+
 using kestrow::InMemoryUserDefaults;
 using kestrow::suite::GlanceRecord;
 using kestrow::suite::GlanceState;
@@ -41,8 +45,8 @@ struct RecordingDock final : DockBadgeController {
 
 // Another member of the suite, as its record in the folder shows it.
 void writeMember(const SuiteFolder& folder, kestrow::MainLoop& loop, GlanceState state) {
-    const GlanceRecord record(SuiteApp::corvane, false, state, loop.wallClock(), 10, kestrow::suite::GlanceLevel::ok,
-                              {});
+    const GlanceRecord record(SuiteApp::corvane, false, state, epochSeconds(loop.wallClock()), 10,
+                              kestrow::suite::GlanceLevel::ok, {});
     ASSERT_TRUE(GlanceStore{folder}.write(record).ok());
 }
 
@@ -131,7 +135,7 @@ TEST_F(DesktopRig, TheHotKeyExistsExactlyWhileTheSuiteIsInactive) {
     writeMember(folder, rig.loop, GlanceState::stopped);
     folderChanged();
     EXPECT_TRUE(participant->isActive());
-    rig.loop.advance(kestrow::suite::SuiteStateMachine::offDelay + 5);  // the next timer tick after the delay
+    rig.loop.advance(kestrow::suite::SuiteStateMachine::offDelay + 5s);  // the next timer tick after the delay
     EXPECT_FALSE(participant->isActive());
     ASSERT_TRUE(desktop->hotKey());
     EXPECT_TRUE(desktop->hotKey()->isRegistered());
@@ -154,7 +158,7 @@ TEST_F(DesktopRig, TheShortcutPassesToTheHostAndBackWithinOneTurn) {
     desktop = std::make_unique<DesktopController>(rig.loop, *store, *link, std::make_unique<RecordingFloating>(),
                                                   std::make_unique<RecordingDock>(), &center);
     // Alone, with the host lock already won: the monitor holds the keys.
-    ASSERT_TRUE(rig.loop.runUntil([&] { return participant->lock() && participant->lock()->isHeld(); }, 5));
+    ASSERT_TRUE(rig.loop.runUntil([&] { return participant->lock() && participant->lock()->isHeld(); }, 5s));
     ASSERT_TRUE(desktop->hotKey() && desktop->hotKey()->isRegistered());
 
     // A second member: the suite turns active and this process hosts in the same evaluation.
@@ -170,7 +174,7 @@ TEST_F(DesktopRig, TheShortcutPassesToTheHostAndBackWithinOneTurn) {
     // The member stops: the host goes with the suite and the monitor takes the keys back.
     writeMember(folder, rig.loop, GlanceState::stopped);
     rig.loop.folderChanged(folder.glancesURL());
-    rig.loop.advance(kestrow::suite::SuiteStateMachine::offDelay + 5);
+    rig.loop.advance(kestrow::suite::SuiteStateMachine::offDelay + 5s);
     EXPECT_FALSE(participant->isActive());
     EXPECT_EQ(participant->host(), nullptr);
     ASSERT_TRUE(desktop->hotKey());
@@ -210,7 +214,7 @@ struct RouterRig : ::testing::Test {
     InMemoryUserDefaults defaults;
     testing::FakeProcessReading otherProcesses;
     testing::FakeSystemReading otherSystem;
-    double uptime = 100;
+    kestrow::ContinuousTime uptime{100s};
     kestrow::Date now{};
     std::vector<BrimletWindows::Window> windows;
     std::shared_ptr<MonitorStore> store;
@@ -256,7 +260,7 @@ TEST_F(RouterRig, OpeningCleanupResetsOnlyAnIdleRunWhoseWindowIsAway) {
     EXPECT_FALSE(router->openNow(IntentRouter::Target::cleanup));  // no view has handed over the opener
     giveOpener();
     ASSERT_TRUE(cleanup->start());
-    ASSERT_TRUE(rig.loop.runUntil([&] { return cleanup->phase() == CleanupPhase::ready; }, 10));
+    ASSERT_TRUE(rig.loop.runUntil([&] { return cleanup->phase() == CleanupPhase::ready; }, 10s));
     struct Case {
         std::vector<BrimletWindows::Window> windows;
         CleanupPhase resultingPhase;
@@ -282,13 +286,14 @@ TEST_F(RouterRig, OpeningCleanupResetsOnlyAnIdleRunWhoseWindowIsAway) {
 TEST_F(RouterRig, ACleanupOpenWaitsForTheOpenerAndMarksItsRequestTime) {
     router->openCleanup();
     EXPECT_TRUE(router->pendingCleanupOpen());
-    EXPECT_EQ(router->lastRequest().lastRequest, 100);
+    EXPECT_EQ(router->lastRequest().lastRequest, kestrow::ContinuousTime(100s));
     EXPECT_TRUE(opened.empty());
-    uptime = 160;
+    uptime = kestrow::ContinuousTime(160s);
     giveOpener();
     EXPECT_FALSE(router->pendingCleanupOpen());
     EXPECT_EQ(opened, std::vector<std::string>{"cleanup"});
-    EXPECT_EQ(router->lastRequest().lastRequest, 160);  // the reopen the window may cause is suppressed
+    EXPECT_EQ(router->lastRequest().lastRequest,
+              kestrow::ContinuousTime(160s));  // the reopen the window may cause is suppressed
     giveOpener();
     EXPECT_EQ(opened.size(), 1u);
 }
@@ -309,7 +314,7 @@ TEST(BrimletApplication, ReopensHostingAndAStoppedRecordAtTheEnd) {
 
     // Alone, the app shows its own icon: a reopen leaves the dashboard closed.
     app.handleReopen();
-    rig.loop.advance(0.5);
+    rig.loop.advance(Seconds(0.5));
     EXPECT_TRUE(opened.empty());
 
     // The user dragged the icon out of the menu bar: a reopen brings it back (the way to Settings
@@ -317,7 +322,7 @@ TEST(BrimletApplication, ReopensHostingAndAStoppedRecordAtTheEnd) {
     app.participant().setShowsOwnIcon(false);
     EXPECT_FALSE(app.participant().showsOwnIcon());
     app.handleReopen();
-    rig.loop.advance(0.5);
+    rig.loop.advance(Seconds(0.5));
     EXPECT_TRUE(app.participant().showsOwnIcon());
     EXPECT_TRUE(opened.empty());
 
@@ -329,21 +334,21 @@ TEST(BrimletApplication, ReopensHostingAndAStoppedRecordAtTheEnd) {
     // With a second member the suite is active and this app, able to host, takes the lock and hosts.
     writeMember(folder, rig.loop, GlanceState::running);
     rig.loop.folderChanged(folder.glancesURL());
-    ASSERT_TRUE(rig.loop.runUntil([&] { return app.participant().isHost(); }, 5));
+    ASSERT_TRUE(rig.loop.runUntil([&] { return app.participant().isHost(); }, 5s));
     EXPECT_TRUE(GlanceStore{folder}.read(SuiteApp::brimlet)->value().hosting);
     EXPECT_FALSE(app.participant().showsOwnIcon());
-    ASSERT_TRUE(rig.loop.runUntil([&] { return !ownIconSeen.empty() && !ownIconSeen.back(); }, 5));
+    ASSERT_TRUE(rig.loop.runUntil([&] { return !ownIconSeen.empty() && !ownIconSeen.back(); }, 5s));
 
     // A reopen right after an intent request is the intent's side effect; a later one opens.
     app.router().openCleanup();
     ASSERT_EQ(opened, std::vector<std::string>{"cleanup"});
-    rig.loop.advance(0.3);
+    rig.loop.advance(Seconds(0.3));
     app.handleReopen();
-    rig.loop.advance(0.5);
+    rig.loop.advance(Seconds(0.5));
     EXPECT_EQ(opened.size(), 1u);
-    rig.loop.advance(1.0);
+    rig.loop.advance(1s);
     app.handleReopen();
-    rig.loop.advance(0.5);
+    rig.loop.advance(Seconds(0.5));
     EXPECT_EQ(opened, (std::vector<std::string>{"cleanup", "dashboard"}));
 
     app.shutdown();

@@ -16,6 +16,8 @@
 namespace brimlet {
 namespace {
 
+using namespace std::chrono_literals;
+
 using kestrow::InMemoryUserDefaults;
 using kestrow::testing::TempFolder;
 using testing::StoreRig;
@@ -101,7 +103,7 @@ TEST(IntentBridge, WithoutAnApplicationTheQuestionsTakeAReadingOfTheirOwn) {
 // A cleanup open with no application yet succeeds and is kept for the application that comes.
 TEST_F(BridgeRig, ACleanupOpenBeforeTheApplicationIsDeferredNotLost) {
     IntentBridge::install(nullptr);
-    rig.loop.advance(3);
+    rig.loop.advance(3s);
     EXPECT_EQ(brimlet_intent_open_cleanup(), BrimletIntentStatusAnswered);
     EXPECT_FALSE(app->router().pendingCleanupOpen());
     IntentBridge::install(app.get());
@@ -155,9 +157,9 @@ TEST_F(BridgeRig, AReadingThatOverrunsItsTimeAnswersTimedOutAtOnce) {
 }
 
 TEST_F(BridgeRig, TheCleanupOpenRecordsItsRequestAndWaitsForTheOpener) {
-    rig.loop.advance(3);
+    rig.loop.advance(3s);
     EXPECT_EQ(brimlet_intent_open_cleanup(), BrimletIntentStatusAnswered);
-    const double requestedAt = rig.loop.now();
+    const kestrow::ContinuousTime requestedAt = rig.loop.now();
     EXPECT_EQ(app->router().lastRequest().lastRequest, requestedAt);
     EXPECT_TRUE(app->router().pendingCleanupOpen());
 

@@ -17,6 +17,8 @@
 namespace brimlet {
 namespace {
 
+using namespace std::chrono_literals;
+
 namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
 using kestrow::testing::writeFile;
@@ -38,7 +40,7 @@ struct CleanupScreenRig : ::testing::Test {
         writeFile(home + "/code/app/package.json", "{}");
     }
     bool waitFor(const CleanupStore& store, CleanupPhase phase) {
-        return loop.runUntil([&] { return store.phase() == phase; }, 10.0);
+        return loop.runUntil([&] { return store.phase() == phase; }, 10s);
     }
     static const CleanupItemRow* row(const CleanupScreen& screen, const std::string& id) {
         const auto& rows = screen.ready.rows;
@@ -297,7 +299,7 @@ TEST_F(CleanupScreenRig, ACancelWhileCleaningStopsAfterTheItemInHand) {
     ASSERT_TRUE(presenter.perform(CleanupCommand::approve, appModules).accepted);
     ASSERT_TRUE(presenter.perform(CleanupCommand::confirmClean).accepted);
     EXPECT_EQ(presenter.screen().busy.line, "Starting\u2026");
-    ASSERT_TRUE(loop.runUntil([&] { return !store.progress().current.empty(); }, 10.0));
+    ASSERT_TRUE(loop.runUntil([&] { return !store.progress().current.empty(); }, 10s));
     ASSERT_TRUE(gate.awaitReached(10.0));
     EXPECT_EQ(presenter.screen().busy.line, "Cleaning \u201Cnpm cache\u201D \u2014 1 of 2");
 

@@ -85,8 +85,8 @@ TEST_F(HeadlessApp, PublishesHostsWithASecondMemberAndStopsCleanlyOnSIGTERM) {
     EXPECT_FALSE(first.metrics.empty());
 
     // A second member publishes: the suite turns active and this app, able to host, hosts.
-    const GlanceRecord other(SuiteApp::corvane, false, GlanceState::running, kestrow::wallSeconds(), 30,
-                             kestrow::suite::GlanceLevel::ok, {});
+    const GlanceRecord other(SuiteApp::corvane, false, GlanceState::running,
+                             kestrow::epochSeconds(kestrow::WallClock::now()), 30, kestrow::suite::GlanceLevel::ok, {});
     ASSERT_TRUE(GlanceStore{folder}.write(other).ok());
     ASSERT_TRUE(waitFor(
         [&] {

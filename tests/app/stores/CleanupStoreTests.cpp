@@ -19,6 +19,8 @@
 namespace brimlet {
 namespace {
 
+using namespace std::chrono_literals;
+
 namespace fs = std::filesystem;
 using kestrow::testing::TempFolder;
 using kestrow::testing::writeFile;
@@ -48,7 +50,7 @@ struct CleanupStoreRig : ::testing::Test {
         });
     }
     bool waitFor(CleanupStore& store, CleanupPhase phase) {
-        return loop.runUntil([&] { return store.phase() == phase; }, 10.0);
+        return loop.runUntil([&] { return store.phase() == phase; }, 10s);
     }
 };
 
@@ -75,7 +77,7 @@ TEST_F(CleanupStoreRig, MeasureScanCleanAndExport) {
 
     // Then the home folder's own folders, largest first.
     EXPECT_TRUE(store.isMeasuringHome());
-    ASSERT_TRUE(loop.runUntil([&] { return store.homeUsage().has_value(); }, 10.0));
+    ASSERT_TRUE(loop.runUntil([&] { return store.homeUsage().has_value(); }, 10s));
     EXPECT_FALSE(store.isMeasuringHome());
     EXPECT_EQ(phases.back(), "ready");
     std::vector<std::string> folders;
@@ -181,7 +183,7 @@ TEST_F(CleanupStoreRig, CancelledCleaningStopsBeforeTheNextItemAndStillReports) 
     const std::string first = store.personalItems()[0].title;
     // The approval comes back to the loop, the cleaning starts and reports its first item, then
     // holds at the gate.
-    ASSERT_TRUE(loop.runUntil([&] { return store.progress().current == first; }, 10.0));
+    ASSERT_TRUE(loop.runUntil([&] { return store.progress().current == first; }, 10s));
     ASSERT_TRUE(gate.awaitReached(10.0));
     EXPECT_EQ(store.progress(), (CleanupStore::Progress{0, 2, first}));
 

@@ -8,6 +8,9 @@
 namespace brimlet {
 namespace {
 
+using namespace std::chrono_literals;
+using kestrow::Seconds;
+
 using kestrow::InMemoryUserDefaults;
 using kestrow::JsonValue;
 using testing::StoreRig;
@@ -20,12 +23,12 @@ struct Cadence : ::testing::Test {
 
     void start() {
         store = rig.makeStore(defaults);
-        store->onTick = [this] { sampledAt.push_back(rig.loop.now()); };
+        store->onTick = [this] { sampledAt.push_back(rig.loop.elapsed().count()); };
         ASSERT_TRUE(rig.settle([&] { return sampledAt.size() == 1; }));
     }
     // Moves the clock and lets every sample that fell due come back from the engine.
-    void advance(double seconds) {
-        rig.loop.advance(seconds);
+    void advance(Seconds length) {
+        rig.loop.advance(length);
         delivered();
     }
     void delivered() {
@@ -38,28 +41,28 @@ TEST_F(Cadence, TenSecondsWhenIdleTwoTheMomentASurfaceAppears) {
     start();
     EXPECT_EQ(sampledAt, std::vector<double>{0});  // one sample at once on start
     EXPECT_EQ(store->currentInterval(), MonitorStore::idleInterval);
-    advance(9.5);
+    advance(Seconds(9.5));
     EXPECT_EQ(sampledAt.size(), 1u);
-    advance(0.5);
-    advance(10);
+    advance(Seconds(0.5));
+    advance(10s);
     EXPECT_EQ(sampledAt, (std::vector<double>{0, 10, 20}));
 
     // At 23 the popover opens: the next sample comes 2 s later, not at 30.
-    advance(3);
+    advance(3s);
     store->surfaceAppeared();
     EXPECT_EQ(store->currentInterval(), MonitorStore::liveInterval);
-    for (int i = 0; i < 4; ++i) advance(1);
+    for (int i = 0; i < 4; ++i) advance(1s);
     EXPECT_EQ(sampledAt, (std::vector<double>{0, 10, 20, 25, 27}));
 
     // A second surface keeps the rhythm; the last one gone brings 10 s back.
     store->surfaceAppeared();
     store->surfaceDisappeared();
-    advance(2);
+    advance(2s);
     store->surfaceDisappeared();
     store->surfaceDisappeared();  // one too many is harmless
     EXPECT_EQ(store->visibleSurfaces(), 0);
-    advance(9.5);
-    advance(0.5);
+    advance(Seconds(9.5));
+    advance(Seconds(0.5));
     EXPECT_EQ(sampledAt, (std::vector<double>{0, 10, 20, 25, 27, 29, 39}));
 }
 
@@ -70,28 +73,28 @@ TEST_F(Cadence, AlertsAndDockBadgesKeepItLive) {
     alerts.lowDiskEnabled = true;
     store->setAlertSettings(alerts);
     EXPECT_TRUE(store->alertsActive());
-    advance(2);
+    advance(2s);
     EXPECT_EQ(sampledAt.back(), 2);
     alerts.lowDiskEnabled = false;
     store->setAlertSettings(alerts);
     store->setDockBadges(DockBadgeMode::cpu);
-    advance(2);
+    advance(2s);
     EXPECT_EQ(sampledAt.back(), 4);
     store->setDockBadges(DockBadgeMode::off);
-    advance(2);
+    advance(2s);
     EXPECT_EQ(sampledAt.back(), 4);
-    advance(8);
+    advance(8s);
     EXPECT_EQ(sampledAt.back(), 14);
 }
 
 TEST_F(Cadence, ASleepLongerThanTheIntervalGivesOneSampleNotABurst) {
     testing::idleSettings(defaults);
     start();
-    rig.loop.sleep(3600);
+    rig.loop.sleep(3600s);
     delivered();
-    advance(1);
+    advance(1s);
     EXPECT_EQ(sampledAt.size(), 2u);
-    advance(9);
+    advance(9s);
     EXPECT_EQ(sampledAt.back(), 3610);
 }
 
@@ -242,7 +245,7 @@ TEST(MonitorStoreTick, HistoryGlanceAlertsAndTheHooks) {
     EXPECT_GE(observed, 2);  // the snapshot, then the undelivered alert
 
     // Same figures: no new glance and, within the cool-down, no second alert.
-    rig.loop.advance(2);
+    rig.loop.advance(2s);
     ASSERT_TRUE(rig.settle([&] { return ticks == 2; }));
     EXPECT_EQ(published.size(), 1u);
     EXPECT_EQ(rig.notifier.posted.size(), 1u);
@@ -250,7 +253,7 @@ TEST(MonitorStoreTick, HistoryGlanceAlertsAndTheHooks) {
 
     // New figures publish a new glance.
     rig.system.memoryCounters = MeminfoFigures{16ULL << 30, 2ULL << 30, 0, 0, 0, 0, 0, 0};
-    rig.loop.advance(2);
+    rig.loop.advance(2s);
     ASSERT_TRUE(rig.settle([&] { return ticks == 3; }));
     ASSERT_EQ(published.size(), 2u);
     EXPECT_EQ(published[1].memoryUsed, 14ULL << 30);
@@ -276,7 +279,7 @@ TEST(MonitorStoreTick, TheGlanceLoopFillsInBetweenIdleSamples) {
     ASSERT_EQ(published.size(), 1u);
 
     rig.system.memoryCounters = MeminfoFigures{16ULL << 30, 4ULL << 30, 0, 0, 0, 0, 0, 0};
-    rig.loop.advance(2);
+    rig.loop.advance(2s);
     ASSERT_TRUE(rig.settle([&] { return published.size() == 2; }));
     EXPECT_EQ(published[1].memoryUsed, 12ULL << 30);
     EXPECT_EQ(ticks, 1);  // no full sample was due

@@ -21,6 +21,8 @@
 namespace brimlet {
 namespace {
 
+using namespace std::chrono_literals;
+
 using namespace tui;
 using kestrow::InMemoryUserDefaults;
 using testing::StoreRig;
@@ -382,7 +384,7 @@ struct FrontEndRig : ::testing::Test {
         if (!monitor) monitor = rig.makeStore(defaults);
         monitor->onTick = [&] { ++ticks; };
         for (int i = 0; i < count; ++i) {
-            if (i > 0) rig.loop.advance(10);
+            if (i > 0) rig.loop.advance(10s);
             ASSERT_TRUE(rig.settle([&] { return ticks == i + 1; }));
         }
         monitor->onTick = nullptr;
