@@ -18,6 +18,7 @@
 
 #include "core/cleanup/SizeMeasurer.hpp"
 #include "core/cleanup/TreeWalk.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
@@ -169,24 +170,10 @@ struct Counted {
 };
 
 Counted countAsNobody(const std::string& path, unsigned threads) {
-    int fds[2];
-    EXPECT_EQ(::pipe(fds), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(3);
+    return kestrow::testing::runAsNobody<Counted>([&] {
         const TreeCensus census = SizeMeasurer::censusOn(threads, {path}, never).front();
-        const Counted counted{census.bytes, census.unreadable, census.entries};
-        if (::write(fds[1], &counted, sizeof counted) != sizeof counted) ::_exit(4);
-        ::_exit(0);
-    }
-    ::close(fds[1]);
-    Counted counted{};
-    EXPECT_EQ(::read(fds[0], &counted, sizeof counted), static_cast<ssize_t>(sizeof counted));
-    ::close(fds[0]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-    return counted;
+        return Counted{census.bytes, census.unreadable, census.entries};
+    });
 }
 
 TEST(SharedMeasure, FoldersThatCannotBeReadAreCountedOnceWhoeverMeetsThem) {

@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "core/cleanup/SizeMeasurer.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/TempFolder.hpp"
 
 namespace brimlet {
@@ -74,23 +75,7 @@ TEST(SizeMeasurer, CancelTestIsAskedEvery2048Entries) {
 // Reading permissions do not stop root, so the unreadable cases run in a child that drops to nobody.
 MeasuredSize measureAsNobody(const std::string& path) {
     if (::getuid() != 0) return SizeMeasurer::allocatedSize(path, never);
-    int fds[2];
-    EXPECT_EQ(::pipe(fds), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(3);
-        const MeasuredSize size = SizeMeasurer::allocatedSize(path, never);
-        if (::write(fds[1], &size, sizeof size) != sizeof size) ::_exit(4);
-        ::_exit(0);
-    }
-    ::close(fds[1]);
-    MeasuredSize size{};
-    EXPECT_EQ(::read(fds[0], &size, sizeof size), static_cast<ssize_t>(sizeof size));
-    ::close(fds[0]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-    return size;
+    return kestrow::testing::runAsNobody<MeasuredSize>([&] { return SizeMeasurer::allocatedSize(path, never); });
 }
 
 TEST(SizeMeasurer, UnreadableFoldersAreCountedNotSummed) {

@@ -16,11 +16,36 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 extern char** environ;
 
 namespace kestrow::testing {
+
+// Runs `work` in a forked child that, when this test runs as root, first drops to the user nobody
+// (reading permissions do not stop root), and gives back the plain value it computed through a
+// pipe. As another user `work` simply runs in the child. The child is reaped before this returns.
+template <typename Value, typename Work>
+Value runAsNobody(Work work) {
+    static_assert(std::is_trivially_copyable_v<Value>);
+    int fds[2];
+    if (::pipe(fds) != 0) return Value{};
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(3);
+        const Value value = work();
+        if (::write(fds[1], &value, sizeof value) != static_cast<ssize_t>(sizeof value)) ::_exit(4);
+        ::_exit(0);
+    }
+    ::close(fds[1]);
+    Value value{};
+    const ssize_t got = ::read(fds[0], &value, sizeof value);
+    ::close(fds[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return got == static_cast<ssize_t>(sizeof value) && WIFEXITED(status) && WEXITSTATUS(status) == 0 ? value : Value{};
+}
 
 inline std::string readWholeFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
