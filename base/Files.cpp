@@ -194,16 +194,19 @@ void SwappedFile::dropSpare(bool unlinkName) {
 
 namespace {
 
-bool namesHeldFile(int folderFd, const std::string& name, int fd) {
+bool namesHeldFile(int folderFd, const std::string& name, int fd, off_t* size = nullptr) {
     struct stat held {};
     struct stat named {};
-    return fd >= 0 && ::fstat(fd, &held) == 0 && ::fstatat(folderFd, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-           held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+    const bool same = fd >= 0 && ::fstat(fd, &held) == 0 &&
+                      ::fstatat(folderFd, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+                      held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+    if (same && size) *size = held.st_size;
+    return same;
 }
 
 }  // namespace
 
-bool SwappedFile::spareStillNamed() const { return namesHeldFile(folderFd_, spareName_, spare_); }
+bool SwappedFile::spareStillNamed(off_t* size) const { return namesHeldFile(folderFd_, spareName_, spare_, size); }
 
 bool SwappedFile::visibleStillNamed() const { return namesHeldFile(folderFd_, name_, visible_); }
 
@@ -217,8 +220,10 @@ Status SwappedFile::write(std::string_view bytes) {
 
 Status SwappedFile::writeThroughSpare(std::string_view bytes) {
     // A spare that was removed or replaced behind our back is let go, not written through its name.
-    if (spare_ >= 0 && !spareStillNamed()) dropSpare(false);
+    off_t spareSize = 0;
+    if (spare_ >= 0 && !spareStillNamed(&spareSize)) dropSpare(false);
     if (spare_ < 0) {
+        spareSize = 0;
         spare_ = createTemporaryAt(folderFd_, name_, spareName_);
         if (spare_ < 0) return errnoFailure("cannot create a temporary file", errno);
         if (::fchmod(spare_, static_cast<mode_t>(mode_)) != 0) {
@@ -226,12 +231,11 @@ Status SwappedFile::writeThroughSpare(std::string_view bytes) {
             dropSpare(true);
             return errnoFailure("cannot set permissions", error);
         }
-    } else if (::ftruncate(spare_, 0) != 0) {
-        const int error = errno;
-        dropSpare(true);
-        return errnoFailure("cannot write", error);
     }
-    if (!writeAllAt(spare_, bytes, 0)) {
+    // Written over in place and cut only where the old record was longer: emptying the file first
+    // would have the file system give its block back and take one again on every write.
+    const auto length = static_cast<off_t>(bytes.size());
+    if (!writeAllAt(spare_, bytes, 0) || (spareSize > length && ::ftruncate(spare_, length) != 0)) {
         const int error = errno;
         dropSpare(true);
         return errnoFailure("cannot write", error);

@@ -3,6 +3,8 @@
 // canonical form for paths that may not exist yet.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -83,7 +85,8 @@ public:
 
 private:
     Status writeThroughSpare(std::string_view bytes);
-    bool spareStillNamed() const;
+    // Whether the spare's name still holds the spare; its size, when so and size is given.
+    bool spareStillNamed(off_t* size = nullptr) const;
     bool visibleStillNamed() const;
     void dropSpare(bool unlinkName);
 
