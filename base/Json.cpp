@@ -599,6 +599,18 @@ Decimal shortestDecimal(double magnitude) {
     int low = 1;
     int high = 17;
     Decimal best = nearestDecimal(magnitude, 17);
+    // Fifteen-digit decimals lie further apart than a normal double's rounding interval is wide, so
+    // at most one of them reads back; when one does, any shorter decimal that reads back is that
+    // same one with trailing zeros, and dropping the zeros below gives the shortest without the
+    // search. (Subnormals have fewer bits and wider intervals: they are searched.)
+    if (magnitude >= std::numeric_limits<double>::min()) {
+        if (const auto found = readingBack(magnitude, 15)) {
+            best = *found;
+            low = high;
+        } else {
+            low = 16;
+        }
+    }
     while (low < high) {
         const int middle = (low + high) / 2;
         if (const auto found = readingBack(magnitude, middle)) {

@@ -2,9 +2,13 @@
 
 #include <clocale>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <optional>
+#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -182,6 +186,51 @@ TEST(JsonNumbers, WriterGivesTheShortestTextThatReadsBack) {
     expectShortestTexts();
     EXPECT_EQ(formatShortestDouble(std::numeric_limits<double>::infinity()), "inf");
     EXPECT_EQ(formatShortestDouble(-std::numeric_limits<double>::infinity()), "-inf");
+}
+
+// Significant digits of a number's text: no sign, point, exponent, or leading and trailing zeros.
+std::size_t significantDigits(const std::string& text) {
+    std::string digits;
+    for (const char c : text.substr(0, text.find_first_of("eE")))
+        if (c >= '0' && c <= '9') digits += c;
+    const std::size_t first = digits.find_first_not_of('0');
+    if (first == std::string::npos) return 1;
+    return digits.find_last_not_of('0') - first + 1;
+}
+
+// Random doubles of every magnitude, and short decimals, which take the quick path: each text
+// reads back as its value and, unless whole, is no longer than the shortest "%.*g" text that
+// reads back.
+TEST(JsonNumbers, ShortestTextsOfRandomValues) {
+    std::mt19937_64 random(20261125);
+    std::vector<double> values;
+    for (int i = 0; i < 4000; ++i) {
+        const std::uint64_t bits = random() & ~(std::uint64_t{1} << 63);
+        double value = 0;
+        std::memcpy(&value, &bits, sizeof value);
+        if (std::isfinite(value)) values.push_back(value);
+        std::uint64_t limit = 10;
+        for (std::uint64_t digits = random() % 17; digits > 0; --digits) limit *= 10;
+        const auto mantissa = static_cast<double>(random() % limit);
+        values.push_back(mantissa * std::pow(10.0, static_cast<int>(random() % 40) - 20));
+    }
+    for (const double value : values) {
+        const std::string text = formatShortestDouble(value);
+        EXPECT_EQ(std::strtod(text.c_str(), nullptr), value) << text;
+        std::size_t shortest = 17;
+        for (int precision = 1; precision < 17; ++precision) {
+            char buffer[64];
+            std::snprintf(buffer, sizeof buffer, "%.*g", precision, value);
+            if (std::strtod(buffer, nullptr) == value) {
+                shortest = static_cast<std::size_t>(precision);
+                break;
+            }
+        }
+        // Whole numbers are written out in full, every digit exact.
+        if (text.find_first_of(".eE") != std::string::npos) {
+            EXPECT_LE(significantDigits(text), shortest) << text;
+        }
+    }
 }
 
 // The reader rounds correctly, ties to even, and refuses what a double cannot hold.
