@@ -593,7 +593,24 @@ std::optional<Decimal> readingBack(double magnitude, int precision) {
     return std::nullopt;
 }
 
-Decimal shortestDecimal(double magnitude) {
+// The figures this program writes are mostly whole or have a few decimals. A decimal of at most
+// fifteen significant digits that reads back is the only one of its length that does (see the search),
+// so the first number of decimals whose digits read back gives the shortest text, found with a
+// multiplication and a division (both operands exact, so the quotient is the correctly rounded
+// reading) instead of printing and reading text.
+std::optional<Decimal> fewDecimals(double magnitude) {
+    if (!(magnitude >= std::numeric_limits<double>::min())) return std::nullopt;
+    double scale = 1;
+    for (int decimals = 0; decimals <= 8; ++decimals, scale *= 10) {
+        const double scaled = magnitude * scale;
+        if (scaled >= 1e15) break;
+        const double digits = std::nearbyint(scaled);
+        if (digits / scale == magnitude) return Decimal{static_cast<std::uint64_t>(digits), -decimals};
+    }
+    return std::nullopt;
+}
+
+Decimal searchedDecimal(double magnitude) {
     // Every precision from the shortest one that reads back upwards reads back too (fewer digits
     // only ever remove candidates), so the shortest is found by bisection; 17 always reads back.
     int low = 1;
@@ -620,6 +637,12 @@ Decimal shortestDecimal(double magnitude) {
             low = middle + 1;
         }
     }
+    return best;
+}
+
+Decimal shortestDecimal(double magnitude) {
+    const std::optional<Decimal> quick = fewDecimals(magnitude);
+    Decimal best = quick ? *quick : searchedDecimal(magnitude);
     while (best.mantissa % 10 == 0 && best.mantissa != 0) {
         best.mantissa /= 10;
         ++best.exponent;
