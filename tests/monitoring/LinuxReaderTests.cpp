@@ -102,9 +102,10 @@ TEST(LinuxProcessReading, WalksAFixtureProcTreeWhateverItKeepsOpen) {
     EXPECT_FALSE(nowhere.identity(1));
 }
 
-// A process that sleeps keeps its last memory and I/O figures for a few sweeps; any sign of
-// activity in its stat line, or the bound on reuse, makes the reader look again.
-TEST(LinuxProcessReading, RereadsStatusAndIoWhenTheProcessStirsOrAfterABoundedWait) {
+// A process that sleeps keeps its last memory figures while its stat line stands still, and its
+// I/O figures for a few sweeps; any sign of activity in the line makes the reader look again at
+// both, the bound on reuse at the I/O counters.
+TEST(LinuxProcessReading, RereadsMemoryWhenTheProcessStirsAndIoAlsoAfterABoundedWait) {
     kestrow::testing::TempFolder temp;
     const std::filesystem::path proc = temp / "proc", process = proc / "4242";
     std::filesystem::create_directories(process);
@@ -128,34 +129,40 @@ TEST(LinuxProcessReading, RereadsStatusAndIoWhenTheProcessStirsOrAfterABoundedWa
         return text;
     };
 
+    auto io = [](std::uint64_t readBytes) {
+        return "rchar: 123\nwchar: 456\nsyscr: 7\nsyscw: 8\nread_bytes: " + std::to_string(readBytes) +
+               "\nwrite_bytes: 4096\ncancelled_write_bytes: 0\n";
+    };
+
     struct Step {
         const char* what;
-        std::string stat, status;
-        std::uint64_t anonKilobytes;  // what the reading must report
+        std::string stat, status, io;
+        std::uint64_t anonKilobytes, diskRead;  // what the reading must report
     };
     const std::vector<Step> steps = {
-        {"first sight reads everything", stat, statusText, 20480},
-        {"asleep: the last figures stand", stat, withAnon("30000"), 20480},
-        {"still asleep", stat, withAnon("30000"), 20480},
-        {"still asleep", stat, withAnon("30000"), 20480},
-        {"still asleep, the last sweep that may reuse", stat, withAnon("30000"), 20480},
-        {"the bound is reached: read again", stat, withAnon("30000"), 30000},
-        {"asleep again", stat, withAnon("40000"), 30000},
-        {"CPU time moved", replaced(" 250 75 ", " 251 75 "), withAnon("40000"), 40000},
-        {"a minor fault", replaced(" 1523 ", " 1524 "), withAnon("41000"), 41000},
-        {"the resident size moved", replaced(" 1024 1844", " 1025 1844"), withAnon("42000"), 42000},
-        {"a thread more", replaced(" 20 0 3 0 ", " 20 0 4 0 "), withAnon("43000"), 43000},
+        {"first sight reads everything", stat, statusText, io(8192), 20480, 8192},
+        {"asleep: the last figures stand", stat, withAnon("30000"), io(9000), 20480, 8192},
+        {"still asleep", stat, withAnon("30000"), io(9000), 20480, 8192},
+        {"still asleep", stat, withAnon("30000"), io(9000), 20480, 8192},
+        {"still asleep, the last sweep that may reuse", stat, withAnon("30000"), io(9000), 20480, 8192},
+        {"the bound: I/O read again, the line vouches for the memory", stat, withAnon("30000"), io(9000), 20480, 9000},
+        {"asleep again", stat, withAnon("40000"), io(10000), 20480, 9000},
+        {"CPU time moved", replaced(" 250 75 ", " 251 75 "), withAnon("40000"), io(10000), 40000, 10000},
+        {"a minor fault", replaced(" 1523 ", " 1524 "), withAnon("41000"), io(11000), 41000, 11000},
+        {"the resident size moved", replaced(" 1024 1844", " 1025 1844"), withAnon("42000"), io(12000), 42000, 12000},
+        {"a thread more", replaced(" 20 0 3 0 ", " 20 0 4 0 "), withAnon("43000"), io(13000), 43000, 13000},
     };
     LinuxProcessReading reader(proc.string());
     for (const Step& step : steps) {
         SCOPED_TRACE(step.what);
         rewrite(process / "stat", step.stat);
         rewrite(process / "status", step.status);
+        rewrite(process / "io", step.io);
         const ProcessReading::Record record = reader.read(4242);
         reader.endSweep();
         ASSERT_TRUE(record.usage);
         EXPECT_EQ(record.usage->footprint, (step.anonKilobytes + 512u) * 1024u);
-        EXPECT_EQ(record.usage->diskRead, 8192u);
+        EXPECT_EQ(record.usage->diskRead, step.diskRead);
     }
 }
 

@@ -1,5 +1,5 @@
-// Processes on Linux, from /proc. Per process and sample: stat, and status and io unless stat shows
-// the process idle since the last sample; the executable link and the command line only when a
+// Processes on Linux, from /proc. Per process and sample: stat, and the memory and io files unless
+// stat shows the process idle since the last sample; the executable link and the command line only when a
 // process is first seen (the sampler caches them).
 #include <dirent.h>
 #include <fcntl.h>
@@ -138,35 +138,40 @@ std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(Held& files
     auto stat = proctext::parsePidStat(statText_.text());
     if (!stat) return std::nullopt;
 
-    // Most processes sleep through most sweeps. The status file costs the kernel the most to
-    // write out; for a process that has not stirred since the last sweep its figures are reused.
-    const bool quiet = files.lastStat && files.lastStat->sameActivity(*stat) && files.quietSweeps < quietSweepsReused;
-    if (quiet) {
-        ++files.quietSweeps;
-    } else {
+    // Most processes sleep through most sweeps, and the kernel's work of writing out their files
+    // is most of a sweep's cost. The memory figures move only with the resident size or a page
+    // fault, both in the stat line: while the line stands still, the last ones are still exact.
+    // I/O of less than one clock tick can go by without a trace in the line, so for a process that
+    // has not stirred the io file is read again only every few sweeps.
+    const bool still = files.lastStat && files.lastStat->sameActivity(*stat);
+    const bool ioDue = !still || files.quietSweeps >= quietSweepsReused;
+    // The user id can change without a trace too (a set-user-id call): the status file is read
+    // again at least every statusRefreshSweeps sweeps, and on an exec, which renames the command.
+    const bool statusDue = !files.lastStatus.uid || sweep_ - files.statusSweep >= statusRefreshSweeps ||
+                           (files.lastStat && files.lastStat->comm != stat->comm);
+    if (statusDue || (!still && (!swapless() || !files.statm.valid()))) {
+        if (!files.status.valid() || !statusText_.rereadWhole(files.status.get())) return std::nullopt;
+        proctext::PidStatus status = proctext::parsePidStatus(statusText_.text());
+        if (!status.uid) return std::nullopt;
+        files.lastStatus = status;
+        files.statusSweep = sweep_;
+    } else if (!still) {
         // Without swap there is no swapped-out memory, and the anonymous part of the resident
         // memory is in statm, which costs the kernel a fraction of status to write out.
-        const bool statusDue = !swapless() || !files.lastStatus.uid || !files.statm.valid() ||
-                               sweep_ - files.statusSweep >= statusRefreshSweeps ||
-                               (files.lastStat && files.lastStat->comm != stat->comm);
-        if (statusDue) {
-            if (!files.status.valid() || !statusText_.rereadWhole(files.status.get())) return std::nullopt;
-            proctext::PidStatus status = proctext::parsePidStatus(statusText_.text());
-            if (!status.uid) return std::nullopt;
-            files.lastStatus = status;
-            files.statusSweep = sweep_;
-        } else {
-            if (!statmText_.rereadWhole(files.statm.get())) return std::nullopt;
-            const auto anonPages = proctext::parseStatmAnonPages(statmText_.text());
-            if (!anonPages) return std::nullopt;
-            files.lastStatus.rssAnon = kestrow::checkedMultiply(*anonPages, pageSize_, "anonymous memory overflow");
-            files.lastStatus.vmSwap = 0;
-        }
+        if (!statmText_.rereadWhole(files.statm.get())) return std::nullopt;
+        const auto anonPages = proctext::parseStatmAnonPages(statmText_.text());
+        if (!anonPages) return std::nullopt;
+        files.lastStatus.rssAnon = kestrow::checkedMultiply(*anonPages, pageSize_, "anonymous memory overflow");
+        files.lastStatus.vmSwap = 0;
+    }
+    if (ioDue) {
         // Another user's io file cannot be opened without ptrace rights: its rates stay unknown.
         files.lastIO.reset();
         if (files.io.valid() && ioText_.rereadWhole(files.io.get()))
             files.lastIO = proctext::parsePidIO(ioText_.text());
         files.quietSweeps = 0;
+    } else {
+        ++files.quietSweeps;
     }
     const proctext::PidStatus& status = files.lastStatus;
     const std::optional<proctext::PidIO>& io = files.lastIO;

@@ -60,8 +60,9 @@ private:
     };
 
 public:
-    // A process whose stat line shows no activity keeps its last status and io figures, but never
-    // for more than this many sweeps in a row, which bounds how late a stray change shows.
+    // A process whose stat line shows no activity keeps its last memory figures, which only move
+    // with that line, and its io figures, but those never for more than this many sweeps in a row,
+    // which bounds how late a stray change shows.
     static constexpr int quietSweepsReused = 4;
     // While no swap area exists, the anonymous memory comes from the small statm file and the
     // status file is read for the user id only: on first sight, when the command name changes
