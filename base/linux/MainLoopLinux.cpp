@@ -23,6 +23,8 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <thread>
+#include <utility>
 
 #include "../Files.hpp"
 #include "../WeakGuard.hpp"
@@ -97,7 +99,10 @@ public:
             std::lock_guard lock(mutex_);
             queue_.push_back(std::move(task));
         }
-        wakeUp();
+        // A task posted by the loop's own thread runs once this turn's events are handled, without
+        // a round trip through the eventfd; another thread has to wake the loop.
+        if (std::this_thread::get_id() == runningThread_.load()) postedHere_ = true;
+        else wakeUp();
     }
 
     Token after(Seconds delay, Task task) override { return addTimer(delay, Seconds::zero(), std::move(task)); }
@@ -151,8 +156,15 @@ public:
 
     void run() override {
         epoll_event events[32];
+        runningThread_.store(std::this_thread::get_id());
         while (!stopping_.load()) {
-            const int n = ::epoll_wait(epoll_, events, 32, -1);
+            if (postedHere_) {
+                postedHere_ = false;
+                runQueued();
+                if (stopping_.load()) break;
+            }
+            // Tasks that posted more still let the other sources have their turn: a look, no wait.
+            const int n = ::epoll_wait(epoll_, events, 32, postedHere_ ? 0 : -1);
             if (n < 0) {
                 if (errno == EINTR) continue;
                 break;  // only a broken epoll set gets here; nothing sensible is left to wait on
@@ -160,6 +172,9 @@ public:
             if (wakes_.sample(ContinuousClock::now(), std::chrono::steady_clock::now())) fireWakeObservers();
             for (int i = 0; i < n && !stopping_.load(); ++i) dispatch(events[i].data.u64);
         }
+        runningThread_.store(std::thread::id());
+        // What this thread posted and did not get to run waits for a later run, as the eventfd's do.
+        if (std::exchange(postedHere_, false)) wakeUp();
         stopping_.store(false);
     }
 
@@ -259,6 +274,10 @@ private:
     void runPosted() {
         std::uint64_t count = 0;
         [[maybe_unused]] const auto read = ::read(posted_, &count, sizeof count);
+        runQueued();
+    }
+
+    void runQueued() {
         std::deque<Task> tasks;
         {
             std::lock_guard lock(mutex_);
@@ -342,6 +361,8 @@ private:
     sigset_t previousMask_{};
     bool maskChanged_ = false;
     std::atomic<bool> stopping_{false};
+    std::atomic<std::thread::id> runningThread_{};
+    bool postedHere_ = false;  // only touched by the running thread
     std::mutex mutex_;
     std::deque<Task> queue_;
     std::uint64_t nextKey_ = firstSourceKey;

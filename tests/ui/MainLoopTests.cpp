@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -152,6 +153,43 @@ TEST_F(SystemMainLoop, RunsPostsFromOtherThreadsInOrderOnItsOwnThread) {
     ASSERT_EQ(order.size(), 100u);
     for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
     EXPECT_TRUE(allOnLoopThread);
+}
+
+// Posts from the loop's own thread skip the wake-up descriptor: they must still run in order, after
+// the task that posted them, never shut out a due timer, and survive a stop for the next run.
+TEST_F(SystemMainLoop, PostsFromItsOwnThreadRunInOrderAndLeaveTheOtherSourcesTheirTurn) {
+    std::vector<int> order;
+    bool timerFired = false;
+    long spins = 0;
+    std::function<void()> spin = [&] {
+        // A task that posts itself for ever; the cap only turns a starved timer into a failure.
+        if (timerFired || ++spins > 10'000'000) loop->stop();
+        else loop->post(spin);
+    };
+    auto timer = loop->after(1ms, [&] { timerFired = true; });
+    loop->post([&] {
+        for (int i = 1; i <= 5; ++i) loop->post([&, i] { order.push_back(i); });
+        order.push_back(0);
+        loop->post(spin);
+    });
+    loop->run();
+    EXPECT_FALSE(timedOut);
+    EXPECT_TRUE(timerFired);
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5}));
+
+    bool later = false;
+    loop->post([&] {
+        loop->post([&] {
+            later = true;
+            loop->stop();
+        });
+        loop->stop();
+    });
+    loop->run();
+    EXPECT_FALSE(later);  // stopped before its turn
+    loop->run();
+    EXPECT_TRUE(later);
+    EXPECT_FALSE(timedOut);
 }
 
 TEST_F(SystemMainLoop, RepeatsAndDelaysCountOnTheContinuousClock) {
