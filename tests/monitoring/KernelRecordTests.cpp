@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -12,6 +13,7 @@
 
 namespace brimlet {
 namespace {
+using namespace std::chrono_literals;
 
 TEST(TickFrequency, GivesTheSameClockAsTheTimebaseOfEachMachine) {
     struct Case {
@@ -50,7 +52,7 @@ TEST(TickFrequency, TranslatedProcessSeesFullCpuFromNativeTicks) {
     reader.add(7, 1, "busy");
     ProcessSampler sampler(reader, *tickClockForFrequency(24'000'000));
     sampler.sample();
-    reader.now += 2'000'000'000;
+    reader.now += 2s;
     reader.table[7].usage->cpuTicks += 48'000'000;  // two seconds of one core
     const auto result = sampler.sample();
     ASSERT_EQ(result.processes.size(), 1u);
