@@ -210,7 +210,7 @@ bool SwappedFile::visibleStillNamed() const { return namesHeldFile(folderFd_, na
 
 Status SwappedFile::write(std::string_view bytes) {
     if (!canSwap_) return writeAtomicallyAt(folderFd_, name_, bytes, mode_, Durability::transient);
-    const Status written = writeThroughSpare(bytes);
+    Status written = writeThroughSpare(bytes);
     if (written.ok() || canSwap_) return written;
     // The file system refused the swap: this write, and every later one, makes a new file.
     return writeAtomicallyAt(folderFd_, name_, bytes, mode_, Durability::transient);

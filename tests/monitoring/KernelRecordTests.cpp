@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -78,7 +79,7 @@ TEST(ArgumentRecordBuffer, ParsesOnlyWhatTheLatestReadWrote) {
             if (!firstData) firstData = data;
             EXPECT_EQ(data, firstData) << "the same memory every read";
             if (bytes.size() > room) return std::nullopt;
-            std::memcpy(data, bytes.data(), bytes.size());
+            std::copy(bytes.begin(), bytes.end(), data);
             return bytes.size();
         };
     };

@@ -160,7 +160,7 @@ std::optional<std::string> killWriterMidWrite(const std::string& path) {
         if (posix_spawn(&pid, KESTROW_ATOMIC_WRITER, nullptr, nullptr, argv.data(), environ) != 0) return std::nullopt;
         auto leftover = [&]() -> std::optional<std::string> {
             for (const std::string& name : names(folder))
-                if (isAtomicWriteTemporary(name, target)) return folder + "/" + name;
+                if (isAtomicWriteTemporary(name, target)) return (folder + "/").append(name);
             return std::nullopt;
         };
         const auto writing = std::chrono::steady_clock::now() + std::chrono::seconds(2);

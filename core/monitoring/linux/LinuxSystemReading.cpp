@@ -136,7 +136,7 @@ void LinuxSystemReading::beginSample() {
     // then agree with one another.
     std::optional<proctext::Meminfo> info = readMeminfo();
     std::lock_guard lock(mutex_);
-    meminfo_ = std::move(info);
+    meminfo_ = info;
     sampled_ = true;
 }
 
