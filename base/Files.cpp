@@ -19,27 +19,28 @@ namespace kestrow {
 
 namespace {
 
-SafeRead safeReadOpened(int fd, std::size_t limit) {
+Status refused(std::string reason) { return Status::failure(Cause::permissionDenied, std::move(reason)); }
+
+Result<std::string> safeReadOpened(int fd, std::size_t limit) {
     if (fd < 0) {
         const int error = errno;
         // Only a missing entry is missing: a plain file where a folder should be (ENOTDIR) is a fault
         // someone must see, not an empty folder.
-        if (error == ENOENT) return {SafeRead::Missing{}};
-        return {SafeRead::Refused{"unreadable (errno " + std::to_string(error) + ")"}};
+        if (error == ENOENT) return Status::failure(Cause::notFound, "missing");
+        return refused("unreadable (errno " + std::to_string(error) + ")");
     }
     struct stat st {};
-    SafeRead result{SafeRead::Refused{"unreadable"}};
     if (::fstat(fd, &st) != 0) {
         ::close(fd);
-        return result;
+        return refused("unreadable");
     }
     if (!S_ISREG(st.st_mode)) {
         ::close(fd);
-        return {SafeRead::Refused{"not a regular file"}};
+        return refused("not a regular file");
     }
     if (st.st_uid != ::getuid()) {
         ::close(fd);
-        return {SafeRead::Refused{"not owned by this user"}};
+        return refused("not owned by this user");
     }
     std::string bytes;
     char buffer[4096];
@@ -49,24 +50,24 @@ SafeRead safeReadOpened(int fd, std::size_t limit) {
         if (n < 0) {
             if (errno == EINTR) continue;
             ::close(fd);
-            return result;
+            return refused("unreadable");
         }
         if (n == 0) break;
         bytes.append(buffer, static_cast<std::size_t>(n));
     }
     ::close(fd);
-    return {SafeRead::Data{std::move(bytes)}};
+    return bytes;
 }
 
 constexpr int safeReadFlags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
 
 }  // namespace
 
-SafeRead safeRead(const std::string& path, std::size_t limit) {
+Result<std::string> safeRead(const std::string& path, std::size_t limit) {
     return safeReadOpened(::open(path.c_str(), safeReadFlags), limit);
 }
 
-SafeRead safeReadAt(int folderFd, const std::string& name, std::size_t limit) {
+Result<std::string> safeReadAt(int folderFd, const std::string& name, std::size_t limit) {
     return safeReadOpened(::openat(folderFd, name.c_str(), safeReadFlags), limit);
 }
 
@@ -212,7 +213,7 @@ bool SwappedFile::visibleStillNamed() const { return namesHeldFile(folderFd_, na
 
 Status SwappedFile::write(std::string_view bytes) {
     if (!canSwap_) return writeAtomicallyAt(folderFd_, name_, bytes, mode_, Durability::transient);
-    const Status written = writeThroughSpare(bytes);
+    Status written = writeThroughSpare(bytes);
     if (written.ok() || canSwap_) return written;
     // The file system refused the swap: this write, and every later one, makes a new file.
     return writeAtomicallyAt(folderFd_, name_, bytes, mode_, Durability::transient);

@@ -10,35 +10,22 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 #include "Status.hpp"
 
 namespace kestrow {
 
-struct SafeRead {
-    struct Refused {
-        std::string reason;
-        bool operator==(const Refused&) const = default;
-    };
-    struct Data {
-        std::string bytes;
-        bool operator==(const Data&) const = default;
-    };
-    struct Missing {
-        bool operator==(const Missing&) const = default;
-    };
-    std::variant<Refused, Data, Missing> value;
-    bool operator==(const SafeRead&) const = default;
-};
-
 // Opens without following a final link, non-blocking (a FIFO cannot stall us), close-on-exec; then
-// requires a regular file owned by our real user, and reads at most `limit` bytes.
-[[nodiscard]] SafeRead safeRead(const std::string& path, std::size_t limit);
+// requires a regular file owned by our real user, and reads at most `limit` bytes. The bytes, or
+// `Cause::notFound` when nothing is there (a missing file, or a missing folder on its path), or
+// `Cause::permissionDenied` with the reason when something is there but refused or unreadable: a
+// link, a special or foreign file, or any other error, which someone must see rather than take for
+// an absent file.
+[[nodiscard]] Result<std::string> safeRead(const std::string& path, std::size_t limit);
 // The same for the entry `name` of a folder held open as `folderFd`: the entry is looked up in that
 // folder, whatever its path names by now, and a link in its place is refused.
-[[nodiscard]] SafeRead safeReadAt(int folderFd, const std::string& name, std::size_t limit);
+[[nodiscard]] Result<std::string> safeReadAt(int folderFd, const std::string& name, std::size_t limit);
 
 // How far a write goes before the rename. `flushed` waits until the bytes are on the disk, so even
 // a power cut leaves the old or the new file; `transient` skips that wait, for files rewritten

@@ -68,10 +68,9 @@ JsonObject FileUserDefaults::load() const {
     if (stamp && cache_ && cache_->first == *stamp) return cache_->second;
     cache_.reset();
     if (!stamp) return {};  // missing, or not a plain file: nothing to read
-    const SafeRead file = safeRead(path_, readLimit);
-    const auto* data = std::get_if<SafeRead::Data>(&file.value);
-    if (!data) return {};
-    auto parsed = parseJson(data->bytes);
+    const Result<std::string> file = safeRead(path_, readLimit);
+    if (file.failed()) return {};
+    auto parsed = parseJson(*file);
     JsonValue* value = parsed.ok() ? &*parsed : nullptr;
     if (!value || !value->asObject()) return {};
     cache_.emplace(*stamp, *value->asObject());

@@ -26,17 +26,15 @@ std::variant<std::vector<SuiteFolder>, SuiteLaunch::Exit>
 SuiteLaunch::folders(const std::vector<std::string>& arguments, const std::string& temporaryDirectory,
                      const std::string& realHome) {
     auto resolved = SuiteFolderArgument::resolve(arguments, {temporaryDirectory}, realSuiteFolder(realHome));
-    if (const auto* problem = std::get_if<SuiteFolderArgument::Problem>(&resolved))
-        return Exit{std::string(messagePrefix) + problem->description() + "\n", 2};
-    const auto& folder = std::get<std::optional<std::string>>(resolved);
+    if (resolved.failed()) return Exit{std::string(messagePrefix) + resolved.status().message() + "\n", 2};
+    const std::optional<std::string>& folder = *resolved;
     if (folder) {
         // In a shared temporary folder another user may have made the path first, with "glances" a
         // link into our files: only a folder that is really ours is used.
         auto prepared = kestrow::suite::OpenSuiteFolder::prepare(SuiteFolder(*folder));
         if (prepared.status().cause() == kestrow::Cause::permissionDenied) {
-            const SuiteFolderArgument::Problem problem{SuiteFolderArgument::Problem::Kind::outsideTemporaryFolder,
-                                                       *folder};
-            return Exit{std::string(messagePrefix) + problem.description() + "\n", 2};
+            return Exit{
+                std::string(messagePrefix) + SuiteFolderArgument::outsideTemporaryFolder(*folder).message() + "\n", 2};
         }
         return std::vector<SuiteFolder>{SuiteFolder(*folder)};
     }

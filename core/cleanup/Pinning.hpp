@@ -68,28 +68,27 @@ struct PinnedItem {
 // one, or one component at a time (the fallback, also what tests force to cover it).
 enum class Resolution { fastest, perComponent };
 
-struct Pinning {
-    // The reasons a pinned action gives up; nothing was touched when either is given.
-    static constexpr const char* changedSinceMeasured = "Changed since it was measured \u2014 nothing was removed";
-    static constexpr const char* linkOnPath =
-        "A folder on its path is a symbolic link; links are never followed for deletion";
+namespace Pinning {
+// The reasons a pinned action gives up; nothing was touched when either is given.
+inline constexpr const char* changedSinceMeasured = "Changed since it was measured \u2014 nothing was removed";
+inline constexpr const char* linkOnPath =
+    "A folder on its path is a symbolic link; links are never followed for deletion";
 
-    // Pins an absolute path made only of real names (no ".", no "..", no link anywhere); none, with
-    // the system's error in `error`, when it cannot.
-    static std::optional<PinnedItem> pin(const std::string& path, int& error, Resolution how = Resolution::fastest,
-                                         const EntryReader& reader = readEntryStatus);
+// Pins an absolute path made only of real names (no ".", no "..", no link anywhere); none, with
+// the system's error in `error`, when it cannot.
+std::optional<PinnedItem> pin(const std::string& path, int& error, Resolution how = Resolution::fastest,
+                              const EntryReader& reader = readEntryStatus);
 
-    // Whether the item still sits under its name in its pinned folder as the same file.
-    static bool unchanged(const PinnedItem& item, const EntryReader& reader = readEntryStatus);
+// Whether the item still sits under its name in its pinned folder as the same file.
+bool unchanged(const PinnedItem& item, const EntryReader& reader = readEntryStatus);
 
-    // The components of an absolute path; none when it has "." or ".." or is not absolute.
-    static std::optional<std::vector<std::string_view>> components(std::string_view path);
+// The components of an absolute path; none when it has "." or ".." or is not absolute.
+std::optional<std::vector<std::string_view>> components(std::string_view path);
 
-    // Where an item given under the home folder as spelled (`home`) lies when nothing on the way
-    // is a link: the same path under the home folder's real path.
-    static std::string expectedRealPath(const std::string& itemPath, const std::string& home,
-                                        const std::string& realHome);
-};
+// Where an item given under the home folder as spelled (`home`) lies when nothing on the way
+// is a link: the same path under the home folder's real path.
+std::string expectedRealPath(const std::string& itemPath, const std::string& home, const std::string& realHome);
+}  // namespace Pinning
 
 // The platform's part. Opens the folder at an absolute path without following a link at any
 // component, for use as the folder of *at calls: -1 with errno when it cannot.

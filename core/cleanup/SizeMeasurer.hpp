@@ -99,15 +99,14 @@ struct SizeMeasurer {
     static void concurrently(std::size_t count, const std::function<void(std::size_t)>& task);
 };
 
-struct FullDiskAccess {
-    // The Privacy & Security pane's Full Disk Access list.
-    static constexpr const char* settingsURL =
-        "x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles";
-    // Whether protected folders can be read: none when this home has no folder to tell by. Only a
-    // Mac gates them; elsewhere the answer is always yes.
-    static std::optional<bool> isGranted(const std::string& home);
-    // Whether a folder that the system protects can be listed: none when it does not exist.
-    static std::optional<bool> canList(const std::string& protectedFolder);
-};
+namespace FullDiskAccess {
+// The Privacy & Security pane's Full Disk Access list.
+inline constexpr const char* settingsURL = "x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles";
+// Whether protected folders can be read: none when this home has no folder to tell by. Only a
+// Mac gates them; elsewhere the answer is always yes.
+std::optional<bool> isGranted(const std::string& home);
+// Whether a folder that the system protects can be listed: none when it does not exist.
+std::optional<bool> canList(const std::string& protectedFolder);
+}  // namespace FullDiskAccess
 
 }  // namespace brimlet

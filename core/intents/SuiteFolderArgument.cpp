@@ -7,29 +7,38 @@
 
 namespace brimlet {
 
-std::string SuiteFolderArgument::Problem::description() const {
-    switch (kind) {
-    case Kind::notAbsolute: return "--suite-folder needs an absolute path: " + path;
-    case Kind::outsideTemporaryFolder: return "--suite-folder must be inside the temporary folder: " + path;
-    case Kind::realSuiteFolder: return "--suite-folder must not be the real suite folder: " + path;
-    case Kind::missingValue: return "--suite-folder needs a path";
-    }
-    return "--suite-folder needs a path";
+namespace {
+
+kestrow::Status missingValue() {
+    return kestrow::Status::failure(kestrow::Cause::invalidArgument, "--suite-folder needs a path");
+}
+kestrow::Status notAbsolute(const std::string& path) {
+    return kestrow::Status::failure(kestrow::Cause::invalidArgument, "--suite-folder needs an absolute path: " + path);
+}
+kestrow::Status realSuiteFolder(const std::string& path) {
+    return kestrow::Status::failure(kestrow::Cause::permissionDenied,
+                                    "--suite-folder must not be the real suite folder: " + path);
 }
 
-std::variant<std::optional<std::string>, SuiteFolderArgument::Problem>
-SuiteFolderArgument::resolve(const std::vector<std::string>& arguments, const std::vector<std::string>& temporaryRoots,
-                             const std::string& realFolder) {
-    using Kind = Problem::Kind;
+}  // namespace
+
+kestrow::Status SuiteFolderArgument::outsideTemporaryFolder(const std::string& path) {
+    return kestrow::Status::failure(kestrow::Cause::permissionDenied,
+                                    "--suite-folder must be inside the temporary folder: " + path);
+}
+
+kestrow::Result<std::optional<std::string>> SuiteFolderArgument::resolve(const std::vector<std::string>& arguments,
+                                                                         const std::vector<std::string>& temporaryRoots,
+                                                                         const std::string& realFolder) {
     auto it = arguments.size() > 1 ? std::find(arguments.begin() + 1, arguments.end(), name) : arguments.end();
     if (it == arguments.end()) return std::optional<std::string>();
-    if (it + 1 == arguments.end()) return Problem{Kind::missingValue, ""};
+    if (it + 1 == arguments.end()) return missingValue();
     const std::string& value = *(it + 1);
-    if (value.empty()) return Problem{Kind::missingValue, ""};
-    if (value.front() != '/') return Problem{Kind::notAbsolute, value};
+    if (value.empty()) return missingValue();
+    if (value.front() != '/') return notAbsolute(value);
 
     const auto canonical = kestrow::canonicalizePath(value);
-    if (!canonical) return Problem{Kind::outsideTemporaryFolder, value};
+    if (!canonical) return outsideTemporaryFolder(value);
     bool inside = false;
     for (const std::string& root : temporaryRoots) {
         const auto canonicalRoot = kestrow::canonicalizePath(root);
@@ -40,13 +49,13 @@ SuiteFolderArgument::resolve(const std::vector<std::string>& arguments, const st
             break;
         }
     }
-    if (!inside) return Problem{Kind::outsideTemporaryFolder, value};
+    if (!inside) return outsideTemporaryFolder(value);
 
     // The default file system on macOS ignores case in every script, so the real folder is compared
     // without it: "/Users/Jürgen" and "/users/JÜRGEN" are the same folder there.
     const std::string real = kestrow::caseInsensitiveKey(kestrow::canonicalizePath(realFolder).value_or(realFolder));
     const std::string candidate = kestrow::caseInsensitiveKey(*canonical);
-    if (candidate == real || candidate.rfind(real + "/", 0) == 0) return Problem{Kind::realSuiteFolder, value};
+    if (candidate == real || candidate.rfind(real + "/", 0) == 0) return realSuiteFolder(value);
     return std::optional<std::string>(*canonical);
 }
 

@@ -4,27 +4,28 @@
 
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
+
+#include "base/Status.hpp"
 
 namespace brimlet {
 
 namespace SuiteFolderArgument {
 inline constexpr const char* name = "--suite-folder";
 
-struct Problem {
-    enum class Kind { notAbsolute, outsideTemporaryFolder, realSuiteFolder, missingValue };
-    Kind kind;
-    std::string path;
-    std::string description() const;
-    bool operator==(const Problem&) const = default;
-};
-
+// A refused value fails with its text as the user sees it, which names the path as given:
+// `Cause::invalidArgument` when the switch lacks a path or the path is not absolute,
+// `Cause::permissionDenied` when the folder is not one a test run may use (outside the temporary
+// folder, or the real suite folder).
 // Success holds the canonical folder, or none when the switch is absent. The first argument is the
 // program path and is never taken for the switch.
-std::variant<std::optional<std::string>, Problem> resolve(const std::vector<std::string>& arguments,
-                                                          const std::vector<std::string>& temporaryRoots,
-                                                          const std::string& realFolder);
+[[nodiscard]] kestrow::Result<std::optional<std::string>> resolve(const std::vector<std::string>& arguments,
+                                                                  const std::vector<std::string>& temporaryRoots,
+                                                                  const std::string& realFolder);
+
+// The refusal of a folder a test run may not use, for a check made after `resolve` (a folder that
+// turns out to be another user's).
+[[nodiscard]] kestrow::Status outsideTemporaryFolder(const std::string& path);
 }  // namespace SuiteFolderArgument
 
 }  // namespace brimlet

@@ -2,6 +2,7 @@
 // be driven by the live kernel or by a test's script of counters.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -53,8 +54,8 @@ public:
     virtual std::optional<std::string> executablePath(std::int32_t pid) = 0;
     virtual std::optional<std::vector<std::string>> arguments(std::int32_t pid) = 0;
     virtual std::optional<std::string> currentDirectory(std::int32_t pid) = 0;
-    // Monotonic time in nanoseconds, the base of every rate.
-    virtual std::uint64_t uptimeNanoseconds() = 0;
+    // Time since boot, without time asleep (when no process runs): the base of every rate.
+    virtual std::chrono::nanoseconds uptime() = 0;
     virtual TickClock clock() = 0;
 
     // Usage and BSD information of one process together; a backend whose two answers share one

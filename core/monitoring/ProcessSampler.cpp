@@ -20,7 +20,7 @@ void ProcessSampler::resolveIdentity(ProcessSample& sample, const ProcessIdentit
 }
 
 const ProcessSampler::Result& ProcessSampler::sample() {
-    const std::uint64_t now = reader_.uptimeNanoseconds();
+    const std::chrono::nanoseconds now = reader_.uptime();
     ++sweep_;
     // Last sweep's samples stay where they lie and are updated in place; this sweep's order is
     // gathered in order_ and applied at the end, so no second vector of samples is ever held.
@@ -30,8 +30,9 @@ const ProcessSampler::Result& ProcessSampler::sample() {
 
     const std::vector<std::int32_t> ids = reader_.allPIDs();
     const bool canRate = previousTime_ && now != *previousTime_;
-    // The uptime clock is monotonic, so the difference is never negative.
-    const double elapsed = previousTime_ ? static_cast<double>(now - *previousTime_) : 0;
+    // The uptime clock is monotonic, so the difference is never negative. In nanoseconds, as the
+    // CPU time it divides.
+    const double elapsed = previousTime_ ? static_cast<double>((now - *previousTime_).count()) : 0;
     order_.reserve(ids.size());
     if (entries_.bucket_count() < ids.size()) entries_.reserve(ids.size());
 

@@ -60,7 +60,7 @@ private:
     ProcessReading& reader_;
     TickClock clock_;
     std::unordered_map<ProcessKey, Entry, ProcessKeyHash> entries_;
-    std::optional<std::uint64_t> previousTime_;
+    std::optional<std::chrono::nanoseconds> previousTime_;
     std::uint64_t sweep_ = 0;
     Result result_;
     std::vector<Placement> order_;

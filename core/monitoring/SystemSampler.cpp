@@ -4,6 +4,7 @@
 
 #include "base/Checked.hpp"
 #include "base/Files.hpp"
+#include "base/Time.hpp"
 
 namespace brimlet {
 
@@ -95,10 +96,10 @@ std::optional<double> SystemSampler::cpuLoad(std::optional<TickPair>& previous) 
 void SystemSampler::diskRates(SystemStats& stats) {
     const auto counters = reader_.blockCounters();
     if (!counters) return;
-    const std::uint64_t now = reader_.uptimeNanoseconds();
+    const std::chrono::nanoseconds now = reader_.uptime();
     if (previousDisk_ && now > previousDisk_->time && counters->bytesRead >= previousDisk_->read &&
         counters->bytesWritten >= previousDisk_->written) {
-        const double seconds = static_cast<double>(now - previousDisk_->time) / 1'000'000'000;
+        const double seconds = kestrow::Seconds(now - previousDisk_->time).count();
         stats.diskReadPerSecond = static_cast<double>(counters->bytesRead - previousDisk_->read) / seconds;
         stats.diskWritePerSecond = static_cast<double>(counters->bytesWritten - previousDisk_->written) / seconds;
     }

@@ -3,6 +3,7 @@
 
 #include "core/common/DiskSpace.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -94,7 +95,8 @@ public:
     // Summed over every disk that answered; none when no disk did.
     virtual std::optional<BlockCounters> blockCounters() = 0;
     virtual std::optional<VolumeBlocks> volume(const std::string& path) = 0;
-    virtual std::uint64_t uptimeNanoseconds() = 0;
+    // Time since boot, without time asleep: the base of the disks' rates.
+    virtual std::chrono::nanoseconds uptime() = 0;
 };
 
 SystemReading& liveSystemReading();
@@ -139,7 +141,7 @@ private:
     struct DiskMark {
         std::uint64_t read = 0;
         std::uint64_t written = 0;
-        std::uint64_t time = 0;
+        std::chrono::nanoseconds time{0};
     };
 
     SystemReading& reader_;

@@ -120,6 +120,14 @@ std::vector<std::string> recordFileNames() {
 // A member killed while writing leaves its temporary file behind; nothing writes for a minute.
 constexpr std::chrono::seconds staleTemporary{60};
 
+// A member that has not written its record is simply not there; a record the protected read refused
+// is shown with the reason.
+std::optional<GlanceRead> decodeRead(const kestrow::Result<std::string>& file, SuiteApp app) {
+    if (file.status().cause() == kestrow::Cause::notFound) return std::nullopt;
+    if (file.failed()) return GlanceRead(file.status());
+    return GlanceCodec::decode(*file, app.glanceFileName());
+}
+
 }  // namespace
 
 kestrow::Status SuiteFolder::prepare() const {
@@ -216,11 +224,7 @@ kestrow::Status OpenSuiteFolder::write(const GlanceRecord& record) const {
 
 std::optional<GlanceRead> OpenSuiteFolder::read(SuiteApp app) const {
     if (glancesFd_ < 0) return std::nullopt;
-    SafeRead file = safeReadAt(glancesFd_, app.glanceFileName(), GlanceStore::readLimit);
-    if (std::holds_alternative<SafeRead::Missing>(file.value)) return std::nullopt;
-    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value))
-        return GlanceRead(kestrow::Status::failure(kestrow::Cause::permissionDenied, refused->reason));
-    return GlanceCodec::decode(std::get<SafeRead::Data>(file.value).bytes, app.glanceFileName());
+    return decodeRead(safeReadAt(glancesFd_, app.glanceFileName(), GlanceStore::readLimit), app);
 }
 
 std::map<SuiteApp, GlanceRead> OpenSuiteFolder::readAll() const {
@@ -230,7 +234,7 @@ std::map<SuiteApp, GlanceRead> OpenSuiteFolder::readAll() const {
     return results;
 }
 
-SafeRead OpenSuiteFolder::readFile(const std::string& name, std::size_t limit) const {
+kestrow::Result<std::string> OpenSuiteFolder::readFile(const std::string& name, std::size_t limit) const {
     return safeReadAt(folderFd_, name, limit);
 }
 
@@ -257,11 +261,7 @@ kestrow::Status GlanceStore::write(const GlanceRecord& record) const {
 }
 
 std::optional<GlanceRead> GlanceStore::read(SuiteApp app) const {
-    SafeRead file = safeRead(folder.glanceURL(app), readLimit);
-    if (std::holds_alternative<SafeRead::Missing>(file.value)) return std::nullopt;
-    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value))
-        return GlanceRead(kestrow::Status::failure(kestrow::Cause::permissionDenied, refused->reason));
-    return GlanceCodec::decode(std::get<SafeRead::Data>(file.value).bytes, app.glanceFileName());
+    return decodeRead(kestrow::safeRead(folder.glanceURL(app), readLimit), app);
 }
 
 std::map<SuiteApp, GlanceRead> GlanceStore::readAll() const {

@@ -97,7 +97,7 @@ public:
     [[nodiscard]] std::optional<GlanceRead> read(SuiteApp app) const;
     [[nodiscard]] std::map<SuiteApp, GlanceRead> readAll() const;
     // A file directly in the suite folder ("settings.json"): protected read, atomic replace.
-    [[nodiscard]] SafeRead readFile(const std::string& name, std::size_t limit) const;
+    [[nodiscard]] kestrow::Result<std::string> readFile(const std::string& name, std::size_t limit) const;
     kestrow::Status writeFile(const std::string& name, std::string_view bytes) const;
     void removeStaleTemporaryFiles() const;
 
@@ -121,7 +121,7 @@ struct GlanceStore {
     kestrow::Status write(const GlanceRecord& record) const;
     [[nodiscard]] std::map<SuiteApp, GlanceRead> readAll() const;
     [[nodiscard]] std::optional<GlanceRead> read(SuiteApp app) const;
-    [[nodiscard]] static SafeRead safeRead(const std::string& path, std::size_t limit) {
+    [[nodiscard]] static kestrow::Result<std::string> safeRead(const std::string& path, std::size_t limit) {
         return kestrow::safeRead(path, limit);
     }
 };

@@ -74,9 +74,8 @@ std::string SuiteSettings::encode() const {
 }
 
 SuiteSettings SuiteSettings::read(const SuiteFolder& folder) {
-    SafeRead file = safeRead(folder.settingsURL(), readLimit);
-    if (auto* data = std::get_if<SafeRead::Data>(&file.value)) return decode(data->bytes);
-    return SuiteSettings{};
+    const kestrow::Result<std::string> file = safeRead(folder.settingsURL(), readLimit);
+    return file.ok() ? decode(*file) : SuiteSettings{};
 }
 
 kestrow::Status SuiteSettings::write(const SuiteFolder& folder) const {
@@ -91,10 +90,10 @@ constexpr const char* settingsFileName = "settings.json";
 
 SuiteSettings::Loaded SuiteSettings::load(const OpenSuiteFolder& folder) {
     // One byte more than is read as settings tells a file that is too long from one that fits.
-    SafeRead file = folder.readFile(settingsFileName, readLimit + 1);
-    if (std::holds_alternative<SafeRead::Missing>(file.value)) return {};
-    if (auto* refused = std::get_if<SafeRead::Refused>(&file.value)) return {SuiteSettings{}, refused->reason};
-    const std::string& bytes = std::get<SafeRead::Data>(file.value).bytes;
+    const kestrow::Result<std::string> file = folder.readFile(settingsFileName, readLimit + 1);
+    if (file.status().cause() == kestrow::Cause::notFound) return {};
+    if (file.failed()) return {SuiteSettings{}, file.status().message()};
+    const std::string& bytes = *file;
     if (bytes.size() > readLimit) return {SuiteSettings{}, "larger than 65,536 bytes"};
     auto parsed = parseJson(bytes);
     if (parsed.failed() || !parsed->asObject()) return {SuiteSettings{}, "not a JSON object"};

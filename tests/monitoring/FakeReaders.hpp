@@ -1,6 +1,7 @@
 // Scripted readers: tests set the counters a platform would report and drive the shared logic.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -22,7 +23,7 @@ class FakeProcessReading : public ProcessReading {
 public:
     std::vector<std::int32_t> order;  // the kernel's listing order
     std::map<std::int32_t, FakeProcess> table;
-    std::uint64_t now = 1'000'000'000;
+    std::chrono::nanoseconds now = std::chrono::seconds(1);  // the uptime clock
     TickClock tickClock{1, 1};
     int pathReads = 0;
     int argumentReads = 0;
@@ -61,7 +62,7 @@ public:
         auto it = table.find(pid);
         return it == table.end() ? std::nullopt : it->second.cwd;
     }
-    std::uint64_t uptimeNanoseconds() override { return now; }
+    std::chrono::nanoseconds uptime() override { return now; }
     TickClock clock() override { return tickClock; }
 };
 
@@ -76,7 +77,7 @@ public:
     std::vector<double> gpus;
     std::optional<BlockCounters> disks;
     std::map<std::string, VolumeBlocks> volumes;
-    std::uint64_t now = 1'000'000'000;
+    std::chrono::nanoseconds now = std::chrono::seconds(1);  // the uptime clock
     int blockReads = 0;
 
     std::optional<MemoryCounters> memory() override { return memoryCounters; }
@@ -95,7 +96,7 @@ public:
         if (it == volumes.end()) return std::nullopt;
         return it->second;
     }
-    std::uint64_t uptimeNanoseconds() override { return now; }
+    std::chrono::nanoseconds uptime() override { return now; }
 };
 
 }  // namespace brimlet::testing

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -12,6 +14,7 @@
 
 namespace brimlet {
 namespace {
+using namespace std::chrono_literals;
 
 TEST(TickFrequency, GivesTheSameClockAsTheTimebaseOfEachMachine) {
     struct Case {
@@ -50,7 +53,7 @@ TEST(TickFrequency, TranslatedProcessSeesFullCpuFromNativeTicks) {
     reader.add(7, 1, "busy");
     ProcessSampler sampler(reader, *tickClockForFrequency(24'000'000));
     sampler.sample();
-    reader.now += 2'000'000'000;
+    reader.now += 2s;
     reader.table[7].usage->cpuTicks += 48'000'000;  // two seconds of one core
     const auto result = sampler.sample();
     ASSERT_EQ(result.processes.size(), 1u);
@@ -76,7 +79,7 @@ TEST(ArgumentRecordBuffer, ParsesOnlyWhatTheLatestReadWrote) {
             if (!firstData) firstData = data;
             EXPECT_EQ(data, firstData) << "the same memory every read";
             if (bytes.size() > room) return std::nullopt;
-            std::memcpy(data, bytes.data(), bytes.size());
+            std::copy(bytes.begin(), bytes.end(), data);
             return bytes.size();
         };
     };

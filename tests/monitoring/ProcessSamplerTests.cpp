@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include <cstring>
 
 #include "FakeReaders.hpp"
@@ -9,6 +11,7 @@ namespace brimlet {
 namespace {
 
 using testing::FakeProcessReading;
+using namespace std::chrono_literals;
 
 TEST(TickClock, ConvertsWithoutIntermediateOverflow) {
     struct Case {
@@ -77,7 +80,7 @@ TEST_F(SamplerFixture, RatesNeedTwoSamplesOfTheSameProcess) {
     EXPECT_FALSE(first.processes[0].cpuPercent);
     EXPECT_FALSE(first.processes[0].diskReadPerSecond);
 
-    reader.now += 500'000'000;                       // half a second
+    reader.now += 500ms;
     reader.table[10].usage->cpuTicks += 12'000'000;  // 12,000,000 × 125/3 ns = 0.5 s of CPU
     reader.table[10].usage->diskRead += 1000;
     reader.table[10].usage->diskWritten += 50;
@@ -96,7 +99,7 @@ TEST_F(SamplerFixture, ReusedPidStartsOverWithFreshIdentity) {
     reader.add(20, 1, "old", 1, 1000).path = "/usr/bin/old";
     ProcessSampler sampler(reader);
     sampler.sample();
-    reader.now += 1'000'000'000;
+    reader.now += 1s;
     sampler.sample();
     EXPECT_EQ(reader.pathReads, 1);  // identity cached across samples
 
@@ -104,7 +107,7 @@ TEST_F(SamplerFixture, ReusedPidStartsOverWithFreshIdentity) {
     reader.table[20].info->startTime = 2000;
     reader.table[20].info->name = "new";
     reader.table[20].path = "/Applications/New.app/Contents/MacOS/New";
-    reader.now += 1'000'000'000;
+    reader.now += 1s;
     auto result = sampler.sample();
     ASSERT_EQ(result.processes.size(), 1u);
     const ProcessSample& s = result.processes[0];
@@ -121,7 +124,7 @@ TEST_F(SamplerFixture, BackwardCountersAndHiddenIoGiveNoRates) {
     reader.add(2, 1, "b").usage->diskCountersReadable = false;
     ProcessSampler sampler(reader);
     sampler.sample();
-    reader.now += 1'000'000'000;
+    reader.now += 1s;
     reader.table[1].usage->cpuTicks = 400;  // went backwards
     reader.table[1].usage->diskRead = 1000;
     reader.table[2].usage->cpuTicks = 10;
@@ -198,7 +201,7 @@ TEST_F(SamplerFixture, EntriesFollowTheirProcessesThroughChangingListings) {
     for (std::size_t round = 0; round < std::size(sweeps); ++round) {
         const Sweep& sweep = sweeps[round];
         reader.order = sweep.order;
-        reader.now += 1'000'000'000;
+        reader.now += 1s;
         for (auto& [pid, process] : reader.table)
             process.usage->cpuTicks += 10'000'000 * static_cast<std::uint64_t>(pid);
         const ProcessSampler::Result& result = sampler.sample();

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include "FakeReaders.hpp"
 #include "core/monitoring/SystemSampler.hpp"
 
@@ -7,6 +9,7 @@ namespace brimlet {
 namespace {
 
 using testing::FakeSystemReading;
+using namespace std::chrono_literals;
 
 TEST(SystemFormulas, PressureFromKernelLevelsAndStalls) {
     struct Case {
@@ -122,22 +125,22 @@ TEST_F(SystemFixture, DiskRatesAcrossSamplesAndBackwardCounters) {
     reader.disks = BlockCounters{1000, 2000};
     auto first = sampler.sample();
     EXPECT_FALSE(first.diskReadPerSecond);
-    reader.now += 2'000'000'000;
+    reader.now += 2s;
     reader.disks = BlockCounters{5000, 2000};
     auto second = sampler.sample();
     EXPECT_DOUBLE_EQ(*second.diskReadPerSecond, 2000.0);
     EXPECT_DOUBLE_EQ(*second.diskWritePerSecond, 0.0);
-    reader.now += 1'000'000'000;
+    reader.now += 1s;
     reader.disks = BlockCounters{10, 3000};  // a disk went away
     auto third = sampler.sample();
     EXPECT_FALSE(third.diskReadPerSecond);
     EXPECT_FALSE(third.diskWritePerSecond);
-    reader.now += 1'000'000'000;
+    reader.now += 1s;
     reader.disks = BlockCounters{110, 3000};  // measured from the new counters
     EXPECT_DOUBLE_EQ(*sampler.sample().diskReadPerSecond, 100.0);
     reader.disks.reset();
     EXPECT_FALSE(sampler.sample().diskReadPerSecond);
-    reader.now += 1'000'000'000;
+    reader.now += 1s;
     reader.disks = BlockCounters{210, 3000};  // a failed reading kept the last counters
     EXPECT_DOUBLE_EQ(*sampler.sample().diskReadPerSecond, 100.0);
 }

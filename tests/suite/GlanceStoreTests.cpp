@@ -74,26 +74,37 @@ TEST(GlanceStore, APlainFileInPlaceOfTheFolderIsNotMissing) {
     const auto all = store.readAll();
     ASSERT_EQ(all.size(), SuiteApp::allCases().size());
     for (const auto& [app, result] : all)
-        EXPECT_EQ(result.status().message(), "unreadable (errno " + std::to_string(ENOTDIR) + ")") << app.rawValue();
-    EXPECT_EQ(safeRead(temp / "absent/brimlet.json", 10), (SafeRead{SafeRead::Missing{}}));
-    EXPECT_EQ(safeRead(temp / "absent.json", 10), (SafeRead{SafeRead::Missing{}}));
+        EXPECT_EQ(result.status(), kestrow::Status::failure(kestrow::Cause::permissionDenied,
+                                                            "unreadable (errno " + std::to_string(ENOTDIR) + ")"))
+            << app.rawValue();
+
+    // Callers tell the two apart by the cause alone.
+    const struct {
+        std::string path;
+        kestrow::Cause cause;
+    } cases[] = {
+        {temp / "absent/brimlet.json", kestrow::Cause::notFound},
+        {temp / "absent.json", kestrow::Cause::notFound},
+        {folder.glanceURL(SuiteApp::brimlet), kestrow::Cause::permissionDenied},
+    };
+    for (const auto& c : cases) EXPECT_EQ(safeRead(c.path, 10).status().cause(), c.cause) << c.path;
 }
 
 TEST(GlanceStore, ProtectedReadLimitsAndOwner) {
     TempFolder temp;
     const std::string big = temp / "big.json";
     writeFile(big, std::string(10 << 20, 'x'));
-    const SafeRead read = safeRead(big, GlanceStore::readLimit);
-    ASSERT_TRUE(std::holds_alternative<SafeRead::Data>(read.value));
-    EXPECT_EQ(std::get<SafeRead::Data>(read.value).bytes.size(), 2049u);
-    EXPECT_EQ(GlanceCodec::decode(std::get<SafeRead::Data>(read.value).bytes, "brimlet.json").status().message(),
-              "size: at most 2,048 bytes");
+    const kestrow::Result<std::string> read = safeRead(big, GlanceStore::readLimit);
+    ASSERT_TRUE(read.ok()) << read.status().message();
+    EXPECT_EQ(read->size(), 2049u);
+    EXPECT_EQ(GlanceCodec::decode(*read, "brimlet.json").status().message(), "size: at most 2,048 bytes");
 
     const std::string foreign = temp / "foreign.json";
     writeFile(foreign, "{}");
     if (::getuid() != 0) GTEST_SKIP() << "changing a file's owner needs root";
     ASSERT_EQ(::chown(foreign.c_str(), 4242, 4242), 0);
-    EXPECT_EQ(safeRead(foreign, 100), (SafeRead{SafeRead::Refused{"not owned by this user"}}));
+    EXPECT_EQ(safeRead(foreign, 100).status(),
+              kestrow::Status::failure(kestrow::Cause::permissionDenied, "not owned by this user"));
 }
 
 TEST(GlanceStore, ReadersNeverSeeATornRecord) {
@@ -149,7 +160,7 @@ std::optional<std::string> killWriterMidWrite(const std::string& path) {
         if (posix_spawn(&pid, KESTROW_ATOMIC_WRITER, nullptr, nullptr, argv.data(), environ) != 0) return std::nullopt;
         auto leftover = [&]() -> std::optional<std::string> {
             for (const std::string& name : names(folder))
-                if (isAtomicWriteTemporary(name, target)) return folder + "/" + name;
+                if (isAtomicWriteTemporary(name, target)) return (folder + "/").append(name);
             return std::nullopt;
         };
         const auto writing = std::chrono::steady_clock::now() + std::chrono::seconds(2);

@@ -7,6 +7,7 @@
 #include <sys/sysctl.h>
 #include <time.h>
 
+#include <chrono>
 #include <cstring>
 #include <limits>
 #include <optional>
@@ -124,7 +125,10 @@ public:
         return boundedText(info.pvi_cdir.vip_path, sizeof info.pvi_cdir.vip_path);
     }
 
-    std::uint64_t uptimeNanoseconds() override { return ::clock_gettime_nsec_np(CLOCK_UPTIME_RAW); }
+    std::chrono::nanoseconds uptime() override {
+        return std::chrono::nanoseconds(
+            static_cast<std::chrono::nanoseconds::rep>(::clock_gettime_nsec_np(CLOCK_UPTIME_RAW)));
+    }
 
     TickClock clock() override { return TickClock::current(); }
 };

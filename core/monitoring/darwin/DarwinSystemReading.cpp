@@ -123,7 +123,10 @@ public:
 
     std::optional<VolumeBlocks> volume(const std::string& path) override { return DiskSpace::readBlocks(path); }
 
-    std::uint64_t uptimeNanoseconds() override { return ::clock_gettime_nsec_np(CLOCK_UPTIME_RAW); }
+    std::chrono::nanoseconds uptime() override {
+        return std::chrono::nanoseconds(
+            static_cast<std::chrono::nanoseconds::rep>(::clock_gettime_nsec_np(CLOCK_UPTIME_RAW)));
+    }
 
 private:
     host_t host_;

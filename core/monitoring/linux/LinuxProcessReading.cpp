@@ -286,7 +286,7 @@ std::optional<std::vector<std::string>> LinuxProcessReading::arguments(std::int3
     return args;
 }
 
-std::uint64_t LinuxProcessReading::uptimeNanoseconds() { return linuxfs::monotonicNanoseconds(); }
+std::chrono::nanoseconds LinuxProcessReading::uptime() { return linuxfs::uptime(); }
 
 TickClock LinuxProcessReading::clock() { return TickClock::current(); }
 

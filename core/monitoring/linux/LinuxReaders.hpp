@@ -3,6 +3,7 @@
 // "/sys".
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -36,7 +37,7 @@ public:
     std::optional<std::string> executablePath(std::int32_t pid) override;
     std::optional<std::vector<std::string>> arguments(std::int32_t pid) override;
     std::optional<std::string> currentDirectory(std::int32_t pid) override;
-    std::uint64_t uptimeNanoseconds() override;
+    std::chrono::nanoseconds uptime() override;
     TickClock clock() override;
     Record read(std::int32_t pid) override;
     void endSweep() override;
@@ -121,11 +122,11 @@ public:
     std::vector<double> gpuUtilizations() override;
     std::optional<BlockCounters> blockCounters() override;
     std::optional<VolumeBlocks> volume(const std::string& path) override;
-    std::uint64_t uptimeNanoseconds() override;
+    std::chrono::nanoseconds uptime() override;
 
     // The devices, zones and cards behind the figures are listed again at most this often; in
     // between only their value files are read.
-    static constexpr double relistSeconds = 60;
+    static constexpr std::chrono::seconds relistAfter{60};
 
 private:
     class NVML;
@@ -135,8 +136,8 @@ private:
     };
     std::optional<proctext::Meminfo> meminfo();
     std::optional<proctext::Meminfo> readMeminfo();
-    // Whether the listings are older than relistSeconds (or were never made); restarts the wait.
-    bool due(std::optional<std::uint64_t>& listedAt);
+    // Whether the listings are older than relistAfter (or were never made); restarts the wait.
+    bool due(std::optional<std::chrono::nanoseconds>& listedAt);
 
     const std::string proc_;
     const std::string sys_;
@@ -153,7 +154,7 @@ private:
     std::vector<Zone> zones_;
     std::vector<linuxfs::KeptFile> gpuBusyFiles_;
     std::vector<std::string> wholeDisks_;
-    std::optional<std::uint64_t> zramListedAt_, zonesListedAt_, gpusListedAt_, disksListedAt_;
+    std::optional<std::chrono::nanoseconds> zramListedAt_, zonesListedAt_, gpusListedAt_, disksListedAt_;
 };
 
 }  // namespace brimlet

@@ -109,9 +109,9 @@ LinuxSystemReading::LinuxSystemReading(std::string procRoot, std::string sysRoot
 
 LinuxSystemReading::~LinuxSystemReading() = default;
 
-bool LinuxSystemReading::due(std::optional<std::uint64_t>& listedAt) {
-    const std::uint64_t now = linuxfs::monotonicNanoseconds();
-    if (listedAt && static_cast<double>(now - *listedAt) < relistSeconds * 1e9) return false;
+bool LinuxSystemReading::due(std::optional<std::chrono::nanoseconds>& listedAt) {
+    const std::chrono::nanoseconds now = linuxfs::uptime();
+    if (listedAt && now - *listedAt < relistAfter) return false;
     listedAt = now;
     return true;
 }
@@ -136,7 +136,7 @@ void LinuxSystemReading::beginSample() {
     // then agree with one another.
     std::optional<proctext::Meminfo> info = readMeminfo();
     std::lock_guard lock(mutex_);
-    meminfo_ = std::move(info);
+    meminfo_ = info;
     sampled_ = true;
 }
 
@@ -253,7 +253,7 @@ std::optional<BlockCounters> LinuxSystemReading::blockCounters() {
 
 std::optional<VolumeBlocks> LinuxSystemReading::volume(const std::string& path) { return DiskSpace::readBlocks(path); }
 
-std::uint64_t LinuxSystemReading::uptimeNanoseconds() { return linuxfs::monotonicNanoseconds(); }
+std::chrono::nanoseconds LinuxSystemReading::uptime() { return linuxfs::uptime(); }
 
 SystemReading& liveSystemReading() {
     static LinuxSystemReading reader;

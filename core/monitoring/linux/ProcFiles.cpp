@@ -99,10 +99,10 @@ std::optional<std::string> readLinkAt(int folder, const char* name) {
     return target;
 }
 
-std::uint64_t monotonicNanoseconds() {
+std::chrono::nanoseconds uptime() {
     timespec ts{};
     ::clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<std::uint64_t>(ts.tv_sec) * 1'000'000'000ULL + static_cast<std::uint64_t>(ts.tv_nsec);
+    return std::chrono::seconds(ts.tv_sec) + std::chrono::nanoseconds(ts.tv_nsec);
 }
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {

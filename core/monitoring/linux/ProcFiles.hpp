@@ -1,6 +1,7 @@
 // Small helpers for reading Linux pseudo-files without iostreams.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -40,8 +41,8 @@ std::optional<std::string> readFile(const std::string& path);
 bool readFileAt(int folder, const char* name, FileBuffer& buffer);
 std::optional<std::string> readLink(const std::string& path);
 std::optional<std::string> readLinkAt(int folder, const char* name);
-// CLOCK_MONOTONIC in nanoseconds: the time base of every rate.
-std::uint64_t monotonicNanoseconds();
+// CLOCK_MONOTONIC, which stops while the machine sleeps: the time base of every rate.
+std::chrono::nanoseconds uptime();
 
 // A file descriptor closed when it goes out of scope.
 class Descriptor {
