@@ -670,8 +670,8 @@ std::string layOut(const Decimal& d, double magnitude) {
 
     if (power < 0) return "0." + std::string(static_cast<std::size_t>(-power - 1), '0') + digits;
     if (power < n - 1)
-        return digits.substr(0, static_cast<std::size_t>(power + 1)) + "." +
-               digits.substr(static_cast<std::size_t>(power + 1));
+        return digits.substr(0, static_cast<std::size_t>(power) + 1) + "." +
+               digits.substr(static_cast<std::size_t>(power) + 1);
     // A whole number written out in full shows its exact value, not the short digits padded with
     // zeros: 2^70 is 1180591620717411303424, not 1180591620717411300000.
     char buffer[400];
