@@ -50,54 +50,52 @@ struct TreeCensus {
     bool operator==(const TreeCensus&) const = default;
 };
 
-struct SizeMeasurer {
-    // Entries between two cancel tests: the test stays out of the hot loop.
-    static constexpr std::uint64_t cancelInterval = 2048;
-    // Measuring runs on at most this many threads however many folders it is given: the disk, not
-    // the processor, is what the threads wait on.
-    static constexpr unsigned maxThreads = 4;
-    // Folders that may wait for a free thread, per thread sharing the walks.
-    static constexpr std::size_t waitingPerThread = 2;
-    // Threads that may share the walk of one tree: as many as the processor runs at once, within
-    // maxThreads. At one, each tree is walked by one thread, exactly as a lone walk.
-    static unsigned walkThreads();
+namespace SizeMeasurer {
+// Entries between two cancel tests: the test stays out of the hot loop.
+inline constexpr std::uint64_t cancelInterval = 2048;
+// Measuring runs on at most this many threads however many folders it is given: the disk, not
+// the processor, is what the threads wait on.
+inline constexpr unsigned maxThreads = 4;
+// Folders that may wait for a free thread, per thread sharing the walks.
+inline constexpr std::size_t waitingPerThread = 2;
+// Threads that may share the walk of one tree: as many as the processor runs at once, within
+// maxThreads. At one, each tree is walked by one thread, exactly as a lone walk.
+unsigned walkThreads();
 
-    // Sums allocated bytes below a path: hidden files included, every depth, links never followed
-    // (a link counts for its own blocks). Folders that cannot be listed count as unreadable. Like
-    // `du -x`, it stays on the path's own file system: a mount inside is neither entered nor counted.
-    // Up to walkThreads() threads share the walk; the reader is called from all of them.
-    static MeasuredSize allocatedSize(const std::string& path, const CancelCheck& isCancelled,
-                                      const EntryReader& reader = readEntryStatus);
-    static TreeCensus census(const std::string& path, const CancelCheck& isCancelled,
-                             const EntryReader& reader = readEntryStatus);
-    // The same through a pinned item: what is measured is what would be removed.
-    static TreeCensus census(const PinnedItem& item, const CancelCheck& isCancelled,
-                             const EntryReader& reader = readEntryStatus);
+// Sums allocated bytes below a path: hidden files included, every depth, links never followed
+// (a link counts for its own blocks). Folders that cannot be listed count as unreadable. Like
+// `du -x`, it stays on the path's own file system: a mount inside is neither entered nor counted.
+// Up to walkThreads() threads share the walk; the reader is called from all of them.
+MeasuredSize allocatedSize(const std::string& path, const CancelCheck& isCancelled,
+                           const EntryReader& reader = readEntryStatus);
+TreeCensus census(const std::string& path, const CancelCheck& isCancelled, const EntryReader& reader = readEntryStatus);
+// The same through a pinned item: what is measured is what would be removed.
+TreeCensus census(const PinnedItem& item, const CancelCheck& isCancelled, const EntryReader& reader = readEntryStatus);
 
-    // The home folder's direct child folders (links excluded), measured concurrently, largest first.
-    static std::vector<FolderUsage> homeUsage(const std::string& home, const CancelCheck& isCancelled);
+// The home folder's direct child folders (links excluded), measured concurrently, largest first.
+std::vector<FolderUsage> homeUsage(const std::string& home, const CancelCheck& isCancelled);
 
-    // Called once a path's size is known, with how many are known so far; from any of the threads.
-    using Measured = std::function<void(std::size_t measured, std::size_t total)>;
-    // Each path measured, on at most maxThreads threads, results in the order given. With more than
-    // one walk thread, the threads share the trees' walks, so the last big tree is not walked alone.
-    static std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
-                                                const Measured& onMeasured = {});
-    // The same, each path's census in full (its identity included).
-    static std::vector<TreeCensus> censusAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
-                                             const Measured& onMeasured = {});
+// Called once a path's size is known, with how many are known so far; from any of the threads.
+using Measured = std::function<void(std::size_t measured, std::size_t total)>;
+// Each path measured, on at most maxThreads threads, results in the order given. With more than
+// one walk thread, the threads share the trees' walks, so the last big tree is not walked alone.
+std::vector<MeasuredSize> measureAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
+                                     const Measured& onMeasured = {});
+// The same, each path's census in full (its identity included).
+std::vector<TreeCensus> censusAll(const std::vector<std::string>& paths, const CancelCheck& isCancelled,
+                                  const Measured& onMeasured = {});
 
-    // The census of each path, `threads` threads sharing the walks (the caller's included): a
-    // folder met while another thread is free is handed to it. With one thread, each tree is walked
-    // by the caller alone, as a lone walk does. The reader is called from all of them.
-    static std::vector<TreeCensus> censusOn(unsigned threads, const std::vector<std::string>& paths,
-                                            const CancelCheck& isCancelled, const Measured& onMeasured = {},
-                                            const EntryReader& reader = readEntryStatus);
+// The census of each path, `threads` threads sharing the walks (the caller's included): a
+// folder met while another thread is free is handed to it. With one thread, each tree is walked
+// by the caller alone, as a lone walk does. The reader is called from all of them.
+std::vector<TreeCensus> censusOn(unsigned threads, const std::vector<std::string>& paths,
+                                 const CancelCheck& isCancelled, const Measured& onMeasured = {},
+                                 const EntryReader& reader = readEntryStatus);
 
-    // Runs task(0) ... task(count − 1) on at most maxThreads threads (the caller's included) and
-    // returns when all have run.
-    static void concurrently(std::size_t count, const std::function<void(std::size_t)>& task);
-};
+// Runs task(0) ... task(count − 1) on at most maxThreads threads (the caller's included) and
+// returns when all have run.
+void concurrently(std::size_t count, const std::function<void(std::size_t)>& task);
+}  // namespace SizeMeasurer
 
 namespace FullDiskAccess {
 // The Privacy & Security pane's Full Disk Access list.
