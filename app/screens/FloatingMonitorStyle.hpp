@@ -12,14 +12,14 @@
 
 namespace brimlet {
 
-struct FloatingMonitorStyle {
-    // The opacity while the pointer is elsewhere: the fading looks step back so the work beneath
-    // shows through; under the pointer every look is fully opaque.
-    static double idleAlpha(FloatingLook look);
-    // Glass and the fading looks sit on the system's translucent material; solid on the window
-    // background color.
-    static bool usesMaterial(FloatingLook look) { return look != FloatingLook::solid; }
-};
+namespace FloatingMonitorStyle {
+// The opacity while the pointer is elsewhere: the fading looks step back so the work beneath
+// shows through; under the pointer every look is fully opaque.
+double idleAlpha(FloatingLook look);
+// Glass and the fading looks sit on the system's translucent material; solid on the window
+// background color.
+inline bool usesMaterial(FloatingLook look) { return look != FloatingLook::solid; }
+}  // namespace FloatingMonitorStyle
 
 // The top-left corner of the floating monitor, stored as {"x": …, "y": …} in screen points. A run
 // that must not change the user's settings (`persists` false) keeps the corner for itself only.

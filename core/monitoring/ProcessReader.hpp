@@ -80,10 +80,10 @@ public:
 ProcessReading& liveProcessReading();
 
 // The kernel's argument record, read the same way on every platform that has one.
-struct ProcessReader {
-    // Parses the kernel's argument record: a 32-bit argc, the executable path and its zero padding,
-    // then the arguments, each ending at a zero byte or at the end of the data.
-    static std::optional<std::vector<std::string>> parseProcArgs(std::string_view bytes);
-};
+namespace ProcessReader {
+// Parses the kernel's argument record: a 32-bit argc, the executable path and its zero padding,
+// then the arguments, each ending at a zero byte or at the end of the data.
+std::optional<std::vector<std::string>> parseProcArgs(std::string_view bytes);
+}  // namespace ProcessReader
 
 }  // namespace brimlet
