@@ -615,14 +615,14 @@ Decimal searchedDecimal(double magnitude) {
     // only ever remove candidates), so the shortest is found by bisection; 17 always reads back.
     int low = 1;
     int high = 17;
-    Decimal best = nearestDecimal(magnitude, 17);
+    std::optional<Decimal> best;
     // Fifteen-digit decimals lie further apart than a normal double's rounding interval is wide, so
     // at most one of them reads back; when one does, any shorter decimal that reads back is that
     // same one with trailing zeros, and dropping the zeros below gives the shortest without the
     // search. (Subnormals have fewer bits and wider intervals: they are searched.)
     if (magnitude >= std::numeric_limits<double>::min()) {
         if (const auto found = readingBack(magnitude, 15)) {
-            best = *found;
+            best = found;
             low = high;
         } else {
             low = 16;
@@ -631,13 +631,14 @@ Decimal searchedDecimal(double magnitude) {
     while (low < high) {
         const int middle = (low + high) / 2;
         if (const auto found = readingBack(magnitude, middle)) {
-            best = *found;
+            best = found;
             high = middle;
         } else {
             low = middle + 1;
         }
     }
-    return best;
+    // Only when nothing shorter read back are the seventeen digits, which always do, printed.
+    return best ? *best : nearestDecimal(magnitude, 17);
 }
 
 Decimal shortestDecimal(double magnitude) {
