@@ -1,5 +1,6 @@
-// The Linux main loop: one epoll set over an eventfd (posted tasks), one timerfd per timer on
-// CLOCK_BOOTTIME (so waits count time asleep), one inotify descriptor for every watched folder, the
+// The Linux main loop: one epoll set over an eventfd (posted tasks), one timerfd on CLOCK_BOOTTIME
+// (so waits count time asleep) armed for the earliest of all timers, one inotify descriptor for every
+// watched folder, the
 // callers' descriptors watched for reading, and a signalfd that turns SIGINT, SIGTERM and SIGHUP into
 // a clean stop.
 #include "../MainLoop.hpp"
@@ -20,6 +21,7 @@
 #include <chrono>
 #include <cstring>
 #include <deque>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <set>
@@ -32,16 +34,6 @@
 namespace kestrow {
 
 namespace {
-
-timespec toTimespec(Seconds length) {
-    const auto ns = wholeDuration<std::chrono::nanoseconds>(length);
-    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(ns);
-    timespec ts{};
-    ts.tv_sec = static_cast<time_t>(whole.count());
-    ts.tv_nsec = static_cast<long>((ns - whole).count());
-    if (ts.tv_sec == 0 && ts.tv_nsec == 0) ts.tv_nsec = 1;  // zero would disarm the timer
-    return ts;
-}
 
 // The shortest repeat: a zero interval would fire without end.
 constexpr Seconds shortestInterval = std::chrono::milliseconds(1);
@@ -57,7 +49,9 @@ constexpr std::uint32_t watchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_M
 // What ends a watch: the folder deleted or moved away, its file system unmounted, the watch removed.
 constexpr std::uint32_t goneMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
 
-constexpr std::uint64_t postedKey = 0, inotifyKey = 1, signalKey = 2, firstSourceKey = 16;
+constexpr std::uint64_t postedKey = 0, inotifyKey = 1, signalKey = 2, timerKey = 3, firstSourceKey = 16;
+
+constexpr std::int64_t disarmed = std::numeric_limits<std::int64_t>::max();
 
 class EpollMainLoop final : public MainLoop {
 public:
@@ -78,15 +72,18 @@ public:
             }
         }
         // Probe once: kernels before 3.15 refuse timerfds on CLOCK_BOOTTIME.
-        const int probe = ::timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC);
-        timerClock_ = probe >= 0 ? CLOCK_BOOTTIME : CLOCK_MONOTONIC;
-        if (probe >= 0) ::close(probe);
+        timers_ = ::timerfd_create(CLOCK_BOOTTIME, TFD_NONBLOCK | TFD_CLOEXEC);
+        if (timers_ < 0) {
+            timerClock_ = CLOCK_MONOTONIC;
+            timers_ = ::timerfd_create(timerClock_, TFD_NONBLOCK | TFD_CLOEXEC);
+        }
+        // Without it (no descriptor left) nothing will fire, as with cancelled timers.
+        if (timers_ >= 0) add(timers_, timerKey);
     }
 
     ~EpollMainLoop() override {
         guard_.invalidate();
-        for (auto& [key, source] : sources_)
-            if (source.fd >= 0) ::close(source.fd);
+        if (timers_ >= 0) ::close(timers_);
         if (inotify_ >= 0) ::close(inotify_);
         if (signals_ >= 0) ::close(signals_);
         if (maskChanged_) ::pthread_sigmask(SIG_SETMASK, &previousMask_, nullptr);
@@ -185,8 +182,9 @@ public:
 
 private:
     struct Source {
-        int fd = -1;  // timerfd
-        bool repeating = false;
+        bool timer = false;
+        std::int64_t deadline = 0;  // of a timer, in nanoseconds on the timer clock
+        std::int64_t interval = 0;  // of a repeating timer; zero for a delay
         int wd = -1;  // inotify watch
         bool wake = false;
         int readable = -1;  // a caller's descriptor, watched but never closed here
@@ -213,31 +211,88 @@ private:
         });
     }
 
+    std::int64_t timerClockNow() const {
+        timespec ts{};
+        ::clock_gettime(timerClock_, &ts);
+        return static_cast<std::int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+    }
+
+    static std::int64_t nanoseconds(Seconds length) {
+        // Zero would be due at once, before anything else of this turn; a nanosecond keeps it behind.
+        return std::max<std::int64_t>(wholeDuration<std::chrono::nanoseconds>(length).count(), 1);
+    }
+
+    // One descriptor for every timer: adding, firing and cancelling cost no descriptors of their own,
+    // and the kernel is told only when the earliest deadline moves forward.
     Token addTimer(Seconds first, Seconds interval, Task task) {
-        const int fd = ::timerfd_create(timerClock_, TFD_NONBLOCK | TFD_CLOEXEC);
-        if (fd < 0) return Token();  // out of descriptors: nothing will fire, as with a cancelled timer
-        itimerspec timing{};
-        timing.it_value = toTimespec(first);
-        if (interval > Seconds::zero()) timing.it_interval = toTimespec(interval);
-        ::timerfd_settime(fd, 0, &timing, nullptr);
         const std::uint64_t key = nextKey_++;
         Source source;
-        source.fd = fd;
-        source.repeating = interval > Seconds::zero();
+        source.timer = true;
+        source.deadline = timerClockNow() + nanoseconds(first);
+        if (interval > Seconds::zero()) source.interval = nanoseconds(interval);
         source.task = std::make_shared<Task>(std::move(task));
+        schedule(key, source.deadline);
         sources_.emplace(key, std::move(source));
-        add(fd, key);
         return tokenFor(key);
+    }
+
+    void schedule(std::uint64_t key, std::int64_t deadline) {
+        deadlines_.emplace(deadline, key);
+        if (deadline < armedFor_) arm(deadline);
+    }
+
+    void unschedule(std::uint64_t key, std::int64_t deadline) {
+        // Left armed: should it ring for nothing, the next deadline is armed then.
+        auto [first, last] = deadlines_.equal_range(deadline);
+        for (auto it = first; it != last; ++it)
+            if (it->second == key) {
+                deadlines_.erase(it);
+                return;
+            }
+    }
+
+    void arm(std::int64_t deadline) {
+        if (timers_ < 0) return;
+        itimerspec timing{};
+        timing.it_value.tv_sec = static_cast<time_t>(deadline / 1'000'000'000);
+        timing.it_value.tv_nsec = static_cast<long>(deadline % 1'000'000'000);
+        if (timing.it_value.tv_sec == 0 && timing.it_value.tv_nsec == 0) timing.it_value.tv_nsec = 1;
+        ::timerfd_settime(timers_, TFD_TIMER_ABSTIME, &timing, nullptr);
+        armedFor_ = deadline;
+    }
+
+    void fireDueTimers() {
+        std::uint64_t expirations = 0;
+        [[maybe_unused]] const auto read = ::read(timers_, &expirations, sizeof expirations);
+        armedFor_ = disarmed;  // an absolute one-shot setting rings once
+        // Only what was due when the ring was heard: a timer added or rescheduled by these tasks
+        // waits for a later turn, so a short repeat cannot hold the loop here.
+        const std::int64_t now = timerClockNow();
+        while (!deadlines_.empty() && deadlines_.begin()->first <= now && !stopping_.load()) {
+            const std::uint64_t key = deadlines_.begin()->second;
+            deadlines_.erase(deadlines_.begin());
+            auto it = sources_.find(key);
+            if (it == sources_.end()) continue;
+            Source& source = it->second;
+            std::shared_ptr<Task> task = source.task;
+            if (source.interval > 0) {
+                // Missed periods are dropped: one call, then on with the period from its start.
+                const std::int64_t missed = (now - source.deadline) / source.interval;
+                source.deadline += (missed + 1) * source.interval;
+                deadlines_.emplace(source.deadline, key);
+            } else {
+                sources_.erase(it);
+            }
+            (*task)();
+        }
+        if (!deadlines_.empty() && deadlines_.begin()->first != armedFor_) arm(deadlines_.begin()->first);
     }
 
     void remove(std::uint64_t key) {
         auto it = sources_.find(key);
         if (it == sources_.end()) return;
         Source& source = it->second;
-        if (source.fd >= 0) {
-            ::epoll_ctl(epoll_, EPOLL_CTL_DEL, source.fd, nullptr);
-            ::close(source.fd);
-        }
+        if (source.timer) unschedule(key, source.deadline);
         if (source.readable >= 0) ::epoll_ctl(epoll_, EPOLL_CTL_DEL, source.readable, nullptr);
         if (source.wd >= 0) {
             auto& keys = watchers_[source.wd];
@@ -258,16 +313,10 @@ private:
             return;
         }
         if (key == inotifyKey) return readFolderEvents();
+        if (key == timerKey) return fireDueTimers();
         auto it = sources_.find(key);
-        if (it == sources_.end()) return;  // cancelled earlier in this turn
-        if (it->second.readable >= 0) {
-            std::shared_ptr<Task> task = it->second.task;
-            return (*task)();
-        }
-        std::uint64_t expirations = 0;
-        if (::read(it->second.fd, &expirations, sizeof expirations) != static_cast<ssize_t>(sizeof expirations)) return;
+        if (it == sources_.end() || it->second.readable < 0) return;  // cancelled earlier in this turn
         std::shared_ptr<Task> task = it->second.task;
-        if (!it->second.repeating) remove(key);
         (*task)();
     }
 
@@ -356,8 +405,10 @@ private:
         for (const auto& task : tasks) (*task)();
     }
 
-    int epoll_ = -1, posted_ = -1, inotify_ = -1, signals_ = -1;
-    clockid_t timerClock_ = CLOCK_MONOTONIC;
+    int epoll_ = -1, posted_ = -1, inotify_ = -1, signals_ = -1, timers_ = -1;
+    clockid_t timerClock_ = CLOCK_BOOTTIME;
+    std::multimap<std::int64_t, std::uint64_t> deadlines_;  // timers' deadlines, earliest first
+    std::int64_t armedFor_ = disarmed;
     sigset_t previousMask_{};
     bool maskChanged_ = false;
     std::atomic<bool> stopping_{false};

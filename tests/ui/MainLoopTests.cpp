@@ -5,8 +5,12 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <algorithm>
 #include <functional>
+#include <map>
+#include <numeric>
 #include <optional>
+#include <random>
 #include <thread>
 
 #include "base/Files.hpp"
@@ -210,6 +214,53 @@ TEST_F(SystemMainLoop, RepeatsAndDelaysCountOnTheContinuousClock) {
         EXPECT_GE(*delayFiredAt - start, 50ms);
     }
     EXPECT_NEAR(epochSeconds(loop->wallClock()), epochSeconds(WallClock::now()), 1.0);
+}
+
+// All timers share one descriptor armed for the earliest deadline: however they are added, moved
+// earlier or cancelled, they fire in deadline order and not before it, and none opens a descriptor of
+// its own.
+TEST_F(SystemMainLoop, ManyTimersFireInDeadlineOrderOnOneDescriptor) {
+    const auto openDescriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = openDescriptors();
+    std::vector<int> delays(60);
+    std::iota(delays.begin(), delays.end(), 1);
+    std::shuffle(delays.begin(), delays.end(), std::mt19937(7));
+    std::map<int, ContinuousTime> due, firedAt;
+    std::vector<int> order;
+    std::vector<MainLoop::Token> tokens;
+    const ContinuousTime addingFrom = loop->now();
+    for (const int d : delays) {
+        due[d] = loop->now() + std::chrono::milliseconds(d);
+        tokens.push_back(loop->after(std::chrono::milliseconds(d), [&, d] {
+            order.push_back(d);
+            firedAt[d] = loop->now();
+        }));
+    }
+    // Each deadline lies between the time asked for and that plus the time all the adding took.
+    const auto slack = loop->now() - addingFrom;
+    EXPECT_EQ(openDescriptors(), before);
+    for (std::size_t i = 0; i < delays.size(); ++i)
+        if (delays[i] % 3 == 0) tokens[i].cancel();  // the earliest deadline among them
+    // A delay added by a timer's own task still gets the descriptor armed for it.
+    bool followUp = false;
+    auto outer = loop->after(30ms, [&] { tokens.push_back(loop->after(0s, [&] { followUp = true; })); });
+    auto done = loop->after(70ms, [&] { loop->stop(); });
+    loop->run();
+    EXPECT_FALSE(timedOut);
+    EXPECT_TRUE(followUp);
+    std::vector<int> sorted = order;
+    std::sort(sorted.begin(), sorted.end());
+    std::vector<int> expected;
+    for (int d = 1; d <= 60; ++d)
+        if (d % 3 != 0) expected.push_back(d);
+    EXPECT_EQ(sorted, expected);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        EXPECT_GE(firedAt[order[i]], due[order[i]]) << order[i] << " fired early";
+        for (std::size_t j = i + 1; j < order.size(); ++j)
+            EXPECT_FALSE(due[order[j]] + slack < due[order[i]]) << order[j] << " fired after " << order[i];
+    }
 }
 
 TEST_F(SystemMainLoop, ReportsWritesInAWatchedFolderUntilCancelled) {
