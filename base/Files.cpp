@@ -209,7 +209,11 @@ bool namesHeldFile(int folderFd, const std::string& name, int fd, off_t* size = 
 
 bool SwappedFile::spareStillNamed(off_t* size) const { return namesHeldFile(folderFd_, spareName_, spare_, size); }
 
-bool SwappedFile::visibleStillNamed() const { return namesHeldFile(folderFd_, name_, visible_); }
+bool SwappedFile::visibleStillNamed() const {
+    struct stat named {};
+    return visible_ >= 0 && ::fstatat(folderFd_, name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           named.st_dev == visibleIdentity_.device && named.st_ino == visibleIdentity_.inode;
+}
 
 Status SwappedFile::write(std::string_view bytes) {
     if (!canSwap_) return writeAtomicallyAt(folderFd_, name_, bytes, mode_, Durability::transient);
@@ -227,11 +231,13 @@ Status SwappedFile::writeThroughSpare(std::string_view bytes) {
         spareSize = 0;
         spare_ = createTemporaryAt(folderFd_, name_, spareName_);
         if (spare_ < 0) return errnoFailure("cannot create a temporary file", errno);
-        if (::fchmod(spare_, static_cast<mode_t>(mode_)) != 0) {
+        struct stat held {};
+        if (::fchmod(spare_, static_cast<mode_t>(mode_)) != 0 || ::fstat(spare_, &held) != 0) {
             const int error = errno;
             dropSpare(true);
             return errnoFailure("cannot set permissions", error);
         }
+        spareIdentity_ = {held.st_dev, held.st_ino};
     }
     // Written over in place and cut only where the old record was longer: emptying the file first
     // would have the file system give its block back and take one again on every write.
@@ -247,6 +253,7 @@ Status SwappedFile::writeThroughSpare(std::string_view bytes) {
         const int swapped = exchangeAt(folderFd_, spareName_.c_str(), name_.c_str());
         if (swapped == 0) {
             std::swap(spare_, visible_);  // the spare's name now holds what was visible
+            std::swap(spareIdentity_, visibleIdentity_);
             return Status::success();
         }
         if (swapped != ENOENT) canSwap_ = false;
@@ -258,6 +265,7 @@ Status SwappedFile::writeThroughSpare(std::string_view bytes) {
     }
     if (visible_ >= 0) ::close(visible_);
     visible_ = std::exchange(spare_, -1);
+    visibleIdentity_ = spareIdentity_;
     if (!canSwap_) {
         ::close(visible_);
         visible_ = -1;

@@ -77,6 +77,12 @@ private:
     bool visibleStillNamed() const;
     void dropSpare(bool unlinkName);
 
+    // A descriptor's file stays the same file: its identity is taken once, not on every write.
+    struct Identity {
+        dev_t device = 0;
+        ino_t inode = 0;
+    };
+
     int folderFd_;
     std::string name_;
     unsigned mode_;
@@ -84,6 +90,8 @@ private:
     std::string spareName_;
     int spare_ = -1;    // the spare's descriptor, open for writing
     int visible_ = -1;  // the visible file's, when this wrote it
+    Identity visibleIdentity_;
+    Identity spareIdentity_;
 };
 
 // Whether a file name is that of writeAtomically's temporary file for a target named `target`.
