@@ -60,21 +60,26 @@ std::string FileUserDefaults::defaultFolder() {
     return standardizePath(base + "/.config/kestrow");
 }
 
-JsonObject FileUserDefaults::load() const {
+std::shared_ptr<const JsonObject> FileUserDefaults::load() const {
     // Taken before the read: a change in between leaves a stamp that no longer matches, and the
     // next question reads the file again.
     const std::optional<Stamp> stamp = stampOf(path_);
     std::lock_guard lock(cacheMutex_);
     if (stamp && cache_ && cache_->first == *stamp) return cache_->second;
     cache_.reset();
-    if (!stamp) return {};  // missing, or not a plain file: nothing to read
+    if (!stamp) return nullptr;  // missing, or not a plain file: nothing to read
     const Result<std::string> file = safeRead(path_, readLimit);
-    if (file.failed()) return {};
+    if (file.failed()) return nullptr;
     auto parsed = parseJson(*file);
     JsonValue* value = parsed.ok() ? &*parsed : nullptr;
-    if (!value || !value->asObject()) return {};
-    cache_.emplace(*stamp, *value->asObject());
+    if (!value || !value->asObject()) return nullptr;
+    cache_.emplace(*stamp, std::make_shared<const JsonObject>(std::move(*value->asObject())));
     return cache_->second;
+}
+
+JsonObject FileUserDefaults::loadCopy() const {
+    const std::shared_ptr<const JsonObject> object = load();
+    return object ? *object : JsonObject();
 }
 
 Status FileUserDefaults::store(const JsonObject& object) {
@@ -91,20 +96,21 @@ Status FileUserDefaults::store(const JsonObject& object) {
 }
 
 std::optional<JsonValue> FileUserDefaults::value(const std::string& key) const {
-    JsonObject object = load();
-    auto it = object.find(key);
-    if (it == object.end()) return std::nullopt;
+    const std::shared_ptr<const JsonObject> object = load();
+    if (!object) return std::nullopt;
+    auto it = object->find(key);
+    if (it == object->end()) return std::nullopt;
     return it->second;
 }
 
 Status FileUserDefaults::set(const std::string& key, const JsonValue& value) {
-    JsonObject object = load();
+    JsonObject object = loadCopy();
     object[key] = value;
     return store(object);
 }
 
 Status FileUserDefaults::remove(const std::string& key) {
-    JsonObject object = load();
+    JsonObject object = loadCopy();
     if (object.erase(key) == 0) return Status::success();
     return store(object);
 }

@@ -75,7 +75,9 @@ private:
     // None when the path is missing or not a plain file. (The change times' fields differ by platform.)
     static std::optional<Stamp> stampOf(const std::string& path);
 
-    JsonObject load() const;
+    // None when the file is missing or holds no object. Shared, so that a question copies nothing.
+    std::shared_ptr<const JsonObject> load() const;
+    JsonObject loadCopy() const;
     Status store(const JsonObject& object);
 
     std::string folder_;
@@ -83,7 +85,7 @@ private:
     // Settings are asked for far more often than they change: the parsed file is kept and read
     // again only when a stat shows that the file was replaced or written since.
     mutable std::mutex cacheMutex_;
-    mutable std::optional<std::pair<Stamp, JsonObject>> cache_;
+    mutable std::optional<std::pair<Stamp, std::shared_ptr<const JsonObject>>> cache_;
 };
 
 }  // namespace kestrow
