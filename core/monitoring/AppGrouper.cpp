@@ -71,9 +71,16 @@ std::vector<AppGroup> AppGrouper::group(const std::vector<ProcessSample>& sample
         groups[it->second].add(sample);
     }
     // Equal footprints keep the order in which their first process was seen, which is deterministic.
-    std::stable_sort(groups.begin(), groups.end(),
-                     [](const AppGroup& a, const AppGroup& b) { return a.footprint > b.footprint; });
-    return groups;
+    // The order is found on positions and each group moved once: a group is large to move about.
+    std::vector<std::size_t> order(groups.size());
+    for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::sort(order.begin(), order.end(), [&groups](std::size_t a, std::size_t b) {
+        return groups[a].footprint != groups[b].footprint ? groups[a].footprint > groups[b].footprint : a < b;
+    });
+    std::vector<AppGroup> sorted;
+    sorted.reserve(groups.size());
+    for (const std::size_t i : order) sorted.push_back(std::move(groups[i]));
+    return sorted;
 }
 
 }  // namespace brimlet

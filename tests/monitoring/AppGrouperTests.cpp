@@ -73,6 +73,18 @@ TEST(AppGrouper, GroupsSumMembersAndSortByFootprint) {
     std::size_t members = 0;
     for (const auto& g : groups) members += g.pids.size();
     EXPECT_EQ(members, samples.size());
+
+    // Equal footprints keep the order in which their first process was seen, however many tie.
+    std::vector<ProcessSample> tied;
+    std::vector<std::string> expected = {"cmd:p99"};
+    for (std::int32_t pid = 40; pid > 20; --pid) {
+        tied.push_back(sample(pid, "/usr/bin/tool", 30, std::nullopt));
+        expected.push_back("cmd:p" + std::to_string(pid));
+    }
+    tied.push_back(sample(99, "/usr/bin/tool", 31, std::nullopt));
+    std::vector<std::string> ids;
+    for (const auto& g : AppGrouper::group(tied)) ids.push_back(g.id);
+    EXPECT_EQ(ids, expected);
 }
 
 TEST(AppGrouper, CachedIdentityWinsOverPath) {
