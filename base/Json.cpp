@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "CLocaleNumbers.hpp"
+#include "Rounding.hpp"
 #include "UnicodeCase.hpp"
 
 namespace kestrow {
@@ -27,7 +28,7 @@ std::optional<std::int64_t> JsonNumber::asSigned() const {
         return static_cast<std::int64_t>(u);
     case Kind::real:
         // 2^63 is exactly representable and is the first double out of range.
-        if (!std::isfinite(d) || d != std::trunc(d) || d < -9223372036854775808.0 || d >= 9223372036854775808.0)
+        if (!std::isfinite(d) || d != kestrow::truncated(d) || d < -9223372036854775808.0 || d >= 9223372036854775808.0)
             return std::nullopt;
         return static_cast<std::int64_t>(d);
     }
@@ -41,7 +42,8 @@ std::optional<std::uint64_t> JsonNumber::asUnsigned() const {
         return static_cast<std::uint64_t>(i);
     case Kind::unsignedInteger: return u;
     case Kind::real:
-        if (!std::isfinite(d) || d != std::trunc(d) || d < 0 || d >= 18446744073709551616.0) return std::nullopt;
+        if (!std::isfinite(d) || d != kestrow::truncated(d) || d < 0 || d >= 18446744073709551616.0)
+            return std::nullopt;
         return static_cast<std::uint64_t>(d);
     }
     return std::nullopt;
@@ -604,7 +606,7 @@ std::optional<Decimal> fewDecimals(double magnitude) {
     for (int decimals = 0; decimals <= 8; ++decimals, scale *= 10) {
         const double scaled = magnitude * scale;
         if (scaled >= 1e15) break;
-        const double digits = std::nearbyint(scaled);
+        const double digits = kestrow::roundedHalfEven(scaled);
         if (digits / scale == magnitude) return Decimal{static_cast<std::uint64_t>(digits), -decimals};
     }
     return std::nullopt;
@@ -694,7 +696,7 @@ std::string formatShortestDouble(double value) {
     if (std::isnan(value)) return "nan";
     if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
     if (value == 0) return "0";  // also folds −0, which readers treat as 0 anyway
-    if (value == std::trunc(value) && std::fabs(value) < 1e15) {
+    if (value == kestrow::truncated(value) && std::fabs(value) < 1e15) {
         // Whole numbers print without a fraction or exponent, as people expect of "12".
         char buffer[32];
         auto r = std::to_chars(buffer, buffer + sizeof buffer, static_cast<std::int64_t>(value));

@@ -8,6 +8,7 @@
 // or compared with one of the other does not compile, so neither is taken for the other by accident.
 #pragma once
 
+#include "Rounding.hpp"
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -54,7 +55,7 @@ Unit wholeDuration(Seconds length) {
     // and converting a count at or past it would be undefined.
     constexpr double limit = static_cast<double>(std::numeric_limits<Rep>::max());
     if (count >= limit) return Unit::max();
-    return Unit(static_cast<Rep>(std::llround(count)));
+    return Unit(static_cast<Rep>(kestrow::roundedToInteger(count)));
 }
 
 }  // namespace kestrow

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "app/screens/ScreenWording.hpp"
+#include "base/Rounding.hpp"
 #include "core/common/ByteFormat.hpp"
 
 namespace brimlet::MonitorReadout {
@@ -12,7 +13,7 @@ namespace brimlet::MonitorReadout {
 namespace {
 
 // Whole numbers only, halves away from zero, so no locale ever changes the digits.
-std::string wholePercent(double value) { return std::to_string(std::lround(value)) + "%"; }
+std::string wholePercent(double value) { return std::to_string(kestrow::roundedToInteger(value)) + "%"; }
 
 }  // namespace
 
@@ -26,7 +27,9 @@ std::string processPercent(std::optional<double> value) {
     return wholePercent(std::max(*value, 0.0));
 }
 
-int memoryPercent(const SystemGlance& glance) { return static_cast<int>(std::lround(glance.memoryFraction() * 100)); }
+int memoryPercent(const SystemGlance& glance) {
+    return static_cast<int>(kestrow::roundedToInteger(glance.memoryFraction() * 100));
+}
 
 std::string_view pressureWord(MemoryPressure pressure) {
     switch (pressure.value) {

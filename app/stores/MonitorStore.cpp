@@ -6,6 +6,7 @@
 
 #include "app/desktop/BrimletWindows.hpp"
 #include "base/Log.hpp"
+#include "base/Rounding.hpp"
 
 namespace brimlet {
 
@@ -292,7 +293,7 @@ void MonitorStore::handle(MonitorSnapshot snapshot) {
     firstSampleHandled_ = true;
     const auto elapsedMs = [this] {
         return std::to_string(
-            std::llround(std::chrono::duration<double, std::milli>(loop_.now() - launchedAt_).count()));
+            kestrow::roundedToInteger(std::chrono::duration<double, std::milli>(loop_.now() - launchedAt_).count()));
     };
     if (first) kestrow::log::info(logCategory, "first-sample-ready " + elapsedMs() + " ms");
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <utility>
 
+#include "base/Rounding.hpp"
 #include "base/UnicodeCase.hpp"
 
 namespace brimlet::tui {
@@ -195,7 +196,7 @@ std::string chart(const std::vector<std::optional<double>>& values, double ceili
         }
         const double fraction = std::clamp(*value / top, 0.0, 1.0);
         // Any value above zero shows at least the lowest block, so a busy minute never reads as none.
-        std::size_t level = static_cast<std::size_t>(std::lround(fraction * 8));
+        std::size_t level = static_cast<std::size_t>(kestrow::roundedToInteger(fraction * 8));
         if (level == 0 && *value > 0) level = 1;
         if (unicode) out += blocks[level];
         else out += plain[level];

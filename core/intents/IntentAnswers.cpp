@@ -3,6 +3,7 @@
 #include <climits>
 #include <cmath>
 
+#include "base/Rounding.hpp"
 #include "core/common/ByteFormat.hpp"
 
 namespace brimlet::IntentAnswers {
@@ -14,8 +15,8 @@ double memoryFraction(std::uint64_t used, std::uint64_t physical) {
 }
 
 int memoryPercent(double fraction) {
-    // std::round rounds halves away from zero, unlike printf and nearbyint.
-    const double percent = std::round(fraction * 100.0);
+    // Halves round away from zero, unlike printf and roundedHalfEven.
+    const double percent = kestrow::roundedHalfAway(fraction * 100.0);
     if (std::isnan(percent)) return 0;
     if (percent >= static_cast<double>(INT_MAX)) return INT_MAX;
     if (percent <= static_cast<double>(INT_MIN)) return INT_MIN;

@@ -1,5 +1,6 @@
 #include "GlanceRecord.hpp"
 
+#include "base/Rounding.hpp"
 #include <cmath>
 #include <set>
 
@@ -36,7 +37,7 @@ bool isBidiFormatting(char32_t c) {
 }
 
 // value × 100, rounded half away from zero.
-double hundredths(double value) { return std::round(value * 100); }
+double hundredths(double value) { return kestrow::roundedHalfAway(value * 100); }
 
 }  // namespace
 
@@ -71,7 +72,7 @@ kestrow::Status problem(const GlanceMetric& metric) {
     if (const double* v = std::get_if<double>(&metric.value)) {
         if (!std::isfinite(*v)) return Status::failure(kestrow::Cause::invalidArgument, "value: finite number");
         const double scaled = *v * 100;
-        if (!(std::fabs(scaled - std::round(scaled)) < 0.000001))
+        if (!(std::fabs(scaled - kestrow::roundedHalfAway(scaled)) < 0.000001))
             return Status::failure(kestrow::Cause::invalidArgument, "value: at most 2 decimals");
     }
     return Status::success();
@@ -128,7 +129,7 @@ std::optional<std::int64_t> integer(const JsonValue& value) {
     const JsonNumber* n = value.asNumber();
     if (!n) return std::nullopt;
     const double d = n->asDouble();
-    if (!std::isfinite(d) || d != std::trunc(d) || !(std::fabs(d) < 1e15)) return std::nullopt;
+    if (!std::isfinite(d) || d != kestrow::truncated(d) || !(std::fabs(d) < 1e15)) return std::nullopt;
     return static_cast<std::int64_t>(d);
 }
 
@@ -221,7 +222,7 @@ GlanceRead decode(std::string_view bytes, std::string_view fileName) {
     const JsonValue* ttlValue = json.find("ttl");
     const auto ttlNumber = ttlValue ? number(*ttlValue) : std::nullopt;
     if (!ttlNumber) return invalid("ttl: 3-60");
-    if (*ttlNumber != std::trunc(*ttlNumber)) return invalid("ttl: integer");
+    if (*ttlNumber != kestrow::truncated(*ttlNumber)) return invalid("ttl: integer");
     if (std::fabs(*ttlNumber) >= 9223372036854775808.0) return invalid("ttl: 3-60");
 
     const std::string* levelText = stringAt(json, "level");

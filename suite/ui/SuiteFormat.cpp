@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "GlobalHotKey.hpp"
+#include "base/Rounding.hpp"
 
 namespace kestrow::suite {
 
@@ -17,7 +18,7 @@ std::string number(double value, const NumberLocale& locale) {
     bool negative = false;
     constexpr double scale = 10.0;  // 10 ^ fractionDigits
     if (std::fabs(value) < 1e15) {
-        long long tenths = std::llround(value * scale);
+        long long tenths = kestrow::roundedToInteger(value * scale);
         negative = tenths < 0;  // a value that rounds to zero loses its sign
         tenths = std::llabs(tenths);
         digits = std::to_string(tenths / 10);

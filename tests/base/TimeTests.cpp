@@ -3,8 +3,12 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
+#include <random>
+#include <vector>
 
+#include "base/Rounding.hpp"
 #include "base/Time.hpp"
 
 namespace kestrow {
@@ -74,3 +78,56 @@ TEST(Time, EpochSecondsKeepTheMomentExactly) {
 
 }  // namespace
 }  // namespace kestrow
+
+// The plain-arithmetic rounding must give what the math library gives, bit for bit (the sign of
+// zero too), at the awkward values and over a spread of random ones.
+TEST(Rounding, AgreesWithTheMathLibraryBitForBit) {
+    const auto bits = [](double d) {
+        std::uint64_t b = 0;
+        std::memcpy(&b, &d, sizeof b);
+        return b;
+    };
+    std::vector<double> values = {0.0,
+                                  -0.0,
+                                  0.5,
+                                  -0.5,
+                                  1.5,
+                                  2.5,
+                                  -2.5,
+                                  0.49999999999999994,
+                                  -0.49999999999999994,
+                                  0.3,
+                                  -0.3,
+                                  4503599627370495.5,
+                                  -4503599627370495.5,
+                                  4503599627370496.0,
+                                  9007199254740993.0,
+                                  1e300,
+                                  -1e300,
+                                  std::numeric_limits<double>::denorm_min(),
+                                  -std::numeric_limits<double>::denorm_min(),
+                                  std::numeric_limits<double>::infinity(),
+                                  -std::numeric_limits<double>::infinity()};
+    std::mt19937_64 random(11);
+    std::uniform_real_distribution<double> spread(-1e6, 1e6);
+    for (int i = 0; i < 20000; ++i) {
+        const double v = spread(random);
+        values.push_back(v);
+        values.push_back(std::floor(v) + 0.5);  // exact halves
+        values.push_back(v / 1e6);
+    }
+    for (const double v : values) {
+        EXPECT_EQ(bits(kestrow::truncated(v)), bits(std::trunc(v))) << v;
+        EXPECT_EQ(bits(kestrow::roundedHalfEven(v)), bits(std::nearbyint(v))) << v;
+        EXPECT_EQ(bits(kestrow::roundedHalfAway(v)), bits(std::round(v))) << v;
+        if (std::fabs(v) < 9e18) {
+            EXPECT_EQ(kestrow::roundedToInteger(v), std::llround(v)) << v;
+        }
+    }
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_TRUE(std::isnan(kestrow::truncated(nan)) && std::isnan(kestrow::roundedHalfEven(nan)) &&
+                std::isnan(kestrow::roundedHalfAway(nan)));
+    EXPECT_EQ(kestrow::roundedToInteger(nan), 0);
+    EXPECT_EQ(kestrow::roundedToInteger(1e19), std::numeric_limits<long long>::max());
+    EXPECT_EQ(kestrow::roundedToInteger(-1e19), std::numeric_limits<long long>::min());
+}
