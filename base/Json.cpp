@@ -1,8 +1,12 @@
 #include "Json.hpp"
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 #include "CLocaleNumbers.hpp"
@@ -643,9 +647,145 @@ Decimal searchedDecimal(double magnitude) {
     return best ? *best : nearestDecimal(magnitude, 17);
 }
 
-Decimal shortestDecimal(double magnitude) {
+// ---- The same digits in integer arithmetic ----
+//
+// Printing and reading back cost microseconds a number, and timestamps and percentages with full
+// precision all take that path. For a normal double v = m·2^e both questions it asks have exact
+// answers in 128-bit integers: the correctly rounded p-digit decimal is round(m·5^s / 2^(-e-s))
+// for s = p − 1 − (the power of ten of v's first digit), and a decimal reads back as v exactly
+// when it lies in v's rounding interval. Between 1e-10 and 1e15 every product below stays under
+// 2^120, so the answers are the ones printf and strtod give, which the tests check bit for bit.
+
+__extension__ using Wide = unsigned __int128;
+
+// Where the arithmetic is exact: s stays within the table of powers of five (at most 16 + 11).
+constexpr double exactFrom = 1e-10;
+constexpr double exactBelow = 1e15;
+
+constexpr std::array<std::uint64_t, 28> powersOfFive = [] {
+    std::array<std::uint64_t, 28> powers{};
+    std::uint64_t p = 1;
+    for (std::uint64_t& power : powers) {
+        power = p;
+        p *= 5;
+    }
+    return powers;
+}();
+
+// A positive normal double as significand × 2^exponent, the significand in [2^52, 2^53).
+struct Binary {
+    std::uint64_t significand = 0;
+    int exponent = 0;
+};
+
+Binary binaryOf(double magnitude) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &magnitude, sizeof bits);
+    constexpr std::uint64_t hidden = std::uint64_t{1} << 52;
+    return Binary{(bits & (hidden - 1)) | hidden, static_cast<int>(bits >> 52) - 1075};
+}
+
+int bitWidth(Wide w) {
+    const auto high = static_cast<std::uint64_t>(w >> 64);
+    if (high != 0) return 128 - std::countl_zero(high);
+    return 64 - std::countl_zero(static_cast<std::uint64_t>(w));
+}
+
+// The sign of a·2^shiftA − b·2^shiftB, shifts at least 0.
+int compareScaled(Wide a, int shiftA, Wide b, int shiftB) {
+    const int common = std::min(shiftA, shiftB);
+    shiftA -= common;
+    shiftB -= common;
+    if (a != 0 && bitWidth(a) + shiftA > 128) return 1;
+    if (b != 0 && bitWidth(b) + shiftB > 128) return -1;
+    a <<= shiftA;
+    b <<= shiftB;
+    return a < b ? -1 : (a > b ? 1 : 0);
+}
+
+// The sign of digits·10^power − multiple·2^twos: 10^power is 5^power·2^power, and a negative
+// power's 5^-power moves to the other side.
+int compareWithBinary(std::uint64_t digits, int power, std::uint64_t multiple, int twos) {
+    Wide left = digits;
+    Wide right = multiple;
+    if (power >= 0) left *= powersOfFive[static_cast<std::size_t>(power)];
+    else right *= powersOfFive[static_cast<std::size_t>(-power)];
+    const int base = std::min(power, twos);
+    return compareScaled(left, power - base, right, twos - base);
+}
+
+// The power of ten of the first digit. v ≥ 2^(e+52), so floor((e + 52)·log10 2), which
+// ((e + 52)·78913) >> 18 gives for every exponent a double has, is at most one too small.
+int firstDigitPower(const Binary& b) {
+    const int k = ((b.exponent + 52) * 78913) >> 18;
+    return compareWithBinary(1, k + 1, b.significand, b.exponent) <= 0 ? k + 1 : k;
+}
+
+// What printf's "%.*e" gives: v·10^s rounded to an integer, half to even on an exact tie, where
+// the ties are those of the exact binary value.
+Decimal nearestExactly(const Binary& b, int firstDigit, int precision) {
+    const int s = precision - 1 - firstDigit;
+    const Wide scaled = Wide{b.significand} * powersOfFive[static_cast<std::size_t>(s)];
+    const int shift = -(b.exponent + s);  // v·10^s = scaled / 2^shift
+    Decimal d{0, -s};
+    if (shift <= 0) {
+        d.mantissa = static_cast<std::uint64_t>(scaled << -shift);
+    } else {
+        d.mantissa = static_cast<std::uint64_t>(scaled >> shift);
+        const Wide rest = scaled & ((Wide{1} << shift) - 1);
+        const Wide half = Wide{1} << (shift - 1);
+        if (rest > half || (rest == half && (d.mantissa & 1) != 0)) ++d.mantissa;
+    }
+    if (d.mantissa == powerOfTen(precision)) {  // 9.99…5 rounded up to 10.0…0
+        d.mantissa /= 10;
+        ++d.exponent;
+    }
+    return d;
+}
+
+// Where a decimal reads back: below v's rounding interval (−1), inside it (0) or above it (1).
+// The interval reaches half a unit in the last place to either side, only a quarter below a power
+// of two, where the spacing halves; its ends read back as v when m is even, since strtod rounds
+// a tie to the even significand.
+int placeOf(const Decimal& d, const Binary& b) {
+    const std::uint64_t m4 = b.significand * 4;
+    const bool powerOfTwo = b.significand == std::uint64_t{1} << 52;
+    const bool endsReadBack = b.significand % 2 == 0;
+    const int low = compareWithBinary(d.mantissa, d.exponent, m4 - (powerOfTwo ? 1 : 2), b.exponent - 2);
+    if (low < 0 || (low == 0 && !endsReadBack)) return -1;
+    const int high = compareWithBinary(d.mantissa, d.exponent, m4 + 2, b.exponent - 2);
+    if (high > 0 || (high == 0 && !endsReadBack)) return 1;
+    return 0;
+}
+
+// readingBack without the C library.
+std::optional<Decimal> readingBackExactly(const Binary& b, int firstDigit, int precision) {
+    const Decimal nearest = nearestExactly(b, firstDigit, precision);
+    const int place = placeOf(nearest, b);
+    if (place == 0) return nearest;
+    const Decimal other = neighbour(nearest, precision, place < 0);
+    if (placeOf(other, b) == 0) return other;
+    return std::nullopt;
+}
+
+// searchedDecimal's choice for a normal double between exactFrom and exactBelow: 15 digits if they
+// read back, else 16, else the nearest 17.
+Decimal searchedDecimalExactly(double magnitude) {
+    const Binary b = binaryOf(magnitude);
+    const int firstDigit = firstDigitPower(b);
+    for (const int precision : {15, 16}) {
+        if (const auto found = readingBackExactly(b, firstDigit, precision)) return *found;
+    }
+    return nearestExactly(b, firstDigit, 17);
+}
+
+Decimal shortestDecimal(double magnitude, DigitSearch search) {
     const std::optional<Decimal> quick = fewDecimals(magnitude);
-    Decimal best = quick ? *quick : searchedDecimal(magnitude);
+    Decimal best;
+    if (quick) best = *quick;
+    else if (search == DigitSearch::exactWhereItCan && magnitude >= exactFrom && magnitude < exactBelow)
+        best = searchedDecimalExactly(magnitude);
+    else best = searchedDecimal(magnitude);
     while (best.mantissa % 10 == 0 && best.mantissa != 0) {
         best.mantissa /= 10;
         ++best.exponent;
@@ -692,7 +832,9 @@ Result<std::string> writeJson(const JsonValue& value, JsonWriteOptions options) 
     return std::move(writer.out);
 }
 
-std::string formatShortestDouble(double value) {
+std::string formatShortestDouble(double value) { return formatShortestDouble(value, DigitSearch::exactWhereItCan); }
+
+std::string formatShortestDouble(double value, DigitSearch search) {
     if (std::isnan(value)) return "nan";
     if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
     if (value == 0) return "0";  // also folds −0, which readers treat as 0 anyway
@@ -703,7 +845,7 @@ std::string formatShortestDouble(double value) {
         return std::string(buffer, r.ptr);
     }
     const double magnitude = std::fabs(value);
-    const Decimal digits = shortestDecimal(magnitude);
+    const Decimal digits = shortestDecimal(magnitude, search);
     std::string out = value < 0 ? "-" : "";
     out += layOut(digits, magnitude);
     return out;

@@ -100,6 +100,12 @@ struct JsonWriteOptions {
 // Shortest text that reads back as the same double ("0.1", "12", "1e+300").
 std::string formatShortestDouble(double value);
 
+// How formatShortestDouble finds digits that need a search: in integer arithmetic where that is
+// exact (normal doubles from 1e-10 to 1e15), or everywhere by printing with printf and reading back
+// with strtod, which is slower but is the reference the arithmetic must match byte for byte.
+enum class DigitSearch { exactWhereItCan, printfAndStrtod };
+std::string formatShortestDouble(double value, DigitSearch search);
+
 // True when the bytes are well-formed UTF-8 (no overlongs, no surrogates, nothing above U+10FFFF).
 bool isValidUtf8(std::string_view bytes);
 // Replaces each ill-formed sequence with U+FFFD, the way system APIs repair text.

@@ -233,6 +233,88 @@ TEST(JsonNumbers, ShortestTextsOfRandomValues) {
     }
 }
 
+// Where the digits come from integer arithmetic, the text is the one printf and strtod give, byte
+// for byte: random bit patterns across the arithmetic's range and a little past both ends, the
+// doubles beside powers of two (where the interval below is narrower) and of ten (where the number
+// of digits changes), timestamps and percentages with every digit used, and dyadic values whose
+// exact decimal ends in a 5 one place after 15, 16 or 17 digits, a tie for the rounding.
+TEST(JsonNumbers, ArithmeticDigitsMatchPrintfAndStrtod) {
+    __extension__ using Wide = unsigned __int128;
+    std::mt19937_64 random(20261126);
+    std::vector<double> values;
+    const auto bitsOf = [](double d) {
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, &d, sizeof bits);
+        return bits;
+    };
+    const std::uint64_t lowest = bitsOf(1e-11);
+    const std::uint64_t highest = bitsOf(1e16);
+    for (int i = 0; i < 6000; ++i) {
+        const std::uint64_t bits = lowest + random() % (highest - lowest);
+        double value = 0;
+        std::memcpy(&value, &bits, sizeof value);
+        values.push_back(value);
+    }
+    const auto addNeighbours = [&values](double centre) {
+        double below = centre;
+        double above = centre;
+        values.push_back(centre);
+        for (int step = 0; step < 3; ++step) {
+            below = std::nextafter(below, 0.0);
+            above = std::nextafter(above, 1e300);
+            values.push_back(below);
+            values.push_back(above);
+        }
+    };
+    for (int power = -36; power <= 52; ++power) addNeighbours(std::ldexp(1.0, power));
+    for (int power = -11; power <= 16; ++power) {
+        const std::string text = "1e" + std::to_string(power);
+        addNeighbours(std::strtod(text.c_str(), nullptr));
+        addNeighbours(std::strtod(("9.999999999999999" + text.substr(1)).c_str(), nullptr));
+    }
+    std::uniform_real_distribution<double> seconds(1.6e9, 2.2e9);
+    std::uniform_real_distribution<double> percent(0, 100);
+    for (int i = 0; i < 2000; ++i) {
+        values.push_back(seconds(random));
+        values.push_back(percent(random));
+        values.push_back(percent(random) / 100);
+    }
+    // n·2^-j with n odd is exactly n·5^j·10^-j, whose last digit is 5; with `digits` digits in
+    // n·5^j, rounding to one digit fewer is a tie.
+    int ties = 0;
+    std::vector<std::pair<double, int>> tieValues;
+    for (int i = 0; i < 3000; ++i) {
+        const int digits = 16 + static_cast<int>(random() % 3);
+        const int twos = 1 + static_cast<int>(random() % 40);
+        Wide five = 1;
+        for (int j = 0; j < twos; ++j) five *= 5;
+        Wide low = 1;
+        for (int j = 1; j < digits; ++j) low *= 10;
+        const Wide lowest = (low + five - 1) / five;
+        Wide highest = low * 10 / five;
+        if (highest > std::uint64_t{1} << 53) highest = std::uint64_t{1} << 53;
+        if (lowest >= highest) continue;
+        const auto n = static_cast<std::uint64_t>(lowest + random() % (highest - lowest)) | 1;
+        if (n >= highest) continue;
+        tieValues.emplace_back(std::ldexp(static_cast<double>(n), -twos), digits);
+    }
+    for (const auto& [value, digits] : tieValues) {
+        values.push_back(value);
+        // Fewer digits than the exact decimal, so a rounded tie, and its neighbour across the value
+        // is as near: the rounding's choice decides the text.
+        const std::string text = formatShortestDouble(value);
+        if (significantDigits(text) == static_cast<std::size_t>(digits - 1)) ++ties;
+    }
+    EXPECT_GT(ties, 50);
+    for (const double value : values) {
+        for (const double signedValue : {value, -value}) {
+            const std::string text = formatShortestDouble(signedValue);
+            EXPECT_EQ(text, formatShortestDouble(signedValue, DigitSearch::printfAndStrtod)) << text;
+            EXPECT_EQ(std::strtod(text.c_str(), nullptr), signedValue) << text;
+        }
+    }
+}
+
 // The reader rounds correctly, ties to even, and refuses what a double cannot hold.
 void expectCorrectReading() {
     struct Reading {
