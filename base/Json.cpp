@@ -793,33 +793,47 @@ Decimal shortestDecimal(double magnitude, DigitSearch search) {
     return best;
 }
 
-std::string layOut(const Decimal& d, double magnitude) {
-    const std::string digits = integerText(static_cast<std::int64_t>(d.mantissa));
-    const int n = static_cast<int>(digits.size());
+// Writes the decimal at `out`, before `end`, and returns where it ends. With 17 digits at most the
+// exponent form takes at most 23 characters, and the plain form is only chosen when no longer.
+char* layOut(const Decimal& d, double magnitude, char* out, char* end) {
+    char digits[24];
+    char* const digitsEnd = std::to_chars(digits, digits + sizeof digits, d.mantissa).ptr;
+    const int n = static_cast<int>(digitsEnd - digits);
     const int power = d.exponent + n - 1;  // of the first digit
-
-    std::string scientific = digits.substr(0, 1);
-    if (n > 1) scientific += "." + digits.substr(1);
-    scientific += power < 0 ? "e-" : "e+";
     const int absolutePower = power < 0 ? -power : power;
-    if (absolutePower < 10) scientific += '0';
-    scientific += integerText(absolutePower);
 
+    const int scientificLength = n + (n > 1 ? 1 : 0) + 2 + (absolutePower < 100 ? 2 : 3);  // d.ddde+XX
     int plainLength = 0;
     if (power < 0) plainLength = 2 + (-power - 1) + n;  // 0.000ddd
     else if (power < n - 1) plainLength = n + 1;        // ddd.ddd
     else plainLength = power + 1;                       // dddddd
-    if (static_cast<std::size_t>(plainLength) > scientific.size()) return scientific;
 
-    if (power < 0) return "0." + std::string(static_cast<std::size_t>(-power - 1), '0') + digits;
-    if (power < n - 1)
-        return digits.substr(0, static_cast<std::size_t>(power) + 1) + "." +
-               digits.substr(static_cast<std::size_t>(power) + 1);
+    if (plainLength > scientificLength) {
+        *out++ = digits[0];
+        if (n > 1) {
+            *out++ = '.';
+            out = std::copy(digits + 1, digitsEnd, out);
+        }
+        *out++ = 'e';
+        *out++ = power < 0 ? '-' : '+';
+        if (absolutePower < 10) *out++ = '0';
+        return std::to_chars(out, end, absolutePower).ptr;
+    }
+    if (power < 0) {
+        *out++ = '0';
+        *out++ = '.';
+        out = std::fill_n(out, -power - 1, '0');
+        return std::copy(digits, digitsEnd, out);
+    }
+    if (power < n - 1) {
+        out = std::copy(digits, digits + power + 1, out);
+        *out++ = '.';
+        return std::copy(digits + power + 1, digitsEnd, out);
+    }
     // A whole number written out in full shows its exact value, not the short digits padded with
     // zeros: 2^70 is 1180591620717411303424, not 1180591620717411300000.
-    char buffer[400];
-    const int written = std::snprintf(buffer, sizeof buffer, "%.0f", magnitude);
-    return std::string(buffer, static_cast<std::size_t>(written > 0 ? written : 0));
+    const int written = std::snprintf(out, static_cast<std::size_t>(end - out), "%.0f", magnitude);
+    return out + (written > 0 ? std::min<std::ptrdiff_t>(written, end - out - 1) : 0);
 }
 
 }  // namespace
@@ -846,9 +860,10 @@ std::string formatShortestDouble(double value, DigitSearch search) {
     }
     const double magnitude = std::fabs(value);
     const Decimal digits = shortestDecimal(magnitude, search);
-    std::string out = value < 0 ? "-" : "";
-    out += layOut(digits, magnitude);
-    return out;
+    char text[64];
+    char* start = text;
+    if (value < 0) *start++ = '-';
+    return std::string(text, layOut(digits, magnitude, start, text + sizeof text));
 }
 
 }  // namespace kestrow
