@@ -290,12 +290,12 @@ TEST(JsonNumbers, ArithmeticDigitsMatchPrintfAndStrtod) {
         for (int j = 0; j < twos; ++j) five *= 5;
         Wide low = 1;
         for (int j = 1; j < digits; ++j) low *= 10;
-        const Wide lowest = (low + five - 1) / five;
-        Wide highest = low * 10 / five;
-        if (highest > std::uint64_t{1} << 53) highest = std::uint64_t{1} << 53;
-        if (lowest >= highest) continue;
-        const auto n = static_cast<std::uint64_t>(lowest + random() % (highest - lowest)) | 1;
-        if (n >= highest) continue;
+        const Wide smallest = (low + five - 1) / five;
+        Wide beyond = low * 10 / five;
+        if (beyond > std::uint64_t{1} << 53) beyond = std::uint64_t{1} << 53;
+        if (smallest >= beyond) continue;
+        const auto n = static_cast<std::uint64_t>(smallest + random() % (beyond - smallest)) | 1;
+        if (n >= beyond) continue;
         tieValues.emplace_back(std::ldexp(static_cast<double>(n), -twos), digits);
     }
     for (const auto& [value, digits] : tieValues) {
