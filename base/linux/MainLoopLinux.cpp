@@ -185,7 +185,7 @@ private:
         bool timer = false;
         std::int64_t deadline = 0;  // of a timer, in nanoseconds on the timer clock
         std::int64_t interval = 0;  // of a repeating timer; zero for a delay
-        int wd = -1;  // inotify watch
+        int wd = -1;                // inotify watch
         bool wake = false;
         int readable = -1;  // a caller's descriptor, watched but never closed here
         std::shared_ptr<Task> task;

@@ -2,10 +2,10 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <algorithm>
 #include <functional>
 #include <map>
 #include <numeric>
@@ -220,9 +220,7 @@ TEST_F(SystemMainLoop, RepeatsAndDelaysCountOnTheContinuousClock) {
 // earlier or cancelled, they fire in deadline order and not before it, and none opens a descriptor of
 // its own.
 TEST_F(SystemMainLoop, ManyTimersFireInDeadlineOrderOnOneDescriptor) {
-    const auto openDescriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
+    const auto openDescriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     const auto before = openDescriptors();
     std::vector<int> delays(60);
     std::iota(delays.begin(), delays.end(), 1);
