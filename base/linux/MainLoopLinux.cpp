@@ -1,8 +1,7 @@
 // The Linux main loop: one epoll set over an eventfd (posted tasks), one timerfd on CLOCK_BOOTTIME
 // (so waits count time asleep) armed for the earliest of all timers, one inotify descriptor for every
-// watched folder, the
-// callers' descriptors watched for reading, and a signalfd that turns SIGINT, SIGTERM and SIGHUP into
-// a clean stop.
+// watched folder, the callers' descriptors watched for reading, and a signalfd that turns SIGINT,
+// SIGTERM and SIGHUP into a clean stop.
 #include "../MainLoop.hpp"
 
 #include <fcntl.h>
@@ -226,7 +225,7 @@ private:
     }
 
     // One descriptor for every timer: adding, firing and cancelling cost no descriptors of their own,
-    // and the kernel is told only when the earliest deadline moves forward.
+    // and the kernel is told only when a deadline earlier than the armed one comes.
     Token addTimer(Seconds first, Seconds interval, Task task) {
         const std::uint64_t key = nextKey_++;
         Source source;
