@@ -139,7 +139,7 @@ TEST(LinuxProcessReading, RereadsMemoryWhenTheProcessStirsAndIoAlsoAfterABounded
         std::string stat, status, io;
         std::uint64_t anonKilobytes, diskRead;  // what the reading must report
     };
-    const std::vector<Step> steps = {
+    std::vector<Step> steps = {
         {"first sight reads everything", stat, statusText, io(8192), 20480, 8192},
         {"asleep: the last figures stand", stat, withAnon("30000"), io(9000), 20480, 8192},
         {"still asleep", stat, withAnon("30000"), io(9000), 20480, 8192},
@@ -152,6 +152,19 @@ TEST(LinuxProcessReading, RereadsMemoryWhenTheProcessStirsAndIoAlsoAfterABounded
         {"the resident size moved", replaced(" 1024 1844", " 1025 1844"), withAnon("42000"), io(12000), 42000, 12000},
         {"a thread more", replaced(" 20 0 3 0 ", " 20 0 4 0 "), withAnon("43000"), io(13000), 43000, 13000},
     };
+    // Asleep from here on: the io file is looked at every few sweeps, and less often once a look
+    // found it where it was, until one finds it moved.
+    const std::string asleep = steps.back().stat;
+    auto sleeping = [&](const char* what, int sweeps, std::uint64_t inFile, std::uint64_t reported) {
+        for (int i = 0; i < sweeps; ++i)
+            steps.push_back({what, asleep, withAnon("43000"), io(inFile), 43000, reported});
+    };
+    sleeping("asleep, no disk I/O", LinuxProcessReading::quietSweepsReused, 13000, 13000);
+    sleeping("the bound finds the io where it was", 1, 13000, 13000);
+    sleeping("silent: a change waits for the longer bound", LinuxProcessReading::silentSweepsReused, 14000, 13000);
+    sleeping("the longer bound: read again", 1, 14000, 14000);
+    sleeping("it moved: the short bound again", LinuxProcessReading::quietSweepsReused, 15000, 14000);
+    sleeping("the short bound", 1, 15000, 15000);
     LinuxProcessReading reader(proc.string());
     for (const Step& step : steps) {
         SCOPED_TRACE(step.what);

@@ -1,6 +1,7 @@
 // Processes on Linux, from /proc. Per process and sample: stat, and the memory and io files unless
-// stat shows the process idle since the last sample; the executable link and the command line only when a
-// process is first seen (the sampler caches them).
+// stat shows the process idle since the last sample (io then every few samples, fewer while it
+// shows no disk I/O); the executable link and the command line only when a process is first seen
+// (the sampler caches them).
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -144,7 +145,7 @@ std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(Held& files
     // I/O of less than one clock tick can go by without a trace in the line, so for a process that
     // has not stirred the io file is read again only every few sweeps.
     const bool still = files.lastStat && files.lastStat->sameActivity(*stat);
-    const bool ioDue = !still || files.quietSweeps >= quietSweepsReused;
+    const bool ioDue = !still || files.quietSweeps >= (files.ioSilent ? silentSweepsReused : quietSweepsReused);
     // The user id can change without a trace too (a set-user-id call): the status file is read
     // again at least every statusRefreshSweeps sweeps, and on an exec, which renames the command.
     const bool statusDue = !files.lastStatus.uid || sweep_ - files.statusSweep >= statusRefreshSweeps ||
@@ -166,9 +167,10 @@ std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(Held& files
     }
     if (ioDue) {
         // Another user's io file cannot be opened without ptrace rights: its rates stay unknown.
-        files.lastIO.reset();
-        if (files.io.valid() && ioText_.rereadWhole(files.io.get()))
-            files.lastIO = proctext::parsePidIO(ioText_.text());
+        std::optional<proctext::PidIO> io;
+        if (files.io.valid() && ioText_.rereadWhole(files.io.get())) io = proctext::parsePidIO(ioText_.text());
+        files.ioSilent = still && io && files.lastIO && *io == *files.lastIO;
+        files.lastIO = io;
         files.quietSweeps = 0;
     } else {
         ++files.quietSweeps;

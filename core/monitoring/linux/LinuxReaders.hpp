@@ -57,6 +57,8 @@ private:
         proctext::PidStatus lastStatus;
         std::optional<proctext::PidIO> lastIO;
         int quietSweeps = 0;
+        // Whether the io file, read again while the process stood still, showed what it showed before.
+        bool ioSilent = false;
         std::size_t count() const;
     };
 
@@ -65,6 +67,10 @@ public:
     // with that line, and its io figures, but those never for more than this many sweeps in a row,
     // which bounds how late a stray change shows.
     static constexpr int quietSweepsReused = 4;
+    // Once such a late look has found the io figures where they were, the process does no disk
+    // I/O at all while it sleeps, as most sleepers do: its io file is then looked at this much
+    // less often, until a look finds it moved or the process stirs.
+    static constexpr int silentSweepsReused = 14;
     // While no swap area exists, the anonymous memory comes from the small statm file and the
     // status file is read for the user id only: on first sight, when the command name changes
     // (an exec, which is when a set-user-id program changes it), and at least this many sweeps

@@ -84,6 +84,7 @@ std::optional<TaskCounter> parseLoadavgTasks(std::string_view text);
 struct PidIO {
     std::uint64_t readBytes = 0;
     std::uint64_t writeBytes = 0;
+    bool operator==(const PidIO&) const = default;
 };
 std::optional<PidIO> parsePidIO(std::string_view text);
 
