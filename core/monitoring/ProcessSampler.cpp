@@ -36,6 +36,7 @@ const ProcessSampler::Result& ProcessSampler::sample() {
     order_.reserve(ids.size());
     if (entries_.bucket_count() < ids.size()) entries_.reserve(ids.size());
 
+    std::size_t cursor = 0;  // where the last sweep's listing is expected to go on
     for (const std::int32_t pid : ids) {
         ProcessReading::Record record = reader_.read(pid);
         if (!record.usage || !record.info) {
@@ -47,8 +48,18 @@ const ProcessSampler::Result& ProcessSampler::sample() {
         const ProcessKey key{pid, info.startTime};
         const Counters counters{usage.cpuTicks, usage.diskRead, usage.diskWritten, usage.diskCountersReadable};
 
-        auto [it, fresh] = entries_.try_emplace(key);
-        Entry& entry = it->second;
+        Entry* found = nullptr;
+        bool fresh = false;
+        if (cursor < listedKeys_.size() && listedKeys_[cursor] == key) {
+            found = listedEntries_[cursor++];
+        } else {
+            auto [it, added] = entries_.try_emplace(key);
+            found = &it->second;
+            fresh = added;
+            // Met out of turn: the walk goes on after where the process stood last time.
+            if (!fresh && found->sweep + 1 == sweep_) cursor = found->slot + 1;
+        }
+        Entry& entry = *found;
         if (fresh || entry.sweep == sweep_) {
             // Room grows by small steps: a doubling would hold as much again as the samples.
             if (samples.size() == samples.capacity()) samples.reserve(samples.size() + samples.size() / 8 + 16);
@@ -93,10 +104,18 @@ const ProcessSampler::Result& ProcessSampler::sample() {
     arrange();
 
     previousTime_ = now;
-    // Forget processes that are gone, so a reused id is resolved afresh.
-    for (auto it = entries_.begin(); it != entries_.end();) {
-        if (it->second.sweep == sweep_) ++it;
-        else it = entries_.erase(it);
+    // Forget processes that are gone, so a reused id is resolved afresh. Every entry was met in the
+    // last sweep or made in this one, so the gone ones are among the last sweep's.
+    // (A process listed twice stands there twice: all are looked at before any is erased.)
+    gone_.clear();
+    for (std::size_t i = 0; i < listedKeys_.size(); ++i)
+        if (listedEntries_[i]->sweep != sweep_) gone_.push_back(listedKeys_[i]);
+    for (const ProcessKey& key : gone_) entries_.erase(key);
+    listedKeys_.resize(samples.size());
+    listedEntries_.resize(samples.size());
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        listedKeys_[i] = samples[i].key;
+        listedEntries_[i] = order_[i].entry;
     }
     return result_;
 }

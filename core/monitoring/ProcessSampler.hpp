@@ -65,6 +65,11 @@ private:
     Result result_;
     std::vector<Placement> order_;
     std::vector<std::size_t> where_, holder_;  // reused by arrange()
+    // The last sweep's processes in its order, with their entries: a listing in the same order
+    // (the kernel lists by process id) finds each entry by walking along, not through the map.
+    std::vector<ProcessKey> listedKeys_;
+    std::vector<Entry*> listedEntries_;
+    std::vector<ProcessKey> gone_;
 };
 
 }  // namespace brimlet

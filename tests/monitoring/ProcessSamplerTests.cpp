@@ -193,9 +193,16 @@ TEST_F(SamplerFixture, EntriesFollowTheirProcessesThroughChangingListings) {
         {{2, 3, 4, 1}, {false, true, false, true}},  // 2 returns after a gap: a new life
         {{4, 4, 1}, {true, true, true}},             // listed twice: both against the last sweep
         {{1, 4}, {true, true}},
+        {{4, 4}, {true, true}},
+        {{1}, {false}},                              // the one listed twice is gone
+        {{1, 4}, {true, false}},                     // and comes back as a new life
         {{4, 3, 1, 2}, {true, false, true, false}},  // reversed, with newcomers between
         {{2, 1, 4, 3}, {true, true, true, true}},    // every sample moves
         {{3}, {true}},
+        {{1, 2, 3, 4}, {false, false, true, false}},
+        {{1, 2, 3, 4}, {true, true, true, true}},  // in the same order again
+        {{1, 3, 4}, {true, true, true}},           // one gone from the middle
+        {{1, 2, 3, 4}, {true, false, true, true}},
     };
     ProcessSampler sampler(reader);
     for (std::size_t round = 0; round < std::size(sweeps); ++round) {
