@@ -51,6 +51,9 @@ MainLoop::Token ManualMainLoop::repeat(Seconds interval, Seconds tolerance, Task
     return tokenFor(id, timerKind);
 }
 
+// The analyzer loses the token's cancel function on its way into the returned Watch and reports it
+// as leaked; the token owns it like every other token this loop hands out.
+// NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)
 MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChange, NameFilter ignored, Task onGone) {
     struct stat st {};
     if (::stat(path.c_str(), &st) != 0)
@@ -61,6 +64,7 @@ MainLoop::Watch ManualMainLoop::watchFolder(const std::string& path, Task onChan
                             onGone ? std::make_shared<Task>(std::move(onGone)) : nullptr};
     return {tokenFor(id, watcherKind), Status::success()};
 }
+// NOLINTEND(clang-analyzer-cplusplus.NewDeleteLeaks)
 
 MainLoop::Token ManualMainLoop::onWake(Task task) {
     const std::uint64_t id = nextId_++;

@@ -418,7 +418,7 @@ TEST_F(FrontEndRig, EveryFrameFillsTheTerminalExactly) {
     sample();
     for (const bool unicode : {true, false}) {
         TerminalFrontEnd screen = frontEnd(unicode);
-        for (const int key : {'1', '2', '3', '4', '5', '?'}) {
+        for (const int key : std::initializer_list<int>{'1', '2', '3', '4', '5', '?'}) {
             screen.press(Key::escape);
             screen.press(key);
             for (const auto& [rows, columns] : std::vector<std::pair<std::size_t, std::size_t>>{
