@@ -67,9 +67,9 @@ public:
     // with that line, and its io figures, but those never for more than this many sweeps in a row,
     // which bounds how late a stray change shows.
     static constexpr int quietSweepsReused = 4;
-    // Once such a late look has found the io figures where they were, the process does no disk
-    // I/O at all while it sleeps, as most sleepers do: its io file is then looked at this much
-    // less often, until a look finds it moved or the process stirs.
+    // Once such a late look has found the io figures where they were, the process is taken for a
+    // sleeper that does no disk I/O, as most are: its io file is then looked at this much less
+    // often, until a look finds it moved or the process stirs.
     static constexpr int silentSweepsReused = 14;
     // While no swap area exists, the anonymous memory comes from the small statm file and the
     // status file is read for the user id only: on first sight, when the command name changes
