@@ -35,24 +35,33 @@ public:
         return result;
     }
 
-    // Post and reply: hands the result of work submitted here back to `loop`'s thread as `then`,
-    // with no thread blocked waiting for it. Jobs run in order, so the job queued now runs right
-    // after the work and finds its result ready; it posts the value and leaves, and `then` (with
-    // whatever it holds) is released on the loop's thread, never on this one.
-    template <typename T, typename Then>
-    void replyWhenReady(std::future<T> pending, MainLoop& loop, Then then) {
-        enqueue([pending = std::make_shared<std::future<T>>(std::move(pending)), &loop,
-                 then = std::make_shared<Then>(std::move(then))]() mutable {
+    // Post and reply: runs `work` here and hands its result back to `loop`'s thread as `then`, with
+    // no thread blocked waiting for it. One job does both, so a call wakes this thread once and
+    // takes its lock once: a second job queued behind would make the caller wait on the lock
+    // while this thread is already running the first. `then` (with whatever it holds) is released
+    // on the loop's thread, never on this one.
+    template <typename F, typename Then>
+    void submitReplying(F&& work, MainLoop& loop, Then then) {
+        using R = std::invoke_result_t<F&>;
+        enqueue([work = std::forward<F>(work), &loop, then = std::make_shared<Then>(std::move(then))]() mutable {
             // A result the work could not produce (it threw) is dropped: there is nothing to hand on.
-            std::optional<T> value;
+            std::optional<R> value;
             try {
-                value.emplace(pending->get());
+                value.emplace(work());
             } catch (...) {
                 loop.post([then = std::move(then)] {});
                 return;
             }
             loop.post([then = std::move(then), value = std::move(*value)]() mutable { (*then)(std::move(value)); });
         });
+    }
+
+    // The same for work submitted earlier: jobs run in order, so the job queued now runs after the
+    // work and finds its result ready.
+    template <typename T, typename Then>
+    void replyWhenReady(std::future<T> pending, MainLoop& loop, Then then) {
+        submitReplying([pending = std::make_shared<std::future<T>>(std::move(pending))] { return pending->get(); },
+                       loop, std::move(then));
     }
 
     // Returns once every job submitted so far has run, replies included: an owner that is going away

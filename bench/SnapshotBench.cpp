@@ -210,13 +210,17 @@ int main(int argc, char** argv) {
     rusage self{};
     ::getrusage(RUSAGE_SELF, &self);
 
-    // The same steps called on this thread, each on this thread's CPU clock.
-    std::vector<double> sweepCPU, systemCPU, groupCPU;
+    // The same steps called on this thread, each on this thread's CPU clock, with the floor taken in
+    // the same rounds: both see the same machine, whose load and caches drift over a run.
+    std::vector<double> sweepCPU, systemCPU, groupCPU, floorCPU;
+    std::size_t floorFiles = 0;
     {
         brimlet::ProcessSampler processSampler;
         brimlet::SystemSampler systemSampler;
+        HeldStatFiles held;
         processSampler.sample();
         systemSampler.sample();
+        held.sweep();
         for (int i = 0; i < rounds; ++i) {
             rest();
             const double t0 = threadCPU();
@@ -231,18 +235,10 @@ int main(int argc, char** argv) {
             groupCPU.push_back(t3 - t2);
             (void)stats;
             (void)apps;
-        }
-    }
-    std::vector<double> floorCPU;
-    std::size_t floorFiles = 0;
-    {
-        HeldStatFiles held;
-        held.sweep();
-        for (int i = 0; i < rounds; ++i) {
             rest();
-            const double t0 = threadCPU();
+            const double f0 = threadCPU();
             floorFiles = held.sweep();
-            floorCPU.push_back(threadCPU() - t0);
+            floorCPU.push_back(threadCPU() - f0);
         }
     }
 

@@ -279,13 +279,12 @@ void MonitorStore::scheduleNextRound(std::uint64_t generation) {
 
 void MonitorStore::tick(std::function<void()> then) {
     ++samplesInFlight_;
-    engine_->reply(engine_->snapshot(), loop_,
-                   [alive = guard_.weak(), this, then = std::move(then)](MonitorSnapshot snapshot) {
-                       if (!alive) return;
-                       --samplesInFlight_;
-                       handle(std::move(snapshot));
-                       if (then) then();
-                   });
+    engine_->snapshot(loop_, [alive = guard_.weak(), this, then = std::move(then)](MonitorSnapshot snapshot) {
+        if (!alive) return;
+        --samplesInFlight_;
+        handle(std::move(snapshot));
+        if (then) then();
+    });
 }
 
 void MonitorStore::handle(MonitorSnapshot snapshot) {
@@ -332,7 +331,7 @@ void MonitorStore::readGlance() {
     if (glanceInFlight_ || currentInterval() <= glanceInterval) return;
     if (lastFullSampleAt_ && loop_.now() - *lastFullSampleAt_ < glanceInterval) return;
     glanceInFlight_ = true;
-    engine_->reply(engine_->glance(), loop_, [alive = guard_.weak(), this](SystemGlance glance) {
+    engine_->glance(loop_, [alive = guard_.weak(), this](SystemGlance glance) {
         if (!alive) return;
         glanceInFlight_ = false;
         if (!glanceIsShown()) return;

@@ -22,10 +22,14 @@ public:
 
     std::future<MonitorSnapshot> snapshot();
     std::future<SystemGlance> glance();
-    // A result of the calls above, handed to `then` on `loop`'s thread as soon as it is ready.
-    template <typename T, typename Then>
-    void reply(std::future<T> pending, kestrow::MainLoop& loop, Then then) {
-        executor_.replyWhenReady(std::move(pending), loop, std::move(then));
+    // A snapshot or a glance handed to `then` on `loop`'s thread, with no thread waiting for it.
+    template <typename Then>
+    void snapshot(kestrow::MainLoop& loop, Then then) {
+        executor_.submitReplying([this] { return assemble(processes_, system_); }, loop, std::move(then));
+    }
+    template <typename Then>
+    void glance(kestrow::MainLoop& loop, Then then) {
+        executor_.submitReplying([this] { return system_.glance(); }, loop, std::move(then));
     }
 
     // The sampling steps of one snapshot, for callers already serialising their calls.

@@ -10,6 +10,7 @@
 
 #include "base/IsoDate.hpp"
 #include "base/SerialExecutor.hpp"
+#include "tests/support/ManualMainLoop.hpp"
 
 namespace kestrow {
 namespace {
@@ -87,6 +88,40 @@ TEST(SerialExecutor, FinishesQueuedWorkBeforeItIsDestroyed) {
         for (int i = 0; i < 50; ++i) std::ignore = executor.submit([&] { ++ran; });
     }
     EXPECT_EQ(ran.load(), 50);
+}
+
+// A reply runs the work on the executor's thread and its continuation on the loop's, in the order
+// of the calls; work that throws hands nothing on, and the continuation is still released on the
+// loop's thread, with what it holds.
+TEST(SerialExecutor, RepliesOnTheLoopsThread) {
+    ManualMainLoop loop;
+    SerialExecutor executor("test");
+    const auto loopThread = std::this_thread::get_id();
+    std::vector<std::string> heard;
+    std::atomic<int> workOffLoop{0};
+    auto held = std::make_shared<int>(0);
+    std::weak_ptr<int> watch = held;
+    std::thread::id releasedOn;
+    struct Release {
+        std::thread::id* on;
+        ~Release() { *on = std::this_thread::get_id(); }
+    };
+    auto release = std::make_shared<Release>(Release{&releasedOn});
+    executor.submitReplying(
+        [&] {
+            if (std::this_thread::get_id() != loopThread) ++workOffLoop;
+            return 1;
+        },
+        loop, [&](int value) { heard.push_back("first " + std::to_string(value)); });
+    executor.submitReplying(
+        []() -> int { throw std::runtime_error("no figure"); }, loop,
+        [&, held = std::move(held), release = std::move(release)](int) { heard.push_back("thrown"); });
+    executor.replyWhenReady(executor.submit([] { return std::string("later"); }), loop,
+                            [&](std::string value) { heard.push_back(value); });
+    ASSERT_TRUE(loop.runUntil([&] { return heard.size() == 2 && watch.expired(); }, std::chrono::seconds(10)));
+    EXPECT_EQ(heard, (std::vector<std::string>{"first 1", "later"}));
+    EXPECT_EQ(workOffLoop.load(), 1);
+    EXPECT_EQ(releasedOn, loopThread);
 }
 
 // The executor's thread carries its name, cut to what Linux keeps (a longer name would be refused).
