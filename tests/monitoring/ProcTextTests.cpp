@@ -34,6 +34,43 @@ TEST(ProcText, PidStatWithParenthesesAndBlanksInTheName) {
     for (const char* text : broken) EXPECT_FALSE(proctext::parsePidStat(text)) << text;
 }
 
+// The fields after the name, from the state letter to rss (fields 3 to 24), with vsize (23) as
+// given: the numbers read are whole unsigned 64-bit numbers between blanks or tabs, or nothing is.
+TEST(ProcText, PidStatNumbersAtTheirBounds) {
+    const auto line = [](const std::string& vsize, const std::string& blank = " ") {
+        std::string text = "7 (n) S";
+        for (int field = 4; field <= 24; ++field) {
+            const std::string value = field == 23 ? vsize : field == 18 ? "-20" : std::to_string(field);
+            text += blank + value;
+        }
+        return text + " 0 0\n";
+    };
+    const struct {
+        std::string text;
+        std::optional<std::uint64_t> vsize;
+    } cases[] = {
+        {line("0"), 0},
+        {line("18446744073709551615"), 18446744073709551615ULL},
+        {line("18446744073709551616"), std::nullopt},
+        {line("99999999999999999999"), std::nullopt},
+        {line("4096", " \t "), 4096},
+        {line("4096a"), std::nullopt},
+        {line("-4096"), std::nullopt},
+        {line("+4096"), std::nullopt},
+        {"7 (n) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24", 23},
+        {"7 (n) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24\n", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        const auto stat = proctext::parsePidStat(c.text);
+        ASSERT_EQ(stat.has_value(), c.vsize.has_value()) << c.text;
+        if (!stat) continue;
+        EXPECT_EQ(stat->virtualSize, *c.vsize) << c.text;
+        EXPECT_EQ(stat->ppid, 4) << c.text;
+        EXPECT_EQ(stat->utime, 14u) << c.text;
+        EXPECT_EQ(stat->residentPages, 24u) << c.text;
+    }
+}
+
 TEST(ProcText, StatusOfUserProcessAndKernelThread) {
     const auto user = proctext::parsePidStatus(fixture("proc/4242/status"));
     EXPECT_EQ(user.uid, 501u);
