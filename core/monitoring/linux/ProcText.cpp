@@ -85,10 +85,7 @@ std::optional<double> leadingDecimal(std::string_view text) {
         if (inFraction && c == '0') {
             std::size_t next = pos;
             while (next < text.size() && text[next] == '0') ++next;
-            if (next == text.size() || text[next] < '0' || text[next] > '9') {
-                pos = next;
-                break;
-            }
+            if (next == text.size() || text[next] < '0' || text[next] > '9') break;
         }
         digits = digits * 10 + static_cast<std::uint64_t>(c - '0');
         if (digits >= exactLimit) return std::nullopt;
