@@ -16,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <thread>
 
@@ -253,18 +254,33 @@ TEST(LinuxProcessReading, TakesAnonymousMemoryFromStatmWhileNoSwapExists) {
         EXPECT_EQ(record.info->uid, step.uid);
     }
 
-    // The bound: after statusRefreshSweeps sweeps the status file is read again.
-    for (std::uint64_t i = 0; i <= LinuxProcessReading::statusRefreshSweeps; ++i) {
-        rewrite(proc / "swaps", noSwap);
-        rewrite(process / "stat", stirred(10 + static_cast<int>(i)));
-        rewrite(process / "status", status(200, "99"));
-        rewrite(process / "statm", statm(200));
-        const ProcessReading::Record record = reader.read(4242);
-        reader.endSweep();
-        ASSERT_TRUE(record.info);
-        if (record.info->uid == 99u) return;
-    }
-    ADD_FAILURE() << "the status file was not read again within the bound";
+    // The bounds: the status file is read again statusRefreshSweeps sweeps after the last read
+    // while the process stirs, and stillStatusRefreshSweeps after it while its stat line stands.
+    const auto sweepsUntilRead = [&](std::uint32_t uid, const std::function<std::string(int)>& statLine) {
+        for (int i = 1; i <= 2 * static_cast<int>(LinuxProcessReading::stillStatusRefreshSweeps); ++i) {
+            rewrite(proc / "swaps", noSwap);
+            rewrite(process / "stat", statLine(i));
+            rewrite(process / "status", status(200, std::to_string(uid).c_str()));
+            rewrite(process / "statm", statm(200));
+            const ProcessReading::Record record = reader.read(4242);
+            reader.endSweep();
+            if (!record.info) return std::uint64_t{0};
+            if (record.info->uid == uid) return static_cast<std::uint64_t>(i);
+        }
+        return std::uint64_t{0};
+    };
+    const int lastStirred = 10 + static_cast<int>(LinuxProcessReading::statusRefreshSweeps);
+    EXPECT_EQ(sweepsUntilRead(99, [&](int i) { return stirred(10 + i); }), LinuxProcessReading::statusRefreshSweeps);
+    EXPECT_EQ(sweepsUntilRead(98, [&](int) { return stirred(lastStirred); }),
+              LinuxProcessReading::stillStatusRefreshSweeps);
+    // Still for a while, then one stir: the shorter bound, counted from the last read, is past.
+    EXPECT_EQ(sweepsUntilRead(97,
+                              [&](int i) {
+                                  return stirred(i < static_cast<int>(LinuxProcessReading::statusRefreshSweeps) + 5
+                                                     ? lastStirred
+                                                     : lastStirred + 1);
+                              }),
+              LinuxProcessReading::statusRefreshSweeps + 5);
 }
 
 TEST(LinuxSystemReading, WalksFixtureZramDrmThermalAndDisks) {

@@ -147,15 +147,20 @@ std::optional<ProcessReading::Record> LinuxProcessReading::readFiles(Held& files
     const bool still = files.lastStat && files.lastStat->sameActivity(*stat);
     const bool ioDue = !still || files.quietSweeps >= (files.ioSilent ? silentSweepsReused : quietSweepsReused);
     // The user id can change without a trace too (a set-user-id call): the status file is read
-    // again at least every statusRefreshSweeps sweeps, and on an exec, which renames the command.
-    const bool statusDue = !files.lastStatus.uid || sweep_ - files.statusSweep >= statusRefreshSweeps ||
-                           (files.lastStat && files.lastStat->comm != stat->comm);
+    // again on an exec, which renames the command, and otherwise within a bound, a longer one for
+    // a process that has not stirred since.
+    files.stirredSinceStatus = files.stirredSinceStatus || !still;
+    const bool statusDue =
+        !files.lastStatus.uid ||
+        sweep_ - files.statusSweep >= (files.stirredSinceStatus ? statusRefreshSweeps : stillStatusRefreshSweeps) ||
+        (files.lastStat && files.lastStat->comm != stat->comm);
     if (statusDue || (!still && (!swapless() || !files.statm.valid()))) {
         if (!files.status.valid() || !statusText_.rereadWhole(files.status.get())) return std::nullopt;
         proctext::PidStatus status = proctext::parsePidStatus(statusText_.text());
         if (!status.uid) return std::nullopt;
         files.lastStatus = status;
         files.statusSweep = sweep_;
+        files.stirredSinceStatus = false;
     } else if (!still) {
         // Without swap there is no swapped-out memory, and the anonymous part of the resident
         // memory is in statm, which costs the kernel a fraction of status to write out.

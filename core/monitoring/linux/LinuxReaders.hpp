@@ -59,6 +59,8 @@ private:
         int quietSweeps = 0;
         // Whether the io file, read again while the process stood still, showed what it showed before.
         bool ioSilent = false;
+        // Whether the stat line moved since the status file was last read.
+        bool stirredSinceStatus = false;
         std::size_t count() const;
     };
 
@@ -76,6 +78,10 @@ public:
     // (an exec, which is when a set-user-id program changes it), and at least this many sweeps
     // apart otherwise.
     static constexpr std::uint64_t statusRefreshSweeps = 30;
+    // A process changes its user id itself, by a system call, so one whose stat line stood still
+    // ever since the last look could have done so only within less than a clock tick of work and
+    // without a page fault: for such a process the looks are this many sweeps apart.
+    static constexpr std::uint64_t stillStatusRefreshSweeps = 90;
 
 private:
     linuxfs::Descriptor openFolder(std::int32_t pid) const;
