@@ -75,8 +75,8 @@ public:
     static constexpr int silentSweepsReused = 14;
     // While no swap area exists, the anonymous memory comes from the small statm file and the
     // status file is read for the user id only: on first sight, when the command name changes
-    // (an exec, which is when a set-user-id program changes it), and at least this many sweeps
-    // apart otherwise.
+    // (an exec, which is when a set-user-id program changes it), and otherwise this many sweeps
+    // after the last read if the stat line moved since.
     static constexpr std::uint64_t statusRefreshSweeps = 30;
     // A process changes its user id itself, by a system call, so one whose stat line stood still
     // ever since the last look could have done so only within less than a clock tick of work and
