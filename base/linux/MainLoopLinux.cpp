@@ -18,6 +18,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstring>
 #include <deque>
 #include <limits>
@@ -101,12 +102,13 @@ public:
         else wakeUp();
     }
 
-    Token after(Seconds delay, Task task) override { return addTimer(delay, Seconds::zero(), std::move(task)); }
+    Token after(Seconds delay, Task task) override {
+        return addTimer(delay, Seconds::zero(), Seconds::zero(), std::move(task));
+    }
 
-    Token repeat(Seconds interval, Seconds /*tolerance*/, Task task) override {
-        // timerfd has no leeway; the kernel's timer slack already batches wake-ups a little.
+    Token repeat(Seconds interval, Seconds tolerance, Task task) override {
         interval = std::max(interval, shortestInterval);
-        return addTimer(interval, interval, std::move(task));
+        return addTimer(interval, interval, std::clamp(tolerance, Seconds::zero(), interval), std::move(task));
     }
 
     // The analyzer loses the token's cancel function on its way into the returned Watch and reports
@@ -170,6 +172,9 @@ public:
             }
             if (wakes_.sample(ContinuousClock::now(), std::chrono::steady_clock::now())) fireWakeObservers();
             for (int i = 0; i < n && !stopping_.load(); ++i) dispatch(events[i].data.u64);
+            // Whatever woke the loop, timers that came due ride along: one allowed to fire late
+            // then does not wake the machine again a moment later.
+            if (!stopping_.load()) fireDueTimers();
         }
         runningThread_.store(std::thread::id());
         // What this thread posted and did not get to run waits for a later run, as the eventfd's do.
@@ -185,9 +190,10 @@ public:
 private:
     struct Source {
         bool timer = false;
-        std::int64_t deadline = 0;  // of a timer, in nanoseconds on the timer clock
-        std::int64_t interval = 0;  // of a repeating timer; zero for a delay
-        int wd = -1;                // inotify watch
+        std::int64_t deadline = 0;   // of a timer, in nanoseconds on the timer clock
+        std::int64_t interval = 0;   // of a repeating timer; zero for a delay
+        std::int64_t tolerance = 0;  // how late a timer may fire to share a wake
+        int wd = -1;                 // inotify watch
         bool wake = false;
         int readable = -1;  // a caller's descriptor, watched but never closed here
         std::shared_ptr<Task> task;
@@ -225,32 +231,42 @@ private:
     }
 
     // One descriptor for every timer: adding, firing and cancelling cost no descriptors of their own,
-    // and the kernel is told only when a deadline earlier than the armed one comes.
-    Token addTimer(Seconds first, Seconds interval, Task task) {
+    // and the kernel is told only when a time to ring earlier than the armed one comes. A timer with
+    // a tolerance is rung for at its deadline plus that tolerance, and fires at the first wake after
+    // its deadline, whatever causes it: on an idle machine waking costs more than the work done.
+    Token addTimer(Seconds first, Seconds interval, Seconds tolerance, Task task) {
         const std::uint64_t key = nextKey_++;
         Source source;
         source.timer = true;
         source.deadline = timerClockNow() + nanoseconds(first);
         if (interval > Seconds::zero()) source.interval = nanoseconds(interval);
+        if (tolerance > Seconds::zero()) source.tolerance = nanoseconds(tolerance);
         source.task = std::make_shared<Task>(std::move(task));
-        schedule(key, source.deadline);
+        schedule(key, source);
         sources_.emplace(key, std::move(source));
         return tokenFor(key);
     }
 
-    void schedule(std::uint64_t key, std::int64_t deadline) {
-        deadlines_.emplace(deadline, key);
-        if (deadline < armedFor_) arm(deadline);
+    void schedule(std::uint64_t key, const Source& timer) {
+        deadlines_.emplace(timer.deadline, key);
+        const std::int64_t ring = timer.deadline + timer.tolerance;
+        rings_.emplace(ring, key);
+        if (ring < armedFor_) arm(ring);
     }
 
-    void unschedule(std::uint64_t key, std::int64_t deadline) {
-        // Left armed: should it ring for nothing, the next deadline is armed then.
-        auto [first, last] = deadlines_.equal_range(deadline);
+    static void eraseEntry(std::multimap<std::int64_t, std::uint64_t>& map, std::int64_t at, std::uint64_t key) {
+        auto [first, last] = map.equal_range(at);
         for (auto it = first; it != last; ++it)
             if (it->second == key) {
-                deadlines_.erase(it);
+                map.erase(it);
                 return;
             }
+    }
+
+    void unschedule(std::uint64_t key, const Source& timer) {
+        // Left armed: should it ring for nothing, the next time to ring is armed then.
+        eraseEntry(deadlines_, timer.deadline, key);
+        eraseEntry(rings_, timer.deadline + timer.tolerance, key);
     }
 
     void arm(std::int64_t deadline) {
@@ -263,38 +279,47 @@ private:
         armedFor_ = deadline;
     }
 
-    void fireDueTimers() {
+    void timerRang() {
         std::uint64_t expirations = 0;
         [[maybe_unused]] const auto read = ::read(timers_, &expirations, sizeof expirations);
         armedFor_ = disarmed;  // an absolute one-shot setting rings once
-        // Only what was due when the ring was heard: a timer added or rescheduled by these tasks
-        // waits for a later turn, so a short repeat cannot hold the loop here.
+    }
+
+    // Runs at the end of every turn, after the ring or any other event.
+    void fireDueTimers() {
+        if (deadlines_.empty()) return;
+        // Only what was due when the turn ended: a timer added or rescheduled by these tasks waits
+        // for a later turn, so a short repeat cannot hold the loop here.
         const std::int64_t now = timerClockNow();
         while (!deadlines_.empty() && deadlines_.begin()->first <= now && !stopping_.load()) {
             const std::uint64_t key = deadlines_.begin()->second;
-            deadlines_.erase(deadlines_.begin());
             auto it = sources_.find(key);
-            if (it == sources_.end()) continue;
+            if (it == sources_.end()) {
+                deadlines_.erase(deadlines_.begin());
+                continue;
+            }
             Source& source = it->second;
+            unschedule(key, source);
             std::shared_ptr<Task> task = source.task;
             if (source.interval > 0) {
                 // Missed periods are dropped: one call, then on with the period from its start.
                 const std::int64_t missed = (now - source.deadline) / source.interval;
                 source.deadline += (missed + 1) * source.interval;
                 deadlines_.emplace(source.deadline, key);
+                rings_.emplace(source.deadline + source.tolerance, key);  // armed once, below
             } else {
                 sources_.erase(it);
             }
             (*task)();
         }
-        if (!deadlines_.empty() && deadlines_.begin()->first != armedFor_) arm(deadlines_.begin()->first);
+        if (!rings_.empty() && rings_.begin()->first != armedFor_) arm(rings_.begin()->first);
     }
 
     void remove(std::uint64_t key) {
         auto it = sources_.find(key);
         if (it == sources_.end()) return;
         Source& source = it->second;
-        if (source.timer) unschedule(key, source.deadline);
+        if (source.timer) unschedule(key, source);
         if (source.readable >= 0) ::epoll_ctl(epoll_, EPOLL_CTL_DEL, source.readable, nullptr);
         if (source.wd >= 0) {
             auto& keys = watchers_[source.wd];
@@ -315,7 +340,7 @@ private:
             return;
         }
         if (key == inotifyKey) return readFolderEvents();
-        if (key == timerKey) return fireDueTimers();
+        if (key == timerKey) return timerRang();
         auto it = sources_.find(key);
         if (it == sources_.end() || it->second.readable < 0) return;  // cancelled earlier in this turn
         std::shared_ptr<Task> task = it->second.task;
@@ -355,6 +380,9 @@ private:
         for (;;) {
             const ssize_t n = ::read(inotify_, buffer, sizeof buffer);
             if (n <= 0) break;
+            // A read that left room for the longest event found the queue empty: no second read to
+            // hear so (epoll tells us of anything that comes later).
+            const bool drained = static_cast<std::size_t>(n) + sizeof(inotify_event) + NAME_MAX + 1 <= sizeof buffer;
             for (ssize_t offset = 0; offset < n;) {
                 const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
                 offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
@@ -383,6 +411,7 @@ private:
                     touched.insert(key);
                 }
             }
+            if (drained) break;
         }
         // One call per watcher for the whole burst: an atomic write alone is a create and a rename.
         for (const std::uint64_t key : touched) {
@@ -410,6 +439,7 @@ private:
     int epoll_ = -1, posted_ = -1, inotify_ = -1, signals_ = -1, timers_ = -1;
     clockid_t timerClock_ = CLOCK_BOOTTIME;
     std::multimap<std::int64_t, std::uint64_t> deadlines_;  // timers' deadlines, earliest first
+    std::multimap<std::int64_t, std::uint64_t> rings_;      // their deadlines plus tolerances
     std::int64_t armedFor_ = disarmed;
     sigset_t previousMask_{};
     bool maskChanged_ = false;

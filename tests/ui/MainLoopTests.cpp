@@ -216,6 +216,28 @@ TEST_F(SystemMainLoop, RepeatsAndDelaysCountOnTheContinuousClock) {
     EXPECT_NEAR(epochSeconds(loop->wallClock()), epochSeconds(WallClock::now()), 1.0);
 }
 
+// A timer with a tolerance fires at the first wake after its deadline, not at a wake of its own: here
+// only the strict delay wakes the loop within the repeat's first window, so the repeat's first firing
+// comes with it (and before it, being due earlier). Later, alone, the repeat still fires, never early.
+TEST_F(SystemMainLoop, ATolerantTimerRidesAlongWithAnotherWake) {
+    const ContinuousTime start = loop->now();
+    std::vector<std::pair<char, ContinuousTime>> fired;
+    MainLoop::Token every = loop->repeat(40ms, 40ms, [&] {
+        fired.emplace_back('r', loop->now());
+        if (std::count_if(fired.begin(), fired.end(), [](const auto& f) { return f.first == 'r'; }) == 3) loop->stop();
+    });
+    auto strict = loop->after(60ms, [&] { fired.emplace_back('s', loop->now()); });
+    loop->run();
+    EXPECT_FALSE(timedOut);
+    ASSERT_EQ(fired.size(), 4u);
+    EXPECT_EQ(fired[0].first, 'r');
+    EXPECT_EQ(fired[1].first, 's');
+    EXPECT_GE(fired[0].second - start, 60ms) << "the repeat woke the loop for itself";
+    // Its period goes on from the deadline it was due at: the next ones are due at 80 and 120 ms.
+    EXPECT_GE(fired[2].second - start, 80ms);
+    EXPECT_GE(fired[3].second - start, 120ms);
+}
+
 // All timers share one descriptor armed for the earliest deadline: however they are added, moved
 // earlier or cancelled, they fire in deadline order and not before it, and none opens a descriptor of
 // its own.
