@@ -193,21 +193,15 @@ void SwappedFile::dropSpare(bool unlinkName) {
     spare_ = -1;
 }
 
-namespace {
-
-bool namesHeldFile(int folderFd, const std::string& name, int fd, off_t* size = nullptr) {
-    struct stat held {};
+bool SwappedFile::spareStillNamed(off_t* size) const {
+    // The name's status is the file's own when it is the spare, size included: no look at the
+    // descriptor is needed.
     struct stat named {};
-    const bool same = fd >= 0 && ::fstat(fd, &held) == 0 &&
-                      ::fstatat(folderFd, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-                      held.st_dev == named.st_dev && held.st_ino == named.st_ino;
-    if (same && size) *size = held.st_size;
+    const bool same = spare_ >= 0 && ::fstatat(folderFd_, spareName_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+                      named.st_dev == spareIdentity_.device && named.st_ino == spareIdentity_.inode;
+    if (same && size) *size = named.st_size;
     return same;
 }
-
-}  // namespace
-
-bool SwappedFile::spareStillNamed(off_t* size) const { return namesHeldFile(folderFd_, spareName_, spare_, size); }
 
 bool SwappedFile::visibleStillNamed() const {
     struct stat named {};

@@ -375,7 +375,16 @@ void SuiteParticipant::evaluate() {
     }
     machine_.update(records, now, sightings_.vouched(loop_.now()));
 
-    const bool showedOwnIcon = showsOwnIcon();
+    // The user's choice is a look at the defaults file: taken once here, and only when the rules
+    // alone do not decide.
+    std::optional<bool> wanted;
+    const auto showsIcon = [&] {
+        if (removedByUser_) return false;
+        if (ownIconByRules_) return true;
+        if (!wanted) wanted = ownIconWanted();
+        return *wanted;
+    };
+    const bool showedOwnIcon = showsIcon();
     bool hostNeedsUpdate = false;
     if (machine_.isActive != isActive_) {
         isActive_ = machine_.isActive;
@@ -397,7 +406,7 @@ void SuiteParticipant::evaluate() {
         hostNeedsUpdate = true;
         report(Property::menuBarValues);
     }
-    if (showsOwnIcon() != showedOwnIcon) report(Property::showsOwnIcon);
+    if (showsIcon() != showedOwnIcon) report(Property::showsOwnIcon);
 
     reconcileHosting();
     if (host_ && hostNeedsUpdate) host_->update();
@@ -481,7 +490,7 @@ bool SuiteParticipant::handleReopen() {
 
 bool SuiteParticipant::showsOwnIcon() const {
     if (removedByUser_) return false;
-    return ownIconWanted() || ownIconByRules_;
+    return ownIconByRules_ || ownIconWanted();
 }
 
 bool SuiteParticipant::ownIconWanted() const { return defaults_.boolean(std::string(showOwnIconKey)).value_or(false); }
