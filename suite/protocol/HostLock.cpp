@@ -140,7 +140,7 @@ bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls,
     // here) was made after the change it is about, so this first look answers it.
     std::uint64_t requests = 0;
     for (bool first = true;; first = false) {
-        if (!first && !pause(state, timing.retry, requests)) return false;
+        if (!first && !pause(state, timing.heldCheck, requests)) return false;
         std::vector<int> dropped;
         std::string replaced;
         {
@@ -241,6 +241,19 @@ void HostLock::checkNow() {
         ++state_->checkRequests;
     }
     state_->wake.notify_all();
+}
+
+void HostLock::checkHeldHere() {
+    {
+        std::lock_guard lock(state_->mutex);
+        if (!state_->held) return;
+        bool allSame = true;
+        for (std::size_t k = 0; k < state_->fds.size() && k < urls_.size() && allSame; ++k)
+            allSame = isSameFileIn(state_->fds[k], urls_[k], folders_->at(urls_[k]));
+        if (allSame) return;
+    }
+    // The lock's thread looks again and lets go, so that losing goes one way only.
+    checkNow();
 }
 
 void HostLock::release() {

@@ -22,9 +22,11 @@ struct HostLockTiming {
     // How often a waiter tries again while another process holds the lock: the longest a hand-over
     // can take.
     std::chrono::milliseconds poll{250};
-    // How long to wait after a lock file could not be opened or locked, and how often a holder checks
-    // that the path still names the file it holds.
+    // How long to wait after a lock file could not be opened or locked.
     std::chrono::milliseconds retry{5000};
+    // How often a holder's thread wakes to check that every path still names the file it holds. An
+    // owner that calls checkHeldHere on wakes of its own may make this a rare backstop.
+    std::chrono::milliseconds heldCheck{5000};
     // For tests: runs on the lock's thread after each lock file was opened and before it is locked,
     // the moment at which another process may replace the file.
     std::function<void(const std::string& path)> afterOpen;
@@ -70,6 +72,10 @@ public:
     // after a failure tries again at once (one waiting behind another holder keeps its pace). From
     // any thread.
     void checkNow();
+    // The holder's check, made on the calling thread: a look per lock file and no wake of the lock's
+    // thread, unless a path no longer names the file held, when it is told as by checkNow. Does
+    // nothing while the lock is not held. From any thread.
+    void checkHeldHere();
     // Gives up hosting or stops waiting; from any thread, any number of times. A released lock stays
     // released: to compete again, make a new one.
     void release();

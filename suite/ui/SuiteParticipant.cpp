@@ -275,6 +275,7 @@ void SuiteParticipant::tick() {
     if (didShutdown_) return;
     // A backstop for what no event tells: a parent folder moved, an event the system dropped.
     checkFolders();
+    if (lock_) lock_->checkHeldHere();
     realignStatusItem();
     writeIfDue(timerInterval(timerTTL_) * 1.1);
     evaluate();

@@ -40,6 +40,14 @@ public:
     // Folder events are read at most this often: another process rewriting a record a thousand
     // times a second costs ten readings a second, the last one after its final write.
     static constexpr Seconds defaultRereadInterval{0.1};
+    // The host checks its lock files on each tick of its timer (and at once when the folder says
+    // so), on a wake it has anyway: the lock's own thread then looks only once a minute, as a
+    // backstop, instead of waking every 5 s for it.
+    static HostLock::Timing defaultLockTiming() {
+        HostLock::Timing timing;
+        timing.heldCheck = std::chrono::minutes(1);
+        return timing;
+    }
     // How often a suite folder that was deleted or replaced, and cannot be prepared again yet, is
     // tried again.
     static constexpr Seconds repairInterval{5.0};
@@ -48,13 +56,13 @@ public:
     static constexpr Seconds clockJumpThreshold{1.0};
 
     struct Options {
-        std::function<WallTime()> clock;                 // empty: the loop's wall clock
-        bool observeSystem = true;                       // follow the machine's sleep and wake
-        std::optional<Seconds> staleAfter;               // only for a warning
-        std::function<void()> onOpen;                    // another member asks to open this application
-        bool registerHotKey = true;                      // whether a host registers the suite shortcut
-        HostLock::Timing lockTiming = {};                // how the host lock polls and re-checks
-        Seconds rereadInterval = defaultRereadInterval;  // the least time between two event readings
+        std::function<WallTime()> clock;                    // empty: the loop's wall clock
+        bool observeSystem = true;                          // follow the machine's sleep and wake
+        std::optional<Seconds> staleAfter;                  // only for a warning
+        std::function<void()> onOpen;                       // another member asks to open this application
+        bool registerHotKey = true;                         // whether a host registers the suite shortcut
+        HostLock::Timing lockTiming = defaultLockTiming();  // how the host lock polls and re-checks
+        Seconds rereadInterval = defaultRereadInterval;     // the least time between two event readings
     };
 
     // What the user interface observes; each is reported only when it changed.

@@ -29,7 +29,7 @@ using kestrow::testing::TempFolder;
 using namespace std::chrono_literals;
 
 // Short enough that hand-overs and replacement checks happen many times within a test.
-const HostLock::Timing fast{10ms, 40ms, {}};
+const HostLock::Timing fast{10ms, 40ms, 40ms, {}};
 
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds limit = 5s) {
@@ -344,7 +344,7 @@ TEST(HostLock, AFileReplacedBetweenOpenAndLockIsNotTheLockWon) {
     TempFolder folder;
     const std::string lock = folder / "host.lock";
     std::atomic<int> opens{0};
-    HostLock::Timing timing{10ms, std::chrono::hours(1), {}};
+    HostLock::Timing timing{10ms, std::chrono::hours(1), std::chrono::hours(1), {}};
     timing.afterOpen = [&](const std::string& path) {
         if (opens++ > 0) return;
         kestrow::testing::writeFile(folder / "fresh.lock", "");

@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
     kestrow::suite::HostLock::Timing timing;
     timing.poll = milliseconds(std::stoi(argv[1]));
     timing.retry = milliseconds(std::stoi(argv[2]));
+    timing.heldCheck = timing.retry;
     kestrow::suite::HostLock lock(std::vector<std::string>(argv + 3, argv + argc), timing);
     std::atomic<int> acquired{0}, lost{0};
     lock.start([&] { ++acquired; }, [&] { ++lost; });
