@@ -149,12 +149,7 @@ bool HostLock::holdWhileSame(State& state, const std::vector<std::string>& urls,
             if (state.cancelled) return false;
             // A request that comes in while we look is answered by the next look, not lost.
             requests = state.checkRequests;
-            for (std::size_t k = 0; k < state.fds.size() && k < urls.size(); ++k) {
-                if (!isSameFileIn(state.fds[k], urls[k], folders.at(urls[k]))) {
-                    replaced = urls[k];
-                    break;
-                }
-            }
+            replaced = firstReplaced(state, urls, folders);
             if (replaced.empty()) continue;
             state.held = false;
             dropped.swap(state.fds);
@@ -246,11 +241,7 @@ void HostLock::checkNow() {
 void HostLock::checkHeldHere() {
     {
         std::lock_guard lock(state_->mutex);
-        if (!state_->held) return;
-        bool allSame = true;
-        for (std::size_t k = 0; k < state_->fds.size() && k < urls_.size() && allSame; ++k)
-            allSame = isSameFileIn(state_->fds[k], urls_[k], folders_->at(urls_[k]));
-        if (allSame) return;
+        if (!state_->held || firstReplaced(*state_, urls_, *folders_).empty()) return;
     }
     // The lock's thread looks again and lets go, so that losing goes one way only.
     checkNow();
@@ -266,6 +257,12 @@ void HostLock::release() {
     }
     state_->wake.notify_all();
     closeAll(fds);
+}
+
+std::string HostLock::firstReplaced(const State& state, const std::vector<std::string>& urls, const Folders& folders) {
+    for (std::size_t k = 0; k < state.fds.size() && k < urls.size(); ++k)
+        if (!isSameFileIn(state.fds[k], urls[k], folders.at(urls[k]))) return urls[k];
+    return {};
 }
 
 bool HostLock::isSameFileIn(int fd, const std::string& path, int folder) {

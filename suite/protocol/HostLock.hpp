@@ -120,6 +120,8 @@ private:
                        const Callbacks& callbacks);
     // isSameFile, looking the name up in the held folder when there is one.
     static bool isSameFileIn(int fd, const std::string& path, int folder);
+    // The first path that no longer names the file held for it; empty when all do. Under the mutex.
+    static std::string firstReplaced(const State& state, const std::vector<std::string>& urls, const Folders& folders);
     // Sleeps for the interval, or until released or (with `requests`) asked to check again since
     // `requests` was read; false when released.
     static bool pause(State& state, std::chrono::milliseconds interval, std::optional<std::uint64_t> requests);
